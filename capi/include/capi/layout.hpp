@@ -1,0 +1,40 @@
+#pragma once
+
+/// Layouts that a loaded service and this code must agree on byte for byte. Including this header checks them.
+
+#include "capi/types.h"
+
+#include <cstddef>
+
+namespace capi {
+
+static_assert(sizeof(DWORD) == 4 && sizeof(BOOL) == 4 && sizeof(unsigned long) == 8 && sizeof(wchar_t) == 4);
+static_assert(sizeof(FILETIME) == 8 && alignof(FILETIME) == 4);
+static_assert(sizeof(SYSTEMTIME) == 16);
+static_assert(sizeof(CRYPTOAPI_BLOB) == 16);
+static_assert(sizeof(CRYPT_BIT_BLOB) == 24);
+static_assert(sizeof(CRYPT_ALGORITHM_IDENTIFIER) == 24);
+static_assert(sizeof(CRYPT_ATTRIBUTE) == 24);
+static_assert(sizeof(CRYPT_SEQUENCE_OF_ANY) == 16);
+static_assert(sizeof(CERT_NAME_VALUE) == 24);
+static_assert(sizeof(CERT_PUBLIC_KEY_INFO) == 48);
+static_assert(sizeof(CERT_EXTENSION) == 32);
+static_assert(sizeof(CERT_INFO) == 208);
+static_assert(offsetof(CERT_INFO, SubjectPublicKeyInfo) == 96);
+static_assert(sizeof(CERT_CONTEXT) == 40);
+static_assert(sizeof(CRYPT_KEY_PROV_INFO) == 48);
+static_assert(sizeof(PROV_ENUMALGS) == 32);
+static_assert(sizeof(CERT_REQUEST_INFO) == 88);
+static_assert(sizeof(CERT_ALT_NAME_ENTRY) == 24);
+static_assert(sizeof(CRYPT_OID_INFO) == 64);
+static_assert(sizeof(CMSG_STREAM_INFO) == 24);
+static_assert(sizeof(CMSG_SIGNER_ENCODE_INFO) == 96);
+static_assert(sizeof(CMSG_SIGNED_ENCODE_INFO) == 48);
+static_assert(sizeof(CMSG_SIGNER_INFO) == 136);
+static_assert(sizeof(CMSG_CTRL_DECRYPT_PARA) == 24);
+static_assert(sizeof(CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA) == 24);
+static_assert(sizeof(CERT_CHAIN_PARA) == 32);
+static_assert(sizeof(CERT_CHAIN_CONTEXT) == 48);
+static_assert(sizeof(CRYPT_TIMESTAMP_REQUEST) == 88);
+
+} // namespace capi

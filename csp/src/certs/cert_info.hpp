@@ -1,0 +1,37 @@
+#pragma once
+
+/// Decoded certificates: the parts of a DER certificate, and the CERT_INFO that describes it.
+
+#include "capi/types.h"
+#include "core/bytes.hpp"
+
+#include <memory>
+
+namespace klunortredi::csp {
+
+/// A CERT_INFO with everything its pointers lead to. The addresses are stable for the object's life.
+class CertInfo {
+public:
+    /// Decodes a DER certificate (strictly one, nothing behind it). Throws ApiError(CRYPT_E_ASN1_...) otherwise.
+    explicit CertInfo(ByteView der);
+    CertInfo(const CertInfo&) = delete;
+    CertInfo& operator=(const CertInfo&) = delete;
+    ~CertInfo();
+
+    [[nodiscard]] const CERT_INFO& get() const noexcept { return info_; }
+    /// DER of the whole SubjectPublicKeyInfo, as it stands in the certificate.
+    [[nodiscard]] ByteView subjectPublicKeyInfo() const noexcept { return subjectPublicKeyInfo_; }
+    [[nodiscard]] ByteView encoded() const noexcept { return encoded_; }
+
+private:
+    struct Storage;
+    CERT_INFO info_{};
+    Bytes encoded_;
+    Bytes subjectPublicKeyInfo_;
+    std::unique_ptr<Storage> storage_;
+};
+
+/// DER SubjectPublicKeyInfo of a CERT_PUBLIC_KEY_INFO.
+Bytes encodePublicKeyInfo(const CERT_PUBLIC_KEY_INFO& info);
+
+} // namespace klunortredi::csp

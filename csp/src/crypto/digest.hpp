@@ -1,0 +1,35 @@
+#pragma once
+
+/// Incremental hashing.
+
+#include "core/bytes.hpp"
+#include "crypto/algorithms.hpp"
+#include "crypto/ossl.hpp"
+
+namespace klunortredi::csp {
+
+class Digest {
+public:
+    /// Throws ApiError(NTE_BAD_ALGID) when OpenSSL has no such method.
+    explicit Digest(const DigestAlgorithm& algorithm);
+    /// A copy goes on from the same state.
+    Digest(const Digest& other);
+    Digest& operator=(const Digest&) = delete;
+    Digest(Digest&&) noexcept = default;
+    Digest& operator=(Digest&&) noexcept = default;
+    ~Digest() = default;
+
+    void update(ByteView data);
+    /// The value; the object takes no more data afterwards.
+    Bytes finish();
+
+    [[nodiscard]] const DigestAlgorithm& algorithm() const noexcept { return *algorithm_; }
+
+    static Bytes of(const DigestAlgorithm& algorithm, ByteView data);
+
+private:
+    const DigestAlgorithm* algorithm_;
+    ossl::MdCtx context_;
+};
+
+} // namespace klunortredi::csp

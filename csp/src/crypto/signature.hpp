@@ -1,0 +1,26 @@
+#pragma once
+
+/// Signing and verifying of hash values.
+
+#include "core/bytes.hpp"
+#include "crypto/algorithms.hpp"
+#include "crypto/ossl.hpp"
+
+namespace klunortredi::csp {
+
+/// The key of a DER SubjectPublicKeyInfo; accepts the agreement OIDs (1.2.643.7.1.1.6.x) for GOST keys.
+/// Throws ApiError(NTE_BAD_PUBLIC_KEY) on anything else than one well-formed key of a known algorithm.
+ossl::Pkey publicKeyFromInfo(ByteView subjectPublicKeyInfo);
+
+/// The row of a key's algorithm; throws ApiError(NTE_BAD_ALGID) for a key of another kind.
+const KeyAlgorithm& keyAlgorithm(const EVP_PKEY* key);
+
+/// Signature of `digest` (a value of `algorithm`) in the octet order of X.509 and CMS: GOST R 34.10 as s || r, both
+/// big-endian (RFC 4491, RFC 9215); RSA as RSASSA-PKCS1-v1_5, big-endian (RFC 8017).
+Bytes signDigest(EVP_PKEY* key, const DigestAlgorithm& algorithm, ByteView digest);
+
+/// Whether `signature` (order as above) is the key's signature of `digest`. Lengths are exact: one octet more or less
+/// is no signature. A false answer is an answer; only a failing library throws.
+bool verifyDigest(EVP_PKEY* key, const DigestAlgorithm& algorithm, ByteView digest, ByteView signature);
+
+} // namespace klunortredi::csp

@@ -1,0 +1,1 @@
+target_sources(klunortredi_csp PRIVATE src/exports/last_error.cpp)
