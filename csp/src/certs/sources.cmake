@@ -1,1 +1,4 @@
-target_sources(klunortredi_csp_core PRIVATE)
+target_sources(klunortredi_csp_core PRIVATE
+    src/certs/cert_info.cpp
+    src/certs/der.cpp
+)
