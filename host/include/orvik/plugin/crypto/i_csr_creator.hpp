@@ -1,0 +1,48 @@
+#pragma once
+
+#include "orvik/plugin/export.hpp"
+
+#include <boost/optional.hpp>
+#include <boost/smart_ptr/shared_ptr.hpp>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace orvik::plugin::crypto {
+
+class IProvider;
+
+/// What a certificate request is to contain. Texts are UTF-8.
+struct CsrCreatorParams {
+    boost::shared_ptr<IProvider> provider; ///< makes the key
+    std::wstring container;                ///< name of the container to create
+    std::string subject;                   ///< "OID=VALUE;OID=VALUE"
+    std::string paramSet;                  ///< OID of the key's parameter set; empty: the provider's usual one
+    std::uint16_t keyUsage = 0;            ///< first octet of the key-usage bits low, second octet high; 0: none
+    std::vector<std::string> enhancedKeyUsage;
+    std::vector<std::string> certificatePolicies;
+    std::vector<std::string> dnsNames;
+    std::string userPrincipalName;                ///< empty: none
+    std::string subjectSignTool;                  ///< empty: none
+    boost::optional<unsigned> identificationKind; ///< 1.2.643.100.114
+    boost::optional<unsigned> privateKeyDays;     ///< validity period of the private key from now
+    bool exportable = false;
+};
+
+/// Makes a key pair and a certificate request for it (RFC 2986).
+class ORVIK_EXPORT ICsrCreator {
+public:
+    struct Result {
+        std::string request;       ///< Base64 of the DER
+        std::string containerPath; ///< UTF-8
+        std::string containerName; ///< UTF-8
+    };
+
+    virtual boost::shared_ptr<Result> create(const boost::shared_ptr<CsrCreatorParams>& params,
+                                             const std::string& pin) const = 0;
+
+    virtual ~ICsrCreator();
+};
+
+} // namespace orvik::plugin::crypto

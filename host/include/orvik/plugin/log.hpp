@@ -1,0 +1,37 @@
+#pragma once
+
+/// Log records of the framework: Boost.Log's trivial logger behind a function, so that a caller pays for a string and
+/// not for the logger's headers.
+
+#include "orvik/plugin/export.hpp"
+
+#include <string>
+#include <string_view>
+
+namespace orvik::plugin::log {
+
+enum class Severity { trace, debug, info, warning, error };
+
+/// Writes one record at `severity` through the trivial logger. Thread-safe. Never throws.
+ORVIK_EXPORT void write(Severity severity, std::string_view text) noexcept;
+
+inline void trace(std::string_view text) noexcept {
+    write(Severity::trace, text);
+}
+inline void debug(std::string_view text) noexcept {
+    write(Severity::debug, text);
+}
+inline void info(std::string_view text) noexcept {
+    write(Severity::info, text);
+}
+inline void warning(std::string_view text) noexcept {
+    write(Severity::warning, text);
+}
+inline void error(std::string_view text) noexcept {
+    write(Severity::error, text);
+}
+
+/// `text` between double quotes, with backslash before quotes and backslashes (std::quoted's form).
+ORVIK_EXPORT std::string quoted(std::string_view text);
+
+} // namespace orvik::plugin::log
