@@ -1,1 +1,1 @@
-target_sources(klunortredi_csp_core PRIVATE src/core/error.cpp src/core/output.cpp)
+target_sources(klunortredi_csp_core PRIVATE src/core/der.cpp src/core/error.cpp src/core/output.cpp)
