@@ -1,7 +1,9 @@
 #include "certs/cert_info.hpp"
 
-#include "certs/der.hpp"
+#include "certs/blob.hpp"
 #include "certs/file_time.hpp"
+#include "certs/x509_der.hpp"
+#include "core/der.hpp"
 
 #include <algorithm>
 #include <array>
@@ -17,7 +19,7 @@ constexpr std::size_t largestCertificate = 16U << 20U;
 
 /// Says what is wrong with octets that OpenSSL refuses as a certificate.
 DWORD decodingError(ByteView der) {
-    const der::QuietErrors quiet;
+    const ossl::QuietErrors quiet;
     const unsigned char* position = der.data();
     long length = 0;
     int tag = 0;
@@ -42,7 +44,7 @@ ossl::X509Ptr decodeCertificate(ByteView der) {
     if (der.size() > 1 && der[1] == indefiniteLength) {
         fail(capi::CRYPT_E_ASN1_CORRUPT);
     }
-    auto certificate = der::decode<ossl::X509Ptr>(d2i_X509, der);
+    auto certificate = ossl::fromDer<ossl::X509Ptr>(d2i_X509, der);
     if (!certificate) {
         fail(decodingError(der));
     }
@@ -73,29 +75,26 @@ struct CertInfo::Storage {
         return {static_cast<DWORD>(kept.size()), kept.data()};
     }
 
-    CRYPTOAPI_BLOB blob(const ASN1_STRING* string) {
-        const unsigned char* data = ASN1_STRING_get0_data(string);
-        return blob(Bytes(data, data + ASN1_STRING_length(string)));
-    }
+    CRYPTOAPI_BLOB copy(ByteView bytes) { return blob(Bytes(bytes.begin(), bytes.end())); }
 
     CRYPT_BIT_BLOB bits(const ASN1_BIT_STRING* string) {
         if (string == nullptr) {
             return {};
         }
-        const CRYPTOAPI_BLOB octets = blob(string);
+        const CRYPTOAPI_BLOB octets = copy(ossl::octets(string));
         const auto flags = static_cast<unsigned long>(string->flags);
         const DWORD unused = (flags & ASN1_STRING_FLAG_BITS_LEFT) != 0 ? static_cast<DWORD>(flags & 7U) : 0;
         return {octets.cbData, octets.pbData, unused};
     }
 
-    char* oid(const ASN1_OBJECT* object) { return texts.emplace_back(der::oidText(object)).data(); }
+    char* oid(const ASN1_OBJECT* object) { return texts.emplace_back(ossl::oidText(object)).data(); }
 
     CRYPT_ALGORITHM_IDENTIFIER algorithm(const X509_ALGOR* algorithm) {
         const ASN1_OBJECT* object = nullptr;
         X509_ALGOR_get0(&object, nullptr, nullptr, algorithm);
         CRYPT_ALGORITHM_IDENTIFIER identifier{oid(object), {}};
         if (algorithm->parameter != nullptr) {
-            identifier.Parameters = blob(der::encode(i2d_ASN1_TYPE, algorithm->parameter));
+            identifier.Parameters = blob(ossl::toDer(i2d_ASN1_TYPE, algorithm->parameter));
         }
         return identifier;
     }
@@ -106,12 +105,12 @@ struct CertInfo::Storage {
         if (X509_NAME_get0_der(name, &data, &size) == 0) {
             fail(capi::CRYPT_E_ASN1_CORRUPT);
         }
-        return blob(Bytes(data, data + size));
+        return copy({data, size});
     }
 
     /// Content octets of the INTEGER, least significant first.
     CRYPT_INTEGER_BLOB serial(const ASN1_INTEGER* number) {
-        Bytes octets = der::encode(i2d_ASN1_INTEGER, number);
+        Bytes octets = ossl::toDer(i2d_ASN1_INTEGER, number);
         const unsigned char* content = octets.data();
         long length = 0;
         int tag = 0;
@@ -129,7 +128,7 @@ struct CertInfo::Storage {
             X509_EXTENSION* extension = X509_get_ext(certificate, i);
             extensions.push_back({oid(X509_EXTENSION_get_object(extension)),
                                   X509_EXTENSION_get_critical(extension) != 0 ? 1 : 0,
-                                  blob(X509_EXTENSION_get_data(extension))});
+                                  copy(ossl::octets(X509_EXTENSION_get_data(extension)))});
         }
     }
 };
@@ -157,14 +156,25 @@ CertInfo::CertInfo(ByteView der) : encoded_(der.begin(), der.end()), storage_(st
     storage_->addExtensions(certificate.get());
     info_.cExtension = static_cast<DWORD>(storage_->extensions.size());
     info_.rgExtension = storage_->extensions.empty() ? nullptr : storage_->extensions.data();
-    subjectPublicKeyInfo_ = der::encode(i2d_X509_PUBKEY, publicKey);
+    subjectPublicKeyInfo_ = ossl::toDer(i2d_X509_PUBKEY, publicKey);
 }
 
 CertInfo::~CertInfo() = default;
 
+Bytes encodeAlgorithm(const CRYPT_ALGORITHM_IDENTIFIER& algorithm) {
+    const ByteView parameters = blobView(algorithm.Parameters);
+    if (!parameters.empty() && !der::isOneBerValue(parameters)) {
+        fail(capi::CRYPT_E_BAD_ENCODE);
+    }
+    if (algorithm.pszObjId == nullptr) {
+        fail(capi::CRYPT_E_OID_FORMAT);
+    }
+    return der::sequence({der::objectIdentifier(algorithm.pszObjId), parameters});
+}
+
 Bytes encodePublicKeyInfo(const CERT_PUBLIC_KEY_INFO& info) {
-    return der::sequence({der::algorithmIdentifier(info.Algorithm),
-                          der::bitString(der::view(info.PublicKey), info.PublicKey.cUnusedBits)});
+    return der::sequence(
+        {encodeAlgorithm(info.Algorithm), der::bitString(blobView(info.PublicKey), info.PublicKey.cUnusedBits)});
 }
 
 } // namespace klunortredi::csp

@@ -31,7 +31,11 @@ private:
     std::unique_ptr<Storage> storage_;
 };
 
-/// DER SubjectPublicKeyInfo of a CERT_PUBLIC_KEY_INFO.
+/// DER AlgorithmIdentifier (RFC 5280, 4.1.1.2). Throws ApiError(CRYPT_E_OID_FORMAT) for a missing or malformed OID,
+/// CRYPT_E_BAD_ENCODE for parameters that are not one value.
+Bytes encodeAlgorithm(const CRYPT_ALGORITHM_IDENTIFIER& algorithm);
+
+/// DER SubjectPublicKeyInfo of a CERT_PUBLIC_KEY_INFO. Errors as of `encodeAlgorithm`.
 Bytes encodePublicKeyInfo(const CERT_PUBLIC_KEY_INFO& info);
 
 } // namespace klunortredi::csp

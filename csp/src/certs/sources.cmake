@@ -1,4 +1,3 @@
 target_sources(klunortredi_csp_core PRIVATE
     src/certs/cert_info.cpp
-    src/certs/der.cpp
 )

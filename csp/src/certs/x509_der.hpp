@@ -1,18 +1,16 @@
 #pragma once
 
-/// Small pieces of DER around OpenSSL's own codecs.
+/// DER in and out of OpenSSL's objects.
 
-#include "capi/types.h"
 #include "core/bytes.hpp"
 #include "core/error.hpp"
 #include "crypto/ossl.hpp"
 
 #include <openssl/err.h>
 
-#include <initializer_list>
 #include <string>
 
-namespace klunortredi::csp::der {
+namespace klunortredi::csp::ossl {
 
 /// Drops what OpenSSL calls of this scope leave on the thread's error queue: a refused certificate must not show up as
 /// an error of the host's own OpenSSL use.
@@ -26,7 +24,7 @@ public:
 
 /// DER of an OpenSSL object by its i2d function. ApiError(CRYPT_E_BAD_ENCODE) when OpenSSL refuses.
 template <class Encode, class Object>
-Bytes encode(Encode i2d, Object* object) {
+Bytes toDer(Encode i2d, Object* object) {
     const int size = i2d(object, nullptr);
     if (size < 0) {
         fail(capi::CRYPT_E_BAD_ENCODE);
@@ -41,7 +39,7 @@ Bytes encode(Encode i2d, Object* object) {
 
 /// The OpenSSL object of a DER encoding by its d2i function; null when malformed or when octets follow it.
 template <class Owner, class Decode>
-Owner decode(Decode d2i, ByteView der) {
+Owner fromDer(Decode d2i, ByteView der) {
     const QuietErrors quiet;
     const unsigned char* position = der.data();
     Owner object(d2i(nullptr, &position, static_cast<long>(der.size())));
@@ -51,23 +49,21 @@ Owner decode(Decode d2i, ByteView der) {
     return object;
 }
 
-/// Dotted form of an object identifier of any length.
-std::string oidText(const ASN1_OBJECT* oid);
-
-/// SEQUENCE of members that are DER already.
-Bytes sequence(std::initializer_list<ByteView> members);
-
-/// BIT STRING of whole octets, the last `unusedBits` bits of them unused.
-Bytes bitString(ByteView octets, DWORD unusedBits = 0);
-
-/// AlgorithmIdentifier (RFC 5280, 4.1.1.2). Throws ApiError(CRYPT_E_OID_FORMAT) for a missing or malformed OID,
-/// CRYPT_E_BAD_ENCODE for parameters that are not one DER value.
-Bytes algorithmIdentifier(const CRYPT_ALGORITHM_IDENTIFIER& algorithm);
-
-/// The octets of a blob; a null pointer counts as empty.
-template <class Blob>
-ByteView view(const Blob& blob) noexcept {
-    return blob.pbData == nullptr ? ByteView{} : ByteView{blob.pbData, blob.cbData};
+/// The octets of a string type of OpenSSL. The view lives as long as the string.
+inline ByteView octets(const ASN1_STRING* string) noexcept {
+    return {ASN1_STRING_get0_data(string), static_cast<std::size_t>(ASN1_STRING_length(string))};
 }
 
-} // namespace klunortredi::csp::der
+/// Dotted form of an object identifier of any length.
+inline std::string oidText(const ASN1_OBJECT* oid) {
+    const int size = OBJ_obj2txt(nullptr, 0, oid, 1);
+    if (size <= 0) {
+        fail(capi::CRYPT_E_OID_FORMAT);
+    }
+    std::string text(static_cast<std::size_t>(size) + 1, '\0');
+    OBJ_obj2txt(text.data(), size + 1, oid, 1);
+    text.pop_back();
+    return text;
+}
+
+} // namespace klunortredi::csp::ossl
