@@ -7,6 +7,7 @@
 #include <openssl/bn.h>
 #include <openssl/cms.h>
 #include <openssl/crypto.h>
+#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pkcs12.h>
 #include <openssl/x509.h>
@@ -36,5 +37,16 @@ using X509Pubkey = std::unique_ptr<X509_PUBKEY, Deleter<X509_PUBKEY_free>>;
 using X509Sig = std::unique_ptr<X509_SIG, Deleter<X509_SIG_free>>;
 using Pkcs8 = std::unique_ptr<PKCS8_PRIV_KEY_INFO, Deleter<PKCS8_PRIV_KEY_INFO_free>>;
 using Asn1Object = std::unique_ptr<ASN1_OBJECT, Deleter<ASN1_OBJECT_free>>;
+
+using OctetString = std::unique_ptr<ASN1_OCTET_STRING, Deleter<ASN1_OCTET_STRING_free>>;
+
+/// Leaves the thread's OpenSSL error queue as it was: it belongs to the host application.
+class ErrorMark {
+public:
+    ErrorMark() noexcept { ERR_set_mark(); }
+    ErrorMark(const ErrorMark&) = delete;
+    ErrorMark& operator=(const ErrorMark&) = delete;
+    ~ErrorMark() { ERR_pop_to_mark(); }
+};
 
 } // namespace klunortredi::csp::ossl
