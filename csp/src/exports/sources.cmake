@@ -1,1 +1,1 @@
-target_sources(klunortredi_csp PRIVATE src/exports/last_error.cpp)
+target_sources(klunortredi_csp PRIVATE src/exports/last_error.cpp src/exports/text.cpp src/exports/time.cpp)

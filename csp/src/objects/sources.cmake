@@ -1,1 +1,1 @@
-target_sources(klunortredi_csp_core PRIVATE)
+target_sources(klunortredi_csp_core PRIVATE src/objects/time.cpp)
