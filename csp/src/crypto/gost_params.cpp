@@ -1,7 +1,7 @@
 #include "crypto/gost_params.hpp"
 
-#include "crypto/asn1.hpp"
-#include "crypto/ossl.hpp"
+#include "core/der.hpp"
+#include "core/error.hpp"
 
 #include <algorithm>
 #include <array>
@@ -33,6 +33,11 @@ constexpr auto legacyKeyOid = "1.2.643.2.2.19"sv;
 /// id-GostR3411-94-CryptoProParamSet: the hash parameters of GOST R 34.10-2001 keys (RFC 4357).
 constexpr auto legacyDigestParams = "1.2.643.2.2.30.1"sv;
 
+/// What stands beside the curve: the hash function, or for the one of 1994 its parameters.
+std::string_view digestParameter(const KeyAlgorithm& key) {
+    return key.oid == legacyKeyOid ? legacyDigestParams : defaultDigest(key).oid;
+}
+
 } // namespace
 
 std::span<const GostParamSet> gostParamSets() noexcept {
@@ -47,26 +52,28 @@ const GostParamSet* findGostParamSet(const KeyAlgorithm& key, std::string_view o
 }
 
 const GostParamSet* gostParamSetOf(const KeyAlgorithm& key, ByteView parameters) {
-    const auto parts = asn1::splitSequence(parameters);
-    if (!parts || parts->empty() || parts->size() > 3) {
+    try {
+        der::Reader fields(der::readOnly(parameters, der::tag::Sequence).content);
+        const std::string set = der::toOid(fields.read(der::tag::ObjectIdentifier));
+        if (!fields.empty() && der::toOid(fields.read(der::tag::ObjectIdentifier)) != digestParameter(key)) {
+            return nullptr;
+        }
+        if (!fields.empty()) {
+            fields.read(der::tag::ObjectIdentifier); // of a cipher: nothing to a signature
+        }
+        fields.finish();
+        return findGostParamSet(key, set);
+    } catch (const ApiError&) {
         return nullptr;
     }
-    const auto oid = asn1::oidText(parts->front());
-    return oid ? findGostParamSet(key, *oid) : nullptr;
 }
 
 Bytes encodeGostParams(const KeyAlgorithm& key, const GostParamSet& set) {
-    Bytes body = asn1::encodeOid(set.oid);
-    const auto add = [&body](std::string_view oid) {
-        const Bytes encoded = asn1::encodeOid(oid);
-        body.insert(body.end(), encoded.begin(), encoded.end());
-    };
-    if (key.oid == legacyKeyOid) {
-        add(legacyDigestParams);
-    } else if (set.digestOid) {
-        add(defaultDigest(key).oid);
+    Bytes fields = der::objectIdentifier(set.oid);
+    if (key.oid == legacyKeyOid || set.digestOid) {
+        der::append(fields, der::objectIdentifier(digestParameter(key)));
     }
-    return asn1::encodeSequence(body);
+    return der::sequence({fields});
 }
 
 } // namespace klunortredi::csp

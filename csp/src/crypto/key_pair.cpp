@@ -55,21 +55,22 @@ ossl::Pkey generateRsaKey(DWORD bits) {
 Bytes publicKeyInfo(EVP_PKEY* key) {
     const KeyAlgorithm& algorithm = keyAlgorithm(key);
     const ossl::ErrorMark mark;
-    X509_PUBKEY* made = nullptr;
-    if (X509_PUBKEY_set(&made, key) != 1) {
+    unsigned char* encoded = nullptr;
+    const int size = i2d_PUBKEY(key, &encoded);
+    if (size <= 0) {
         fail(capi::NTE_BAD_KEY);
     }
-    const ossl::X509Pubkey info(made);
+    Bytes info(encoded, encoded + size);
+    OPENSSL_free(encoded);
     if (!algorithm.gost) {
-        return spki::encode(*info);
+        return info;
     }
-    spki::Parts parts = spki::split(*info);
+    const spki::Parts parts = spki::split(info);
     const GostParamSet* const set = gostParamSetOf(algorithm, parts.parameters);
     if (set == nullptr) {
         fail(capi::NTE_BAD_ALGID);
     }
-    parts.parameters = encodeGostParams(algorithm, *set);
-    return spki::join(algorithm, parts);
+    return spki::join(algorithm.oid, encodeGostParams(algorithm, *set), parts.key);
 }
 
 bool samePublicKey(ByteView left, ByteView right) {

@@ -1,7 +1,7 @@
 #include "crypto/signature.hpp"
 
+#include "core/der.hpp"
 #include "core/error.hpp"
-#include "crypto/asn1.hpp"
 #include "crypto/engine.hpp"
 #include "crypto/gost_params.hpp"
 #include "crypto/key_pair.hpp"
@@ -16,13 +16,15 @@ namespace klunortredi::csp {
 namespace {
 
 /// The engine decodes points of any size and curves of either family under either OID: what it gets is checked first.
-Bytes checkedGostInfo(const KeyAlgorithm& algorithm, const spki::Parts& parts) {
+void checkGostKey(const KeyAlgorithm& algorithm, const spki::Parts& parts) {
     const GostParamSet* const set = gostParamSetOf(algorithm, parts.parameters);
-    const auto point = asn1::octetString(parts.key);
-    if (set == nullptr || !point || point->size() != 2 * set->bits / 8) {
+    if (set == nullptr) {
         fail(capi::NTE_BAD_PUBLIC_KEY);
     }
-    return spki::join(algorithm, parts);
+    const std::size_t pointSize = 2 * set->bits / 8;
+    if (parts.key != der::octetString(ByteView(parts.key).last(std::min(pointSize, parts.key.size())))) {
+        fail(capi::NTE_BAD_PUBLIC_KEY);
+    }
 }
 
 bool suits(const KeyAlgorithm& key, const DigestAlgorithm& digest) {
@@ -46,14 +48,16 @@ ossl::PkeyCtx operation(EVP_PKEY* key, const KeyAlgorithm& row, const DigestAlgo
 } // namespace
 
 ossl::Pkey publicKeyFromInfo(ByteView subjectPublicKeyInfo) {
-    const ossl::X509Pubkey info = spki::decode(subjectPublicKeyInfo);
-    const spki::Parts parts = spki::split(*info);
+    const spki::Parts parts = spki::split(subjectPublicKeyInfo);
     const KeyAlgorithm* const algorithm = findKey(std::string_view(parts.oid));
     if (algorithm == nullptr) {
         fail(capi::NTE_BAD_PUBLIC_KEY);
     }
-    const Bytes der = algorithm->gost ? checkedGostInfo(*algorithm, parts)
-                                      : Bytes(subjectPublicKeyInfo.begin(), subjectPublicKeyInfo.end());
+    if (algorithm->gost) {
+        checkGostKey(*algorithm, parts);
+        gostEngine(); // the decoder looks for the algorithm among what the engine registered
+    }
+    const Bytes der = spki::join(algorithm->oid, parts.parameters, parts.key);
     const ossl::ErrorMark mark;
     const unsigned char* next = der.data();
     ossl::Pkey key(d2i_PUBKEY(nullptr, &next, static_cast<long>(der.size())));

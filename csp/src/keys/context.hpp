@@ -8,6 +8,7 @@
 #include "crypto/ossl.hpp"
 
 #include <memory>
+#include <string_view>
 
 namespace klunortredi::csp {
 
@@ -28,5 +29,15 @@ public:
 
 /// The context behind a handle. Throws ApiError(ERROR_INVALID_HANDLE) for a handle that is not one of ours.
 std::shared_ptr<SigningContext> signingContext(unsigned long hProv);
+
+/// What CryptAcquireContextW does: a new handle with one reference, which the caller releases with CryptReleaseContext
+/// (0 with CRYPT_DELETEKEYSET, which only deletes). An empty `container` or `provider` stands for a null pointer there.
+/// Errors, in the order in which they are looked for: NTE_BAD_FLAGS, NTE_BAD_PROV_TYPE or NTE_PROV_TYPE_NOT_DEF,
+/// NTE_KEYSET_NOT_DEF or NTE_PROV_TYPE_NO_MATCH, NTE_BAD_KEYSET_PARAM (a name that cannot be), NTE_BAD_KEYSET (no such
+/// container), NTE_EXISTS (CRYPT_NEWKEYSET).
+unsigned long acquireContext(std::wstring_view container, std::wstring_view provider, DWORD type, DWORD flags);
+/// What CryptReleaseContext and CryptContextAddRef do.
+void releaseContext(unsigned long hProv);
+void addContextReference(unsigned long hProv);
 
 } // namespace klunortredi::csp

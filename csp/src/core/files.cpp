@@ -1,0 +1,207 @@
+#include "core/files.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+namespace klunortredi::csp::files {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view temporaryMark = ".tmp-";
+constexpr mode_t directoryMode = 0700;
+
+[[noreturn]] void failErrno() {
+    fail(errorCode(errno));
+}
+
+template <class Call>
+auto retried(Call call) {
+    auto result = call();
+    while (result == -1 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+/// A file that goes again unless it is renamed.
+class Temporary {
+public:
+    explicit Temporary(const fs::path& target)
+        : path_((target.parent_path() / (std::string(temporaryMark) + "XXXXXX")).string()),
+          fd_(mkostemp(path_.data(), O_CLOEXEC)) {
+        if (!fd_) {
+            failErrno();
+        }
+    }
+    Temporary(const Temporary&) = delete;
+    Temporary& operator=(const Temporary&) = delete;
+    ~Temporary() {
+        if (!path_.empty()) {
+            unlink(path_.c_str());
+        }
+    }
+
+    void write(ByteView contents) const {
+        while (!contents.empty()) {
+            const ssize_t written = retried([&] { return ::write(fd_.get(), contents.data(), contents.size()); });
+            if (written < 0) {
+                failErrno();
+            }
+            contents = contents.subspan(static_cast<std::size_t>(written));
+        }
+        if (fsync(fd_.get()) != 0) {
+            failErrno();
+        }
+    }
+
+    void renameTo(const fs::path& target) {
+        if (rename(path_.c_str(), target.c_str()) != 0) {
+            failErrno();
+        }
+        path_.clear();
+    }
+
+private:
+    std::string path_;
+    Descriptor fd_;
+};
+
+Descriptor openForReading(const fs::path& path) {
+    return Descriptor(retried([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
+}
+
+/// Whether `path` still names what was opened; a file renamed or removed meanwhile is no longer the one to lock.
+bool stillNames(const fs::path& path, int fd) {
+    struct stat opened {};
+    struct stat named {};
+    return fstat(fd, &opened) == 0 && stat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+           opened.st_ino == named.st_ino;
+}
+
+} // namespace
+
+DWORD errorCode(int errnoValue) noexcept {
+    switch (errnoValue) {
+    case ENOSPC:
+    case EDQUOT:
+        return capi::ERROR_DISK_FULL;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+        return capi::ERROR_ACCESS_DENIED;
+    case ENOENT:
+        return capi::ERROR_FILE_NOT_FOUND;
+    default:
+        return capi::ERROR_WRITE_FAULT;
+    }
+}
+
+Descriptor::Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+}
+
+Descriptor::~Descriptor() {
+    if (fd_ >= 0) {
+        close(fd_);
+    }
+}
+
+void makeDirectories(const fs::path& directory) {
+    if (mkdir(directory.c_str(), directoryMode) == 0 || errno == EEXIST) {
+        return;
+    }
+    if (errno != ENOENT || !directory.has_relative_path() || directory.parent_path() == directory) {
+        failErrno();
+    }
+    makeDirectories(directory.parent_path());
+    if (mkdir(directory.c_str(), directoryMode) != 0 && errno != EEXIST) {
+        failErrno();
+    }
+}
+
+std::optional<Bytes> read(const fs::path& file, std::size_t limit) {
+    const Descriptor fd = openForReading(file);
+    if (!fd) {
+        if (errno == ENOENT) {
+            return std::nullopt;
+        }
+        failErrno();
+    }
+    struct stat status {};
+    if (fstat(fd.get(), &status) != 0) {
+        failErrno();
+    }
+    if (!S_ISREG(status.st_mode) || static_cast<std::size_t>(status.st_size) > limit) {
+        fail(capi::ERROR_INVALID_DATA);
+    }
+    Bytes contents(static_cast<std::size_t>(status.st_size));
+    std::size_t filled = 0;
+    while (filled < contents.size()) {
+        const ssize_t count =
+            retried([&] { return ::read(fd.get(), contents.data() + filled, contents.size() - filled); });
+        if (count < 0) {
+            failErrno();
+        }
+        if (count == 0) {
+            break;
+        }
+        filled += static_cast<std::size_t>(count);
+    }
+    contents.resize(filled);
+    return contents;
+}
+
+void writeAtomically(const fs::path& file, ByteView contents) {
+    Temporary temporary(file);
+    temporary.write(contents);
+    temporary.renameTo(file);
+    syncDirectory(file.parent_path());
+}
+
+void syncDirectory(const fs::path& directory) {
+    const Descriptor fd = openForReading(directory);
+    if (!fd || fsync(fd.get()) != 0) {
+        failErrno();
+    }
+}
+
+void removeStaleTemporaries(const fs::path& directory) {
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(directory, ignored)) {
+        if (entry.path().filename().string().starts_with(temporaryMark)) {
+            fs::remove(entry.path(), ignored);
+        }
+    }
+}
+
+Lock::Lock(const fs::path& path) {
+    do {
+        fd_ = openForReading(path);
+        if (!fd_ || retried([&] { return flock(fd_.get(), LOCK_EX); }) != 0) {
+            failErrno();
+        }
+    } while (!stillNames(path, fd_.get()));
+}
+
+std::optional<Lock> Lock::tryTake(const fs::path& path) {
+    Descriptor fd = openForReading(path);
+    if (!fd) {
+        failErrno();
+    }
+    if (retried([&] { return flock(fd.get(), LOCK_EX | LOCK_NB); }) != 0 || !stillNames(path, fd.get())) {
+        return std::nullopt;
+    }
+    return Lock(std::move(fd));
+}
+
+} // namespace klunortredi::csp::files

@@ -1,0 +1,64 @@
+#pragma once
+
+/// Files that are there complete or not at all, also after a crash, a full disk or a power cut.
+
+#include "core/bytes.hpp"
+#include "core/error.hpp"
+
+#include <filesystem>
+#include <optional>
+
+namespace klunortredi::csp::files {
+
+/// The CryptoAPI code of an errno value: ENOSPC and EDQUOT are ERROR_DISK_FULL, EACCES and its like
+/// ERROR_ACCESS_DENIED, ENOENT ERROR_FILE_NOT_FOUND, anything else ERROR_WRITE_FAULT.
+DWORD errorCode(int errnoValue) noexcept;
+
+/// Owner of a file descriptor.
+class Descriptor {
+public:
+    explicit Descriptor(int fd = -1) noexcept : fd_(fd) {}
+    Descriptor(Descriptor&& other) noexcept;
+    Descriptor& operator=(Descriptor&& other) noexcept;
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor();
+
+    [[nodiscard]] int get() const noexcept { return fd_; }
+    [[nodiscard]] explicit operator bool() const noexcept { return fd_ >= 0; }
+
+private:
+    int fd_;
+};
+
+/// Creates the directory and its missing parents, the new ones with mode 0700.
+void makeDirectories(const std::filesystem::path& directory);
+
+/// The contents; nothing when there is no such file. A file above `limit` octets is refused with ERROR_INVALID_DATA.
+inline constexpr std::size_t readLimit = 16U << 20U; // far above any key, certificate or list kept here
+std::optional<Bytes> read(const std::filesystem::path& file, std::size_t limit = readLimit);
+
+/// Replaces or creates `file` (mode 0600): written under a temporary name in the same directory, synchronised, renamed,
+/// the directory synchronised. On failure the old contents stand and the temporary file is gone.
+void writeAtomically(const std::filesystem::path& file, ByteView contents);
+
+/// Makes the directory's entries last.
+void syncDirectory(const std::filesystem::path& directory);
+
+/// Removes what killed writers left in `directory`. Call with the lock held that the writers hold.
+void removeStaleTemporaries(const std::filesystem::path& directory);
+
+/// Advisory exclusive lock (flock) on a file or directory, across processes and threads, until destroyed.
+class Lock {
+public:
+    /// Waits for the lock. Throws ApiError(ERROR_FILE_NOT_FOUND) when `path` is not there, or goes while waiting.
+    explicit Lock(const std::filesystem::path& path);
+    /// Nothing when somebody else holds it.
+    static std::optional<Lock> tryTake(const std::filesystem::path& path);
+
+private:
+    explicit Lock(Descriptor fd) noexcept : fd_(std::move(fd)) {}
+    Descriptor fd_;
+};
+
+} // namespace klunortredi::csp::files
