@@ -19,7 +19,7 @@ constexpr std::size_t largestCertificate = 16U << 20U;
 
 /// Says what is wrong with octets that OpenSSL refuses as a certificate.
 DWORD decodingError(ByteView der) {
-    const ossl::QuietErrors quiet;
+    const ossl::ErrorMark mark;
     const unsigned char* position = der.data();
     long length = 0;
     int tag = 0;

@@ -6,21 +6,9 @@
 #include "core/error.hpp"
 #include "crypto/ossl.hpp"
 
-#include <openssl/err.h>
-
 #include <string>
 
 namespace klunortredi::csp::ossl {
-
-/// Drops what OpenSSL calls of this scope leave on the thread's error queue: a refused certificate must not show up as
-/// an error of the host's own OpenSSL use.
-class QuietErrors {
-public:
-    QuietErrors() noexcept { ERR_set_mark(); }
-    QuietErrors(const QuietErrors&) = delete;
-    QuietErrors& operator=(const QuietErrors&) = delete;
-    ~QuietErrors() { ERR_pop_to_mark(); }
-};
 
 /// DER of an OpenSSL object by its i2d function. ApiError(CRYPT_E_BAD_ENCODE) when OpenSSL refuses.
 template <class Encode, class Object>
@@ -40,7 +28,7 @@ Bytes toDer(Encode i2d, Object* object) {
 /// The OpenSSL object of a DER encoding by its d2i function; null when malformed or when octets follow it.
 template <class Owner, class Decode>
 Owner fromDer(Decode d2i, ByteView der) {
-    const QuietErrors quiet;
+    const ErrorMark mark; // a refused certificate is no error of the host's own OpenSSL use
     const unsigned char* position = der.data();
     Owner object(d2i(nullptr, &position, static_cast<long>(der.size())));
     if (position != der.data() + der.size()) {
