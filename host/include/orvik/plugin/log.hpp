@@ -5,6 +5,7 @@
 
 #include "orvik/plugin/export.hpp"
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -30,6 +31,16 @@ inline void warning(std::string_view text) noexcept {
 inline void error(std::string_view text) noexcept {
     write(Severity::error, text);
 }
+
+/// Drops every record below `least`, the application's own trivial records too. For an application that leaves its
+/// logging to the framework; Boost.Log's core keeps the setting.
+ORVIK_EXPORT void setLevel(Severity least);
+
+/// Takes a record; called by one thread at a time.
+using Sink = std::function<void(Severity severity, std::string_view text)>;
+/// Sends the records to `sink` in place of standard output, where Boost.Log puts them when it has no sink; an empty
+/// `sink` takes the last one away.
+ORVIK_EXPORT void setSink(Sink sink);
 
 /// `text` between double quotes, with backslash before quotes and backslashes (std::quoted's form).
 ORVIK_EXPORT std::string quoted(std::string_view text);

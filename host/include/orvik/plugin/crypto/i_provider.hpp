@@ -19,7 +19,11 @@ namespace orvik::plugin::crypto {
 
 class ICertificate;
 class IHash;
+class IProvider;
 class IPublicKey;
+
+/// Without a device first, then by type, name and container. The back-end defines it.
+ORVIK_EXPORT bool operator<(const IProvider& a, const IProvider& b);
 
 /// A hardware device behind a provider; back-ends without devices have none.
 struct Device {
@@ -56,8 +60,10 @@ public:
     virtual ~IProvider();
 
     /// Orders by what the providers are, not where the objects lie.
-    struct ORVIK_EXPORT Less {
-        bool operator()(const boost::shared_ptr<IProvider>& a, const boost::shared_ptr<IProvider>& b) const;
+    struct Less {
+        bool operator()(const boost::shared_ptr<IProvider>& a, const boost::shared_ptr<IProvider>& b) const {
+            return *a < *b;
+        }
     };
     using Set = std::set<boost::shared_ptr<IProvider>, Less>;
 
@@ -84,8 +90,5 @@ public:
     [[nodiscard]] virtual boost::optional<std::wstring> version() const = 0;
     [[nodiscard]] virtual std::vector<unsigned char> randomBytes(std::size_t length) const = 0;
 };
-
-/// Without a device first, then by type, name and container. The back-end defines it.
-ORVIK_EXPORT bool operator<(const IProvider& a, const IProvider& b);
 
 } // namespace orvik::plugin::crypto

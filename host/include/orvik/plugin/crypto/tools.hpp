@@ -32,7 +32,8 @@ struct ProviderInfo {
 struct ParamSetInfo {
     std::string oid;
     std::string algorithm;          ///< public-key algorithm OID
-    std::string secondAlgorithm;    ///< the agreement OID of the same key; empty when there is none
+    std::string secondAlgorithm;    ///< another OID that goes with the set: the older algorithm on the same curve, else
+                                    ///< the agreement OID of the same key; empty when there is none
     std::string hashAlgorithm;      ///< OID of the hash that signs with it
     std::string signatureAlgorithm; ///< OID of signature-with-hash
     std::string name;               ///< for people
@@ -51,8 +52,10 @@ ORVIK_EXPORT boost::optional<ParamSetInfo> algorithmParamSet(boost::string_view 
 ORVIK_EXPORT std::string hashOidFromPublicKeyAlgOid(boost::string_view oid);
 /// The text without armour lines and white space.
 ORVIK_EXPORT std::string normalizePEM(const std::string& text);
-/// Type by name ("OCTET STRING", "UTF8String", "INTEGER", "UTCTime" ..., short names octets, utf8, int, time, der; any
-/// case) to its universal tag number. Throws CryptoException badAttribute for another name.
+/// Type by name ("OCTET STRING", "UTF8String", "INTEGER", "UTCTime"; short names octets, utf8, int, time; any case) to
+/// its universal tag number, the value staying the text it is. Two kinds come out as DER: "der" (type 0), whose text is
+/// the hexadecimal of one whole value, and a time other than the signing time (Unix seconds or YYYY-MM-DDThh:mm:ssZ).
+/// The signing time always has type 23. Throws CryptoException badAttribute for another name or such a value.
 ORVIK_EXPORT std::vector<format::SignedAttribute>
 signedAttributes(const std::set<format::SignatureRequest::Attribute>& attributes);
 /// Whether the text is a decimal number, perhaps signed.

@@ -36,6 +36,7 @@ public:
 
 private:
     std::error_code code_;
+    std::string error_;
     mutable std::string what_;
 };
 

@@ -1,0 +1,10 @@
+#include "orvik/plugin/session.hpp"
+
+namespace orvik::plugin {
+
+const Session& Session::instance() {
+    static const Session session;
+    return session;
+}
+
+} // namespace orvik::plugin

@@ -1,0 +1,38 @@
+#include "orvik/plugin/asn.hpp"
+
+#include "time_text.hpp"
+
+#include <openssl/asn1.h>
+
+#include <algorithm>
+#include <memory>
+#include <new>
+
+namespace orvik::plugin::asn {
+
+std::string utf8String(boost::string_view text) {
+    const std::unique_ptr<ASN1_UTF8STRING, decltype(&ASN1_UTF8STRING_free)> value(ASN1_UTF8STRING_new(),
+                                                                                  &ASN1_UTF8STRING_free);
+    unsigned char* der = nullptr;
+    if (!value || ASN1_STRING_set(value.get(), text.data(), static_cast<int>(text.size())) != 1) {
+        throw std::bad_alloc();
+    }
+    const int size = i2d_ASN1_UTF8STRING(value.get(), &der);
+    if (size < 0) {
+        throw std::bad_alloc();
+    }
+    std::string out(reinterpret_cast<const char*>(der), static_cast<std::size_t>(size));
+    OPENSSL_free(der);
+    return out;
+}
+
+namespace converter {
+
+boost::posix_time::ptime utc_time_to_ptime(const std::string& value, const std::string& format) {
+    const auto end = std::find_if(value.begin(), value.end(), [](char c) { return c < '0' || c > '9'; });
+    return internal::parseTime(std::string(value.begin(), end), format).time;
+}
+
+} // namespace converter
+
+} // namespace orvik::plugin::asn
