@@ -2,9 +2,8 @@
 
 /// Failures of the CryptoAPI as exceptions.
 
-#include "crypto/wincrypt/export.hpp"
-
 #include "orvik/plugin/exception/exception.hpp"
+#include "orvik/plugin/export.hpp"
 
 #include <system_error>
 
@@ -14,7 +13,7 @@ namespace orvik::plugin::crypto::exception {
 /// is the service's own text in UTF-8.
 ///
 /// Construct it at the line after the failed call, before anything else can touch the last error.
-class WINCRYPT_EXPORT SystemException : public plugin::exception::Exception {
+class ORVIK_EXPORT SystemException : public plugin::exception::Exception {
 public:
     /// The calling thread's last error of the service; 0 when no service is installed.
     SystemException();
@@ -37,6 +36,6 @@ public:
 };
 
 /// Name "System"; messages from the service's message table, empty when it has none.
-WINCRYPT_EXPORT const std::error_category& systemCategory();
+ORVIK_EXPORT const std::error_category& systemCategory();
 
 } // namespace orvik::plugin::crypto::exception

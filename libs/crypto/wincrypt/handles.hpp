@@ -5,17 +5,17 @@
 /// In an object that holds several, declare a provider context before the keys and hashes made from it: members go in
 /// the reverse order, so the keys are given back first.
 
-#include "crypto/wincrypt/export.hpp"
 #include "crypto/wincrypt/scoped_handle.hpp"
 
 #include "orvik/plugin/crypto/i_provider.hpp"
+#include "orvik/plugin/export.hpp"
 
 #include <string>
 
 namespace orvik::plugin::wincrypt {
 
 /// A provider context (CryptAcquireContextW, CryptReleaseContext).
-class WINCRYPT_EXPORT HCRYPTPROV : public scoped_handle<unsigned long> {
+class ORVIK_EXPORT HCRYPTPROV : public scoped_handle<unsigned long> {
 public:
     /// Holds nothing.
     HCRYPTPROV();
@@ -40,25 +40,25 @@ private:
 };
 
 /// A key; filled through CryptGenKey, CryptGetUserKey or CryptImportPublicKeyInfo.
-class WINCRYPT_EXPORT HCRYPTKEY : public scoped_handle<unsigned long> {
+class ORVIK_EXPORT HCRYPTKEY : public scoped_handle<unsigned long> {
 public:
     HCRYPTKEY();
 };
 
 /// A hash; filled through CryptCreateHash.
-class WINCRYPT_EXPORT HCRYPTHASH : public scoped_handle<unsigned long> {
+class ORVIK_EXPORT HCRYPTHASH : public scoped_handle<unsigned long> {
 public:
     HCRYPTHASH();
 };
 
 /// A message; filled through CryptMsgOpenToEncode or CryptMsgOpenToDecode.
-class WINCRYPT_EXPORT HCRYPTMSG : public scoped_handle<void*> {
+class ORVIK_EXPORT HCRYPTMSG : public scoped_handle<void*> {
 public:
     HCRYPTMSG();
 };
 
 /// The certificates carried in a message, as a store. Holds nothing when the store cannot be opened.
-class WINCRYPT_EXPORT HCERTSTORE : public scoped_handle<void*> {
+class ORVIK_EXPORT HCERTSTORE : public scoped_handle<void*> {
 public:
     /// `message` (RFC 5652 SignedData, opened to decode) stays the caller's and must outlive the store.
     explicit HCERTSTORE(void* message);

@@ -8,9 +8,9 @@
 /// opens its libraries; with none installed every forwarder throws CryptoException noProvider. Calls from several
 /// threads are safe as far as the service itself allows.
 
-#include "crypto/wincrypt/export.hpp"
-
 #include "capi/entry_points.h"
+
+#include "orvik/plugin/export.hpp"
 
 #include <boost/date_time/posix_time/ptime.hpp>
 #include <boost/smart_ptr/shared_ptr.hpp>
@@ -25,7 +25,7 @@ namespace orvik::plugin::wincrypt {
 
 class Certificate;
 
-#define WINCRYPT_DECLARE_FORWARDED(result, member, parameters) WINCRYPT_EXPORT result member parameters;
+#define WINCRYPT_DECLARE_FORWARDED(result, member, parameters) ORVIK_EXPORT result member parameters;
 #define WINCRYPT_DECLARE_LOADER(result, member, parameters)
 #define WINCRYPT_DECLARE(reach, qualifier, result, member, pointer, symbol, parameters, arguments)                     \
     WINCRYPT_DECLARE_##reach(result, member, parameters)
@@ -36,20 +36,20 @@ KLUNORTREDI_ENTRY_POINTS(WINCRYPT_DECLARE)
 
 /// The calling thread's last error of the service, picking a service when none is picked yet; 0 with none installed.
 /// Never throws.
-WINCRYPT_EXPORT unsigned GetLastErrorEx();
+ORVIK_EXPORT unsigned GetLastErrorEx();
 /// Sets it; does nothing with no service installed. Never throws.
-WINCRYPT_EXPORT void SetLastErrorEx(unsigned code);
+ORVIK_EXPORT void SetLastErrorEx(unsigned code);
 /// Always 0, whatever SetLastError was given: code that needs the value calls GetLastErrorEx.
-WINCRYPT_EXPORT unsigned GetLastError();
+ORVIK_EXPORT unsigned GetLastError();
 /// The same as SetLastErrorEx.
-WINCRYPT_EXPORT void SetLastError(unsigned code);
+ORVIK_EXPORT void SetLastError(unsigned code);
 
 /// 1 when the service of that crypto::IProvider::Family is installed, else 0; picks a service when none is picked yet
 /// and never changes one that is. Throws CryptoException noProvider when none is installed at all.
-WINCRYPT_EXPORT unsigned CoInitializeEx(unsigned family);
+ORVIK_EXPORT unsigned CoInitializeEx(unsigned family);
 /// Nothing to do on this platform; 0.
-WINCRYPT_EXPORT int CoInitialize(void* reserved);
-WINCRYPT_EXPORT void CoUninitialize();
+ORVIK_EXPORT int CoInitialize(void* reserved);
+ORVIK_EXPORT void CoUninitialize();
 
 /// Sizing helpers: ask the size, then fetch. The result holds octets, not text.
 ///
@@ -58,35 +58,35 @@ WINCRYPT_EXPORT void CoUninitialize();
 /// pointers; those point into the result and survive a move, not a copy.
 
 /// Parameter of a provider, one short. Empty on failure.
-WINCRYPT_EXPORT std::string CryptGetProvParamEx(unsigned long hProv, DWORD dwParam);
+ORVIK_EXPORT std::string CryptGetProvParamEx(unsigned long hProv, DWORD dwParam);
 /// Parameter of a key. Empty on failure.
-WINCRYPT_EXPORT std::string CryptGetKeyParamEx(unsigned long hKey, DWORD dwParam);
+ORVIK_EXPORT std::string CryptGetKeyParamEx(unsigned long hKey, DWORD dwParam);
 /// Property of a certificate of 2 to 102400 octets, one short. Empty on failure and for other sizes.
-WINCRYPT_EXPORT std::string CertGetCertificateContextPropertyEx(PCCERT_CONTEXT pCertContext, DWORD dwPropId);
+ORVIK_EXPORT std::string CertGetCertificateContextPropertyEx(PCCERT_CONTEXT pCertContext, DWORD dwPropId);
 /// Decoded structure of 2 to 102400 octets, one short. Empty on failure and for other sizes.
-WINCRYPT_EXPORT std::string CryptDecodeObjectEx(DWORD dwEncodingType, const char* lpszStructType, const BYTE* pbEncoded,
-                                                DWORD cbEncoded);
+ORVIK_EXPORT std::string CryptDecodeObjectEx(DWORD dwEncodingType, const char* lpszStructType, const BYTE* pbEncoded,
+                                             DWORD cbEncoded);
 /// Parameter of a message. Throws SystemException.
-WINCRYPT_EXPORT std::string CryptMsgGetParamEx(void* hMsg, DWORD dwParamType, DWORD dwIndex);
+ORVIK_EXPORT std::string CryptMsgGetParamEx(void* hMsg, DWORD dwParamType, DWORD dwIndex);
 /// DER of a structure. Throws SystemException; empty when the service reports size 0.
-WINCRYPT_EXPORT std::string CryptEncodeObjectEx(DWORD dwEncodingType, const char* lpszStructType,
-                                                const void* pvStructInfo);
+ORVIK_EXPORT std::string CryptEncodeObjectEx(DWORD dwEncodingType, const char* lpszStructType,
+                                             const void* pvStructInfo);
 /// CERT_PUBLIC_KEY_INFO of a container's key, 2 to 102400 octets. Throws SystemException; empty for other sizes.
-WINCRYPT_EXPORT std::string CryptExportPublicKeyInfoEx(unsigned long hProv, DWORD dwKeySpec, DWORD dwCertEncodingType);
+ORVIK_EXPORT std::string CryptExportPublicKeyInfoEx(unsigned long hProv, DWORD dwKeySpec, DWORD dwCertEncodingType);
 
 /// Names of the providers of every installed service (not of the picked one only) by provider type; of two with one
 /// type, the first enumerated.
-WINCRYPT_EXPORT std::map<unsigned, std::wstring> EnumProvidersEx();
+ORVIK_EXPORT std::map<unsigned, std::wstring> EnumProvidersEx();
 
 /// Every certificate of a system store. Empty for an empty name and for a store that cannot be opened.
-WINCRYPT_EXPORT std::set<boost::shared_ptr<Certificate>> CertEnumCertificatesInStoreEx(boost::string_view storeName);
+ORVIK_EXPORT std::set<boost::shared_ptr<Certificate>> CertEnumCertificatesInStoreEx(boost::string_view storeName);
 
 namespace converter {
 
 /// Whole seconds; the rest of the FILETIME is dropped.
-WINCRYPT_EXPORT boost::posix_time::ptime to_ptime(const FILETIME& time);
+ORVIK_EXPORT boost::posix_time::ptime to_ptime(const FILETIME& time);
 /// A FILETIME as one number: 100-nanosecond intervals since 1601-01-01 UTC.
-WINCRYPT_EXPORT std::int64_t to_filetime(const boost::posix_time::ptime& time);
+ORVIK_EXPORT std::int64_t to_filetime(const boost::posix_time::ptime& time);
 
 } // namespace converter
 
