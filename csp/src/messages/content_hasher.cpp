@@ -1,0 +1,39 @@
+#include "messages/content_hasher.hpp"
+
+#include <algorithm>
+
+namespace klunortredi::csp {
+
+void ContentHasher::add(std::string_view oid) {
+    const DigestAlgorithm* const algorithm = findDigest(oid);
+    const auto same = [&](const Hash& hash) { return &hash.digest.algorithm() == algorithm; };
+    if (algorithm != nullptr && std::ranges::none_of(hashes_, same)) {
+        hashes_.push_back({Digest(*algorithm), {}});
+    }
+}
+
+void ContentHasher::update(ByteView piece) {
+    for (Hash& hash : hashes_) {
+        hash.digest.update(piece);
+    }
+}
+
+void ContentHasher::finish() {
+    for (Hash& hash : hashes_) {
+        hash.value = hash.digest.finish();
+    }
+}
+
+const Bytes* ContentHasher::value(const DigestAlgorithm& algorithm) const noexcept {
+    const auto same = [&](const Hash& hash) { return &hash.digest.algorithm() == &algorithm; };
+    const auto found = std::ranges::find_if(hashes_, same);
+    return found == hashes_.end() ? nullptr : &found->value;
+}
+
+bool operator==(const ContentHasher& a, const ContentHasher& b) {
+    return std::ranges::equal(a.hashes_, b.hashes_, [](const auto& left, const auto& right) {
+        return &left.digest.algorithm() == &right.digest.algorithm() && left.value == right.value;
+    });
+}
+
+} // namespace klunortredi::csp

@@ -1,0 +1,33 @@
+#pragma once
+
+/// What a message may cost. A message comes from a stranger, and all of it is read before any signature is checked.
+
+#include <cstddef>
+#include <cstdint>
+
+namespace klunortredi::csp::limits {
+
+/// Open elements. SignedData itself needs 8; the rest is for octet strings nested in octet strings and for time-stamps
+/// inside time-stamps in unsigned attributes, each of which costs about 9.
+inline constexpr std::size_t nestingDepth = 64;
+
+/// Octets kept of certificates, CRLs and signer infos together. The largest bundles in use (national lists of
+/// certificates and CRLs) stay below 10 MiB; twice this still fits in what a verification may take.
+inline constexpr std::size_t retainedOctets = 16U << 20U;
+
+/// Octets of one object identifier, version or algorithm identifier: the longest in use have under 100.
+inline constexpr std::size_t smallElement = 4096;
+
+/// Digest algorithms listed. Each known one costs a pass over the content; there are fewer than ten.
+inline constexpr std::size_t digestAlgorithms = 32;
+
+/// Signers. Each costs a signature check; documents with more than a few dozen signatures are not made.
+inline constexpr std::size_t signers = 256;
+
+/// Certificates, and CRLs. The largest published test bundle has about 400.
+inline constexpr std::size_t certificates = 4096;
+
+/// Octets of a message that is taken or made in one piece: the interface tells sizes in 32 bits.
+inline constexpr std::uint64_t onePiece = 0xFFFFFFFF;
+
+} // namespace klunortredi::csp::limits

@@ -1,0 +1,26 @@
+#pragma once
+
+/// Whether a signer's signature holds (RFC 5652, 5.4 and 5.6).
+
+#include "core/bytes.hpp"
+#include "messages/content_hasher.hpp"
+#include "messages/signer_info.hpp"
+
+#include <string_view>
+
+namespace klunortredi::csp {
+
+/// Returns when `signer` has signed content of `contentType` (dotted eContentType) with the hash values of `content`,
+/// and the signature is that of the key in `subjectPublicKeyInfo`. Whether that key is the signer's is the caller's
+/// matter. Throws ApiError:
+///
+/// CRYPT_E_UNKNOWN_ALGO          digest unknown or not listed by the message, or signature algorithm unknown
+/// CRYPT_E_AUTH_ATTR_MISSING     a signed attribute that must stand there once with one value does not
+/// CRYPT_E_UNEXPECTED_MSG_TYPE   the contentType attribute names another type
+/// CRYPT_E_HASH_VALUE            the messageDigest attribute is not the content's hash
+/// NTE_BAD_SIGNATURE             the signature value is not the key's, or the algorithms named do not fit together
+/// NTE_BAD_PUBLIC_KEY            no usable key
+void checkSignature(const SignerInfo& signer, std::string_view contentType, const ContentHasher& content,
+                    ByteView subjectPublicKeyInfo);
+
+} // namespace klunortredi::csp

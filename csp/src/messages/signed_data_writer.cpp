@@ -1,0 +1,87 @@
+#include "messages/signed_data_writer.hpp"
+
+#include "core/der.hpp"
+#include "messages/cms_types.hpp"
+#include "messages/definite.hpp"
+
+namespace klunortredi::csp {
+
+namespace {
+
+constexpr std::uint8_t explicitContent = der::tag::contextConstructed(0);
+
+/// Headers of elements, each the only or the last member of the one before it, found from the inside out.
+class Nesting {
+public:
+    explicit Nesting(std::uint64_t innermostSize) : size_(innermostSize) {}
+
+    /// Puts a header (and octets that stand before the content so far) around.
+    void wrap(std::uint8_t identifier, ByteView before = {}) {
+        octets_.insert(octets_.begin(), before.begin(), before.end());
+        size_ += before.size();
+        const Bytes header = definiteHeader(identifier, size_);
+        octets_.insert(octets_.begin(), header.begin(), header.end());
+        size_ += header.size();
+    }
+    /// Octets that follow inside the element put around next.
+    void follow(std::uint64_t size) { size_ += size; }
+
+    [[nodiscard]] const Bytes& octets() const noexcept { return octets_; }
+
+private:
+    Bytes octets_;
+    std::uint64_t size_;
+};
+
+Bytes optionalSet(const std::vector<Bytes>& members, unsigned number) {
+    return members.empty() ? Bytes{} : der::setOf(members, der::tag::contextConstructed(number));
+}
+
+} // namespace
+
+SignedDataWriter::SignedDataWriter(std::string_view contentType, std::vector<Bytes> digestAlgorithms,
+                                   std::vector<Bytes> certificates, std::vector<Bytes> crls)
+    : contentType_(der::objectIdentifier(contentType)), certificates_(std::move(certificates)), crls_(std::move(crls)),
+      revocation_(der::concat({optionalSet(certificates_, 0), optionalSet(crls_, 1)})) {
+    // Certificates of X.509 and signers named by issuer and serial number only: 1, but 3 for other than plain data.
+    constexpr std::int64_t plain = 1;
+    constexpr std::int64_t typed = 3;
+    versionAndDigests_ =
+        der::concat({der::integer(contentType == oid::data ? plain : typed), der::setOf(std::move(digestAlgorithms))});
+}
+
+Bytes SignedDataWriter::definiteHead(std::optional<std::uint64_t> contentSize, std::uint64_t signersSize) const {
+    Nesting nesting(contentSize.value_or(0));
+    if (contentSize) {
+        nesting.wrap(der::tag::OctetString);
+        nesting.wrap(explicitContent);
+    }
+    nesting.wrap(der::tag::Sequence, contentType_);
+    nesting.follow(revocation_.size() + definiteHeader(der::tag::Set, signersSize).size() + signersSize);
+    nesting.wrap(der::tag::Sequence, versionAndDigests_);
+    nesting.wrap(explicitContent);
+    nesting.wrap(der::tag::Sequence, der::objectIdentifier(oid::signedData));
+    return nesting.octets();
+}
+
+Bytes SignedDataWriter::definiteTail(const std::vector<Bytes>& signerInfos) const {
+    return der::concat({revocation_, der::setOf(signerInfos)});
+}
+
+Bytes SignedDataWriter::streamHead() const {
+    constexpr std::uint8_t indefinite = 0x80;
+    constexpr std::uint8_t constructedOctetString = 0x24;
+    const Bytes sequence{der::tag::Sequence, indefinite};
+    const Bytes content{explicitContent, indefinite};
+    return der::concat({sequence, der::objectIdentifier(oid::signedData), content, sequence, versionAndDigests_,
+                        sequence, contentType_, content, Bytes{constructedOctetString, indefinite}});
+}
+
+Bytes SignedDataWriter::streamTail(const std::vector<Bytes>& signerInfos) const {
+    // The OCTET STRING, its explicit tag and the EncapsulatedContentInfo end before; SignedData, its explicit tag and
+    // the ContentInfo behind.
+    const Bytes threeEnds(6);
+    return der::concat({threeEnds, definiteTail(signerInfos), threeEnds});
+}
+
+} // namespace klunortredi::csp

@@ -1,0 +1,239 @@
+#include "messages/signed_decoder.hpp"
+
+#include "certs/cert_info.hpp"
+#include "certs/x509_der.hpp"
+#include "core/der.hpp"
+#include "core/error.hpp"
+#include "messages/definite.hpp"
+#include "messages/limits.hpp"
+#include "messages/signature_check.hpp"
+#include "messages/signed_params.hpp"
+#include "messages/signer_match.hpp"
+
+#include <algorithm>
+
+namespace klunortredi::csp {
+
+namespace {
+
+bool isSequence(const Bytes& element) {
+    return element.front() == der::tag::Sequence;
+}
+
+/// The elements that are certificates or CRLs proper, without other kinds (RFC 5652, 10.2).
+std::vector<Bytes> proper(const std::vector<Bytes>& choices) {
+    std::vector<Bytes> found;
+    std::ranges::copy_if(choices, std::back_inserter(found), isSequence);
+    return found;
+}
+
+/// Refuses a message that carries something else in the place of a certificate or CRL.
+template <class Owner, class Decode>
+void requireDecodable(const std::vector<Bytes>& choices, Decode d2i) {
+    for (const Bytes& choice : choices) {
+        if (isSequence(choice) && !ossl::fromDer<Owner>(d2i, choice)) {
+            fail(capi::CRYPT_E_ASN1_CORRUPT);
+        }
+    }
+}
+
+void keepWithinOnePiece(Bytes& kept, ByteView piece) {
+    if (piece.size() > limits::onePiece - kept.size()) {
+        fail(capi::CRYPT_E_ASN1_LARGE);
+    }
+    der::append(kept, piece);
+}
+
+Bytes joined(const std::vector<Bytes>& elements) {
+    Bytes all;
+    for (const Bytes& element : elements) {
+        der::append(all, element);
+    }
+    return all;
+}
+
+/// [number] IMPLICIT SET OF, left out when it has no members.
+Bytes optionalSet(unsigned number, const std::vector<Bytes>& members) {
+    return members.empty() ? Bytes{} : der::element(der::tag::contextConstructed(number), joined(members));
+}
+
+} // namespace
+
+SignedDecoder::SignedDecoder(bool detached, std::optional<StreamOutput> stream)
+    : detached_(detached), stream_(stream), reader_(*this) {}
+
+std::vector<Bytes> SignedDecoder::certificates() const {
+    requireRead();
+    return proper(reader_.parts().certificates);
+}
+
+std::vector<Bytes> SignedDecoder::crls() const {
+    requireRead();
+    return proper(reader_.parts().crls);
+}
+
+ByteView SignedDecoder::content() const {
+    if (stream_) {
+        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
+    }
+    return content_;
+}
+
+Bytes SignedDecoder::encoded() const {
+    if (stream_) {
+        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
+    }
+    if (!changed_) {
+        return encoded_;
+    }
+    const SignedDataParts& parts = reader_.parts();
+    const ByteView encapContentInfo = ByteView(encoded_).subspan(
+        parts.encapContentInfoBegin, parts.encapContentInfoEnd - parts.encapContentInfoBegin);
+    const Bytes signedData =
+        der::sequence({parts.version, der::element(der::tag::Set, joined(parts.digestAlgorithms)),
+                       toDefinite(encapContentInfo), optionalSet(0, parts.certificates), optionalSet(1, parts.crls),
+                       der::element(der::tag::Set, joined(signerInfos_))});
+    return der::sequence({parts.contentType, der::explicitTag(0, signedData)});
+}
+
+void SignedDecoder::requireRead() const {
+    if (stage_ == Stage::Message) {
+        fail(capi::CRYPT_E_STREAM_MSG_NOT_READY);
+    }
+}
+
+void SignedDecoder::doUpdate(ByteView piece, bool final) {
+    switch (stage_) {
+    case Stage::Message:
+        feedMessage(piece, final);
+        return;
+    case Stage::DetachedContent:
+        feedDetachedContent(piece, final);
+        return;
+    case Stage::Read:
+        fail(capi::CRYPT_E_MSG_ERROR);
+    }
+}
+
+void SignedDecoder::feedMessage(ByteView piece, bool final) {
+    if (!stream_) {
+        keepWithinOnePiece(encoded_, piece);
+    }
+    reader_.feed(piece);
+    if (!final) {
+        return;
+    }
+    reader_.finish();
+    const SignedDataParts& parts = reader_.parts();
+    requireDecodable<ossl::X509Ptr>(parts.certificates, d2i_X509);
+    requireDecodable<ossl::X509CrlPtr>(parts.crls, d2i_X509_CRL);
+    for (const Bytes& signerInfo : parts.signerInfos) {
+        signers_.push_back(decodeSignerInfo(signerInfo));
+    }
+    signerInfos_ = parts.signerInfos;
+    embedded_.finish();
+    if (stream_ && !detached_) {
+        stream_->write({}, true);
+    }
+    stage_ = detached_ ? Stage::DetachedContent : Stage::Read;
+}
+
+void SignedDecoder::feedDetachedContent(ByteView piece, bool final) {
+    contentFed_ = true;
+    fed_.update(piece);
+    if (final) {
+        fed_.finish();
+        stage_ = Stage::Read;
+    }
+}
+
+void SignedDecoder::contentBegins(const SignedDataParts& parts) {
+    contentType_ = decodeOid(parts.eContentType);
+    for (const Bytes& algorithm : parts.digestAlgorithms) {
+        const AlgorithmId id = decodeAlgorithm(algorithm);
+        embedded_.add(id.oid);
+        if (detached_) {
+            fed_.add(id.oid);
+        }
+    }
+}
+
+void SignedDecoder::content(ByteView piece) {
+    embedded_.update(piece);
+    if (!stream_) {
+        keepWithinOnePiece(content_, piece);
+    } else if (!detached_) {
+        stream_->write(piece);
+    }
+}
+
+void SignedDecoder::doParam(DWORD type, DWORD index, void* data, DWORD* size) {
+    requireRead();
+    giveSignedParam(*this, type, index, data, size);
+}
+
+void SignedDecoder::doControl(DWORD type, const void* parameters) {
+    requireRead();
+    if (parameters == nullptr) {
+        fail(capi::ERROR_INVALID_PARAMETER);
+    }
+    switch (type) {
+    case capi::CMSG_CTRL_VERIFY_SIGNATURE:
+        verifySignature(static_cast<const CERT_INFO*>(parameters));
+        return;
+    case capi::CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR:
+        addUnsignedAttribute(static_cast<const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA*>(parameters));
+        return;
+    case capi::CMSG_CTRL_DECRYPT:
+        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
+    default:
+        fail(capi::CRYPT_E_CONTROL_TYPE);
+    }
+}
+
+/// The hashes of what the signature is about.
+const ContentHasher& SignedDecoder::signedContent() {
+    const bool embedded = reader_.parts().hasContent;
+    if (!detached_) {
+        if (!embedded) {
+            fail(capi::CRYPT_E_STREAM_MSG_NOT_READY);
+        }
+        return embedded_;
+    }
+    if (stage_ == Stage::DetachedContent) {
+        if (contentFed_) {
+            fail(capi::CRYPT_E_STREAM_MSG_NOT_READY);
+        }
+        feedDetachedContent({}, true); // a caller with an empty file has nothing to feed
+    }
+    // A message that brings content of its own vouches for no other.
+    if (embedded && !(embedded_ == fed_)) {
+        fail(capi::CRYPT_E_HASH_VALUE);
+    }
+    return fed_;
+}
+
+void SignedDecoder::verifySignature(const CERT_INFO* certificate) {
+    const auto names = [&](const SignerInfo& signer) { return namesCertificate(signer.id, *certificate); };
+    const auto signer = std::ranges::find_if(signers_, names);
+    if (signer == signers_.end()) {
+        fail(capi::CRYPT_E_SIGNER_NOT_FOUND);
+    }
+    checkSignature(*signer, contentType_, signedContent(), encodePublicKeyInfo(certificate->SubjectPublicKeyInfo));
+}
+
+void SignedDecoder::addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA* parameters) {
+    if (parameters->cbSize != sizeof *parameters || parameters->blob.pbData == nullptr) {
+        fail(capi::ERROR_INVALID_PARAMETER);
+    }
+    if (parameters->dwSignerIndex >= signers_.size()) {
+        fail(capi::CRYPT_E_INVALID_INDEX);
+    }
+    const std::size_t index = parameters->dwSignerIndex;
+    Bytes grown = withUnsignedAttribute(signerInfos_[index], {parameters->blob.pbData, parameters->blob.cbData});
+    signers_[index] = decodeSignerInfo(grown);
+    signerInfos_[index] = std::move(grown);
+    changed_ = true;
+}
+
+} // namespace klunortredi::csp

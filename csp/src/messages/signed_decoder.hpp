@@ -1,0 +1,64 @@
+#pragma once
+
+/// A SignedData message being read.
+
+#include "messages/content_hasher.hpp"
+#include "messages/handles.hpp"
+#include "messages/signed_data_reader.hpp"
+#include "messages/signer_info.hpp"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace klunortredi::csp {
+
+class SignedDecoder final : public Message, private SignedDataListener {
+public:
+    /// With `stream`, content goes to its callback and nothing of it is kept; without, the whole message is kept for
+    /// CMSG_CONTENT_PARAM and CMSG_ENCODED_MESSAGE. `detached`: after the message, updates feed the content.
+    SignedDecoder(bool detached, std::optional<StreamOutput> stream);
+
+    [[nodiscard]] std::vector<Bytes> certificates() const override;
+    [[nodiscard]] std::vector<Bytes> crls() const override;
+
+    // What the parameters are made of. All but these need a message read to its end.
+    [[nodiscard]] const std::vector<SignerInfo>& signers() const noexcept { return signers_; }
+    [[nodiscard]] const std::string& contentType() const noexcept { return contentType_; }
+    /// The content, when this message has it in one piece; ApiError(CRYPT_E_INVALID_MSG_TYPE) when it does not.
+    [[nodiscard]] ByteView content() const;
+    /// The whole message; with definite lengths where an attribute was added. Errors as of `content`.
+    [[nodiscard]] Bytes encoded() const;
+
+private:
+    void doUpdate(ByteView piece, bool final) override;
+    void doParam(DWORD type, DWORD index, void* data, DWORD* size) override;
+    void doControl(DWORD type, const void* parameters) override;
+    void contentBegins(const SignedDataParts& parts) override;
+    void content(ByteView piece) override;
+
+    void feedMessage(ByteView piece, bool final);
+    void feedDetachedContent(ByteView piece, bool final);
+    void requireRead() const;
+    const ContentHasher& signedContent();
+    void verifySignature(const CERT_INFO* certificate);
+    void addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA* parameters);
+
+    enum class Stage { Message, DetachedContent, Read };
+
+    const bool detached_;
+    const std::optional<StreamOutput> stream_;
+    Stage stage_ = Stage::Message;
+    SignedDataReader reader_;
+    std::vector<SignerInfo> signers_;
+    std::vector<Bytes> signerInfos_; ///< encoded, with definite lengths
+    std::string contentType_;
+    ContentHasher embedded_;
+    ContentHasher fed_;
+    bool contentFed_ = false;
+    bool changed_ = false;
+    Bytes content_;
+    Bytes encoded_;
+};
+
+} // namespace klunortredi::csp

@@ -1,0 +1,207 @@
+#include "messages/signed_encoder.hpp"
+
+#include "certs/blob.hpp"
+#include "certs/x509_der.hpp"
+#include "core/der.hpp"
+#include "core/error.hpp"
+#include "core/output.hpp"
+#include "messages/cms_types.hpp"
+#include "messages/definite.hpp"
+#include "messages/limits.hpp"
+
+#include <algorithm>
+#include <span>
+
+namespace klunortredi::csp {
+
+namespace {
+
+/// Octets of content in one segment of a streamed message: large enough that headers cost nothing, small enough to be
+/// held while content comes octet by octet. Segments do not depend on how the content was cut by the caller.
+constexpr std::size_t segmentSize = 64U << 10U;
+
+template <class Owner, class Decode>
+std::vector<Bytes> encodedItems(const CRYPTOAPI_BLOB* first, DWORD count, Decode d2i) {
+    if (first == nullptr && count != 0) {
+        fail(capi::ERROR_INVALID_PARAMETER);
+    }
+    std::vector<Bytes> items;
+    for (const CRYPTOAPI_BLOB& blob : std::span(first, count)) {
+        const ByteView der = blobView(blob);
+        if (!ossl::fromDer<Owner>(d2i, der)) {
+            fail(capi::CRYPT_E_ASN1_CORRUPT);
+        }
+        items.emplace_back(der.begin(), der.end());
+    }
+    return items;
+}
+
+std::vector<SignerBuilder> signers(const CMSG_SIGNED_ENCODE_INFO& info, std::string_view contentType) {
+    if (info.cbSize != sizeof info || (info.rgSigners == nullptr && info.cSigners != 0)) {
+        fail(capi::ERROR_INVALID_PARAMETER);
+    }
+    std::vector<SignerBuilder> made;
+    for (const CMSG_SIGNER_ENCODE_INFO& signer : std::span(info.rgSigners, info.cSigners)) {
+        made.emplace_back(signer, contentType);
+    }
+    return made;
+}
+
+std::vector<Bytes> digestAlgorithms(const std::vector<SignerBuilder>& signers) {
+    std::vector<Bytes> all;
+    for (const SignerBuilder& signer : signers) {
+        Bytes algorithm = signer.digestAlgorithm();
+        if (std::ranges::find(all, algorithm) == all.end()) {
+            all.push_back(std::move(algorithm));
+        }
+    }
+    return all;
+}
+
+} // namespace
+
+SignedEncoder::SignedEncoder(const CMSG_SIGNED_ENCODE_INFO& info, std::string_view contentType, bool detached,
+                             std::optional<StreamOutput> stream)
+    : detached_(detached), stream_(stream), signers_(signers(info, contentType)),
+      writer_(contentType, digestAlgorithms(signers_),
+              encodedItems<ossl::X509Ptr>(info.rgCertEncoded, info.cCertEncoded, d2i_X509),
+              encodedItems<ossl::X509CrlPtr>(info.rgCrlEncoded, info.cCrlEncoded, d2i_X509_CRL)) {
+    for (const SignerBuilder& signer : signers_) {
+        hasher_.add(signer.digest().oid);
+    }
+}
+
+std::vector<Bytes> SignedEncoder::certificates() const {
+    return writer_.certificates();
+}
+
+std::vector<Bytes> SignedEncoder::crls() const {
+    return writer_.crls();
+}
+
+bool SignedEncoder::sizeTold() const noexcept {
+    return stream_ && stream_->contentSize() != capi::CMSG_INDEFINITE_LENGTH;
+}
+
+void SignedEncoder::doUpdate(ByteView piece, bool final) {
+    if (finished_) {
+        fail(capi::CRYPT_E_MSG_ERROR);
+    }
+    contentSize_ += piece.size();
+    if (sizeTold() && (contentSize_ > stream_->contentSize() || (final && contentSize_ != stream_->contentSize()))) {
+        fail(capi::CRYPT_E_BAD_LEN);
+    }
+    takeContent(piece);
+    if (final) {
+        finish();
+    }
+}
+
+void SignedEncoder::takeContent(ByteView piece) {
+    hasher_.update(piece);
+    if (detached_) {
+        return;
+    }
+    if (!stream_) {
+        if (contentSize_ > limits::onePiece) {
+            fail(capi::CRYPT_E_BAD_LEN);
+        }
+        der::append(content_, piece);
+        return;
+    }
+    if (!std::exchange(headWritten_, true)) {
+        std::uint64_t signersSize = 0;
+        for (const SignerBuilder& signer : signers_) {
+            signersSize += signer.encodedSize();
+        }
+        emit(sizeTold() ? writer_.definiteHead(stream_->contentSize(), signersSize) : writer_.streamHead());
+    }
+    if (!sizeTold()) {
+        writeSegments(piece);
+    } else if (!piece.empty()) {
+        emit(piece);
+    }
+}
+
+void SignedEncoder::writeSegments(ByteView piece) {
+    if (!segment_.empty()) {
+        const ByteView filling = piece.first(std::min(piece.size(), segmentSize - segment_.size()));
+        der::append(segment_, filling);
+        piece = piece.subspan(filling.size());
+        if (segment_.size() == segmentSize) {
+            writeSegment(segment_);
+            segment_.clear();
+        }
+    }
+    for (; piece.size() >= segmentSize; piece = piece.subspan(segmentSize)) {
+        writeSegment(piece.first(segmentSize));
+    }
+    der::append(segment_, piece);
+}
+
+void SignedEncoder::writeSegment(ByteView segment) {
+    emit(definiteHeader(der::tag::OctetString, segment.size()));
+    emit(segment);
+}
+
+void SignedEncoder::finish() {
+    hasher_.finish();
+    // All signatures before any of the rest: when one fails, nothing that looks finished has been given out.
+    std::vector<Bytes> signerInfos;
+    std::uint64_t signersSize = 0;
+    for (const SignerBuilder& signer : signers_) {
+        signerInfos.push_back(signer.sign(*hasher_.value(signer.digest())));
+        if (signerInfos.back().size() != signer.encodedSize()) {
+            fail(capi::CRYPT_E_MSG_ERROR);
+        }
+        signersSize += signerInfos.back().size();
+    }
+    if (!streamsContent()) {
+        emit(writer_.definiteHead(detached_ ? std::nullopt : std::optional<std::uint64_t>(content_.size()),
+                                  signersSize));
+        emit(std::exchange(content_, {}));
+        emit(writer_.definiteTail(signerInfos), true);
+    } else if (sizeTold()) {
+        emit(writer_.definiteTail(signerInfos), true);
+    } else {
+        if (!segment_.empty()) {
+            writeSegment(std::exchange(segment_, {}));
+        }
+        emit(writer_.streamTail(signerInfos), true);
+    }
+    finished_ = true;
+}
+
+void SignedEncoder::emit(ByteView piece, bool final) {
+    if (stream_) {
+        stream_->write(piece, final);
+    } else {
+        der::append(encoded_, piece);
+    }
+}
+
+void SignedEncoder::doParam(DWORD type, DWORD /*index*/, void* data, DWORD* size) {
+    switch (type) {
+    case capi::CMSG_TYPE_PARAM:
+        give(capi::CMSG_SIGNED, data, size);
+        return;
+    case capi::CMSG_CONTENT_PARAM:
+    case capi::CMSG_ENCODED_MESSAGE:
+        if (stream_) {
+            fail(capi::CRYPT_E_INVALID_MSG_TYPE);
+        }
+        if (!finished_) {
+            fail(capi::CRYPT_E_STREAM_MSG_NOT_READY);
+        }
+        give(encoded_, data, size);
+        return;
+    default:
+        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
+    }
+}
+
+void SignedEncoder::doControl(DWORD /*type*/, const void* /*parameters*/) {
+    fail(capi::CRYPT_E_CONTROL_TYPE); // a message being made has no controls
+}
+
+} // namespace klunortredi::csp

@@ -1,0 +1,202 @@
+#include "messages/signed_params.hpp"
+
+#include "core/der.hpp"
+#include "core/error.hpp"
+#include "core/output.hpp"
+#include "messages/signed_decoder.hpp"
+
+#include <algorithm>
+#include <array>
+
+namespace klunortredi::csp {
+
+namespace {
+
+/// Where a value goes: the caller's buffer and size, and which one of several it wants.
+struct Request {
+    const SignedDecoder& message;
+    DWORD index;
+    void* data;
+    DWORD* size;
+};
+
+template <class List>
+const auto& indexed(const List& list, DWORD index) {
+    if (index >= list.size()) {
+        fail(capi::CRYPT_E_INVALID_INDEX);
+    }
+    return list[index];
+}
+
+const SignerInfo& signer(const Request& request) {
+    return indexed(request.message.signers(), request.index);
+}
+
+DWORD count(std::size_t size) {
+    return static_cast<DWORD>(size);
+}
+
+// ---- pieces of structures --------------------------------------------------------------------------------------
+
+void algorithm(StructBuilder& builder, std::size_t offset, const AlgorithmId& value) {
+    builder.text(offset + offsetof(CRYPT_ALGORITHM_IDENTIFIER, pszObjId), value.oid);
+    builder.blob(offset + offsetof(CRYPT_ALGORITHM_IDENTIFIER, Parameters), value.parameters);
+}
+
+void attributes(StructBuilder& builder, std::size_t offset, const std::vector<Attribute>& values) {
+    if (values.empty()) {
+        return;
+    }
+    builder.at<CRYPT_ATTRIBUTES>(offset).cAttr = count(values.size());
+    const std::size_t array = builder.reserve(values.size() * sizeof(CRYPT_ATTRIBUTE));
+    builder.point(offset + offsetof(CRYPT_ATTRIBUTES, rgAttr), array);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const Attribute& value = values[i];
+        const std::size_t at = array + i * sizeof(CRYPT_ATTRIBUTE);
+        builder.text(at + offsetof(CRYPT_ATTRIBUTE, pszObjId), value.oid);
+        builder.at<CRYPT_ATTRIBUTE>(at).cValue = count(value.values.size());
+        if (value.values.empty()) {
+            continue;
+        }
+        const std::size_t blobs = builder.reserve(value.values.size() * sizeof(CRYPT_ATTR_BLOB));
+        builder.point(at + offsetof(CRYPT_ATTRIBUTE, rgValue), blobs);
+        for (std::size_t j = 0; j < value.values.size(); ++j) {
+            builder.blob(blobs + j * sizeof(CRYPT_ATTR_BLOB), value.values[j]);
+        }
+    }
+}
+
+/// Issuer and serial number; a signer known by key identifier gets a name of one RDN that holds it, and serial 0.
+SignerId issuerAndSerial(const SignerInfo& signer) {
+    if (!signer.namedByKeyId()) {
+        return signer.id;
+    }
+    const Bytes rdn = der::sequence({der::objectIdentifier(oid::keyIdRdn), der::octetString(signer.id.keyId)});
+    return {der::sequence({der::setOf({rdn})}), {0}, {}};
+}
+
+template <class Struct>
+void issuerAndSerial(StructBuilder& builder, const SignerInfo& signer) {
+    const SignerId id = issuerAndSerial(signer);
+    builder.blob(offsetof(Struct, Issuer), id.issuer);
+    builder.blob(offsetof(Struct, SerialNumber), Bytes(id.serial.rbegin(), id.serial.rend()));
+}
+
+// ---- parameters ------------------------------------------------------------------------------------------------
+
+void type(const Request& request) {
+    give(capi::CMSG_SIGNED, request.data, request.size);
+}
+
+void content(const Request& request) {
+    give(request.message.content(), request.data, request.size);
+}
+
+void innerContentType(const Request& request) {
+    giveText(request.message.contentType(), request.data, request.size);
+}
+
+void signerCount(const Request& request) {
+    give(count(request.message.signers().size()), request.data, request.size);
+}
+
+void signerInfo(const Request& request) {
+    const SignerInfo& from = signer(request);
+    StructBuilder builder(sizeof(CMSG_SIGNER_INFO));
+    builder.at<CMSG_SIGNER_INFO>(0).dwVersion = static_cast<DWORD>(from.version);
+    issuerAndSerial<CMSG_SIGNER_INFO>(builder, from);
+    algorithm(builder, offsetof(CMSG_SIGNER_INFO, HashAlgorithm), from.digest);
+    algorithm(builder, offsetof(CMSG_SIGNER_INFO, HashEncryptionAlgorithm), from.signature);
+    builder.blob(offsetof(CMSG_SIGNER_INFO, EncryptedHash), from.value);
+    attributes(builder, offsetof(CMSG_SIGNER_INFO, AuthAttrs), from.signedAttributes);
+    attributes(builder, offsetof(CMSG_SIGNER_INFO, UnauthAttrs), from.unsignedAttributes);
+    builder.deliver(request.data, request.size);
+}
+
+void signerCertInfo(const Request& request) {
+    StructBuilder builder(sizeof(CERT_INFO));
+    issuerAndSerial<CERT_INFO>(builder, signer(request));
+    builder.deliver(request.data, request.size);
+}
+
+void signerHashAlgorithm(const Request& request) {
+    StructBuilder builder(sizeof(CRYPT_ALGORITHM_IDENTIFIER));
+    algorithm(builder, 0, signer(request).digest);
+    builder.deliver(request.data, request.size);
+}
+
+void giveAttributes(const Request& request, const std::vector<Attribute>& values) {
+    if (values.empty()) {
+        fail(capi::CRYPT_E_ATTRIBUTES_MISSING);
+    }
+    StructBuilder builder(sizeof(CRYPT_ATTRIBUTES));
+    attributes(builder, 0, values);
+    builder.deliver(request.data, request.size);
+}
+
+void signedAttributes(const Request& request) {
+    giveAttributes(request, signer(request).signedAttributes);
+}
+
+void unsignedAttributes(const Request& request) {
+    giveAttributes(request, signer(request).unsignedAttributes);
+}
+
+void encryptedDigest(const Request& request) {
+    give(signer(request).value, request.data, request.size);
+}
+
+void certificateCount(const Request& request) {
+    give(count(request.message.certificates().size()), request.data, request.size);
+}
+
+void certificate(const Request& request) {
+    give(indexed(request.message.certificates(), request.index), request.data, request.size);
+}
+
+void crlCount(const Request& request) {
+    give(count(request.message.crls().size()), request.data, request.size);
+}
+
+void crl(const Request& request) {
+    give(indexed(request.message.crls(), request.index), request.data, request.size);
+}
+
+void encodedMessage(const Request& request) {
+    give(request.message.encoded(), request.data, request.size);
+}
+
+struct Row {
+    DWORD type;
+    void (*give)(const Request&);
+};
+
+constexpr auto rows = std::to_array<Row>({
+    {capi::CMSG_TYPE_PARAM, type},
+    {capi::CMSG_CONTENT_PARAM, content},
+    {capi::CMSG_INNER_CONTENT_TYPE_PARAM, innerContentType},
+    {capi::CMSG_SIGNER_COUNT_PARAM, signerCount},
+    {capi::CMSG_SIGNER_INFO_PARAM, signerInfo},
+    {capi::CMSG_SIGNER_CERT_INFO_PARAM, signerCertInfo},
+    {capi::CMSG_SIGNER_HASH_ALGORITHM_PARAM, signerHashAlgorithm},
+    {capi::CMSG_SIGNER_AUTH_ATTR_PARAM, signedAttributes},
+    {capi::CMSG_SIGNER_UNAUTH_ATTR_PARAM, unsignedAttributes},
+    {capi::CMSG_CERT_COUNT_PARAM, certificateCount},
+    {capi::CMSG_CERT_PARAM, certificate},
+    {capi::CMSG_CRL_COUNT_PARAM, crlCount},
+    {capi::CMSG_CRL_PARAM, crl},
+    {capi::CMSG_ENCRYPTED_DIGEST, encryptedDigest},
+    {capi::CMSG_ENCODED_MESSAGE, encodedMessage},
+});
+
+} // namespace
+
+void giveSignedParam(const SignedDecoder& message, DWORD type, DWORD index, void* data, DWORD* size) {
+    const auto* row = std::ranges::find(rows, type, &Row::type);
+    if (row == rows.end()) {
+        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
+    }
+    row->give({message, index, data, size});
+}
+
+} // namespace klunortredi::csp
