@@ -4,6 +4,7 @@
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/tools.hpp"
 #include "orvik/plugin/hex.hpp"
+#include "ssl/openssl.hpp"
 
 #include <boost/algorithm/hex.hpp>
 #include <boost/algorithm/string/predicate.hpp>
@@ -13,7 +14,6 @@
 #include <algorithm>
 #include <array>
 #include <locale>
-#include <memory>
 
 namespace orvik::plugin::crypto::tools {
 
@@ -64,10 +64,7 @@ std::string encodedValue(const std::string& text) {
     } catch (const boost::algorithm::hex_decode_error&) {
         refuse(text);
     }
-    const auto* next = reinterpret_cast<const unsigned char*>(der.data());
-    const std::unique_ptr<ASN1_TYPE, decltype(&ASN1_TYPE_free)> value(
-        d2i_ASN1_TYPE(nullptr, &next, static_cast<long>(der.size())), &ASN1_TYPE_free);
-    if (!value || next != reinterpret_cast<const unsigned char*>(der.data()) + der.size()) {
+    if (!ssl::internal::fromDer<ssl::internal::Owned<ASN1_TYPE, ASN1_TYPE_free>>(der, d2i_ASN1_TYPE)) {
         refuse(text);
     }
     return der;
@@ -84,16 +81,11 @@ std::string encodedTime(const std::string& text) {
         }
         seconds = convert::to_time_t_64(time);
     }
-    const std::unique_ptr<ASN1_TIME, decltype(&ASN1_TIME_free)> value(ASN1_TIME_adj(nullptr, seconds, 0, 0),
-                                                                      &ASN1_TIME_free);
-    unsigned char* der = nullptr;
-    const int size = value ? i2d_ASN1_TIME(value.get(), &der) : -1;
-    if (size < 0) {
+    const ssl::internal::Owned<ASN1_TIME, ASN1_TIME_free> time(ASN1_TIME_adj(nullptr, seconds, 0, 0));
+    if (!time) {
         refuse(text);
     }
-    std::string out(reinterpret_cast<const char*>(der), static_cast<std::size_t>(size));
-    OPENSSL_free(der);
-    return out;
+    return ssl::internal::toDer(time.get(), i2d_ASN1_TIME);
 }
 
 /// The value as the signature is to carry it, where that is not a text.

@@ -1,29 +1,21 @@
 #include "orvik/plugin/asn.hpp"
 
+#include "ssl/openssl.hpp"
 #include "time_text.hpp"
 
 #include <openssl/asn1.h>
 
 #include <algorithm>
-#include <memory>
 #include <new>
 
 namespace orvik::plugin::asn {
 
 std::string utf8String(boost::string_view text) {
-    const std::unique_ptr<ASN1_UTF8STRING, decltype(&ASN1_UTF8STRING_free)> value(ASN1_UTF8STRING_new(),
-                                                                                  &ASN1_UTF8STRING_free);
-    unsigned char* der = nullptr;
+    const ssl::internal::Owned<ASN1_UTF8STRING, ASN1_UTF8STRING_free> value(ASN1_UTF8STRING_new());
     if (!value || ASN1_STRING_set(value.get(), text.data(), static_cast<int>(text.size())) != 1) {
         throw std::bad_alloc();
     }
-    const int size = i2d_ASN1_UTF8STRING(value.get(), &der);
-    if (size < 0) {
-        throw std::bad_alloc();
-    }
-    std::string out(reinterpret_cast<const char*>(der), static_cast<std::size_t>(size));
-    OPENSSL_free(der);
-    return out;
+    return ssl::internal::toDer(value.get(), i2d_ASN1_UTF8STRING);
 }
 
 namespace converter {
