@@ -86,6 +86,8 @@ public:
     static void deleteContainers(const IProvider& provider, const std::wstring& filter);
 
 private:
+    explicit Provider(const IProvider& other); // the same provider as a whole
+
     Type type_;
     std::wstring name_;
     boost::optional<std::wstring> container_;

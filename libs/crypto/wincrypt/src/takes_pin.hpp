@@ -1,0 +1,16 @@
+#pragma once
+
+#include "orvik/plugin/converter.hpp"
+#include "orvik/plugin/crypto/tools.hpp"
+
+#include <boost/utility/string_view.hpp>
+
+namespace orvik::plugin::wincrypt {
+
+/// Whether the provider of that name takes PINs from its callers. Signal-COM's ask for theirs themselves.
+inline bool takesPin(boost::wstring_view providerName) {
+    const auto record = crypto::tools::providerInfo(plugin::converter::utf16_to_utf8(providerName));
+    return !record || record->kind != crypto::IProvider::Kind::signalCom;
+}
+
+} // namespace orvik::plugin::wincrypt
