@@ -53,10 +53,10 @@ struct Row {
 };
 
 constexpr std::array rows = {
-    Row{80, L"Klunortredi GOST R 34.10-2012 256-bit CSP", embedded, keys256, sets256},
-    Row{81, L"Klunortredi GOST R 34.10-2012 512-bit CSP", embedded, keys512, sets512},
-    Row{75, L"Klunortredi GOST R 34.10-2001 CSP", embedded, keys2001, sets2001},
-    Row{24, L"Klunortredi RSA and AES CSP", embedded, keysRsa, setsRsa},
+    Row{80, L"Klunortredi GOST R 34.10-2012 (256) Cryptographic Service Provider", embedded, keys256, sets256},
+    Row{81, L"Klunortredi GOST R 34.10-2012 (512) Cryptographic Service Provider", embedded, keys512, sets512},
+    Row{75, L"Klunortredi GOST R 34.10-2001 Cryptographic Service Provider", embedded, keys2001, sets2001},
+    Row{24, L"Klunortredi RSA and AES Cryptographic Service Provider", embedded, keysRsa, setsRsa},
     Row{2, L"Infotecs Cryptographic Service Provider", vipNet, keys2001, sets2001},
     Row{77, L"Infotecs GOST 2012/512 Cryptographic Service Provider", vipNet, keys256, sets256},
     Row{78, L"Infotecs GOST 2012/1024 Cryptographic Service Provider", vipNet, keys512, sets512},
