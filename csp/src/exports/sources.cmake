@@ -1,2 +1,2 @@
-target_sources(klunortredi_csp PRIVATE src/exports/last_error.cpp src/exports/text.cpp src/exports/time.cpp)
+target_sources(klunortredi_csp PRIVATE src/exports/last_error.cpp src/exports/object.cpp src/exports/text.cpp src/exports/time.cpp)
 target_sources(klunortredi_csp PRIVATE src/exports/message.cpp)

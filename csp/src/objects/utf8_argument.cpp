@@ -1,0 +1,104 @@
+#include "objects/utf8_argument.hpp"
+
+#include "core/bytes.hpp"
+#include "core/error.hpp"
+#include "text/unicode.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+namespace klunortredi::csp {
+
+namespace {
+
+constexpr std::size_t WideSize = sizeof(wchar_t);
+constexpr std::uint32_t LastCharacter = 0x10FFFF;
+
+/// May stand for octets of any type.
+using AliasingWord [[gnu::may_alias]] = std::uint32_t;
+
+bool isAligned(const BYTE* data) {
+    return reinterpret_cast<std::uintptr_t>(data) % WideSize == 0;
+}
+
+/// The aligned word at `data`, of which only the first octet need be the caller's. An aligned word lies within one
+/// page, so reading it cannot fault; the sanitizer, which knows the exact end, is told so.
+[[gnu::no_sanitize("address"), gnu::noinline]] std::uint32_t alignedWord(const BYTE* data) {
+    return *reinterpret_cast<const volatile AliasingWord*>(data);
+}
+
+bool isControl(BYTE octet) {
+    return (octet < 0x20 && octet != '\t' && octet != '\n' && octet != '\r') || octet == 0x7F;
+}
+
+std::string_view asText(ByteView octets) {
+    return {reinterpret_cast<const char*>(octets.data()), octets.size()};
+}
+
+bool isPlainText(ByteView octets) {
+    return std::ranges::none_of(octets, isControl) && wideFromUtf8(asText(octets)).has_value();
+}
+
+/// Whether every complete group of four octets can be a wide character.
+bool looksWide(ByteView octets) {
+    for (; octets.size() >= WideSize; octets = octets.subspan(WideSize)) {
+        if (octets[3] != 0 || octets[2] > (LastCharacter >> 16U)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool isWide(ByteView visible) {
+    if (visible.size() >= WideSize) {
+        return looksWide(visible);
+    }
+    const bool plain = isPlainText(visible);
+    if ((plain && visible.size() > 1) || !isAligned(visible.data())) {
+        return false;
+    }
+    const std::uint32_t word = alignedWord(visible.data());
+    const bool terminatedOctet = plain && (word & 0xFF00U) == 0;
+    return word <= LastCharacter && !terminatedOctet;
+}
+
+/// `count` is the number of characters, or of octets when a zero stands where the octets end.
+std::wstring readWide(const BYTE* data, std::size_t count) {
+    std::wstring text;
+    for (std::size_t i = 0; i < count; ++i) {
+        wchar_t character = 0;
+        std::memcpy(&character, data + i * WideSize, WideSize);
+        if (character == 0) {
+            if (i * WideSize != count) {
+                fail(capi::CRYPT_E_BAD_ENCODE);
+            }
+            break;
+        }
+        text.push_back(character);
+    }
+    return text;
+}
+
+} // namespace
+
+std::string utf8Argument(const CRYPTOAPI_BLOB& value) {
+    if (value.cbData == 0) {
+        return {};
+    }
+    if (value.pbData == nullptr) {
+        fail(capi::ERROR_INVALID_PARAMETER);
+    }
+    const ByteView visible(value.pbData, value.cbData);
+    if (isWide(visible)) {
+        if (const auto utf8 = utf8FromWide(readWide(value.pbData, value.cbData))) {
+            return *utf8;
+        }
+    } else if (std::ranges::find(visible, 0) == visible.end() && wideFromUtf8(asText(visible))) {
+        return std::string(asText(visible));
+    }
+    fail(capi::CRYPT_E_BAD_ENCODE);
+}
+
+} // namespace klunortredi::csp
