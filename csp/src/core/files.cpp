@@ -175,11 +175,20 @@ void syncDirectory(const fs::path& directory) {
     }
 }
 
+std::vector<fs::path> entries(const fs::path& directory) {
+    std::vector<fs::path> found;
+    std::error_code error;
+    for (fs::directory_iterator at(directory, error); !error && at != fs::directory_iterator(); at.increment(error)) {
+        found.push_back(at->path());
+    }
+    return found;
+}
+
 void removeStaleTemporaries(const fs::path& directory) {
     std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator(directory, ignored)) {
-        if (entry.path().filename().string().starts_with(temporaryMark)) {
-            fs::remove(entry.path(), ignored);
+    for (const fs::path& entry : entries(directory)) {
+        if (entry.filename().string().starts_with(temporaryMark)) {
+            fs::remove(entry, ignored);
         }
     }
 }

@@ -45,6 +45,9 @@ void writeAtomically(const std::filesystem::path& file, ByteView contents);
 /// Makes the directory's entries last.
 void syncDirectory(const std::filesystem::path& directory);
 
+/// Paths of the directory's entries; none when it is not there or cannot be read.
+std::vector<std::filesystem::path> entries(const std::filesystem::path& directory);
+
 /// Removes what killed writers left in `directory`. Call with the lock held that the writers hold.
 void removeStaleTemporaries(const std::filesystem::path& directory);
 

@@ -1,1 +1,7 @@
-target_sources(klunortredi_csp_core PRIVATE)
+target_sources(klunortredi_csp_core PRIVATE
+    src/keys/container.cpp src/keys/container_meta.cpp src/keys/container_name.cpp src/keys/container_place.cpp
+    src/keys/container_set.cpp src/keys/context.cpp src/keys/enumeration.cpp src/keys/key_access.cpp
+    src/keys/key_file.cpp src/keys/provider_context.cpp src/keys/providers.cpp)
+# PP_VERSION tells the project's version.
+target_compile_definitions(klunortredi_csp_core PUBLIC
+    KLUNORTREDI_VERSION_MAJOR=${PROJECT_VERSION_MAJOR}u KLUNORTREDI_VERSION_MINOR=${PROJECT_VERSION_MINOR}u)

@@ -1,0 +1,248 @@
+#include "keys/container.hpp"
+
+#include "certs/cert_info.hpp"
+#include "core/error.hpp"
+#include "crypto/digest.hpp"
+#include "crypto/key_pair.hpp"
+#include "crypto/signature.hpp"
+#include "keys/container_place.hpp"
+#include "keys/key_file.hpp"
+
+#include <algorithm>
+#include <charconv>
+
+namespace klunortredi::csp {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+Bytes hashOfFile(ByteView contents) {
+    return Digest::of(*findDigest(capi::CALG_SHA_256), contents);
+}
+
+ContainerMeta readMeta(const fs::path& directory) {
+    const auto text = files::read(directory / metaFileName);
+    if (!text) {
+        fail(fs::exists(directory) ? capi::NTE_KEYSET_ENTRY_BAD : capi::NTE_BAD_KEYSET);
+    }
+    return decodeMeta(*text);
+}
+
+/// Throws NTE_BAD_DATA unless `certificate` is one, of the key `publicKey`.
+void checkCertificate(ByteView certificate, ByteView publicKey) {
+    Bytes info;
+    try {
+        const CertInfo decoded(certificate);
+        info.assign(decoded.subjectPublicKeyInfo().begin(), decoded.subjectPublicKeyInfo().end());
+    } catch (const ApiError&) {
+        fail(capi::NTE_BAD_DATA);
+    }
+    if (!samePublicKey(info, publicKey)) {
+        fail(capi::NTE_BAD_PUBLIC_KEY);
+    }
+}
+
+} // namespace
+
+Container Container::open(const ContainerId& id) {
+    const fs::path directory = containerDirectory(id);
+    ContainerMeta meta = readMeta(directory);
+    if (meta.id != id) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD); // copied by hand under another name
+    }
+    return {directory, std::move(meta)};
+}
+
+const KeyEntry& Container::key(DWORD spec) const {
+    const auto found = std::ranges::find(meta_.keys, spec, &KeyEntry::spec);
+    if (found == meta_.keys.end()) {
+        fail(capi::NTE_NO_KEY);
+    }
+    return *found;
+}
+
+std::optional<files::Lock> Container::lock() {
+    if (reserved_) {
+        return std::nullopt;
+    }
+    try {
+        files::Lock held(directory_);
+        meta_ = readMeta(directory_);
+        files::removeStaleTemporaries(directory_);
+        return held;
+    } catch (const ApiError& e) {
+        fail(e.code() == capi::ERROR_FILE_NOT_FOUND ? capi::NTE_BAD_KEYSET : e.code());
+    }
+}
+
+DWORD Container::failedTries() const {
+    constexpr std::size_t longest = 16;
+    const auto text = files::read(directory_ / triesFileName, longest);
+    DWORD count = 0;
+    if (!text) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD);
+    }
+    const std::string digits(text->begin(), text->end());
+    if (std::from_chars(digits.data(), digits.data() + digits.size(), count).ec != std::errc{}) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD);
+    }
+    return std::min(count, pinTryLimit);
+}
+
+void Container::writeFailedTries(DWORD count) const {
+    const std::string text = std::to_string(count) + '\n';
+    files::writeAtomically(directory_ / triesFileName, Bytes(text.begin(), text.end()));
+}
+
+DWORD Container::triesRemaining() const {
+    return pinTryLimit - failedTries();
+}
+
+void Container::resetTries() {
+    const auto held = lock();
+    writeFailedTries(0);
+}
+
+Bytes Container::readKeyFile(const KeyEntry& key) const {
+    auto file = files::read(directory_ / keyFileName(key));
+    if (!file || hashOfFile(*file) != key.fileHash) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD);
+    }
+    return *std::move(file);
+}
+
+/// Empty when the PIN is wrong.
+UnlockedKeys Container::decrypt(std::string_view pin) const {
+    UnlockedKeys keys;
+    for (const KeyEntry& entry : meta_.keys) {
+        ossl::Pkey key = decryptKey(readKeyFile(entry), pin);
+        if (!key) {
+            return {};
+        }
+        if (!samePublicKey(publicKeyInfo(key.get()), entry.publicKeyInfo)) {
+            fail(capi::NTE_KEYSET_ENTRY_BAD);
+        }
+        keys.emplace(entry.spec, std::shared_ptr<EVP_PKEY>(std::move(key)));
+    }
+    return keys;
+}
+
+UnlockedKeys Container::unlock(std::string_view pin) {
+    const auto held = lock();
+    if (!meta_.wantsPin) {
+        UnlockedKeys keys = pin.empty() ? decrypt(pin) : UnlockedKeys{};
+        if (keys.empty()) {
+            fail(pin.empty() ? capi::NTE_KEYSET_ENTRY_BAD : capi::SCARD_W_WRONG_CHV);
+        }
+        return keys;
+    }
+    for (const KeyEntry& entry : meta_.keys) {
+        readKeyFile(entry); // a damaged container must not eat up the attempts of a right PIN
+    }
+    const DWORD failed = failedTries();
+    if (failed >= pinTryLimit) {
+        fail(capi::SCARD_W_CHV_BLOCKED);
+    }
+    writeFailedTries(failed + 1);
+    UnlockedKeys keys = decrypt(pin);
+    if (keys.empty()) {
+        fail(capi::SCARD_W_WRONG_CHV);
+    }
+    writeFailedTries(0);
+    return keys;
+}
+
+KeyEntry Container::writeKey(KeyEntry entry, EVP_PKEY* key, std::string_view pin) const {
+    const Bytes file = encryptKey(key, pin);
+    entry.fileHash = hashOfFile(file);
+    files::writeAtomically(directory_ / keyFileName(entry), file);
+    return entry;
+}
+
+void Container::replaceMeta(ContainerMeta next) {
+    files::writeAtomically(directory_ / metaFileName, encodeMeta(next));
+    meta_ = std::move(next);
+    removeUnused();
+}
+
+/// Key files that the description does not name: of an earlier PIN, or of a change that did not come to its end.
+void Container::removeUnused() const {
+    std::error_code ignored;
+    for (const fs::path& file : files::entries(directory_)) {
+        const auto named = [&](const KeyEntry& key) { return file.filename() == keyFileName(key); };
+        if (file.extension() == keyFileSuffix && std::ranges::none_of(meta_.keys, named)) {
+            fs::remove(file, ignored);
+        }
+    }
+}
+
+void Container::changePin(const UnlockedKeys& keys, std::string_view pin) {
+    const auto held = lock();
+    ContainerMeta next = meta_;
+    next.wantsPin = !pin.empty();
+    try {
+        for (KeyEntry& entry : next.keys) {
+            const auto key = keys.find(entry.spec);
+            if (key == keys.end() || !samePublicKey(publicKeyInfo(key->second.get()), entry.publicKeyInfo)) {
+                fail(capi::NTE_BAD_KEY_STATE);
+            }
+            ++entry.generation;
+            entry = writeKey(entry, key->second.get(), pin);
+        }
+        replaceMeta(std::move(next));
+    } catch (...) {
+        removeUnused();
+        throw;
+    }
+    writeFailedTries(0);
+}
+
+void Container::addKey(DWORD spec, EVP_PKEY* key, bool exportable, std::string_view pin) {
+    const auto held = lock();
+    if (std::ranges::find(meta_.keys, spec, &KeyEntry::spec) != meta_.keys.end()) {
+        fail(capi::NTE_EXISTS);
+    }
+    ContainerMeta next = meta_;
+    if (next.keys.empty()) {
+        next.wantsPin = !pin.empty();
+        writeFailedTries(0);
+    }
+    try {
+        next.keys.push_back(writeKey({spec, 1, {}, publicKeyInfo(key), exportable}, key, pin));
+        replaceMeta(std::move(next));
+    } catch (...) {
+        removeUnused();
+        throw;
+    }
+}
+
+std::optional<Bytes> Container::certificate(DWORD spec) const {
+    return files::read(directory_ / certificateFileName(spec));
+}
+
+void Container::setCertificate(DWORD spec, ByteView der) {
+    const auto held = lock();
+    checkCertificate(der, key(spec).publicKeyInfo);
+    files::writeAtomically(directory_ / certificateFileName(spec), der);
+}
+
+void Container::check() const {
+    if (meta_.keys.empty()) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD);
+    }
+    failedTries();
+    for (const KeyEntry& entry : meta_.keys) {
+        readKeyFile(entry);
+        try {
+            publicKeyFromInfo(entry.publicKeyInfo);
+            if (const auto der = certificate(entry.spec)) {
+                checkCertificate(*der, entry.publicKeyInfo);
+            }
+        } catch (const ApiError&) {
+            fail(capi::NTE_KEYSET_ENTRY_BAD);
+        }
+    }
+}
+
+} // namespace klunortredi::csp

@@ -1,0 +1,114 @@
+#pragma once
+
+/// Key containers on disk.
+///
+/// A container is a directory `<home>/containers/<name>.<provider type>` (0700) of small files (0600): `container.json`
+/// (in clear: which keys, their public halves), one encrypted key file per key pair, one certificate per key pair, and
+/// the count of failed PIN attempts. Every change ends in one rename, so that a process killed anywhere leaves the old
+/// state or the new one. Changes and PIN attempts hold a lock on the directory, across processes.
+
+#include "core/files.hpp"
+#include "crypto/ossl.hpp"
+#include "keys/container_meta.hpp"
+#include "keys/container_name.hpp"
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace klunortredi::csp {
+
+/// Decrypted key pairs by key spec. Shared, so that a signature goes on while its context is released.
+using UnlockedKeys = std::map<DWORD, std::shared_ptr<EVP_PKEY>>;
+
+/// Wrong PINs in a row after which a container locks. A person mistypes a few times; somebody who guesses has ten
+/// tries at a number of six digits.
+inline constexpr DWORD pinTryLimit = 10;
+
+class Container {
+public:
+    /// Throws ApiError: NTE_BAD_KEYSET when there is none, NTE_KEYSET_ENTRY_BAD when its description is damaged.
+    static Container open(const ContainerId& id);
+
+    [[nodiscard]] const ContainerId& id() const noexcept { return meta_.id; }
+    [[nodiscard]] const std::vector<KeyEntry>& keys() const noexcept { return meta_.keys; }
+    /// Throws ApiError(NTE_NO_KEY) when the container has no key pair of that spec.
+    const KeyEntry& key(DWORD spec) const;
+    [[nodiscard]] bool wantsPin() const noexcept { return meta_.wantsPin; }
+
+    /// PIN attempts left; 0 is a locked container.
+    [[nodiscard]] DWORD triesRemaining() const;
+    /// Unlocks the container for new attempts. The PIN stays as it is.
+    void resetTries();
+
+    /// Decrypts the key pairs. The attempt is counted on disk before it is judged; a right PIN sets the count back.
+    /// Throws ApiError: SCARD_W_WRONG_CHV, SCARD_W_CHV_BLOCKED, NTE_KEYSET_ENTRY_BAD (damaged, not counted). A wrong
+    /// PIN for a container without one is not counted: there is nothing to guess.
+    UnlockedKeys unlock(std::string_view pin);
+
+    /// Encrypts every key pair anew, all or none, and sets the count of attempts back. `keys` come from `unlock`.
+    void changePin(const UnlockedKeys& keys, std::string_view pin);
+
+    /// Adds a key pair. `pin` is the container's, proved by `unlock`; the first key pair decides what it is. Throws
+    /// ApiError(NTE_EXISTS) when there is one of that spec: it is never replaced.
+    void addKey(DWORD spec, EVP_PKEY* key, bool exportable, std::string_view pin);
+
+    /// DER of the certificate beside the key pair; nothing when there is none.
+    [[nodiscard]] std::optional<Bytes> certificate(DWORD spec) const;
+    /// Throws ApiError: NTE_BAD_DATA when `der` is no certificate, NTE_BAD_PUBLIC_KEY when it is of another key.
+    void setCertificate(DWORD spec, ByteView der);
+
+    /// Reads everything that can be checked without the PIN. Throws ApiError(NTE_KEYSET_ENTRY_BAD) at damage: a key
+    /// file, a public key, the count or a certificate that is missing, malformed or does not match.
+    void check() const;
+
+private:
+    friend class NewContainer;
+    Container(std::filesystem::path directory, ContainerMeta meta) noexcept
+        : directory_(std::move(directory)), meta_(std::move(meta)) {}
+
+    /// The lock for a change, with the description read anew under it.
+    [[nodiscard]] std::optional<files::Lock> lock();
+    Bytes readKeyFile(const KeyEntry& key) const;
+    DWORD failedTries() const;
+    void writeFailedTries(DWORD count) const;
+    [[nodiscard]] UnlockedKeys decrypt(std::string_view pin) const;
+    [[nodiscard]] KeyEntry writeKey(KeyEntry entry, EVP_PKEY* key, std::string_view pin) const;
+    void replaceMeta(ContainerMeta next);
+    void removeUnused() const;
+
+    std::filesystem::path directory_;
+    ContainerMeta meta_;
+    bool reserved_ = false; ///< a NewContainer holds the lock
+};
+
+/// A container that is being made: under a temporary name until `commit`, gone when not committed. The name is reserved
+/// from the start, also against other processes, and free again when this process dies.
+class NewContainer {
+public:
+    /// Throws ApiError(NTE_EXISTS) when the container is there or somebody is making it.
+    explicit NewContainer(const ContainerId& id);
+    NewContainer(const NewContainer&) = delete;
+    NewContainer& operator=(const NewContainer&) = delete;
+    ~NewContainer();
+
+    [[nodiscard]] Container& container() noexcept { return container_; }
+    [[nodiscard]] const Container& container() const noexcept { return container_; }
+    /// Puts it in place, complete; call once, with at least one key pair in it. Gives the container there.
+    Container commit();
+
+private:
+    std::optional<files::Lock> reservation_;
+    Container container_;
+};
+
+/// Plain names of the containers of a provider type, sorted.
+std::vector<std::string> listContainers(DWORD providerType);
+
+/// Removes a container, at once and whole. Needs no PIN. Throws ApiError(NTE_BAD_KEYSET) when there is none.
+void deleteContainer(const ContainerId& id);
+
+} // namespace klunortredi::csp

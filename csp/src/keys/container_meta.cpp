@@ -1,0 +1,98 @@
+#include "keys/container_meta.hpp"
+
+#include "capi/constants.hpp"
+#include "core/error.hpp"
+
+#include <nlohmann/json.hpp>
+
+namespace klunortredi::csp {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr int formatVersion = 1;
+
+std::string stem(DWORD spec) {
+    return spec == capi::AT_SIGNATURE ? "signature" : "exchange";
+}
+
+std::string toHex(ByteView octets) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    for (const std::uint8_t octet : octets) {
+        text += digits[octet >> 4U];
+        text += digits[octet & 0x0FU];
+    }
+    return text;
+}
+
+Bytes fromHex(const std::string& text) {
+    Bytes octets;
+    for (std::size_t i = 0; i < text.size(); i += 2) {
+        octets.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+    }
+    return octets;
+}
+
+json encodeKey(const KeyEntry& key) {
+    return {{"spec", key.spec},
+            {"generation", key.generation},
+            {"fileSha256", toHex(key.fileHash)},
+            {"publicKeyInfo", toHex(key.publicKeyInfo)},
+            {"exportable", key.exportable}};
+}
+
+KeyEntry decodeKey(const json& value) {
+    KeyEntry key{value.at("spec").get<DWORD>(), value.at("generation").get<unsigned>(),
+                 fromHex(value.at("fileSha256").get<std::string>()),
+                 fromHex(value.at("publicKeyInfo").get<std::string>()), value.at("exportable").get<bool>()};
+    if (key.spec != capi::AT_KEYEXCHANGE && key.spec != capi::AT_SIGNATURE) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD);
+    }
+    return key;
+}
+
+} // namespace
+
+Bytes encodeMeta(const ContainerMeta& meta) {
+    json keys = json::array();
+    for (const KeyEntry& key : meta.keys) {
+        keys.push_back(encodeKey(key));
+    }
+    const json value{{"format", formatVersion},
+                     {"name", meta.id.name},
+                     {"providerType", meta.id.providerType},
+                     {"pin", meta.wantsPin},
+                     {"keys", keys}};
+    const std::string text = value.dump(2) + '\n';
+    return {text.begin(), text.end()};
+}
+
+ContainerMeta decodeMeta(ByteView text) {
+    try {
+        const json value = json::parse(text.begin(), text.end());
+        if (value.at("format").get<int>() != formatVersion) {
+            fail(capi::NTE_KEYSET_ENTRY_BAD);
+        }
+        ContainerMeta meta{{value.at("name").get<std::string>(), value.at("providerType").get<DWORD>()},
+                           value.at("pin").get<bool>(),
+                           {}};
+        for (const json& key : value.at("keys")) {
+            meta.keys.push_back(decodeKey(key));
+        }
+        return meta;
+    } catch (const std::exception&) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD);
+    }
+}
+
+std::string keyFileName(const KeyEntry& key) {
+    return stem(key.spec) + '.' + std::to_string(key.generation) + keyFileSuffix;
+}
+
+std::string certificateFileName(DWORD spec) {
+    return stem(spec) + ".crt";
+}
+
+} // namespace klunortredi::csp

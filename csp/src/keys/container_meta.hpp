@@ -1,0 +1,39 @@
+#pragma once
+
+/// What a container's directory says about itself in clear: the file `container.json`.
+
+#include "core/bytes.hpp"
+#include "keys/container_name.hpp"
+
+#include <string>
+#include <vector>
+
+namespace klunortredi::csp {
+
+/// A key pair of a container.
+struct KeyEntry {
+    DWORD spec;          ///< AT_KEYEXCHANGE or AT_SIGNATURE
+    unsigned generation; ///< which writing of the key file is the valid one
+    Bytes fileHash;      ///< SHA-256 of the key file: damage is told apart from a wrong PIN
+    Bytes publicKeyInfo; ///< DER SubjectPublicKeyInfo: export needs no PIN
+    bool exportable;
+};
+
+struct ContainerMeta {
+    ContainerId id;
+    bool wantsPin = false; ///< false: the PIN is empty, and the container opens by itself
+    std::vector<KeyEntry> keys;
+};
+
+Bytes encodeMeta(const ContainerMeta& meta);
+/// Throws ApiError(NTE_KEYSET_ENTRY_BAD) when the text is not one that `encodeMeta` writes.
+ContainerMeta decodeMeta(ByteView text);
+
+/// File names in the container's directory.
+std::string keyFileName(const KeyEntry& key);
+std::string certificateFileName(DWORD spec);
+inline constexpr const char* metaFileName = "container.json";
+inline constexpr const char* triesFileName = "tries";
+inline constexpr const char* keyFileSuffix = ".p8";
+
+} // namespace klunortredi::csp

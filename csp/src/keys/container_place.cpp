@@ -1,0 +1,62 @@
+#include "keys/container_place.hpp"
+
+#include "core/files.hpp"
+#include "core/home.hpp"
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace klunortredi::csp {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// A leading dot: no container's directory starts with one.
+constexpr std::string_view draftPrefix = ".new-";
+constexpr std::string_view gravePrefix = ".del-";
+
+void sweep(const fs::path& directory) {
+    try {
+        // Whoever makes a container holds the lock on its draft.
+        const auto lock = files::Lock::tryTake(directory);
+        std::error_code ignored;
+        if (lock) {
+            fs::remove_all(directory, ignored);
+        }
+    } catch (const ApiError&) { // gone meanwhile
+    }
+}
+
+} // namespace
+
+fs::path containersDirectory() {
+    return dataDirectory() / "containers";
+}
+
+fs::path containerDirectory(const ContainerId& id) {
+    return containersDirectory() / directoryName(id);
+}
+
+fs::path draftDirectory(const ContainerId& id) {
+    return containersDirectory() / (std::string(draftPrefix) + directoryName(id));
+}
+
+fs::path newGraveDirectory() {
+    std::string path = (containersDirectory() / (std::string(gravePrefix) + "XXXXXX")).string();
+    if (mkdtemp(path.data()) == nullptr) {
+        fail(files::errorCode(errno));
+    }
+    return path;
+}
+
+void sweepContainers() {
+    for (const fs::path& entry : files::entries(containersDirectory())) {
+        const std::string name = entry.filename().string();
+        if (name.starts_with(draftPrefix) || name.starts_with(gravePrefix)) {
+            sweep(entry);
+        }
+    }
+}
+
+} // namespace klunortredi::csp

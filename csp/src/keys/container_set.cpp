@@ -1,0 +1,99 @@
+#include "keys/container.hpp"
+
+#include "core/error.hpp"
+#include "keys/container_place.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+namespace klunortredi::csp {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr mode_t directoryMode = 0700;
+
+/// Creates and locks the draft's directory. A sweeper may take a directory away between the two; then again.
+files::Lock reserve(const fs::path& draft) {
+    while (true) {
+        if (mkdir(draft.c_str(), directoryMode) != 0) {
+            fail(errno == EEXIST ? capi::NTE_EXISTS : files::errorCode(errno));
+        }
+        try {
+            if (auto lock = files::Lock::tryTake(draft)) {
+                return *std::move(lock);
+            }
+        } catch (const ApiError& e) {
+            if (e.code() != capi::ERROR_FILE_NOT_FOUND) {
+                throw;
+            }
+        }
+    }
+}
+
+void moveDirectory(const fs::path& from, const fs::path& to) {
+    if (std::rename(from.c_str(), to.c_str()) != 0) {
+        fail(errno == ENOTEMPTY || errno == EEXIST ? capi::NTE_EXISTS : files::errorCode(errno));
+    }
+    files::syncDirectory(to.parent_path());
+}
+
+} // namespace
+
+NewContainer::NewContainer(const ContainerId& id) : container_(draftDirectory(id), {id, false, {}}) {
+    checkNewName(id);
+    files::makeDirectories(containersDirectory());
+    sweepContainers();
+    if (fs::exists(containerDirectory(id))) {
+        fail(capi::NTE_EXISTS);
+    }
+    reservation_ = reserve(container_.directory_);
+    container_.reserved_ = true;
+}
+
+NewContainer::~NewContainer() {
+    if (reservation_) {
+        std::error_code ignored;
+        fs::remove_all(container_.directory_, ignored);
+    }
+}
+
+Container NewContainer::commit() {
+    if (container_.keys().empty()) {
+        fail(capi::NTE_NO_KEY);
+    }
+    const fs::path place = container_.directory_.parent_path() / directoryName(container_.id());
+    moveDirectory(container_.directory_, place);
+    reservation_.reset();
+    return {place, container_.meta_};
+}
+
+std::vector<std::string> listContainers(DWORD providerType) {
+    std::vector<std::string> names;
+    for (const fs::path& entry : files::entries(containersDirectory())) {
+        if (auto name = nameOfDirectory(entry.filename().string(), providerType)) {
+            names.push_back(*std::move(name));
+        }
+    }
+    std::ranges::sort(names);
+    return names;
+}
+
+void deleteContainer(const ContainerId& id) {
+    const fs::path directory = containerDirectory(id);
+    try {
+        const files::Lock lock(directory);
+        const fs::path grave = newGraveDirectory();
+        moveDirectory(directory, grave);
+        std::error_code ignored;
+        fs::remove_all(grave, ignored);
+    } catch (const ApiError& e) {
+        fail(e.code() == capi::ERROR_FILE_NOT_FOUND ? capi::NTE_BAD_KEYSET : e.code());
+    }
+}
+
+} // namespace klunortredi::csp

@@ -1,0 +1,51 @@
+#include "keys/key_access.hpp"
+
+#include "core/error.hpp"
+
+namespace klunortredi::csp {
+
+void KeyAccess::present(const Container& container, std::string_view pin) {
+    if (container.wantsPin() && container.triesRemaining() == 0) {
+        fail(capi::SCARD_W_CHV_BLOCKED);
+    }
+    if (keys_.empty() || this->pin() != pin) {
+        keys_.clear();
+        pin_ = secretOf(pin);
+    }
+}
+
+void KeyAccess::verify(Container& container, std::string_view pin) {
+    keys_.clear();
+    pin_.reset();
+    keys_ = container.unlock(pin);
+    pin_ = secretOf(pin);
+}
+
+void KeyAccess::open(Container& container) {
+    if (!keys_.empty()) {
+        return;
+    }
+    if (!pin_ && container.wantsPin()) {
+        fail(capi::SCARD_W_CARD_NOT_AUTHENTICATED);
+    }
+    const Secret pin = secretOf(this->pin());
+    verify(container, view(pin));
+}
+
+void KeyAccess::change(Container& container, std::string_view pin) {
+    open(container);
+    container.changePin(keys_, pin);
+    pin_ = secretOf(pin);
+}
+
+std::shared_ptr<EVP_PKEY> KeyAccess::key(Container& container, DWORD spec) {
+    container.key(spec);
+    open(container);
+    if (!keys_.contains(spec)) { // added by another process after this context unlocked the container
+        const Secret pin = secretOf(this->pin());
+        verify(container, view(pin));
+    }
+    return keys_.at(spec);
+}
+
+} // namespace klunortredi::csp

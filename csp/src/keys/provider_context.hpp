@@ -1,0 +1,94 @@
+#pragma once
+
+/// What stands behind an HCRYPTPROV.
+
+#include "keys/container.hpp"
+#include "keys/context.hpp"
+#include "keys/enumeration.hpp"
+#include "keys/key_access.hpp"
+#include "keys/providers.hpp"
+
+#include <map>
+#include <mutex>
+#include <optional>
+
+namespace klunortredi::csp {
+
+/// A provider, with or without a key container. Thread-safe.
+class ProviderContext final : public SigningContext {
+public:
+    /// CRYPT_VERIFYCONTEXT: no container.
+    explicit ProviderContext(const ProviderRecord& provider) : provider_(provider) {}
+    ProviderContext(const ProviderRecord& provider, Container container);
+    /// CRYPT_NEWKEYSET.
+    ProviderContext(const ProviderRecord& provider, std::unique_ptr<NewContainer> draft);
+
+    [[nodiscard]] const ProviderRecord& provider() const noexcept { return provider_; }
+    /// Throws ApiError(NTE_BAD_KEYSET) without a container.
+    [[nodiscard]] ContainerId containerId() const;
+    /// Whether it is of that container, and still making it.
+    [[nodiscard]] bool isMaking(const ContainerId& id) const;
+
+    void addReference();
+    /// True when that was the last one.
+    bool removeReference();
+    /// Throws ApiError(NTE_BAD_UID) once the last reference is gone: for keys and hashes made from this context.
+    void requireAlive() const;
+
+    /// Puts a container that is being made into place, once it has a key pair. Nothing to do otherwise.
+    void settle();
+
+    [[nodiscard]] Bytes publicKeyInfo(DWORD keySpec) const override;
+    Bytes sign(DWORD keySpec, const DigestAlgorithm& algorithm, ByteView digest) override;
+    /// Size of a signature, found without the private key. Throws ApiError: NTE_NO_KEY, NTE_BAD_ALGID.
+    [[nodiscard]] std::size_t signatureSize(DWORD keySpec, const DigestAlgorithm& algorithm) const;
+    [[nodiscard]] bool exportable(DWORD keySpec) const;
+    [[nodiscard]] std::optional<Bytes> certificate(DWORD keySpec) const;
+    void setCertificate(DWORD keySpec, ByteView der);
+
+    /// What CryptGenKey asks for.
+    struct KeyRequest {
+        DWORD keySpec;
+        DWORD bits; ///< 0: the default
+        bool exportable;
+    };
+    void generateKey(const KeyRequest& request);
+    /// The parameter set of the next key pair of that spec, as a dotted OID; the key algorithm's own OID chooses the
+    /// default. Throws ApiError(NTE_BAD_ALGID) for another algorithm's.
+    void chooseParameters(DWORD keySpec, std::string_view oid);
+
+    void presentPin(std::string_view pin);
+    void verifyPin(std::string_view pin);
+    void setNewPin(std::string_view pin); ///< of a container being made; NTE_BAD_FLAGS for another
+    void changePin(std::string_view pin);
+    [[nodiscard]] DWORD pinTriesRemaining() const;
+
+    /// Where the caller's enumerations stand.
+    [[nodiscard]] Enumeration& algorithms() noexcept { return algorithms_; }
+    [[nodiscard]] Enumeration& containers() noexcept { return containers_; }
+
+private:
+    Container& container();
+    [[nodiscard]] const Container& container() const;
+    const KeyEntry& key(DWORD keySpec) const;
+    [[nodiscard]] ossl::Pkey makeKey(const KeyRequest& request) const;
+    void settleLocked();
+
+    const ProviderRecord& provider_;
+    mutable std::mutex mutex_;
+    std::unique_ptr<NewContainer> draft_;
+    std::optional<Container> container_;
+    KeyAccess access_;
+    std::map<DWORD, std::string> parameters_;
+    std::size_t references_ = 1;
+    Enumeration algorithms_;
+    Enumeration containers_;
+};
+
+/// Throws ApiError(ERROR_INVALID_HANDLE) for a handle that is not one of ours.
+std::shared_ptr<ProviderContext> providerContext(unsigned long hProv);
+
+/// Puts every container that this process is making into place, before somebody counts what is there.
+void settleAll();
+
+} // namespace klunortredi::csp
