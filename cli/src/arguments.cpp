@@ -1,0 +1,201 @@
+#include "arguments.hpp"
+
+#include "console.hpp"
+#include "failure.hpp"
+#include "orvik/plugin/version_registry.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <memory>
+
+namespace klunortredi::cli {
+
+namespace {
+
+/// Builds the verbs; each remembers how to run what it was given.
+class Grammar {
+public:
+    Grammar(CLI::App& app, Command& command) : app_(app), command_(command) {
+        addOptions();
+        addProviders();
+        addKeys();
+        addCertificates();
+        addSignatures();
+        addSmallThings();
+    }
+
+private:
+    template <class Arguments>
+    using Run = ExitCode (*)(Session&, const Arguments&);
+
+    void addOptions() {
+        Options& options = command_.options;
+        app_.add_flag("--json", options.json, "Print one JSON document");
+        app_.add_flag("--quiet,-q", options.quiet, "No progress, no remarks");
+        app_.add_flag("--force", options.force, "Replace existing output files");
+        app_.add_flag("--pem", options.pem, "Write PEM instead of DER");
+        app_.add_flag("-v", options.verbosity, "Log more on standard error (-v, -vv, -vvv)");
+        app_.add_option("--service", options.service, "CryptoAPI service library to use")->type_name("PATH");
+        app_.add_option("--pin-file", options.pin.file, "Read the PIN from the first line of a file")
+            ->type_name("FILE");
+        app_.add_option("--pin-env", options.pin.environment, "Read the PIN from an environment variable")
+            ->type_name("NAME");
+        app_.add_option_function<int>(
+                "--pin-fd", [&options](int fd) { options.pin.descriptor = fd; }, "Read the PIN from an open descriptor")
+            ->type_name("N");
+    }
+
+    /// A verb whose arguments live as long as the command.
+    template <class Arguments>
+    CLI::App* add(CLI::App& parent, const char* name, const char* help, const std::shared_ptr<Arguments>& arguments,
+                  Run<Arguments> run) {
+        CLI::App* verb = parent.add_subcommand(name, help)->fallthrough();
+        verb->final_callback([this, verb, arguments, run] {
+            // A verb with sub-verbs of its own runs only when none of them was named.
+            if (verb->get_subcommands().empty()) {
+                command_.run = [arguments, run](Session& session) { return run(session, *arguments); };
+            }
+        });
+        return verb;
+    }
+
+    void addPlain(const char* name, const char* help, ExitCode (*run)(Session&)) {
+        app_.add_subcommand(name, help)->fallthrough()->final_callback([this, run] { command_.run = run; });
+    }
+
+    void addProviders() {
+        addPlain("info", "Version, service, data directory, providers", info);
+        addPlain("providers", "Installed providers", providers);
+    }
+
+    void addKeys() {
+        auto containers = std::make_shared<ContainersArguments>();
+        CLI::App* verb = add(app_, "containers", "Key containers", containers, listContainers);
+        verb->add_option("--provider", containers->provider, "Only this provider's");
+        add(*verb, "list", "List the key containers", containers, listContainers);
+        add(*verb, "delete", "Delete a key container", containers, deleteContainer)
+            ->add_option("NAME", containers->name, "The container")
+            ->required();
+
+        auto requested = std::make_shared<RequestArguments>();
+        verb = add(app_, "request", "New key pair in a new container, certificate request out", requested, request);
+        verb->add_option("--container", requested->container, "Name of the new container")->required();
+        verb->add_option("--subject", requested->subject, "Subject name")->type_name("OID=VALUE;...")->required();
+        verb->add_option("--provider", requested->provider, "Provider that makes the key (name part or type)");
+        verb->add_option("--param-set", requested->paramSet, "Parameter set of the key")->type_name("OID");
+        verb->add_option("--key-usage", requested->keyUsage, "Key usages, comma-separated")->capture_default_str();
+        verb->add_option("--eku", requested->enhancedKeyUsage, "Extended key usage")
+            ->type_name("OID")
+            ->allow_extra_args(false);
+        verb->add_option("--policy", requested->policies, "Certificate policy")
+            ->type_name("OID")
+            ->allow_extra_args(false);
+        verb->add_option("--dns", requested->dnsNames, "DNS name")->allow_extra_args(false);
+        verb->add_option("--upn", requested->userPrincipalName, "User principal name");
+        verb->add_flag("--exportable", requested->exportable, "Let the private key leave its container");
+        verb->add_option("--out", requested->out, "Output file (default: the container's name and .csr)");
+
+        auto installed = std::make_shared<InstallArguments>();
+        verb = add(app_, "install", "Put a certificate into its key container and into store my", installed, install);
+        verb->add_option("CERT", installed->certificate, "Certificate file")->required();
+        verb->add_option("--container", installed->container, "The key's container")->required();
+        verb->add_option("--provider", installed->provider, "The container's provider");
+    }
+
+    void addCertificates() {
+        auto certs = std::make_shared<CertsArguments>();
+        CLI::App* verb = add(app_, "certs", "Certificates", certs, listCertificates);
+        verb->add_option("--store", certs->store, "Certificate store: my, root, ca ...")->capture_default_str();
+        verb->add_option("--provider", certs->provider, "Certificates in this provider's containers instead");
+        add(*verb, "list", "List certificates", certs, listCertificates);
+        const auto which = [&](const char* name, const char* help, Run<CertsArguments> run) {
+            CLI::App* sub = add(*verb, name, help, certs, run);
+            sub->add_option("WHICH", certs->which, "Thumbprint prefix, serial, or part of the subject")->required();
+            return sub;
+        };
+        which("show", "Show one certificate", showCertificate);
+        which("delete", "Delete a certificate from the store", deleteCertificate);
+        which("export", "Write a certificate to a file", exportCertificate)
+            ->add_option("--out", certs->out, "Output file (default: standard output)");
+        add(*verb, "add", "Add a certificate to the store", certs, addCertificate)
+            ->add_option("FILE", certs->which, "Certificate file")
+            ->required();
+
+        auto chained = std::make_shared<ChainArguments>();
+        add(app_, "chain", "Judge a certificate's chain", chained, chain)
+            ->add_option("CERT", chained->which, "Certificate file, or which certificate of store my")
+            ->required();
+    }
+
+    void addSignatures() {
+        const auto formats = CLI::IsMember({"attached", "detached", "xmldsig"});
+        auto signing = std::make_shared<SignArguments>();
+        CLI::App* verb = add(app_, "sign", "Sign files", signing, sign);
+        verb->add_option("FILE", signing->files, "Files to sign")->required();
+        verb->add_option("--cert", signing->certificate, "The signer's certificate in store my")->required();
+        verb->add_option("--format", signing->format, "Signature format")->check(formats)->capture_default_str();
+        verb->add_option("--attribute", signing->attributes, "Signed attribute")
+            ->type_name("OID=TYPE:VALUE")
+            ->allow_extra_args(false);
+        verb->add_option("--out", signing->out, "Output file");
+        verb->add_option("--out-dir", signing->outDir, "Folder for the signatures");
+        verb->add_flag("--keep-going", signing->keepGoing, "Go on with the next file after a failure");
+
+        auto verifying = std::make_shared<VerifyArguments>();
+        verb = add(app_, "verify", "Check a signature", verifying, verify);
+        verb->add_option("FILE", verifying->file, "The signature")->required();
+        verb->add_option("--content", verifying->content, "Content of a detached signature");
+        verb->add_option("--format", verifying->format, "Signature format (default: recognised)")->check(formats);
+        verb->add_option("--signer-cert", verifying->signerCertificate,
+                         "The signer's certificate, for a signature that carries none");
+        verb->add_option("--extract", verifying->extract, "Write the signed content to this file, once it is valid");
+        verb->add_flag("--chain", verifying->chain, "Also judge the signer's chain");
+    }
+
+    void addSmallThings() {
+        auto hashing = std::make_shared<HashArguments>();
+        CLI::App* verb = add(app_, "hash", "Hash a file", hashing, hash);
+        verb->add_option("FILE", hashing->file, "The file")->required();
+        verb->add_option("--algorithm", hashing->algorithm, "OID or name")->capture_default_str();
+
+        auto randomness = std::make_shared<RandomArguments>();
+        verb = add(app_, "random", "Random octets", randomness, random);
+        verb->add_option("N", randomness->count, "How many")->required();
+        CLI::Option* hex = verb->add_flag("--hex", randomness->hex, "As hexadecimal text");
+        verb->add_flag("--base64", randomness->base64, "As Base64 text")->excludes(hex);
+
+        addPlain("demo", "The tour: key, certificate, signatures, checks", demo);
+    }
+
+    CLI::App& app_;
+    Command& command_;
+};
+
+bool asksForJson(int argc, char** argv) {
+    return std::any_of(argv, argv + argc, [](const char* argument) { return std::string_view(argument) == "--json"; });
+}
+
+} // namespace
+
+Command parse(int argc, char** argv) {
+    Command command;
+    CLI::App app("Signs and checks documents with the CryptoAPI service of this machine.", "klunortredi");
+    app.set_version_flag("--version", "klunortredi " + orvik::plugin::VersionRegistry::product());
+    app.require_subcommand(1);
+    app.get_formatter()->column_width(34);
+    const Grammar grammar(app, command);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& e) {
+        app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        command.options.json = asksForJson(argc, argv);
+        command.exit = ExitCode::usage;
+        const Console console(command.options);
+        console.failure(Failure(ExitCode::usage, "wrong usage", e.what(), "see 'klunortredi --help'"));
+    }
+    return command;
+}
+
+} // namespace klunortredi::cli

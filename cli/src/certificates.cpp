@@ -1,0 +1,144 @@
+#include "certificates.hpp"
+
+#include "crypto/wincrypt/certificate.hpp"
+#include "crypto/wincrypt/certificate_store.hpp"
+#include "failure.hpp"
+#include "input.hpp"
+#include "orvik/plugin/crypto/i_provider.hpp"
+#include "orvik/plugin/crypto/i_public_key.hpp"
+#include "orvik/plugin/hex.hpp"
+#include "text.hpp"
+
+#include <boost/smart_ptr/make_shared.hpp>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+namespace klunortredi::cli {
+
+namespace {
+
+using orvik::plugin::crypto::ICertificate;
+using orvik::plugin::crypto::ICertificateStore;
+
+constexpr std::size_t largestCertificate = 1024 * 1024; // octets; real ones have a few thousand
+
+std::string providerOf(const ICertificate& certificate) {
+    const auto provider = certificate.provider(false);
+    return provider ? text::utf8(provider->name()) : std::string{};
+}
+
+bool matches(const ICertificate& certificate, const std::string& which) {
+    return thumbprintOf(certificate).starts_with(which) || serialOf(certificate) == which ||
+           text::lower(subjectOf(certificate)).find(which) != std::string::npos;
+}
+
+} // namespace
+
+CertificatePtr readCertificate(const std::string& path) {
+    const std::string data = readSmall(path, largestCertificate);
+    try {
+        return certificateFromDer(data);
+    } catch (...) {
+        const Failure failure = currentFailure("cannot read the certificate " + path);
+        // What the service says of malformed octets is still about our input.
+        if (failure.exit() == ExitCode::service && failure.code() >= 0x80090000U) {
+            throw Failure(ExitCode::input, "cannot read the certificate " + path, "this is no certificate", {},
+                          failure.code());
+        }
+        throw failure;
+    }
+}
+
+CertificatePtr certificateFromDer(const std::string& der) {
+    return boost::make_shared<orvik::plugin::wincrypt::Certificate>(der, ICertificate::Format::der);
+}
+
+std::vector<CertificatePtr> storeCertificates(const std::string& store) {
+    const orvik::plugin::wincrypt::RegistryCertificateStore registry(store, ICertificateStore::system);
+    const auto found = registry.certificates();
+    std::vector<CertificatePtr> certificates(found.begin(), found.end());
+    std::sort(certificates.begin(), certificates.end(), [](const CertificatePtr& a, const CertificatePtr& b) {
+        return std::pair(subjectOf(*a), thumbprintOf(*a)) < std::pair(subjectOf(*b), thumbprintOf(*b));
+    });
+    return certificates;
+}
+
+CertificatePtr findCertificate(const std::vector<CertificatePtr>& among, const std::string& which,
+                               const std::string& where) {
+    const std::string wanted = text::lower(which);
+    std::vector<CertificatePtr> found;
+    std::copy_if(among.begin(), among.end(), std::back_inserter(found),
+                 [&](const CertificatePtr& certificate) { return matches(*certificate, wanted); });
+    if (wanted.empty() || found.empty()) {
+        throw Failure(ExitCode::no, "no certificate '" + which + "'", "none in " + where + " matches",
+                      "see 'klunortredi certs list'");
+    }
+    if (found.size() > 1) {
+        std::vector<std::string> names;
+        for (const auto& certificate : found) {
+            names.push_back(thumbprintOf(*certificate).substr(0, 8) + " " + subjectOf(*certificate));
+        }
+        throw Failure(ExitCode::usage, "cannot tell which certificate '" + which + "' is",
+                      std::to_string(found.size()) + " match (" + text::joined(names) + ")",
+                      "give more of one of them");
+    }
+    return found.front();
+}
+
+std::string subjectOf(const ICertificate& certificate) {
+    return text::name(certificate.subjectNameInfo());
+}
+
+std::string thumbprintOf(const ICertificate& certificate) {
+    const auto octets = certificate.thumbprint();
+    return octets ? orvik::plugin::hex::encode(*octets) : std::string{};
+}
+
+std::string serialOf(const ICertificate& certificate) {
+    return text::serial(certificate.serialNumber());
+}
+
+std::string containerOf(const ICertificate& certificate) {
+    const auto container = certificate.container();
+    if (!container) {
+        return {};
+    }
+    const std::string path = text::utf8(*container);
+    return path.substr(path.find_last_of("/\\") + 1);
+}
+
+nlohmann::ordered_json toJson(const ICertificate& certificate) {
+    const auto publicKey = certificate.publicKey();
+    return {{"subject", subjectOf(certificate)},
+            {"issuer", text::name(certificate.issuerNameInfo())},
+            {"serial", serialOf(certificate)},
+            {"thumbprint", thumbprintOf(certificate)},
+            {"not_before", text::time(certificate.notBefore())},
+            {"not_after", text::time(certificate.notAfter())},
+            {"algorithm", publicKey ? publicKey->algObjId() : std::string{}},
+            {"key_usage", text::keyUsage(certificate.keyUsage().value_or(0))},
+            {"enhanced_key_usage", certificate.enhancedKeyUsage()},
+            {"friendly_name", certificate.friendlyName()},
+            {"container", containerOf(certificate)},
+            {"provider", providerOf(certificate)}};
+}
+
+void print(std::ostream& out, const ICertificate& certificate) {
+    const auto line = [&out](const char* label, const std::string& value) {
+        if (!value.empty()) {
+            out << "  " << label << value << '\n';
+        }
+    };
+    out << subjectOf(certificate) << '\n';
+    line("issuer      ", text::name(certificate.issuerNameInfo()));
+    line("serial      ", serialOf(certificate));
+    line("thumbprint  ", thumbprintOf(certificate));
+    line("valid from  ", text::time(certificate.notBefore()));
+    line("valid until ", text::time(certificate.notAfter()));
+    line("key usage   ", text::joined(text::keyUsage(certificate.keyUsage().value_or(0))));
+    line("container   ", containerOf(certificate));
+    line("provider    ", providerOf(certificate));
+}
+
+} // namespace klunortredi::cli

@@ -1,0 +1,40 @@
+#pragma once
+
+/// Certificates as the command speaks of them.
+
+#include "orvik/plugin/crypto/i_certificate.hpp"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <boost/smart_ptr/shared_ptr.hpp>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace klunortredi::cli {
+
+using CertificatePtr = boost::shared_ptr<orvik::plugin::crypto::ICertificate>;
+
+/// A certificate file, DER or PEM or Base64. Throws Failure (exit 3).
+CertificatePtr readCertificate(const std::string& path);
+CertificatePtr certificateFromDer(const std::string& der);
+
+/// The certificates of a system store, ordered by subject and thumbprint.
+std::vector<CertificatePtr> storeCertificates(const std::string& store);
+
+/// The one certificate that `which` means: a thumbprint prefix, a serial number, or a part of the subject (any case).
+/// Throws Failure: none (exit 1), several (exit 2, naming them).
+CertificatePtr findCertificate(const std::vector<CertificatePtr>& among, const std::string& which,
+                               const std::string& where);
+
+std::string subjectOf(const orvik::plugin::crypto::ICertificate& certificate);
+std::string thumbprintOf(const orvik::plugin::crypto::ICertificate& certificate);
+std::string serialOf(const orvik::plugin::crypto::ICertificate& certificate);
+/// The container's plain name, UTF-8; empty without a link.
+std::string containerOf(const orvik::plugin::crypto::ICertificate& certificate);
+
+nlohmann::ordered_json toJson(const orvik::plugin::crypto::ICertificate& certificate);
+void print(std::ostream& out, const orvik::plugin::crypto::ICertificate& certificate);
+
+} // namespace klunortredi::cli

@@ -1,0 +1,35 @@
+#pragma once
+
+/// What a person or a program sees: results on standard output, everything else on standard error.
+
+#include "failure.hpp"
+#include "options.hpp"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <functional>
+#include <ostream>
+#include <string>
+
+namespace klunortredi::cli {
+
+class Console {
+public:
+    explicit Console(const Options& options) : options_(options) {}
+
+    /// The verb's one result: the document with --json (with its schema number), else what `text` prints.
+    void result(nlohmann::ordered_json document, const std::function<void(std::ostream&)>& text) const;
+    /// A remark for the person on standard error; silent with --quiet.
+    void note(const std::string& line) const;
+    /// The one line of a failure, and its JSON document.
+    void failure(const Failure& failure) const;
+
+    [[nodiscard]] bool json() const noexcept { return options_.json; }
+    /// Whether a progress bar is of use to anyone.
+    [[nodiscard]] bool showsProgress() const;
+
+private:
+    const Options& options_;
+};
+
+} // namespace klunortredi::cli

@@ -1,0 +1,239 @@
+#include "input.hpp"
+
+#include "failure.hpp"
+#include "orvik/plugin/base64.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <streambuf>
+#include <utility>
+#include <vector>
+
+namespace klunortredi::cli {
+
+namespace {
+
+constexpr std::size_t bufferSize = 256 * 1024;
+constexpr std::size_t sniffed = 4096; // armour further in than this is no armour
+
+bool isBase64(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/' ||
+           c == '=';
+}
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+enum class Coding { binary, pem, base64 };
+
+/// DER and BER of everything we read start with a SEQUENCE (0x30), whose Base64 starts with 'M'.
+Coding codingOf(std::string_view head) {
+    if (!head.empty() && head.front() == '\x30' && (head.size() < 2 || !isBase64(head[1]) || head[1] == '0')) {
+        return Coding::binary;
+    }
+    if (head.starts_with("-----BEGIN ") || head.find("\n-----BEGIN ") != std::string_view::npos) {
+        return Coding::pem;
+    }
+    const auto first = std::find_if_not(head.begin(), head.end(), isBlank);
+    const bool text = std::all_of(first, head.end(), [](char c) { return isBase64(c) || isBlank(c); });
+    return first != head.end() && *first == 'M' && text ? Coding::base64 : Coding::binary;
+}
+
+} // namespace
+
+/// The file descriptor as a stream buffer, with room to look ahead.
+class Input::Descriptor : public std::streambuf {
+public:
+    Descriptor(int fd, std::uint64_t size) : fd_(fd), size_(size), buffer_(bufferSize) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() override {
+        if (fd_ != STDIN_FILENO) {
+            ::close(fd_);
+        }
+    }
+
+    /// Fills the buffer up to `most` octets without consuming; fewer only at the end.
+    std::string_view ahead(std::size_t most) {
+        most = std::min(most, buffer_.size());
+        while (static_cast<std::size_t>(egptr() - gptr()) < most && fill()) {
+        }
+        return {gptr(), std::min(most, static_cast<std::size_t>(egptr() - gptr()))};
+    }
+
+    Watcher watcher;
+    [[nodiscard]] int error() const noexcept { return error_; }
+    [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
+
+protected:
+    int_type underflow() override {
+        if (gptr() == egptr() && !fill()) {
+            return traits_type::eof();
+        }
+        return traits_type::to_int_type(*gptr());
+    }
+
+private:
+    /// Reads once more behind what is left; false at the end or on an error.
+    bool fill() {
+        const auto left = static_cast<std::size_t>(egptr() - gptr());
+        std::memmove(buffer_.data(), gptr(), left);
+        setg(buffer_.data(), buffer_.data(), buffer_.data() + left);
+        ssize_t got = 0;
+        do {
+            got = ::read(fd_, buffer_.data() + left, buffer_.size() - left);
+        } while (got < 0 && errno == EINTR);
+        if (got < 0) {
+            error_ = errno;
+        }
+        if (got <= 0) {
+            return false;
+        }
+        setg(buffer_.data(), buffer_.data(), buffer_.data() + left + got);
+        if (watcher) {
+            watcher(static_cast<std::uint64_t>(got));
+        }
+        return true;
+    }
+
+    int fd_;
+    std::uint64_t size_;
+    int error_ = 0;
+    std::vector<char> buffer_;
+};
+
+/// Takes PEM lines and Base64 off, piece by piece.
+class Input::Armor : public std::streambuf {
+public:
+    Armor(std::streambuf& source, bool pem) : source_(source), pem_(pem), started_(!pem) {}
+
+    /// The first decoded octets, at most one buffer.
+    std::string_view ahead(std::size_t most) {
+        underflow();
+        return {gptr(), std::min(most, static_cast<std::size_t>(egptr() - gptr()))};
+    }
+
+protected:
+    int_type underflow() override {
+        if (gptr() != egptr()) {
+            return traits_type::to_int_type(*gptr());
+        }
+        if (!started_) {
+            skipToBody();
+        }
+        std::string quads;
+        while (quads.size() < bufferSize / 4 * 4) {
+            const int c = source_.sbumpc();
+            if (c == traits_type::eof() || (pem_ && c == '-')) {
+                break;
+            }
+            if (!isBlank(static_cast<char>(c))) {
+                quads.push_back(static_cast<char>(c));
+            }
+        }
+        decoded_ = orvik::plugin::base64::decode(quads);
+        setg(decoded_.data(), decoded_.data(), decoded_.data() + decoded_.size());
+        return decoded_.empty() ? traits_type::eof() : traits_type::to_int_type(*gptr());
+    }
+
+private:
+    void skipToBody() {
+        started_ = true;
+        std::string line;
+        for (int c = source_.sbumpc(); c != traits_type::eof(); c = source_.sbumpc()) {
+            if (c != '\n') {
+                line.push_back(static_cast<char>(c));
+                continue;
+            }
+            if (line.starts_with("-----BEGIN ")) {
+                return;
+            }
+            line.clear();
+        }
+    }
+
+    std::streambuf& source_;
+    bool pem_;
+    bool started_;
+    std::string decoded_;
+};
+
+Input::Input(const std::string& path) : name_(path == "-" ? "standard input" : path) {
+    const int fd = path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status {};
+    if (fd < 0 || ::fstat(fd, &status) != 0) {
+        throw fileFailure("cannot read " + name_, errno);
+    }
+    const bool regular = S_ISREG(status.st_mode);
+    descriptor_ = std::make_unique<Descriptor>(fd, regular ? static_cast<std::uint64_t>(status.st_size) : 0);
+    if (S_ISDIR(status.st_mode)) {
+        throw fileFailure("cannot read " + name_, EISDIR);
+    }
+    if (regular) {
+        ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    }
+}
+
+Input::~Input() = default;
+
+std::istream& Input::raw() {
+    if (!stream_) {
+        stream_ = std::make_unique<std::istream>(descriptor_.get());
+    }
+    return *stream_;
+}
+
+std::istream& Input::decoded() {
+    if (!stream_) {
+        const Coding coding = codingOf(descriptor_->ahead(sniffed));
+        if (coding == Coding::binary) {
+            return raw();
+        }
+        armor_ = std::make_unique<Armor>(*descriptor_, coding == Coding::pem);
+        stream_ = std::make_unique<std::istream>(armor_.get());
+    }
+    return *stream_;
+}
+
+std::string Input::peek(std::size_t most) {
+    return std::string(armor_ ? armor_->ahead(most) : descriptor_->ahead(most));
+}
+
+void Input::watch(Watcher watcher) {
+    descriptor_->watcher = std::move(watcher);
+}
+
+std::uint64_t Input::size() const noexcept {
+    return descriptor_->size();
+}
+
+void Input::check() const {
+    if (descriptor_->error() != 0) {
+        throw fileFailure("cannot read " + name_, descriptor_->error());
+    }
+}
+
+std::string readSmall(const std::string& path, std::size_t limit) {
+    Input input(path);
+    std::istream& stream = input.decoded();
+    std::string data(limit + 1, '\0');
+    stream.read(data.data(), static_cast<std::streamsize>(data.size()));
+    input.check();
+    data.resize(static_cast<std::size_t>(stream.gcount()));
+    if (data.size() > limit) {
+        throw Failure(ExitCode::input, "cannot read " + input.name(), "it is too large for what it should be");
+    }
+    if (data.empty()) {
+        throw Failure(ExitCode::input, "cannot read " + input.name(), "it is empty");
+    }
+    return data;
+}
+
+} // namespace klunortredi::cli

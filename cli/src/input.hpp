@@ -1,0 +1,52 @@
+#pragma once
+
+/// Reading of files as they come: from a path or standard input; DER, PEM or bare Base64.
+
+#include <cstdint>
+#include <functional>
+#include <istream>
+#include <memory>
+#include <string>
+
+namespace klunortredi::cli {
+
+/// An open input. Reads through a buffer of its own, so that pipes, devices and files larger than memory are all alike.
+class Input {
+public:
+    using Watcher = std::function<void(std::uint64_t octets)>;
+
+    /// "-" is standard input. Throws Failure (exit 3) for what is missing, a directory, or not readable.
+    explicit Input(const std::string& path);
+    Input(const Input&) = delete;
+    Input& operator=(const Input&) = delete;
+    ~Input();
+
+    /// The octets as they stand.
+    std::istream& raw();
+    /// The same octets, with PEM armour or Base64 taken off where the input has it. Use either this or raw().
+    std::istream& decoded();
+    /// The first octets of `decoded()` (or of `raw()`, when that was asked for first), without consuming them.
+    std::string peek(std::size_t most);
+
+    /// Called as data is read.
+    void watch(Watcher watcher);
+    /// Octets of a regular file; 0 for anything else.
+    [[nodiscard]] std::uint64_t size() const noexcept;
+    [[nodiscard]] const std::string& name() const noexcept { return name_; }
+    /// Throws Failure when reading has failed; a failed read looks like an early end to the stream's user.
+    void check() const;
+
+private:
+    class Descriptor;
+    class Armor;
+
+    std::string name_;
+    std::unique_ptr<Descriptor> descriptor_;
+    std::unique_ptr<Armor> armor_;
+    std::unique_ptr<std::istream> stream_;
+};
+
+/// The whole input, armour off, refused above `limit` octets (exit 3): for certificates and other small things.
+std::string readSmall(const std::string& path, std::size_t limit);
+
+} // namespace klunortredi::cli

@@ -1,0 +1,88 @@
+#include "installed.hpp"
+
+#include "capi/constants.hpp"
+#include "crypto/wincrypt/handles.hpp"
+#include "crypto/wincrypt/provider.hpp"
+#include "crypto/wincrypt/tools.hpp"
+#include "crypto/wincrypt/wincrypt_handler.hpp"
+#include "failure.hpp"
+#include "orvik/plugin/session.hpp"
+#include "text.hpp"
+
+#include <algorithm>
+
+namespace klunortredi::cli {
+
+namespace {
+
+using orvik::plugin::crypto::IProvider;
+using orvik::plugin::wincrypt::Provider;
+
+} // namespace
+
+std::vector<ProviderPtr> installedProviders() {
+    // The first call of the library decides whether there is a service at all, and says so by throwing.
+    orvik::plugin::wincrypt::CoInitializeEx(static_cast<unsigned>(IProvider::Family::cryptoPro));
+    const Provider any(static_cast<IProvider::Type>(0), L"any");
+    const auto set = any.providers(orvik::plugin::Session::instance());
+    std::vector<ProviderPtr> result(set.begin(), set.end());
+    if (result.empty()) {
+        throw Failure(ExitCode::service, "no provider", "the service offers none", "see 'klunortredi info'");
+    }
+    return result;
+}
+
+ProviderPtr chooseProvider(const std::string& name) {
+    const auto installed = installedProviders();
+    const auto named = [&](const ProviderPtr& provider) {
+        const auto type = static_cast<unsigned>(provider->type());
+        return name.empty()
+                   ? type == IProvider::gost2012_256
+                   : name == std::to_string(type) ||
+                         text::lower(text::utf8(provider->name())).find(text::lower(name)) != std::string::npos;
+    };
+    const auto found = std::find_if(installed.begin(), installed.end(), named);
+    if (found != installed.end()) {
+        return *found;
+    }
+    if (name.empty()) {
+        return installed.front();
+    }
+    throw Failure(ExitCode::service, "no provider '" + name + "'", "none of the installed ones matches",
+                  "see 'klunortredi providers'");
+}
+
+std::vector<Container> containersOf(const std::vector<ProviderPtr>& providers) {
+    std::vector<Container> result;
+    for (const auto& provider : providers) {
+        for (const std::wstring& path : provider->containers()) {
+            const std::string full = text::utf8(path);
+            result.push_back({full.substr(full.find_last_of("/\\") + 1), full, provider});
+        }
+    }
+    return result;
+}
+
+Container findContainer(const std::vector<ProviderPtr>& providers, const std::string& name) {
+    const auto containers = containersOf(providers);
+    const auto found = std::find_if(containers.begin(), containers.end(),
+                                    [&](const Container& c) { return c.name == name || c.path == name; });
+    if (found == containers.end()) {
+        throw Failure(ExitCode::no, "no container '" + name + "'", "there is none of that name",
+                      "see 'klunortredi containers'");
+    }
+    return *found;
+}
+
+std::optional<unsigned> pinTriesLeft(const IProvider& provider, const std::wstring& container) {
+    unsigned error = 0;
+    const orvik::plugin::wincrypt::HCRYPTPROV context(container, provider.name(), provider.type(), capi::CRYPT_SILENT,
+                                                      &error);
+    if (context.get() == 0) {
+        return std::nullopt;
+    }
+    const auto left = orvik::plugin::wincrypt::tools::param(context.get(), capi::PP_PIN_TRIES_REMAINING);
+    return left ? std::optional<unsigned>(*left) : std::nullopt;
+}
+
+} // namespace klunortredi::cli

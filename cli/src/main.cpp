@@ -1,0 +1,64 @@
+#include "arguments.hpp"
+#include "console.hpp"
+#include "failure.hpp"
+#include "orvik/plugin/log.hpp"
+#include "orvik/plugin/path_registry.hpp"
+#include "pin.hpp"
+
+#include <algorithm>
+#include <csignal>
+#include <iostream>
+#include <iterator>
+
+namespace {
+
+using namespace klunortredi::cli;
+namespace log = orvik::plugin::log;
+
+/// Log records go to standard error when -v asks for them. Without it the one line of a failure tells enough.
+void setUpLog(int verbosity) {
+    constexpr log::Severity levels[] = {log::Severity::warning, log::Severity::info, log::Severity::debug,
+                                        log::Severity::trace};
+    static constexpr const char* names[] = {"trace", "debug", "info", "warning", "error"};
+    if (verbosity > 0) {
+        log::setLevel(levels[std::min<std::size_t>(static_cast<std::size_t>(verbosity) - 1, std::size(levels) - 1)]);
+    }
+    log::setSink([verbosity](log::Severity severity, std::string_view text) {
+        if (verbosity > 0) {
+            std::cerr << names[static_cast<std::size_t>(severity)] << ": " << text << '\n';
+        }
+    });
+}
+
+ExitCode run(const Command& command) {
+    const Console console(command.options);
+    PinDialog pin(command.options.pin);
+    pin.install();
+    Session session{command.options, console, pin};
+    try {
+        try {
+            if (!command.options.service.empty()) {
+                orvik::plugin::PathRegistry::setService(command.options.service);
+            }
+            return command.run(session);
+        } catch (...) {
+            throw currentFailure("cannot do this");
+        }
+    } catch (const Failure& failure) {
+        console.failure(failure);
+        return failure.exit();
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // A reader that goes away is an output error like any other, not a death.
+    std::signal(SIGPIPE, SIG_IGN);
+    const Command command = parse(argc, argv);
+    if (!command.run) {
+        return static_cast<int>(command.exit);
+    }
+    setUpLog(command.options.verbosity);
+    return static_cast<int>(run(command));
+}

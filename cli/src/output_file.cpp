@@ -1,0 +1,147 @@
+#include "output_file.hpp"
+
+#include "failure.hpp"
+#include "orvik/plugin/base64.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+namespace klunortredi::cli {
+
+namespace {
+
+std::string folderOf(const std::string& path) {
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+} // namespace
+
+OutputFile::OutputFile(std::string path, bool force) : path_(std::move(path)), force_(force) {
+    if (path_ == "-") {
+        fd_ = STDOUT_FILENO;
+        direct_ = true;
+        return;
+    }
+    struct stat status {};
+    if (::stat(path_.c_str(), &status) == 0) {
+        if (S_ISDIR(status.st_mode)) {
+            fail(EISDIR);
+        }
+        direct_ = !S_ISREG(status.st_mode);
+        if (!direct_ && !force_) {
+            throw Failure(ExitCode::input, "cannot write " + path_, "it is there already", "--force replaces it",
+                          EEXIST);
+        }
+    }
+    if (direct_) {
+        fd_ = ::open(path_.c_str(), O_WRONLY | O_CLOEXEC);
+        if (fd_ < 0) {
+            fail(errno);
+        }
+        return;
+    }
+    openTemporary();
+}
+
+OutputFile::~OutputFile() {
+    if (fd_ >= 0 && fd_ != STDOUT_FILENO) {
+        ::close(fd_);
+    }
+    if (!temporary_.empty()) {
+        ::unlink(temporary_.c_str());
+    }
+}
+
+void OutputFile::write(std::string_view octets) {
+    while (!octets.empty()) {
+        const ssize_t written = ::write(fd_, octets.data(), octets.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written < 0) {
+            fail(errno);
+        }
+        octets.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+void OutputFile::commit() {
+    if (direct_) {
+        return;
+    }
+    if (::fsync(fd_) != 0) {
+        fail(errno);
+    }
+    publish();
+}
+
+void OutputFile::openTemporary() {
+    // A file without a name leaves nothing behind, whatever ends the process.
+    fd_ = ::open(folderOf(path_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+    if (fd_ >= 0) {
+        return;
+    }
+    if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
+        fail(errno);
+    }
+    temporary_ = path_ + ".XXXXXX";
+    fd_ = ::mkostemp(temporary_.data(), O_CLOEXEC);
+    if (fd_ < 0) {
+        temporary_.clear();
+        fail(errno);
+    }
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    ::fchmod(fd_, 0666 & ~mask);
+}
+
+void OutputFile::publish() {
+    if (temporary_.empty()) {
+        const std::string link = "/proc/self/fd/" + std::to_string(fd_);
+        if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, path_.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+            return;
+        }
+        if (errno != EEXIST || !force_) {
+            fail(errno);
+        }
+        // A link cannot replace a file, a rename can: take a temporary name for that moment.
+        temporary_ = path_ + ".new-" + std::to_string(::getpid());
+        if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, temporary_.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+            temporary_.clear();
+            fail(errno);
+        }
+    } else if (!force_) {
+        if (::link(temporary_.c_str(), path_.c_str()) != 0) {
+            fail(errno);
+        }
+        return; // the destructor takes the temporary name away
+    }
+    if (std::rename(temporary_.c_str(), path_.c_str()) != 0) {
+        fail(errno);
+    }
+    temporary_.clear();
+}
+
+void OutputFile::fail(int error) const {
+    throw fileFailure("cannot write " + (path_ == "-" ? std::string("standard output") : path_), error);
+}
+
+std::string toPem(std::string_view der, const std::string& label) {
+    constexpr std::size_t lineLength = 64;
+    const std::string text = orvik::plugin::base64::encode({der.data(), der.size()});
+    std::string pem = "-----BEGIN " + label + "-----\n";
+    for (std::size_t at = 0; at < text.size(); at += lineLength) {
+        pem += text.substr(at, lineLength) + "\n";
+    }
+    return pem + "-----END " + label + "-----\n";
+}
+
+} // namespace klunortredi::cli

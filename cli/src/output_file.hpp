@@ -1,0 +1,42 @@
+#pragma once
+
+/// Files that appear whole or not at all.
+
+#include <string>
+#include <string_view>
+
+namespace klunortredi::cli {
+
+/// A new file under a temporary life: it has no name (or a temporary one) until commit(). "-" is standard output; a
+/// device or pipe is written to directly.
+class OutputFile {
+public:
+    /// Throws Failure (exit 3) when the file is there already and `force` is false, or when it cannot be made.
+    OutputFile(std::string path, bool force);
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+    /// Without commit() nothing is left behind.
+    ~OutputFile();
+
+    void write(std::string_view octets);
+    /// Gives the file its name, after everything has reached the disk.
+    void commit();
+
+    [[nodiscard]] const std::string& path() const noexcept { return path_; }
+
+private:
+    void openTemporary();
+    void publish();
+    [[noreturn]] void fail(int error) const;
+
+    std::string path_;
+    std::string temporary_; ///< empty while the file has no name at all
+    int fd_ = -1;
+    bool force_;
+    bool direct_ = false;
+};
+
+/// `der` between PEM lines of that label, in lines of 64 characters (RFC 7468).
+std::string toPem(std::string_view der, const std::string& label);
+
+} // namespace klunortredi::cli

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string_view>
+
+namespace klunortredi::cli {
+
+/// What the first octets of a file say that it is.
+enum class SignatureShape {
+    attached, ///< CMS SignedData with its content inside
+    detached, ///< CMS SignedData without content
+    xml,      ///< an XML document
+    unknown,  ///< something else, or too little to tell
+};
+
+/// Looks at the head of a signature (RFC 5652, BER or DER): whether the encapsulated content is there decides how the
+/// message must be opened. A few hundred octets are enough for any real signature.
+SignatureShape signatureShape(std::string_view head);
+
+} // namespace klunortredi::cli

@@ -1,0 +1,118 @@
+#include "text.hpp"
+
+#include "failure.hpp"
+#include "orvik/plugin/converter.hpp"
+#include "orvik/plugin/hex.hpp"
+#include "orvik/plugin/tools.hpp"
+
+#include <boost/date_time/posix_time/posix_time.hpp>
+
+#include <algorithm>
+#include <sstream>
+#include <utility>
+
+namespace klunortredi::cli::text {
+
+namespace {
+
+constexpr std::pair<std::string_view, std::string_view> shortNames[] = {
+    {"2.5.4.3", "CN"},
+    {"2.5.4.4", "SN"},
+    {"2.5.4.5", "serialNumber"},
+    {"2.5.4.6", "C"},
+    {"2.5.4.7", "L"},
+    {"2.5.4.8", "ST"},
+    {"2.5.4.9", "street"},
+    {"2.5.4.10", "O"},
+    {"2.5.4.11", "OU"},
+    {"2.5.4.12", "title"},
+    {"2.5.4.42", "GN"},
+    {"1.2.840.113549.1.9.1", "emailAddress"},
+    {"0.9.2342.19200300.100.1.25", "DC"},
+    {"1.2.643.3.131.1.1", "INN"},
+    {"1.2.643.100.1", "OGRN"},
+    {"1.2.643.100.3", "SNILS"},
+    {"1.2.643.100.4", "INNLE"},
+    {"1.2.643.100.5", "OGRNIP"},
+};
+
+/// First octet low, second high, as ICertificate::keyUsage gives them.
+constexpr std::pair<std::string_view, unsigned> usages[] = {
+    {"digitalSignature", 0x80}, {"nonRepudiation", 0x40}, {"keyEncipherment", 0x20},
+    {"dataEncipherment", 0x10}, {"keyAgreement", 0x08},   {"keyCertSign", 0x04},
+    {"cRLSign", 0x02},          {"encipherOnly", 0x01},   {"decipherOnly", 0x8000},
+};
+
+} // namespace
+
+std::string name(const orvik::plugin::crypto::NameInfo& info) {
+    std::vector<std::string> parts;
+    for (const auto& [oid, value] : info.attributes) {
+        const auto* known = std::find_if(std::begin(shortNames), std::end(shortNames),
+                                         [&oid = oid](const auto& row) { return row.first == oid; });
+        parts.push_back((known == std::end(shortNames) ? oid : std::string(known->second)) + "=" + value);
+    }
+    return joined(parts);
+}
+
+std::string time(const boost::posix_time::ptime& time) {
+    return time.is_special() ? std::string{} : boost::posix_time::to_iso_extended_string(time).substr(0, 19) + "Z";
+}
+
+std::string serial(const std::string& littleEndian) {
+    return orvik::plugin::hex::encode(std::string(littleEndian.rbegin(), littleEndian.rend()));
+}
+
+std::vector<std::string> keyUsage(unsigned bits) {
+    std::vector<std::string> names;
+    for (const auto& [usage, bit] : usages) {
+        if ((bits & bit) != 0) {
+            names.emplace_back(usage);
+        }
+    }
+    return names;
+}
+
+unsigned keyUsageBits(const std::string& list) {
+    unsigned bits = 0;
+    std::istringstream stream(list);
+    for (std::string item; std::getline(stream, item, ',');) {
+        const auto* known = std::find_if(std::begin(usages), std::end(usages),
+                                         [&item](const auto& row) { return lower(row.first) == lower(item); });
+        if (known == std::end(usages)) {
+            throw Failure(ExitCode::usage, "cannot use --key-usage", "there is no key usage '" + item + "'",
+                          "known are digitalSignature, nonRepudiation, keyEncipherment, dataEncipherment, "
+                          "keyAgreement, keyCertSign, cRLSign, encipherOnly, decipherOnly");
+        }
+        bits |= known->second;
+    }
+    return bits;
+}
+
+std::string lower(std::string_view text) {
+    std::string result(text);
+    for (char& c : result) {
+        if (c >= 'A' && c <= 'Z') {
+            c = static_cast<char>(c - 'A' + 'a');
+        }
+    }
+    return result;
+}
+
+std::string utf8(const std::wstring& wide) {
+    return orvik::plugin::converter::utf16_to_utf8(wide);
+}
+
+std::wstring wide(const std::string& utf8) {
+    return orvik::plugin::converter::utf8_to_utf16(utf8);
+}
+
+std::string joined(const std::vector<std::string>& parts) {
+    std::string result;
+    for (const std::string& part : parts) {
+        result += (result.empty() ? "" : ", ") + part;
+    }
+    return result;
+}
+
+} // namespace klunortredi::cli::text

@@ -1,0 +1,92 @@
+#include "verbs/verbs.hpp"
+
+#include "capi/constants.hpp"
+#include "certificates.hpp"
+#include "console.hpp"
+#include "crypto/wincrypt/handles.hpp"
+#include "crypto/wincrypt/wincrypt_handler.hpp"
+#include "installed.hpp"
+#include "text.hpp"
+
+#include <nlohmann/json.hpp>
+
+namespace klunortredi::cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using orvik::plugin::wincrypt::HCRYPTKEY;
+using orvik::plugin::wincrypt::HCRYPTPROV;
+
+std::vector<ProviderPtr> chosen(const std::string& provider) {
+    return provider.empty() ? installedProviders() : std::vector<ProviderPtr>{chooseProvider(provider)};
+}
+
+/// The key pairs in a container and the certificate that lies beside one of them.
+struct Contents {
+    std::vector<std::string> keys;
+    std::string certificate; ///< thumbprint, empty when none
+};
+
+Contents contentsOf(const Container& container) {
+    Contents contents;
+    unsigned error = 0;
+    const HCRYPTPROV context(text::wide(container.path), container.provider->name(), container.provider->type(),
+                             capi::CRYPT_SILENT, &error);
+    if (context.get() == 0) {
+        return contents;
+    }
+    constexpr std::pair<DWORD, const char*> specs[] = {{capi::AT_KEYEXCHANGE, "exchange"},
+                                                       {capi::AT_SIGNATURE, "signature"}};
+    for (const auto& [spec, name] : specs) {
+        HCRYPTKEY key;
+        if (orvik::plugin::wincrypt::CryptGetUserKey(context.get(), spec, key.put()) == 0) {
+            continue;
+        }
+        contents.keys.emplace_back(name);
+        const std::string der = orvik::plugin::wincrypt::CryptGetKeyParamEx(key.get(), capi::KP_CERTIFICATE);
+        if (!der.empty() && contents.certificate.empty()) {
+            contents.certificate = thumbprintOf(*certificateFromDer(der));
+        }
+    }
+    return contents;
+}
+
+} // namespace
+
+ExitCode listContainers(Session& session, const ContainersArguments& arguments) {
+    const auto containers = containersOf(chosen(arguments.provider));
+    Json list = Json::array();
+    std::vector<Contents> contents;
+    for (const Container& container : containers) {
+        contents.push_back(contentsOf(container));
+        list.push_back({{"name", container.name},
+                        {"path", container.path},
+                        {"provider", text::utf8(container.provider->name())},
+                        {"type", static_cast<unsigned>(container.provider->type())},
+                        {"keys", contents.back().keys},
+                        {"certificate", contents.back().certificate}});
+    }
+    session.console.result({{"containers", list}}, [&](std::ostream& out) {
+        for (std::size_t i = 0; i < containers.size(); ++i) {
+            const std::string& certificate = contents[i].certificate;
+            out << containers[i].name << "  (" << text::joined(contents[i].keys) << " key, "
+                << (certificate.empty() ? "no certificate" : "certificate " + certificate.substr(0, 8)) << ")  "
+                << text::utf8(containers[i].provider->name()) << '\n';
+        }
+        if (containers.empty()) {
+            out << "no containers\n";
+        }
+    });
+    return ExitCode::done;
+}
+
+ExitCode deleteContainer(Session& session, const ContainersArguments& arguments) {
+    const Container container = findContainer(chosen(arguments.provider), arguments.name);
+    container.provider->deleteContainer(text::wide(container.path), "asked for on the command line");
+    session.console.result({{"deleted", container.name}, {"provider", text::utf8(container.provider->name())}},
+                           [&](std::ostream& out) { out << "deleted container " << container.name << '\n'; });
+    return ExitCode::done;
+}
+
+} // namespace klunortredi::cli

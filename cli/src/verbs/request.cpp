@@ -1,0 +1,70 @@
+#include "verbs/verbs.hpp"
+
+#include "console.hpp"
+#include "crypto/wincrypt/csr_creator.hpp"
+#include "failure.hpp"
+#include "installed.hpp"
+#include "options.hpp"
+#include "orvik/plugin/base64.hpp"
+#include "orvik/plugin/crypto/tools.hpp"
+#include "output_file.hpp"
+#include "pin.hpp"
+#include "text.hpp"
+
+#include <boost/smart_ptr/make_shared.hpp>
+#include <nlohmann/json.hpp>
+
+namespace klunortredi::cli {
+
+namespace {
+
+/// The provider's usual parameter set when the person names none: its table row says which.
+std::string usualParamSet(const orvik::plugin::crypto::IProvider& provider) {
+    const auto record = orvik::plugin::crypto::tools::providerInfo(text::utf8(provider.name()));
+    return record && !record->paramSets.empty() ? record->paramSets.front() : std::string{};
+}
+
+} // namespace
+
+ExitCode request(Session& session, const RequestArguments& arguments) {
+    // The output is claimed first: a key pair whose request cannot be written is of no use.
+    OutputFile out(arguments.out.empty() ? arguments.container + ".csr" : arguments.out, session.options.force);
+
+    auto params = boost::make_shared<orvik::plugin::crypto::CsrCreatorParams>();
+    params->provider = chooseProvider(arguments.provider);
+    params->container = text::wide(arguments.container);
+    params->subject = arguments.subject;
+    params->paramSet = arguments.paramSet.empty() ? usualParamSet(*params->provider) : arguments.paramSet;
+    params->keyUsage = static_cast<std::uint16_t>(text::keyUsageBits(arguments.keyUsage));
+    params->enhancedKeyUsage = arguments.enhancedKeyUsage;
+    params->certificatePolicies = arguments.policies;
+    params->dnsNames = arguments.dnsNames;
+    params->userPrincipalName = arguments.userPrincipalName;
+    params->subjectSignTool = params->provider->subjectSignTool().value_or("");
+    params->exportable = arguments.exportable;
+
+    const std::string pin = session.pin.askNew(arguments.container);
+    const auto result = orvik::plugin::wincrypt::CsrCreator().create(params, pin);
+    const std::string der = orvik::plugin::base64::decode(result->request);
+    out.write(session.options.pem ? toPem(der, "CERTIFICATE REQUEST") : der);
+    out.commit();
+
+    const std::string provider = text::utf8(params->provider->name());
+    const auto print = [&](std::ostream& stream) {
+        stream << "made a key pair in container " << result->containerName << " (" << provider << ")\n"
+               << "wrote the certificate request to " << out.path() << '\n';
+    };
+    if (out.path() == "-") { // standard output is the request's
+        return ExitCode::done;
+    }
+    session.console.result({{"container", result->containerName},
+                            {"path", result->containerPath},
+                            {"provider", provider},
+                            {"type", static_cast<unsigned>(params->provider->type())},
+                            {"output", out.path()},
+                            {"bytes", der.size()}},
+                           print);
+    return ExitCode::done;
+}
+
+} // namespace klunortredi::cli

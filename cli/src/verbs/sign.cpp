@@ -1,0 +1,167 @@
+#include "verbs/verbs.hpp"
+
+#include "certificates.hpp"
+#include "console.hpp"
+#include "crypto/wincrypt/signature_factory.hpp"
+#include "failure.hpp"
+#include "input.hpp"
+#include "installed.hpp"
+#include "options.hpp"
+#include "orvik/plugin/crypto/constant.hpp"
+#include "orvik/plugin/crypto/i_provider.hpp"
+#include "output_file.hpp"
+#include "pin.hpp"
+#include "progress.hpp"
+#include "text.hpp"
+
+#include <boost/filesystem/path.hpp>
+#include <nlohmann/json.hpp>
+
+namespace klunortredi::cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using orvik::plugin::FileInfo;
+using orvik::plugin::crypto::SignatureFactory;
+using orvik::plugin::crypto::format::SignatureRequest;
+
+constexpr std::size_t chunkSize = 1024 * 1024;
+
+/// "OID=TYPE:VALUE" into its three texts.
+SignatureRequest::Attribute parseAttribute(const std::string& text) {
+    const auto equals = text.find('=');
+    const auto colon = text.find(':', equals == std::string::npos ? 0 : equals);
+    if (equals == std::string::npos || colon == std::string::npos || equals == 0) {
+        throw Failure(ExitCode::usage, "cannot use --attribute " + text, "it is not of the form OID=TYPE:VALUE",
+                      "for example 1.2.3.4=UTF8String:text");
+    }
+    return {text.substr(equals + 1, colon - equals - 1), text.substr(0, equals), text.substr(colon + 1)};
+}
+
+/// One batch: a signer, a format, and where the signatures go.
+class Batch {
+public:
+    Batch(Session& session, const SignArguments& arguments)
+        : session_(session), arguments_(arguments), factory_(arguments.format),
+          certificate_(findCertificate(storeCertificates("my"), arguments.certificate, "store my")) {
+        for (const std::string& attribute : arguments.attributes) {
+            request_.attributes.push_back(parseAttribute(attribute));
+        }
+        session_.pin.setTriesLeft([this]() -> std::optional<unsigned> {
+            const auto provider = certificate_->provider(true);
+            const auto container = certificate_->container();
+            return provider && container ? pinTriesLeft(*provider, *container) : std::nullopt;
+        });
+    }
+
+    Json sign(const std::string& file) {
+        Input input(file);
+        if (input.raw().peek() == std::istream::traits_type::eof()) {
+            input.check();
+            throw Failure(ExitCode::input, "cannot sign " + input.name(), "it is empty",
+                          "a signature needs something to sign");
+        }
+        OutputFile out(outputOf(file), session_.options.force);
+        const auto signature = signatureOf(input, "cannot sign " + input.name());
+        out.write(session_.options.pem && arguments_.format != orvik::plugin::crypto::constant::signature_xmldsig
+                      ? toPem(signature, "CMS")
+                      : std::string_view(signature));
+        out.commit();
+        return {{"input", file}, {"output", out.path()}, {"format", arguments_.format}, {"bytes", signature.size()}};
+    }
+
+    [[nodiscard]] const orvik::plugin::crypto::ICertificate& certificate() const { return *certificate_; }
+
+private:
+    /// FILE without its extension, followed by the format's suffix, beside FILE or in --out-dir.
+    [[nodiscard]] std::string outputOf(const std::string& file) const {
+        if (!arguments_.out.empty()) {
+            return arguments_.out;
+        }
+        if (file == "-") {
+            return "-";
+        }
+        const boost::filesystem::path path(file);
+        const boost::filesystem::path folder =
+            arguments_.outDir.empty() ? path.parent_path() : boost::filesystem::path(arguments_.outDir);
+        return (folder / path.stem()).string() + factory_.extension(FileInfo(file));
+    }
+
+    std::string signatureOf(Input& input, const std::string& what) {
+        Progress progress(session_.console.showsProgress(), "signing " + input.name(), input.size());
+        input.watch([&progress](std::uint64_t octets) { progress.advance(octets); });
+        std::vector<unsigned char> out;
+        try {
+            const auto creator = factory_.creator(request_);
+            SignatureFactory::Creator::Params params;
+            params.certificate = certificate_;
+            params.attributes = request_.attributes;
+            creator->initialize(params);
+            feed(input, *creator);
+            if (!creator->finalize(out)) {
+                throw session_.pin.refusal(what);
+            }
+        } catch (...) {
+            throw currentFailure(what);
+        }
+        return {out.begin(), out.end()};
+    }
+
+    static void feed(Input& input, orvik::plugin::IDataHandler& handler) {
+        std::vector<char> chunk(chunkSize);
+        std::istream& stream = input.raw();
+        while (stream.read(chunk.data(), static_cast<std::streamsize>(chunk.size())), stream.gcount() > 0) {
+            handler.update(reinterpret_cast<const unsigned char*>(chunk.data()),
+                           static_cast<std::size_t>(stream.gcount()));
+        }
+        input.check();
+    }
+
+    Session& session_;
+    const SignArguments& arguments_;
+    orvik::plugin::wincrypt::SignatureFactory factory_;
+    CertificatePtr certificate_;
+    SignatureRequest request_;
+};
+
+} // namespace
+
+ExitCode sign(Session& session, const SignArguments& arguments) {
+    if (arguments.files.size() > 1 && !arguments.out.empty()) {
+        throw Failure(ExitCode::usage, "cannot sign", "--out names one file, but several are to be signed",
+                      "use --out-dir");
+    }
+    Batch batch(session, arguments);
+    Json list = Json::array();
+    ExitCode worst = ExitCode::done;
+    for (const std::string& file : arguments.files) {
+        try {
+            list.push_back(batch.sign(file));
+        } catch (...) {
+            const Failure failure = currentFailure("cannot sign " + file);
+            // After a refused PIN every further file would cost another try.
+            if (!arguments.keepGoing || failure.exit() == ExitCode::pin || failure.exit() == ExitCode::cancelled) {
+                throw failure;
+            }
+            session.console.note(std::string("klunortredi: ") + failure.what());
+            list.push_back({{"input", file}, {"error", {{"code", failure.code()}, {"message", failure.what()}}}});
+            worst = failure.exit();
+        }
+    }
+    if (arguments.files.size() == 1 && worst == ExitCode::done && list.front()["output"] == "-") {
+        return worst; // standard output is the signature's
+    }
+    session.console.result({{"files", list}}, [&](std::ostream& out) {
+        for (const Json& file : list) {
+            if (file.contains("output")) {
+                out << file["input"].get<std::string>() << " -> " << file["output"].get<std::string>() << " ("
+                    << arguments.format << ", " << file["bytes"] << " bytes), signed by "
+                    << subjectOf(batch.certificate()) << '\n';
+            }
+        }
+    });
+    return worst;
+}
+
+} // namespace klunortredi::cli

@@ -1,0 +1,109 @@
+#pragma once
+
+/// The verbs: each takes what the command line said and answers with the process's exit code; failures are thrown.
+
+#include "exit_code.hpp"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace klunortredi::cli {
+
+class Console;
+class PinDialog;
+struct Options;
+
+/// What every verb works with.
+struct Session {
+    const Options& options;
+    const Console& console;
+    PinDialog& pin;
+};
+
+ExitCode info(Session& session);
+ExitCode providers(Session& session);
+
+struct ContainersArguments {
+    std::string provider; ///< empty: all
+    std::string name;     ///< of `delete`
+};
+ExitCode listContainers(Session& session, const ContainersArguments& arguments);
+ExitCode deleteContainer(Session& session, const ContainersArguments& arguments);
+
+struct RequestArguments {
+    std::string container;
+    std::string subject;
+    std::string provider;
+    std::string paramSet;
+    std::string keyUsage = "digitalSignature,nonRepudiation";
+    std::vector<std::string> enhancedKeyUsage;
+    std::vector<std::string> policies;
+    std::vector<std::string> dnsNames;
+    std::string userPrincipalName;
+    bool exportable = false;
+    std::string out;
+};
+ExitCode request(Session& session, const RequestArguments& arguments);
+
+struct InstallArguments {
+    std::string certificate;
+    std::string container;
+    std::string provider;
+};
+ExitCode install(Session& session, const InstallArguments& arguments);
+
+struct CertsArguments {
+    std::string store = "my";
+    std::string provider; ///< not empty: the certificates of this provider's containers instead of a store's
+    std::string which;
+    std::string out = "-"; ///< of `export`
+};
+ExitCode listCertificates(Session& session, const CertsArguments& arguments);
+ExitCode showCertificate(Session& session, const CertsArguments& arguments);
+ExitCode addCertificate(Session& session, const CertsArguments& arguments);
+ExitCode deleteCertificate(Session& session, const CertsArguments& arguments);
+ExitCode exportCertificate(Session& session, const CertsArguments& arguments);
+
+struct SignArguments {
+    std::vector<std::string> files;
+    std::string certificate;
+    std::string format = "detached";
+    std::vector<std::string> attributes; ///< OID=TYPE:VALUE
+    std::string out;
+    std::string outDir;
+    bool keepGoing = false;
+};
+ExitCode sign(Session& session, const SignArguments& arguments);
+
+struct VerifyArguments {
+    std::string file;
+    std::string content;
+    std::string format;
+    std::string signerCertificate;
+    std::string extract;
+    bool chain = false;
+};
+ExitCode verify(Session& session, const VerifyArguments& arguments);
+
+struct ChainArguments {
+    std::string which; ///< a file, or which certificate of store my
+};
+ExitCode chain(Session& session, const ChainArguments& arguments);
+
+struct HashArguments {
+    std::string file;
+    std::string algorithm = "1.2.643.7.1.1.2.2";
+};
+ExitCode hash(Session& session, const HashArguments& arguments);
+
+struct RandomArguments {
+    unsigned long count = 0;
+    bool base64 = false;
+    bool hex = false;
+};
+ExitCode random(Session& session, const RandomArguments& arguments);
+
+ExitCode demo(Session& session);
+
+} // namespace klunortredi::cli
