@@ -3,7 +3,9 @@ target_sources(klunortredi_csp_core PRIVATE
     src/objects/certificates.cpp
     src/objects/codec.cpp
     src/objects/extensions.cpp
+    src/objects/name_text.cpp
     src/objects/names.cpp
+    src/objects/oid_info.cpp
     src/objects/parts.cpp
     src/objects/string_value.cpp
     src/objects/time.cpp
