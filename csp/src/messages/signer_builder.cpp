@@ -5,6 +5,7 @@
 #include "core/der.hpp"
 #include "core/error.hpp"
 #include "crypto/digest.hpp"
+#include "crypto/key_pair.hpp"
 #include "crypto/signature.hpp"
 #include "messages/attribute_rules.hpp"
 
@@ -63,15 +64,6 @@ bool isLegacyGost(const DigestAlgorithm& digest) {
     return digest.oid == oid::gostR341194;
 }
 
-/// The certificate's key is the one that signs; else nobody could verify the message.
-void requireKeyOf(const CERT_INFO& certificate, const EVP_PKEY* key) {
-    const ossl::Pkey named = publicKeyFromInfo(encodePublicKeyInfo(certificate.SubjectPublicKeyInfo));
-    const ossl::ErrorMark mark;
-    if (EVP_PKEY_eq(named.get(), key) != 1) {
-        fail(capi::NTE_BAD_PUBLIC_KEY);
-    }
-}
-
 } // namespace
 
 SignerBuilder::SignerBuilder(const CMSG_SIGNER_ENCODE_INFO& info, std::string_view contentType)
@@ -84,13 +76,17 @@ SignerBuilder::SignerBuilder(const CMSG_SIGNER_ENCODE_INFO& info, std::string_vi
         fail(capi::CRYPT_E_UNKNOWN_ALGO);
     }
     context_ = signingContext(info.hCryptProv);
-    const ossl::Pkey key = publicKeyFromInfo(context_->publicKeyInfo(keySpec_));
+    const Bytes keyInfo = context_->publicKeyInfo(keySpec_);
+    const ossl::Pkey key = publicKeyFromInfo(keyInfo);
     key_ = &keyAlgorithm(key.get());
     if (signatureOid(*key_, *digest_).empty()) {
         fail(capi::NTE_BAD_ALGID);
     }
-    requireKeyOf(*info.pCertInfo, key.get());
-    signatureSize_ = static_cast<std::size_t>(EVP_PKEY_get_size(key.get()));
+    // Were the certificate that of another key, nobody could verify the message.
+    if (!samePublicKey(keyInfo, encodePublicKeyInfo(info.pCertInfo->SubjectPublicKeyInfo))) {
+        fail(capi::NTE_BAD_PUBLIC_KEY);
+    }
+    signatureSize_ = signatureSize(key.get());
     issuerAndSerial_ = issuerAndSerial(*info.pCertInfo);
 
     std::vector<Attribute> given = attributes(info.rgAuthAttr, info.cAuthAttr);

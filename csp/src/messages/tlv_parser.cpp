@@ -12,6 +12,14 @@ namespace {
 constexpr std::uint8_t constructedBit = 0x20;
 constexpr std::uint8_t tagNumberMask = 0x1F;
 constexpr std::uint8_t moreBit = 0x80;
+
+/// Messages are kept in containers of a fixed size, filled up with zeros (ISO 32000-2, 12.8.1).
+void requirePadding(ByteView behind) {
+    if (std::ranges::any_of(behind, [](std::uint8_t octet) { return octet != 0; })) {
+        fail(capi::CRYPT_E_ASN1_CORRUPT);
+    }
+}
+
 } // namespace
 
 std::uint64_t TlvParser::bound() const noexcept {
@@ -21,7 +29,8 @@ std::uint64_t TlvParser::bound() const noexcept {
 void TlvParser::feed(ByteView piece) {
     while (!piece.empty()) {
         if (complete_) {
-            fail(capi::CRYPT_E_ASN1_CORRUPT);
+            requirePadding(piece);
+            return;
         }
         if (!frames_.empty() && frames_.back().octets) {
             piece = feedOctets(piece);
