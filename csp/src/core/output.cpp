@@ -17,8 +17,9 @@ ByteView asBytes(std::wstring_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size() * sizeof(wchar_t)};
 }
 
-/// True when the caller's buffer is there and large enough; reports the size in every case.
-bool roomFor(std::size_t needed, const void* buffer, DWORD* size) {
+} // namespace
+
+bool hasRoom(std::size_t needed, const void* buffer, DWORD* size) {
     if (size == nullptr) {
         fail(capi::ERROR_INVALID_PARAMETER);
     }
@@ -36,22 +37,20 @@ bool roomFor(std::size_t needed, const void* buffer, DWORD* size) {
     return true;
 }
 
-} // namespace
-
 void give(ByteView value, void* buffer, DWORD* size) {
-    if (roomFor(value.size(), buffer, size) && !value.empty()) {
+    if (hasRoom(value.size(), buffer, size) && !value.empty()) {
         std::memcpy(buffer, value.data(), value.size());
     }
 }
 
 void give(DWORD value, void* buffer, DWORD* size) {
-    if (roomFor(sizeof value, buffer, size)) {
+    if (hasRoom(sizeof value, buffer, size)) {
         std::memcpy(buffer, &value, sizeof value);
     }
 }
 
 void giveText(std::string_view value, void* buffer, DWORD* size) {
-    if (roomFor(value.size() + 1, buffer, size)) {
+    if (hasRoom(value.size() + 1, buffer, size)) {
         auto* out = static_cast<char*>(buffer);
         std::memcpy(out, value.data(), value.size());
         out[value.size()] = '\0';
@@ -108,7 +107,7 @@ void StructBuilder::text(std::size_t pointerOffset, std::wstring_view value) {
 }
 
 void StructBuilder::deliver(void* buffer, DWORD* size) const {
-    if (!roomFor(block_.size(), buffer, size)) {
+    if (!hasRoom(block_.size(), buffer, size)) {
         return;
     }
     auto* base = static_cast<std::uint8_t*>(buffer);

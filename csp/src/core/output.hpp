@@ -12,6 +12,10 @@
 
 namespace klunortredi::csp {
 
+/// The two-call protocol alone: true when `buffer` is there and has `needed` octets by `*size`. Reports the needed size
+/// in every case; fails as `give` does. For results that are made only when they are asked for.
+bool hasRoom(std::size_t needed, const void* buffer, DWORD* size);
+
 /// Writes `value` to `*buffer` by the two-call protocol. A null `buffer` only reports the size; one that is too small
 /// (by `*size`) reports the needed size and fails with ERROR_MORE_DATA. A null `size`: ERROR_INVALID_PARAMETER.
 void give(ByteView value, void* buffer, DWORD* size);

@@ -87,12 +87,19 @@ Bytes ProviderContext::sign(DWORD keySpec, const DigestAlgorithm& algorithm, Byt
     return signDigest(privateKey.get(), algorithm, digest);
 }
 
-std::size_t ProviderContext::signatureSize(DWORD keySpec, const DigestAlgorithm& algorithm) const {
-    const ossl::Pkey publicKey = publicKeyFromInfo(publicKeyInfo(keySpec));
-    if (signatureOid(keyAlgorithm(publicKey.get()), algorithm).empty()) {
+std::size_t ProviderContext::signatureSize(DWORD keySpec, const DigestAlgorithm& algorithm) {
+    const std::lock_guard lock(mutex_);
+    const KeyEntry& entry = key(keySpec);
+    if (signatureOid(keyAlgorithm(provider_), algorithm).empty()) {
         fail(capi::NTE_BAD_ALGID);
     }
-    return csp::signatureSize(publicKey.get());
+    const auto known = signatureSizes_.find(keySpec);
+    if (known != signatureSizes_.end()) {
+        return known->second;
+    }
+    const std::size_t size = csp::signatureSize(publicKeyFromInfo(entry.publicKeyInfo).get());
+    signatureSizes_.emplace(keySpec, size);
+    return size;
 }
 
 bool ProviderContext::exportable(DWORD keySpec) const {

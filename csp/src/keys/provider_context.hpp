@@ -41,7 +41,7 @@ public:
     [[nodiscard]] Bytes publicKeyInfo(DWORD keySpec) const override;
     Bytes sign(DWORD keySpec, const DigestAlgorithm& algorithm, ByteView digest) override;
     /// Size of a signature, found without the private key. Throws ApiError: NTE_NO_KEY, NTE_BAD_ALGID.
-    [[nodiscard]] std::size_t signatureSize(DWORD keySpec, const DigestAlgorithm& algorithm) const;
+    [[nodiscard]] std::size_t signatureSize(DWORD keySpec, const DigestAlgorithm& algorithm);
     [[nodiscard]] bool exportable(DWORD keySpec) const;
     [[nodiscard]] std::optional<Bytes> certificate(DWORD keySpec) const;
     void setCertificate(DWORD keySpec, ByteView der);
@@ -79,7 +79,8 @@ private:
     std::unique_ptr<NewContainer> draft_;
     std::optional<Container> container_;
     KeyAccess access_;
-    std::map<DWORD, std::string> parameters_;
+    std::map<DWORD, std::string> parameters_;     ///< chosen for the next key pair, by key spec
+    std::map<DWORD, std::size_t> signatureSizes_; ///< found already, by key spec: decoding a key costs like signing
     std::size_t references_ = 1;
     Enumeration algorithms_;
     Enumeration containers_;
