@@ -48,7 +48,7 @@ private:
 /// The certificates of one provider's containers, in memory. Changes stay in memory: no container is touched.
 class ORVIK_EXPORT ProviderCertificateStore : public RegistryCertificateStore {
 public:
-    explicit ProviderCertificateStore(const boost::shared_ptr<crypto::IProvider>& provider);
+    explicit ProviderCertificateStore(const boost::shared_ptr<crypto::IProvider>& source);
     ~ProviderCertificateStore() override;
 
     bool addCertificate(const crypto::ICertificate& certificate) override;

@@ -1,0 +1,123 @@
+#include "crypto/wincrypt/signature_creator.hpp"
+
+#include "decoded_structure.hpp"
+#include "message_stream.hpp"
+#include "signature_context.hpp"
+
+#include "capi/constants.hpp"
+#include "crypto/wincrypt/exceptions.hpp"
+#include "crypto/wincrypt/tools.hpp"
+#include "crypto/wincrypt/wincrypt_handler.hpp"
+#include "orvik/plugin/crypto/auth_provider.hpp"
+#include "orvik/plugin/crypto/exception/crypto_exception.hpp"
+#include "orvik/plugin/crypto/i_certificate.hpp"
+#include "orvik/plugin/crypto/i_private_key.hpp"
+
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <utility>
+
+namespace orvik::plugin::wincrypt::binary {
+
+namespace internal {
+namespace {
+
+using crypto::exception::CryptoException;
+using crypto::exception::SystemException;
+using Code = CryptoException::Code;
+
+constexpr const char* file = "signature_creator";
+
+void require(bool condition, Code otherwise) {
+    if (!condition) {
+        raise(CryptoException(otherwise), {file, "validateCertificate"});
+    }
+}
+
+bool named(const wchar_t* name) {
+    return name != nullptr && *name != L'\0';
+}
+
+void validateCertificate(const boost::shared_ptr<crypto::ICertificate>& certificate) {
+    require(certificate != nullptr, Code::noCertificate);
+    const auto usage = certificate->keyUsage();
+    require(usage && (*usage & capi::CERT_DIGITAL_SIGNATURE_KEY_USAGE) != 0, Code::keyUsageForbids);
+    const auto property = keyProvProperty(tools::toPCCERT_CONTEXT(certificate->context()));
+    const auto* link = structure<CRYPT_KEY_PROV_INFO>(property);
+    require(link != nullptr, Code::noContainer);
+    require(named(link->pwszProvName), Code::noProvider);
+    require(named(link->pwszContainerName), Code::noContainer);
+}
+
+} // namespace
+} // namespace internal
+
+Creator::Creator(std::uint32_t openFlags) : openFlags_(openFlags) {}
+
+Creator::~Creator() = default;
+
+bool Creator::initializeImpl(const IDataHandler::Params& params) {
+    const auto& own = dynamic_cast<const Params&>(params);
+    internal::validateCertificate(own.certificate);
+    auto context = boost::make_shared<Context>(*own.certificate, own.attributes);
+    context_.reset();
+    pending_ = false;
+    context->open(openFlags_);
+    context_ = std::move(context);
+    return true;
+}
+
+bool Creator::updateImpl(const unsigned char* data, std::size_t size, std::size_t* consumed) {
+    if (!context_) {
+        return false;
+    }
+    if (pending_) {
+        updateMessage(context_->message(), &pendingByte_, 1, internal::file);
+        pending_ = false;
+    }
+    if (data != nullptr && size != 0) {
+        pendingByte_ = data[size - 1];
+        pending_ = true;
+        if (size > 1) {
+            updateMessage(context_->message(), data, size - 1, internal::file);
+        }
+    }
+    if (consumed != nullptr) {
+        *consumed = size;
+    }
+    return true;
+}
+
+bool Creator::finalizeImpl(std::vector<unsigned char>& out) {
+    if (!context_) {
+        return false;
+    }
+    const auto& key = context_->privateKey();
+    if (key->supportsAuthentication() && !crypto::AuthProvider::authorize(key, "")) {
+        return false;
+    }
+    const auto context = std::exchange(context_, nullptr);
+    if (!std::exchange(pending_, false) || CryptMsgUpdate(context->message(), &pendingByte_, 1, 1) == 0) {
+        raise(internal::SystemException(), {internal::file, "finalizeImpl"});
+    }
+    out = std::move(context->output());
+    return true;
+}
+
+namespace attached {
+
+Creator::Creator() : binary::Creator(0) {}
+
+Creator::~Creator() = default;
+
+} // namespace attached
+
+namespace detached {
+
+Creator::Creator() : binary::Creator(capi::CMSG_DETACHED_FLAG) {}
+
+Creator::~Creator() = default;
+
+} // namespace detached
+
+} // namespace orvik::plugin::wincrypt::binary
