@@ -1,0 +1,108 @@
+// The three seams of the house: host and plug-in, plug-in and service, service and primitives. Nothing crosses them
+// sideways, neither in what the linker binds nor in what a source file includes.
+
+#include "capi/entry_points.h"
+#include "support/process.hpp"
+#include "support/temp_folder.hpp"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+std::set<std::string> exportedFunctions(const std::string& library) {
+    const auto symbols = test_support::run({"nm", "-D", "--defined-only", "--format=posix", library});
+    EXPECT_EQ(symbols.exit, 0) << symbols.err;
+    std::set<std::string> names;
+    std::istringstream lines(symbols.out);
+    for (std::string line; std::getline(lines, line);) {
+        names.insert(line.substr(0, line.find(' ')));
+    }
+    return names;
+}
+
+/// "file: included" for every include in `folder` that matches `pattern`.
+std::vector<std::string> includes(const std::string& folder, const std::string& pattern) {
+    const std::regex include("#include [<\"](" + pattern + ")");
+    std::vector<std::string> found;
+    std::size_t filesRead = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(fs::path(SOURCE_ROOT) / folder)) {
+        const auto extension = entry.path().extension();
+        if (extension != ".cpp" && extension != ".hpp" && extension != ".h") {
+            continue;
+        }
+        ++filesRead;
+        std::istringstream lines(test_support::readFile(entry.path().string()));
+        for (std::string line; std::getline(lines, line);) {
+            if (std::regex_search(line, include)) {
+                found.push_back(entry.path().filename().string() + ": " + line);
+            }
+        }
+    }
+    EXPECT_GT(filesRead, 0U) << folder;
+    return found;
+}
+
+TEST(Seams, ThePluginNeedsNeitherOpensslNorAService) {
+    const auto dynamic = test_support::run({"readelf", "-d", PLUGIN_LIBRARY});
+    ASSERT_EQ(dynamic.exit, 0) << dynamic.err;
+    EXPECT_THAT(dynamic.out, HasSubstr("NEEDED"));
+    EXPECT_THAT(dynamic.out, Not(HasSubstr("libcrypto")));
+    EXPECT_THAT(dynamic.out, Not(HasSubstr("libssl")));
+    EXPECT_THAT(dynamic.out, Not(HasSubstr("klunortredi_csp")));
+}
+
+TEST(Seams, TheServiceExportsTheEntryPointsAndNothingElse) {
+    std::set<std::string> expected;
+#define EXPECT_SYMBOL(reach, qualifier, result, member, pointer, symbol, parameters, arguments) expected.insert(symbol);
+    KLUNORTREDI_ENTRY_POINTS(EXPECT_SYMBOL)
+#undef EXPECT_SYMBOL
+    EXPECT_EQ(expected.size(), 59U);
+    EXPECT_EQ(exportedFunctions(SERVICE_LIBRARY), expected);
+}
+
+TEST(Seams, TheServiceNeedsNoHostAndNoPlugin) {
+    const auto dynamic = test_support::run({"readelf", "-d", SERVICE_LIBRARY});
+    ASSERT_EQ(dynamic.exit, 0) << dynamic.err;
+    EXPECT_THAT(dynamic.out, HasSubstr("libcrypto"));
+    EXPECT_THAT(dynamic.out, Not(HasSubstr("orvik")));
+    EXPECT_THAT(dynamic.out, Not(HasSubstr("wincrypt")));
+}
+
+TEST(Seams, ThePluginIncludesNeitherOpensslNorTheServiceNorTheCommand) {
+    EXPECT_THAT(includes("libs", "openssl/|csp/|cli/|exports/|keys/|certs/|objects/|messages/"), IsEmpty());
+}
+
+TEST(Seams, TheServiceIncludesNeitherHostNorPlugin) {
+    EXPECT_THAT(includes("csp", "orvik/|crypto/wincrypt/|boost/"), IsEmpty());
+}
+
+TEST(Seams, TheHostIncludesNeitherPluginNorServiceNorCommand) {
+    EXPECT_THAT(includes("host", "crypto/wincrypt/|capi/|csp/|cli/"), IsEmpty());
+}
+
+TEST(Seams, TheInterfaceTypesIncludeNothingOfOurs) {
+    EXPECT_THAT(includes("capi", "orvik/|crypto/|openssl/"), IsEmpty());
+}
+
+TEST(Seams, LibrariesAreHardened) {
+    for (const char* library : {PLUGIN_LIBRARY, SERVICE_LIBRARY}) {
+        const auto headers = test_support::run({"readelf", "-lWd", library});
+        EXPECT_THAT(headers.out, HasSubstr("GNU_RELRO")) << library;
+        EXPECT_THAT(headers.out, ContainsRegex("FLAGS.*NOW")) << library;
+        EXPECT_THAT(headers.out, Not(ContainsRegex("GNU_STACK.*RWE"))) << library;
+    }
+}
+
+} // namespace

@@ -1,0 +1,32 @@
+#pragma once
+
+/// Programs under test, run as a person or a script would run them.
+
+#include <chrono>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace test_support {
+
+struct Run {
+    int exit = -1;   ///< exit code; -1 when the program was killed by a signal
+    int signal = 0;  ///< the signal that killed it
+    std::string out; ///< standard output
+    std::string err; ///< standard error
+    long peakKiB = 0;
+};
+
+struct RunOptions {
+    std::map<std::string, std::string> environment; ///< laid over this process's own
+    std::string input;                              ///< standard input; empty: /dev/null
+    std::string folder;                             ///< working folder; empty: this one's
+    std::chrono::microseconds killAfter{0};         ///< SIGKILL after so long; 0: let it run
+    long fileSizeLimit = 0;                         ///< octets a written file may have (RLIMIT_FSIZE); 0: no limit
+    bool withoutTerminal = true;                    ///< in a session of its own, so that /dev/tty cannot be opened
+};
+
+/// Runs a program (found on PATH when it has no slash) to its end.
+Run run(const std::vector<std::string>& command, const RunOptions& options = {});
+
+} // namespace test_support
