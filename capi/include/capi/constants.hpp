@@ -352,6 +352,7 @@ inline constexpr DWORD CMSG_CRL_COUNT_PARAM = 13;
 inline constexpr DWORD CMSG_CRL_PARAM = 14;
 inline constexpr DWORD CMSG_RECIPIENT_COUNT_PARAM = 17;
 inline constexpr DWORD CMSG_RECIPIENT_INFO_PARAM = 19;
+inline constexpr DWORD CMSG_COMPUTED_HASH_PARAM = 22;
 inline constexpr DWORD CMSG_ENCRYPTED_DIGEST = 27;
 inline constexpr DWORD CMSG_ENCODED_MESSAGE = 29;
 inline constexpr DWORD CMSG_CTRL_VERIFY_SIGNATURE = 1;
