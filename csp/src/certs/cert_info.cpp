@@ -17,36 +17,15 @@ namespace {
 /// No certificate is larger: a length field alone must not make us allocate.
 constexpr std::size_t largestCertificate = 16U << 20U;
 
-/// Says what is wrong with octets that OpenSSL refuses as a certificate.
-DWORD decodingError(ByteView der) {
-    const ossl::ErrorMark mark;
-    const unsigned char* position = der.data();
-    long length = 0;
-    int tag = 0;
-    int tagClass = 0;
-    if (der.empty()) {
-        return capi::CRYPT_E_ASN1_EOD;
-    }
-    const int form = ASN1_get_object(&position, &length, &tag, &tagClass, static_cast<long>(der.size()));
-    if (tag != V_ASN1_SEQUENCE || tagClass != V_ASN1_UNIVERSAL) {
-        return capi::CRYPT_E_ASN1_BADTAG;
-    }
-    // The upper bit tells a header that does not fit into what is there.
-    return (static_cast<unsigned>(form) & 0x80U) != 0 ? capi::CRYPT_E_ASN1_EOD : capi::CRYPT_E_ASN1_CORRUPT;
-}
-
 ossl::X509Ptr decodeCertificate(ByteView der) {
     if (der.size() > largestCertificate) {
         fail(capi::CRYPT_E_ASN1_LARGE);
     }
-    // An indefinite length is BER: such octets hash differently from the certificate that was signed.
-    constexpr std::uint8_t indefiniteLength = 0x80;
-    if (der.size() > 1 && der[1] == indefiniteLength) {
-        fail(capi::CRYPT_E_ASN1_CORRUPT);
-    }
+    // DER outside and nothing behind it: BER hashes differently from the certificate that was signed.
+    der::readOnly(der, der::tag::Sequence);
     auto certificate = ossl::fromDer<ossl::X509Ptr>(d2i_X509, der);
     if (!certificate) {
-        fail(decodingError(der));
+        fail(capi::CRYPT_E_ASN1_CORRUPT);
     }
     return certificate;
 }

@@ -1,6 +1,11 @@
 target_sources(klunortredi_csp_core PRIVATE
     src/certs/cert_info.cpp
     src/certs/certificate.cpp
+    src/certs/certificate_key.cpp
+    src/certs/chain_builder.cpp
+    src/certs/chain_context.cpp
+    src/certs/chain_policy.cpp
+    src/certs/chain_sources.cpp
     src/certs/compare_keys.cpp
     src/certs/context.cpp
     src/certs/context_properties.cpp
@@ -11,8 +16,10 @@ target_sources(klunortredi_csp_core PRIVATE
     src/certs/memory_store.cpp
     src/certs/open_store.cpp
     src/certs/properties.cpp
+    src/certs/sign_and_encode.cpp
     src/certs/store.cpp
     src/certs/store_file.cpp
     src/certs/subject_text.cpp
     src/certs/system_store.cpp
+    src/certs/trust_status.cpp
 )

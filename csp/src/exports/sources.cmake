@@ -3,4 +3,4 @@ target_sources(klunortredi_csp PRIVATE src/exports/last_error.cpp src/exports/ob
 target_sources(klunortredi_csp PRIVATE src/exports/message.cpp)
 target_sources(klunortredi_csp PRIVATE
     src/exports/context.cpp src/exports/hash.cpp src/exports/keys.cpp src/exports/random.cpp)
-target_sources(klunortredi_csp PRIVATE src/exports/cert_context.cpp src/exports/cert_store.cpp src/exports/chain.cpp)
+target_sources(klunortredi_csp PRIVATE src/exports/cert_context.cpp src/exports/cert_key.cpp src/exports/cert_store.cpp src/exports/chain.cpp)

@@ -1,0 +1,46 @@
+#pragma once
+
+/// Throw-away certification authorities, certificates and CRLs, made with OpenSSL at test time.
+
+#include "core/bytes.hpp"
+#include "crypto/ossl.hpp"
+
+#include <ctime>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace pki {
+
+namespace csp = klunortredi::csp;
+
+enum class KeyKind { Ec, Rsa, Gost256, Gost512 };
+
+struct Entity {
+    csp::Bytes der;
+    csp::ossl::X509Ptr certificate;
+    csp::ossl::Pkey key;
+};
+
+struct Wanted {
+    std::string subject;            ///< common name, UTF-8
+    const Entity* issuer = nullptr; ///< null: self-signed
+    KeyKind kind = KeyKind::Ec;
+    long serial = 1;
+    std::time_t notBefore = std::time(nullptr) - 3600;
+    std::time_t notAfter = std::time(nullptr) + 86400;
+    std::vector<std::pair<int, std::string>> extensions{}; ///< NID, value as in openssl.cnf
+    EVP_PKEY* reuseKey = nullptr;                          ///< null: a new key
+};
+
+csp::ossl::Pkey newKey(KeyKind kind);
+Entity make(const Wanted& wanted);
+/// A self-signed certification authority.
+Entity root(const std::string& subject, KeyKind kind = KeyKind::Ec);
+/// A CA under `issuer`.
+Entity intermediate(const std::string& subject, const Entity& issuer, long serial = 2);
+csp::Bytes crl(const Entity& issuer, const std::vector<long>& revokedSerials);
+/// The certificate of another certificate's octets.
+csp::ossl::X509Ptr decode(csp::ByteView der);
+
+} // namespace pki
