@@ -1,0 +1,67 @@
+#include "cli/workplace.hpp"
+
+#include <gmock/gmock.h>
+
+namespace cli_test {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+TEST(Certificates, AreFoundByThumbprintSerialAndSubject) {
+    Workplace place;
+    place.makeSigner("one");
+    place.makeSigner("two");
+    const Json list = place.json({"certs", "list"});
+    ASSERT_EQ(list["certificates"].size(), 2U);
+    for (const Json& certificate : list["certificates"]) {
+        const auto thumbprint = certificate["thumbprint"].get<std::string>();
+        for (const std::string& which : {thumbprint, thumbprint.substr(0, 12), certificate["serial"].get<std::string>(),
+                                         certificate["subject"].get<std::string>()}) {
+            EXPECT_EQ(place.json({"certs", "show", which})["certificates"][0]["thumbprint"], thumbprint) << which;
+        }
+    }
+    EXPECT_EQ(place.json({"certs", "show", "SIGNER ONE"})["certificates"].size(), 1U);
+    const Run ambiguous = place.cli({"certs", "show", "Signer"});
+    EXPECT_EQ(ambiguous.exit, 2);
+    EXPECT_THAT(ambiguous.err, HasSubstr("2 match"));
+    EXPECT_EQ(place.cli({"certs", "show", "nobody"}).exit, 1);
+}
+
+TEST(Certificates, GoInAndOutOfStores) {
+    const Workplace place;
+    ASSERT_EQ(place.cli({"certs", "add", "ca.pem", "--store", "root"}).exit, 0);
+    ASSERT_EQ(place.cli({"certs", "add", "ca.pem", "--store", "root"}).exit, 0);
+    EXPECT_EQ(place.json({"certs", "list", "--store", "root"})["certificates"].size(), 1U);
+    EXPECT_EQ(place.json({"certs", "list"})["certificates"].size(), 0U);
+    const Run exported = place.cli({"certs", "export", "Test CA", "--store", "root", "--pem"});
+    EXPECT_EQ(exported.exit, 0) << exported.err;
+    EXPECT_THAT(exported.out, StartsWith("-----BEGIN CERTIFICATE-----\n"));
+    EXPECT_EQ(place.cli({"certs", "delete", "Test CA", "--store", "root"}).exit, 0);
+    EXPECT_EQ(place.json({"certs", "list", "--store", "root"})["certificates"].size(), 0U);
+    EXPECT_EQ(place.cli({"certs", "delete", "Test CA", "--store", "root"}).exit, 1);
+}
+
+TEST(Certificates, AChainIsJudgedByTheStores) {
+    Workplace place;
+    place.makeSigner("one");
+    const Json before = place.json({"chain", "one.pem"});
+    EXPECT_EQ(before["trusted"], false);
+    EXPECT_FALSE(before["status_names"].empty());
+    ASSERT_EQ(place.cli({"certs", "add", "ca.pem", "--store", "root"}).exit, 0);
+    const Json after = place.json({"chain", "Signer one"});
+    EXPECT_EQ(after["trusted"], true) << after.dump();
+    EXPECT_EQ(after["status"], 0);
+    EXPECT_EQ(place.cli({"chain", "one.pem"}).exit, 0);
+}
+
+TEST(Certificates, ThoseInContainersAreSeenThroughTheProvider) {
+    Workplace place;
+    place.makeSigner("one");
+    const Json list = place.json({"certs", "list", "--provider", "80"});
+    ASSERT_EQ(list["certificates"].size(), 1U);
+    EXPECT_EQ(list["certificates"][0]["subject"], "CN=Signer one");
+}
+
+} // namespace
+} // namespace cli_test

@@ -1,0 +1,105 @@
+#include "cli/workplace.hpp"
+
+#include <gmock/gmock.h>
+
+namespace cli_test {
+namespace {
+
+using testing::HasSubstr;
+
+TEST(Keys, OpensslReadsTheRequestWithEveryExtension) {
+    Workplace place;
+    const Run made = place.cliWithPin({"request", "--container", "full", "--subject",
+                                       "2.5.4.3=Иванов Иван;2.5.4.6=RU;1.2.840.113549.1.9.1=ivan@example.org;"
+                                       "1.2.643.3.131.1.1=007707083893;2.5.4.10=О",
+                                       "--key-usage", "digitalSignature,keyEncipherment", "--eku", "1.3.6.1.5.5.7.3.4",
+                                       "--eku", "1.3.6.1.5.5.7.3.2", "--policy", "1.2.643.100.113.1", "--dns",
+                                       "host.example.org", "--upn", "ivan@corp.example.org", "--out", "full.csr"});
+    ASSERT_EQ(made.exit, 0) << made.err;
+    const Run shown = place.openssl().run(
+        {"req", "-inform", "DER", "-in", "full.csr", "-verify", "-noout", "-text", "-nameopt", "utf8,sep_comma_plus"});
+    EXPECT_EQ(shown.exit, 0) << shown.err;
+    for (const char* part : {"Иванов Иван", "C=RU", "ivan@example.org", "007707083893", "Digital Signature",
+                             "Key Encipherment", "E-mail Protection", "TLS Web Client Authentication",
+                             "1.2.643.100.113.1", "DNS:host.example.org", "Subject Key Identifier"}) {
+        EXPECT_THAT(shown.out, HasSubstr(part));
+    }
+    EXPECT_THAT(shown.err + shown.out, HasSubstr("verify OK"));
+}
+
+TEST(Keys, ContainersAreListedAndDeleted) {
+    Workplace place;
+    for (const char* name : {"one", "два"}) {
+        ASSERT_EQ(place
+                      .cliWithPin({"request", "--container", name, "--subject", "2.5.4.3=X", "--out",
+                                   std::string(name) + ".csr"})
+                      .exit,
+                  0);
+    }
+    EXPECT_EQ(place.json({"containers"})["containers"].size(), 2U);
+    EXPECT_EQ(place.cli({"containers", "delete", "два"}).exit, 0);
+    const Json left = place.json({"containers", "list"});
+    ASSERT_EQ(left["containers"].size(), 1U);
+    EXPECT_EQ(left["containers"][0]["name"], "one");
+}
+
+TEST(Keys, ACyrillicContainerSigns) {
+    Workplace place;
+    place.makeSigner("Печать отдела");
+    EXPECT_EQ(place.json({"certs", "list"})["certificates"][0]["container"], "Печать отдела");
+    const Run signing = place.cliWithPin({"sign", "report.txt", "--cert", "Signer"});
+    EXPECT_EQ(signing.exit, 0) << signing.err;
+    EXPECT_EQ(place.cli({"verify", "report.txt.sig"}).exit, 0);
+}
+
+TEST(Keys, EveryParameterSetMakesAWorkingKey) {
+    Workplace place;
+    const std::vector<std::pair<const char*, std::vector<const char*>>> sets = {
+        {"80", {"1.2.643.2.2.36.0", "1.2.643.2.2.35.1", "1.2.643.2.2.35.2", "1.2.643.2.2.35.3", "1.2.643.7.1.2.1.1.1"}},
+        {"81", {"1.2.643.7.1.2.1.2.1", "1.2.643.7.1.2.1.2.2", "1.2.643.7.1.2.1.2.3"}},
+    };
+    for (const auto& [provider, oids] : sets) {
+        for (const char* oid : oids) {
+            const std::string name = oid;
+            const Run made = place.cliWithPin({"request", "--container", name, "--provider", provider, "--param-set",
+                                               oid, "--subject", "2.5.4.3=X", "--out", name + ".csr"});
+            EXPECT_EQ(made.exit, 0) << oid << ": " << made.err;
+            const Run judged =
+                place.openssl().run({"req", "-inform", "DER", "-in", name + ".csr", "-verify", "-noout"});
+            EXPECT_EQ(judged.exit, 0) << oid << ": " << judged.err;
+        }
+    }
+    const Run foreign = place.cliWithPin({"request", "--container", "x", "--provider", "80", "--param-set",
+                                          "1.2.643.7.1.2.1.2.1", "--subject", "2.5.4.3=X"});
+    EXPECT_EQ(foreign.exit, 4) << foreign.err;
+}
+
+TEST(SmallThings, HashAgreesWithOpenssl) {
+    const Workplace place;
+    const std::pair<const char*, const char*> names[] = {{"streebog256", "md_gost12_256"},
+                                                         {"streebog512", "md_gost12_512"},
+                                                         {"md_gost94", "md_gost94"},
+                                                         {"sha1", "sha1"},
+                                                         {"sha256", "sha256"},
+                                                         {"sha512", "sha512"}};
+    for (const auto& [ours, theirs] : names) {
+        const Run hashed = place.cli({"hash", "report.txt", "--algorithm", ours});
+        ASSERT_EQ(hashed.exit, 0) << ours << hashed.err;
+        const Run judged = place.openssl().run({"dgst", "-r", std::string("-") + theirs, "report.txt"});
+        EXPECT_EQ(hashed.out.substr(0, hashed.out.find(' ')), judged.out.substr(0, judged.out.find(' '))) << ours;
+    }
+    EXPECT_EQ(place.cli({"hash", "report.txt", "--algorithm", "rot13"}).exit, 2);
+}
+
+TEST(SmallThings, RandomOctetsComeInTheFormAskedFor) {
+    const Workplace place;
+    EXPECT_EQ(place.cli({"random", "16"}).out.size(), 16U);
+    const std::string first = place.cli({"random", "16", "--hex"}).out;
+    EXPECT_EQ(first.size(), 33U);
+    EXPECT_NE(first, place.cli({"random", "16", "--hex"}).out);
+    EXPECT_EQ(place.cli({"random", "0", "--hex"}).out, "\n");
+    EXPECT_EQ(place.cli({"random", "nonsense"}).exit, 2);
+}
+
+} // namespace
+} // namespace cli_test

@@ -1,0 +1,107 @@
+#include "cli/workplace.hpp"
+
+#include <gmock/gmock.h>
+
+namespace cli_test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+class Pin : public testing::Test {
+protected:
+    Pin() {
+        place_.makeSigner("one");
+        place_.folder().write("wrong.txt", "00000000\n");
+    }
+
+    Run sign(const std::vector<std::string>& source, RunOptions options = {}) {
+        std::vector<std::string> words{"sign", "report.txt", "--cert", "Signer one", "--force"};
+        words.insert(words.end(), source.begin(), source.end());
+        return place_.cli(words, std::move(options));
+    }
+
+    /// The number before "tries left".
+    static int triesLeft(const Run& run) {
+        const auto at = run.err.find(" tries left");
+        const auto start = run.err.rfind(' ', at - 1);
+        return at == std::string::npos ? -1 : std::stoi(run.err.substr(start + 1, at - start - 1));
+    }
+
+    Workplace place_;
+};
+
+TEST_F(Pin, ComesFromAFileAVariableOrADescriptor) {
+    EXPECT_EQ(sign({"--pin-file", "pin.txt"}).exit, 0);
+    RunOptions variable;
+    variable.environment = {{"MY_PIN", pinOf}};
+    EXPECT_EQ(sign({"--pin-env", "MY_PIN"}, variable).exit, 0);
+    RunOptions descriptor;
+    descriptor.input = std::string(pinOf) + "\n";
+    EXPECT_EQ(sign({"--pin-fd", "0"}, descriptor).exit, 0);
+}
+
+TEST_F(Pin, AWrongOneIsCountedOnceAcrossProcessesAndTold) {
+    const Run first = sign({"--pin-file", "wrong.txt"});
+    EXPECT_EQ(first.exit, 6);
+    EXPECT_FALSE(place_.folder().has("report.txt.sig"));
+    const int left = triesLeft(first);
+    ASSERT_GT(left, 1) << first.err;
+    const Run second = sign({"--pin-file", "wrong.txt"});
+    EXPECT_EQ(second.exit, 6);
+    EXPECT_EQ(triesLeft(second), left - 1) << second.err;
+}
+
+TEST_F(Pin, TheRightOneStartsTheCountAnew) {
+    const int left = triesLeft(sign({"--pin-file", "wrong.txt"}));
+    ASSERT_EQ(sign({"--pin-file", "pin.txt"}).exit, 0);
+    EXPECT_EQ(triesLeft(sign({"--pin-file", "wrong.txt"})), left);
+}
+
+TEST_F(Pin, TooManyWrongOnesLockTheContainer) {
+    Run last;
+    for (int tries = 0; tries < 40; ++tries) {
+        last = sign({"--pin-file", "wrong.txt"});
+        ASSERT_EQ(last.exit, 6) << last.err;
+        if (last.err.find("locked") != std::string::npos) {
+            break;
+        }
+    }
+    EXPECT_THAT(last.err, HasSubstr("locked"));
+    const Run right = sign({"--pin-file", "pin.txt"});
+    EXPECT_EQ(right.exit, 6) << right.err;
+    EXPECT_THAT(right.err, HasSubstr("locked"));
+}
+
+TEST_F(Pin, WithoutATerminalAnErrorNamesTheOptions) {
+    const Run signing = sign({});
+    EXPECT_EQ(signing.exit, 2);
+    EXPECT_THAT(signing.err, HasSubstr("--pin-file"));
+    EXPECT_THAT(signing.err, HasSubstr("--pin-env"));
+    EXPECT_THAT(signing.err, HasSubstr("--pin-fd"));
+    const Run request = place_.cli({"request", "--container", "two", "--subject", "2.5.4.3=Two"});
+    EXPECT_EQ(request.exit, 2);
+    EXPECT_FALSE(place_.folder().has("two.csr"));
+}
+
+TEST_F(Pin, ASourceThatCannotBeReadIsAnInputError) {
+    EXPECT_EQ(sign({"--pin-file", "nowhere.txt"}).exit, 3);
+    place_.folder().write("empty.txt", "\n");
+    EXPECT_EQ(sign({"--pin-file", "empty.txt"}).exit, 3);
+    EXPECT_EQ(sign({"--pin-env", "KLUNORTREDI_NO_SUCH_VARIABLE"}).exit, 2);
+}
+
+TEST_F(Pin, AWrongOneAtInstallIsTold) {
+    const Run installing = place_.cli({"install", "one.pem", "--container", "one", "--pin-file", "wrong.txt"});
+    EXPECT_EQ(installing.exit, 6) << installing.err;
+    EXPECT_THAT(installing.err, HasSubstr("tries left"));
+}
+
+TEST_F(Pin, IsNeverShown) {
+    const Run signing = sign({"--pin-file", "pin.txt", "-vvvv"});
+    EXPECT_EQ(signing.exit, 0);
+    EXPECT_THAT(signing.err + signing.out, Not(HasSubstr(pinOf)));
+}
+
+} // namespace
+} // namespace cli_test
