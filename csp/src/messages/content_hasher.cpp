@@ -1,5 +1,7 @@
 #include "messages/content_hasher.hpp"
 
+#include "core/error.hpp"
+
 #include <algorithm>
 
 namespace klunortredi::csp {
@@ -24,10 +26,13 @@ void ContentHasher::finish() {
     }
 }
 
-const Bytes* ContentHasher::value(const DigestAlgorithm& algorithm) const noexcept {
-    const auto same = [&](const Hash& hash) { return &hash.digest.algorithm() == &algorithm; };
+const Bytes& ContentHasher::value(std::string_view oid) const {
+    const auto same = [&](const Hash& hash) { return hash.digest.algorithm().oid == oid; };
     const auto found = std::ranges::find_if(hashes_, same);
-    return found == hashes_.end() ? nullptr : &found->value;
+    if (found == hashes_.end()) {
+        fail(capi::CRYPT_E_UNKNOWN_ALGO);
+    }
+    return found->value;
 }
 
 bool operator==(const ContentHasher& a, const ContentHasher& b) {

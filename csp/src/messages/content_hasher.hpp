@@ -18,8 +18,8 @@ public:
     void update(ByteView piece);
     /// No more content comes.
     void finish();
-    /// The value under an algorithm, after `finish`; null when the algorithm was not added.
-    [[nodiscard]] const Bytes* value(const DigestAlgorithm& algorithm) const noexcept;
+    /// The value under the algorithm of that OID, after `finish`. ApiError(CRYPT_E_UNKNOWN_ALGO) when it was not added.
+    [[nodiscard]] const Bytes& value(std::string_view oid) const;
     /// Whether both have the same values under the same algorithms.
     friend bool operator==(const ContentHasher& a, const ContentHasher& b);
 

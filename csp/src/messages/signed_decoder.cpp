@@ -192,7 +192,7 @@ void SignedDecoder::doControl(DWORD type, const void* parameters) {
 }
 
 /// The hashes of what the signature is about.
-const ContentHasher& SignedDecoder::signedContent() {
+const ContentHasher& SignedDecoder::signedContent() const {
     const bool embedded = reader_.parts().hasContent;
     if (!detached_) {
         if (!embedded) {
@@ -201,10 +201,7 @@ const ContentHasher& SignedDecoder::signedContent() {
         return embedded_;
     }
     if (stage_ == Stage::DetachedContent) {
-        if (contentFed_) {
-            fail(capi::CRYPT_E_STREAM_MSG_NOT_READY);
-        }
-        feedDetachedContent({}, true); // a caller with an empty file has nothing to feed
+        fail(capi::CRYPT_E_STREAM_MSG_NOT_READY);
     }
     // A message that brings content of its own vouches for no other.
     if (embedded && !(embedded_ == fed_)) {
@@ -213,11 +210,18 @@ const ContentHasher& SignedDecoder::signedContent() {
     return fed_;
 }
 
+const Bytes& SignedDecoder::contentHash(const SignerInfo& signer) const {
+    return signedContent().value(signer.digest.oid);
+}
+
 void SignedDecoder::verifySignature(const CERT_INFO* certificate) {
     const auto names = [&](const SignerInfo& signer) { return namesCertificate(signer.id, *certificate); };
     const auto signer = std::ranges::find_if(signers_, names);
     if (signer == signers_.end()) {
         fail(capi::CRYPT_E_SIGNER_NOT_FOUND);
+    }
+    if (stage_ == Stage::DetachedContent && !contentFed_) {
+        feedDetachedContent({}, true); // a caller with an empty file has nothing to feed
     }
     checkSignature(*signer, contentType_, signedContent(), encodePublicKeyInfo(certificate->SubjectPublicKeyInfo));
 }

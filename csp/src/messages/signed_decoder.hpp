@@ -25,6 +25,9 @@ public:
     // What the parameters are made of. All but these need a message read to its end.
     [[nodiscard]] const std::vector<SignerInfo>& signers() const noexcept { return signers_; }
     [[nodiscard]] const std::string& contentType() const noexcept { return contentType_; }
+    /// The content's hash by the signer's algorithm. ApiError: CRYPT_E_STREAM_MSG_NOT_READY without content,
+    /// CRYPT_E_UNKNOWN_ALGO for an algorithm unknown or not listed by the message.
+    [[nodiscard]] const Bytes& contentHash(const SignerInfo& signer) const;
     /// The content, when this message has it in one piece; ApiError(CRYPT_E_INVALID_MSG_TYPE) when it does not.
     [[nodiscard]] ByteView content() const;
     /// The whole message; with definite lengths where an attribute was added. Errors as of `content`.
@@ -40,7 +43,7 @@ private:
     void feedMessage(ByteView piece, bool final);
     void feedDetachedContent(ByteView piece, bool final);
     void requireRead() const;
-    const ContentHasher& signedContent();
+    [[nodiscard]] const ContentHasher& signedContent() const;
     void verifySignature(const CERT_INFO* certificate);
     void addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA* parameters);
 

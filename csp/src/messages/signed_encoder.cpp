@@ -150,7 +150,7 @@ void SignedEncoder::finish() {
     std::vector<Bytes> signerInfos;
     std::uint64_t signersSize = 0;
     for (const SignerBuilder& signer : signers_) {
-        signerInfos.push_back(signer.sign(*hasher_.value(signer.digest())));
+        signerInfos.push_back(signer.sign(hasher_.value(signer.digest().oid)));
         if (signerInfos.back().size() != signer.encodedSize()) {
             fail(capi::CRYPT_E_MSG_ERROR);
         }

@@ -146,6 +146,10 @@ void encryptedDigest(const Request& request) {
     give(signer(request).value, request.data, request.size);
 }
 
+void computedHash(const Request& request) {
+    give(request.message.contentHash(signer(request)), request.data, request.size);
+}
+
 void certificateCount(const Request& request) {
     give(count(request.message.certificates().size()), request.data, request.size);
 }
@@ -185,6 +189,7 @@ constexpr auto rows = std::to_array<Row>({
     {capi::CMSG_CERT_PARAM, certificate},
     {capi::CMSG_CRL_COUNT_PARAM, crlCount},
     {capi::CMSG_CRL_PARAM, crl},
+    {capi::CMSG_COMPUTED_HASH_PARAM, computedHash},
     {capi::CMSG_ENCRYPTED_DIGEST, encryptedDigest},
     {capi::CMSG_ENCODED_MESSAGE, encodedMessage},
 });
