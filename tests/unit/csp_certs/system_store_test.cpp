@@ -201,7 +201,7 @@ TEST_F(SystemStore, StandsAsItWasWhenTheDiskIsFull) {
     const bool added = add(systemStore("my").get(), pki::make({.subject = "x", .serial = 7}).der) != nullptr;
     setrlimit(RLIMIT_FSIZE, &old);
     EXPECT_FALSE(set);
-    EXPECT_EQ(error, capi::ERROR_WRITE_FAULT);
+    EXPECT_EQ(error, capi::ERROR_DISK_FULL);
     EXPECT_FALSE(added);
     EXPECT_TRUE(property(held.get(), 77).empty());
     ASSERT_THAT(files("my"), SizeIs(1));
