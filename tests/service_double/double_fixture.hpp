@@ -20,11 +20,11 @@ namespace service_double {
 /// Which library stands in which slot of the framework's path registry; an empty name is an empty slot. A name that is
 /// no library of the double (one with a "/") is taken as a path.
 struct Slots {
-    std::string vipNet;
-    std::string kernel32;
-    std::string cryptoPro;
-    std::string cryptoApi;
-    std::string cryptoApi2;
+    std::string vipNet{};
+    std::string kernel32{};
+    std::string cryptoPro{};
+    std::string cryptoApi{};
+    std::string cryptoApi2{};
 };
 
 struct LogRecord {

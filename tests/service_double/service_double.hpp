@@ -60,6 +60,14 @@ struct Message {
     std::map<std::pair<DWORD, DWORD>, std::string> parameters;
 };
 
+/// A provider parameter as CryptSetProvParam was given it; texts end before their zero.
+struct ParameterSet {
+    DWORD parameter;
+    std::string value;
+    DWORD flags;
+    friend bool operator==(const ParameterSet&, const ParameterSet&) = default;
+};
+
 struct Call {
     std::string library;  ///< which of the service's libraries was called ("full", "vipnet" ...)
     std::string function; ///< the member's name in the list of entry points
@@ -98,6 +106,9 @@ public:
     bool callerFrees = true; ///< CryptAcquireCertificatePrivateKey gives the context away
     SYSTEMTIME now{2026, 11, 5, 20, 12, 30, 45, 0};
 
+    /// What CryptSetProvParam was given, in order.
+    std::vector<ParameterSet> parametersSet;
+
     /// Back to an empty script and an empty record. What is still held is forgotten.
     void reset();
 
@@ -112,6 +123,8 @@ public:
     void failCall(std::size_t n, DWORD code);
     /// Text of the call that failCall made fail; empty while it did not come to it.
     [[nodiscard]] std::string failedCall() const;
+    /// Its function's name.
+    [[nodiscard]] std::string failedFunction() const;
     /// Every call of that function fails with `code`; 0 takes it back.
     void failFunction(const std::string& function, DWORD code);
 
