@@ -297,8 +297,9 @@ Bytes bitString(ByteView bits, unsigned unused) {
 }
 
 Bytes objectIdentifier(std::string_view dotted) {
-    // OpenSSL takes blanks for dots as well; the CryptoAPI does not.
-    if (dotted.empty() || dotted.find_first_not_of("0123456789.") != std::string_view::npos) {
+    // OpenSSL also takes blanks for dots, and nothing between two dots for a zero.
+    const bool digits = dotted.find_first_not_of("0123456789.") == std::string_view::npos;
+    if (!digits || dotted.empty() || dotted.back() == '.' || dotted.find("..") != std::string_view::npos) {
         fail(capi::CRYPT_E_OID_FORMAT);
     }
     ERR_set_mark();

@@ -78,7 +78,7 @@ const Codec& findCodec(DWORD encodingType, const char* structType) {
     constexpr std::uintptr_t largestNumber = 0xFFFF; // no string lies that low
     const bool isNumber = address <= largestNumber;
     const auto* const found = std::ranges::find_if(codecs, [&](const Codec& row) {
-        return isNumber ? row.number == address && row.number != 0 : row.oid == structType;
+        return isNumber ? row.number == address && row.number != 0 : row.number == 0 && row.oid == structType;
     });
     if ((encodingType & X509_AND_PKCS_7) == 0 || found == codecs.end()) {
         fail(ERROR_FILE_NOT_FOUND);

@@ -145,7 +145,7 @@ Bytes encodeKeyAttributes(const CERT_KEY_ATTRIBUTES_INFO& info) {
     const ByteView keyId = blobView(info.KeyId);
     const CERT_PRIVATE_KEY_VALIDITY* const period = info.pPrivateKeyUsagePeriod;
     return der::sequence({keyId.empty() ? Bytes{} : der::octetString(keyId),
-                          info.IntendedKeyUsage.cbData == 0 ? Bytes{} : namedBitsArgument(info.IntendedKeyUsage),
+                          optionalNamedBitsArgument(info.IntendedKeyUsage),
                           period == nullptr ? Bytes{} : encodeValidity(*period)});
 }
 

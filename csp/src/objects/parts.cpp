@@ -57,6 +57,11 @@ Bytes namedBitsArgument(const CRYPT_BIT_BLOB& bits) {
     return der::bitString(kept, kept.empty() ? 0 : static_cast<unsigned>(std::countr_zero(kept.back())));
 }
 
+Bytes optionalNamedBitsArgument(const CRYPT_BIT_BLOB& bits) {
+    Bytes encoded = namedBitsArgument(bits);
+    return encoded == der::bitString({}) ? Bytes{} : encoded;
+}
+
 Bytes extensionsArgument(DWORD count, const CERT_EXTENSION* extensions) {
     std::vector<Bytes> encoded;
     for (const CERT_EXTENSION& extension : arrayArgument(count, extensions)) {

@@ -34,6 +34,8 @@ Bytes integerArgument(const CRYPT_INTEGER_BLOB& number);
 Bytes bitStringArgument(const CRYPT_BIT_BLOB& bits);
 /// BIT STRING of named bits: zeros at the end are not written (X.690, 11.2.2).
 Bytes namedBitsArgument(const CRYPT_BIT_BLOB& bits);
+/// The same where the value is optional: nothing when no bit is set.
+Bytes optionalNamedBitsArgument(const CRYPT_BIT_BLOB& bits);
 /// SEQUENCE OF Extension (RFC 5280, 4.1).
 Bytes extensionsArgument(DWORD count, const CERT_EXTENSION* extensions);
 /// Attribute (RFC 2986, 4.1), its values sorted.

@@ -105,7 +105,7 @@ Bytes encodeStatus(const CRYPT_TIMESTAMP_RESPONSE& info) {
         texts.push_back(encodeFreeText(text));
     }
     return der::sequence({der::integer(std::int64_t{info.dwStatus}), texts.empty() ? Bytes{} : der::sequence(texts),
-                          info.FailureInfo.cbData == 0 ? Bytes{} : namedBitsArgument(info.FailureInfo)});
+                          optionalNamedBitsArgument(info.FailureInfo)});
 }
 
 void putStatus(StructBuilder& builder, const der::Element& status) {

@@ -1,0 +1,107 @@
+#include "objects/utf8_argument.hpp"
+
+#include "support.hpp"
+
+namespace klunortredi::csp::test {
+
+namespace {
+
+/// Wide text as a caller of form (a) hands it in: the number of characters, in a block that ends with the last of them.
+std::string ofCharacters(std::u32string_view text) {
+    const auto block = std::make_unique<char32_t[]>(text.size());
+    std::memcpy(block.get(), text.data(), text.size() * sizeof(char32_t));
+    return utf8Argument({static_cast<DWORD>(text.size()), reinterpret_cast<BYTE*>(block.get())});
+}
+
+/// Octets as a caller of form (b) hands them in, in a block of exactly their size, terminated or not. Behind a single
+/// one the block goes on, so that what is found there does not depend on the heap.
+std::string ofOctets(std::string_view text, bool terminated = false) {
+    const std::size_t size = text.size() + (terminated ? 1 : 0);
+    Bytes block(text.size() == 1 ? 4 : size, 0xAA);
+    std::memcpy(block.data(), text.data(), text.size());
+    if (terminated) {
+        block[text.size()] = 0;
+    }
+    return utf8Argument({static_cast<DWORD>(text.size()), block.data()});
+}
+
+/// Wide text as a caller of form (c) hands it in: the number of octets, and a zero behind them.
+std::string ofWideOctets(std::wstring text) {
+    return utf8Argument({static_cast<DWORD>(text.size() * sizeof(wchar_t)), reinterpret_cast<BYTE*>(text.data())});
+}
+
+TEST(Utf8Argument, EmptyIsEmptyWhateverThePointer) {
+    EXPECT_EQ(utf8Argument({0, nullptr}), "");
+    EXPECT_EQ(ofCharacters(U""), "");
+}
+
+TEST(Utf8Argument, ReadsWideCharactersByTheirNumber) {
+    EXPECT_EQ(ofCharacters(U"A"), "A");
+    EXPECT_EQ(ofCharacters(U"Я"), "Я");
+    EXPECT_EQ(ofCharacters(U"ё"), "ё");
+    EXPECT_EQ(ofCharacters(U"é"), "é");
+    EXPECT_EQ(ofCharacters(U"№"), "№");
+    EXPECT_EQ(ofCharacters(U"ab"), "ab");
+    EXPECT_EQ(ofCharacters(U"ИП"), "ИП");
+    EXPECT_EQ(ofCharacters(U"RU1"), "RU1");
+    EXPECT_EQ(ofCharacters(U"ООО"), "ООО");
+    EXPECT_EQ(ofCharacters(U"😀😀"), "😀😀");
+    EXPECT_EQ(ofCharacters(U"Иванов Иван"), "Иванов Иван");
+    EXPECT_EQ(ofCharacters(U"Test 1\tline\n"), "Test 1\tline\n");
+}
+
+TEST(Utf8Argument, ReadsEveryOneCharacterTextOfTheBasicPlaneExceptLookAlikes) {
+    for (char32_t c = 1; c < 0x10000; ++c) {
+        if (c >= 0xD800 && c < 0xE000) {
+            continue;
+        }
+        const std::u32string text(1, c);
+        const std::string utf8 = ofCharacters(text);
+        const std::string pair = ofCharacters(text + U"\u0416");
+        EXPECT_FALSE(utf8.empty());
+        if (c < 0x80) {
+            EXPECT_EQ(utf8, std::string(1, static_cast<char>(c)));
+        } else {
+            EXPECT_GT(utf8.size(), 1U) << std::hex << static_cast<unsigned>(c);
+        }
+        // The text of two is the text of one and the second character, unless the first looks like two text octets.
+        const bool lookAlike = pair.size() == 2;
+        EXPECT_TRUE(lookAlike ? c >= 0x0900 : pair == utf8 + "Ж") << std::hex << static_cast<unsigned>(c);
+    }
+}
+
+TEST(Utf8Argument, ReadsOctetsByTheirNumber) {
+    for (const char* const text : {"A", "/", "1", "RU", "abc", "test", "Я", "ИП", "ООО", "Иванов Иван", "a\tb", "😀",
+                                   "tests", "sixsix", "seven77"}) {
+        EXPECT_EQ(ofOctets(text), text);
+        EXPECT_EQ(ofOctets(text, true), text);
+    }
+}
+
+TEST(Utf8Argument, ReadsOneOctetInsideALongerText) {
+    alignas(8) const char text[] = "1;2=3\0\0";
+    const auto* const octets = reinterpret_cast<const BYTE*>(text);
+    for (const std::size_t at : {0U, 2U, 4U}) {
+        EXPECT_EQ(utf8Argument({1, const_cast<BYTE*>(octets + at)}), std::string(1, text[at]));
+    }
+}
+
+TEST(Utf8Argument, ReadsTerminatedWideCharactersByTheirOctets) {
+    EXPECT_EQ(ofWideOctets(L"A"), "A");
+    EXPECT_EQ(ofWideOctets(L"Я"), "Я");
+    EXPECT_EQ(ofWideOctets(L"Иванов Иван"), "Иванов Иван");
+}
+
+TEST(Utf8Argument, RefusesWhatIsNoText) {
+    EXPECT_EQ(failureOf([] { ofOctets("\xFF\xFE"); }), capi::CRYPT_E_BAD_ENCODE);
+    EXPECT_EQ(failureOf([] { ofOctets("\xC8\xE2\xE0\xED\xEE\xE2"); }), capi::CRYPT_E_BAD_ENCODE);
+    EXPECT_EQ(failureOf([] { ofOctets(std::string_view("abcde\0fgh", 9)); }), capi::CRYPT_E_BAD_ENCODE);
+    EXPECT_EQ(failureOf([] { ofCharacters(U"\x0416\xD800\x0416\x0416"); }), capi::CRYPT_E_BAD_ENCODE);
+    EXPECT_EQ(failureOf([] { ofCharacters(std::u32string(5, char32_t{0x110000})); }), capi::CRYPT_E_BAD_ENCODE);
+    EXPECT_EQ(failureOf([] { ofCharacters(std::u32string_view(U"ab\0cde", 6)); }), capi::CRYPT_E_BAD_ENCODE);
+    EXPECT_EQ(failureOf([] { utf8Argument({5, nullptr}); }), capi::ERROR_INVALID_PARAMETER);
+}
+
+} // namespace
+
+} // namespace klunortredi::csp::test
