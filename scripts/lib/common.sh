@@ -1,0 +1,62 @@
+# Shared by the scripts of this folder: where the tree is, and the Debian packages it needs.
+# shellcheck shell=bash
+
+set -euo pipefail
+
+# Scripts work from any folder.
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+
+build_packages=(
+    g++ cmake ninja-build ccache pkg-config
+    libboost-filesystem1.81-dev libboost-log1.81-dev libboost-date-time1.81-dev libboost1.81-dev
+    libssl-dev libengine-gost-openssl libxml2-dev libxmlsec1-dev libcurl4-openssl-dev
+    libcli11-dev nlohmann-json3-dev
+    openssl
+)
+test_packages=(
+    libgtest-dev libgmock-dev libbenchmark-dev
+    gnutls-bin xmlsec1 default-jdk-headless libbcprov-java libbcpkix-java
+)
+check_packages=(clang-16 clang-format-16 clang-tidy-16 libclang-rt-16-dev)
+
+say() { printf '== %s\n' "$*"; }
+
+# Installs what is missing, and asks the network for nothing when nothing is.
+install_packages() {
+    local missing=() package
+    for package in "$@"; do
+        if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed'; then
+            # Debian 13 ships a newer Boost under its own version's names.
+            if [[ $package == libboost* ]] && dpkg-query -W -f='${Status}' "${package/1.81/1.83}" 2>/dev/null | grep -q 'ok installed'; then
+                continue
+            fi
+            missing+=("$package")
+        fi
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    say "installing ${missing[*]}"
+    local sudo=()
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || { echo "these packages are missing and sudo is not here: ${missing[*]}" >&2; exit 1; }
+        sudo=(sudo)
+    fi
+    "${sudo[@]}" apt-get update -qq
+    if ! apt-cache show libboost1.81-dev >/dev/null 2>&1; then
+        missing=("${missing[@]/1.81/1.83}")
+    fi
+    DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# Configures and builds a preset: build_preset NAME [cmake options ...] -- [targets ...]
+build_preset() {
+    local preset=$1 options=()
+    shift
+    while [ $# -gt 0 ] && [ "$1" != -- ]; do
+        options+=("$1")
+        shift
+    done
+    [ $# -gt 0 ] && shift
+    say "building ($preset)"
+    cmake -S "$root" --preset "$preset" "${options[@]}" >/dev/null
+    cmake --build "$root/build/$preset" --parallel "$(nproc)" ${1:+--target "$@"}
+}
