@@ -85,10 +85,6 @@ void requireNoMore(Node parent, std::size_t row) {
     }
 }
 
-constexpr bool isContent(Node node) {
-    return node == Node::EContent || node == Node::Segment;
-}
-
 /// Octets that one kept element may have.
 constexpr std::size_t elementLimit(Node node) {
     switch (node) {
