@@ -20,8 +20,10 @@ namespace {
 
 using X509StorePtr = std::unique_ptr<X509_STORE, ossl::Deleter<X509_STORE_free>>;
 using X509StoreCtx = std::unique_ptr<X509_STORE_CTX, ossl::Deleter<X509_STORE_CTX_free>>;
-/// The stack alone; the certificates are somebody else's.
+/// The stacks alone; what is in them is somebody else's.
 using X509Stack = std::unique_ptr<STACK_OF(X509), decltype([](STACK_OF(X509) * stack) { sk_X509_free(stack); })>;
+using CrlStack =
+    std::unique_ptr<STACK_OF(X509_CRL), decltype([](STACK_OF(X509_CRL) * stack) { sk_X509_CRL_free(stack); })>;
 
 /// What the verification finds, certificate by certificate.
 class Findings {
@@ -102,10 +104,19 @@ X509StorePtr trustStore(const ChainSources& sources) {
     for (const Candidate& anchor : sources.anchors) {
         X509_STORE_add_cert(store.get(), anchor.x509.get());
     }
-    for (const auto& crl : sources.crls) {
-        X509_STORE_add_crl(store.get(), crl.get());
-    }
     return store;
+}
+
+/// Given as a list, because OpenSSL looks in a store for the CRLs of a certificate's own issuer only, and so misses
+/// those of another CRL issuer (RFC 5280, 5.2.5).
+CrlStack revocationLists(const ChainSources& sources) {
+    CrlStack stack(sk_X509_CRL_new_null());
+    for (const auto& crl : sources.crls) {
+        if (!stack || sk_X509_CRL_push(stack.get(), crl.get()) == 0) {
+            fail(capi::ERROR_NOT_ENOUGH_MEMORY);
+        }
+    }
+    return stack;
 }
 
 X509Stack untrusted(const ChainSources& sources) {
@@ -182,23 +193,30 @@ void judgeUsage(std::vector<ChainElement>& elements, const RequestedUsage& reque
 class Verification {
 public:
     Verification(const ChainSources& sources, const ChainRequest& request)
-        : store_(trustStore(sources)), untrusted_(untrusted(sources)),
+        : store_(trustStore(sources)), untrusted_(untrusted(sources)), crls_(revocationLists(sources)),
           target_(ossl::fromDer<ossl::X509Ptr>(d2i_X509, request.certificate->encoded())),
           context_(X509_STORE_CTX_new()) {
         if (!context_ || !target_ ||
             X509_STORE_CTX_init(context_.get(), store_.get(), target_.get(), untrusted_.get()) != 1) {
             fail(capi::ERROR_NOT_ENOUGH_MEMORY);
         }
+        X509_STORE_CTX_set0_crls(context_.get(), crls_.get());
         X509_STORE_CTX_set_app_data(context_.get(), &findings_);
         X509_STORE_CTX_set_verify_cb(context_.get(), collectProblem);
         X509_STORE_CTX_set_flags(context_.get(), verifyFlags(request.revocation));
         X509_STORE_CTX_set_time(context_.get(), 0, request.time);
+        acceptAnyPolicy();
     }
 
     void run() {
         const int result = X509_verify_cert(context_.get());
-        if (findings_.failure != 0 || result < 0) {
-            fail(findings_.failure != 0 ? findings_.failure : capi::NTE_FAIL);
+        if (findings_.failure != 0) {
+            fail(findings_.failure);
+        }
+        if (result < 0) {
+            // OpenSSL gives up on a certificate whose public key it cannot decode.
+            const bool memory = X509_STORE_CTX_get_error(context_.get()) == X509_V_ERR_OUT_OF_MEM;
+            findings_.note(memory ? X509_V_ERR_OUT_OF_MEM : X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, 0);
         }
     }
 
@@ -210,12 +228,26 @@ public:
         for (int i = 0; i < sk_X509_num(stack); ++i) {
             list.push_back(sk_X509_value(stack, i));
         }
+        if (list.empty()) {
+            list.push_back(target_.get());
+        }
         return list;
     }
 
 private:
+    /// The initial policy set is any-policy (RFC 5280, 6.1.1 c). OpenSSL takes an unset one for an empty one.
+    void acceptAnyPolicy() {
+        ossl::Asn1Object anyPolicy(OBJ_dup(OBJ_nid2obj(NID_any_policy)));
+        if (!anyPolicy ||
+            X509_VERIFY_PARAM_add0_policy(X509_STORE_CTX_get0_param(context_.get()), anyPolicy.get()) != 1) {
+            fail(capi::ERROR_NOT_ENOUGH_MEMORY);
+        }
+        static_cast<void>(anyPolicy.release());
+    }
+
     X509StorePtr store_;
     X509Stack untrusted_;
+    CrlStack crls_;
     ossl::X509Ptr target_;
     Findings findings_;
     X509StoreCtx context_;

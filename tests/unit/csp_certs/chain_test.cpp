@@ -3,6 +3,7 @@
 #include "certs/context.hpp"
 #include "certs/file_time.hpp"
 
+#include <algorithm>
 #include <array>
 #include <map>
 
@@ -220,6 +221,36 @@ TEST_F(ChainTest, RefusesACriticalExtensionThatNobodyKnows) {
     X509_EXTENSION_free(extension);
     ASN1_OCTET_STRING_free(value);
     X509_free(draft);
+}
+
+TEST_F(ChainTest, IsNotTrustedForAKeyThatCannotBeDecoded) {
+    standardChain();
+    csp::Bytes odd = leaf_.der;
+    const csp::Bytes ecPublicKey{0x06, 0x07, 0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x02, 0x01};
+    const auto at = std::search(odd.begin(), odd.end(), ecPublicKey.begin(), ecPublicKey.end());
+    ASSERT_NE(at, odd.end());
+    at[8] = 0x7F;
+    EXPECT_EQ(status(odd), capi::CERT_TRUST_IS_PARTIAL_CHAIN | capi::CERT_TRUST_IS_NOT_SIGNATURE_VALID);
+}
+
+TEST_F(ChainTest, ProcessesPolicies) {
+    trust(root_);
+    const Entity demanding = pki::make({.subject = "Demanding",
+                                        .issuer = &root_,
+                                        .serial = 9,
+                                        .extensions = {{NID_basic_constraints, "critical,CA:TRUE"},
+                                                       {NID_certificate_policies, "1.2.3.4"},
+                                                       {NID_policy_constraints, "critical,requireExplicitPolicy:0"}}});
+    know(demanding);
+    const auto with = [&](const std::string& policy) {
+        return pki::make({.subject = "x",
+                          .issuer = &demanding,
+                          .serial = 5,
+                          .extensions = {{NID_certificate_policies, policy}}})
+            .der;
+    };
+    EXPECT_EQ(status(with("1.2.3.4")), 0U);
+    EXPECT_EQ(status(with("1.2.3.5")), capi::CERT_TRUST_NO_ISSUANCE_CHAIN_POLICY);
 }
 
 TEST_F(ChainTest, KeepsToNameConstraints) {

@@ -5,6 +5,8 @@
 #include "crypto/engine.hpp"
 #include "crypto/key_pair.hpp"
 
+#include <openssl/conf.h>
+
 #include <stdexcept>
 
 namespace pki {
@@ -45,9 +47,11 @@ csp::ossl::Pkey gostKey(ALG_ID algorithm, const char* parameterSet) {
 void addExtension(X509* certificate, X509* issuer, int nid, const std::string& value) {
     X509V3_CTX context;
     X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
-    X509V3_set_ctx_nodb(&context);
-    X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, &context, nid, value.c_str());
-    check(extension != nullptr, "X509V3_EXT_conf_nid");
+    CONF* const none = NCONF_new(nullptr); // policies want a configuration, be it an empty one
+    X509V3_set_nconf(&context, none);
+    X509_EXTENSION* const extension = X509V3_EXT_nconf_nid(none, &context, nid, value.c_str());
+    NCONF_free(none);
+    check(extension != nullptr, value.c_str());
     X509_add_ext(certificate, extension, -1);
     X509_EXTENSION_free(extension);
 }
