@@ -3,6 +3,7 @@
 #include <iconv.h>
 
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <stdexcept>
 
@@ -11,7 +12,9 @@ namespace orvik::plugin::converter {
 namespace {
 
 constexpr const char* utf8 = "UTF-8";
-constexpr const char* wide = "WCHAR_T";
+// Not WCHAR_T, whose converter lets numbers through that Unicode does not have.
+constexpr const char* wide = std::endian::native == std::endian::little ? "UTF-32LE" : "UTF-32BE";
+static_assert(sizeof(wchar_t) == sizeof(char32_t));
 constexpr const char* windows1251 = "CP1251";
 
 class Conversion {
