@@ -56,6 +56,8 @@ ossl::Pkey publicKeyFromInfo(ByteView subjectPublicKeyInfo) {
     if (algorithm->gost) {
         checkGostKey(*algorithm, parts);
         gostEngine(); // the decoder looks for the algorithm among what the engine registered
+    } else if (!parts.parameters.empty() && parts.parameters != der::null()) { // RFC 3279, 2.3.1
+        fail(capi::NTE_BAD_PUBLIC_KEY);
     }
     const Bytes der = spki::join(algorithm->oid, parts.parameters, parts.key);
     const ossl::ErrorMark mark;
