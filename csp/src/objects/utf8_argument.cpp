@@ -25,20 +25,17 @@ bool isAligned(const BYTE* data) {
 
 /// The aligned word at `data`, of which only the first octet need be the caller's. An aligned word lies within one
 /// page, so reading it cannot fault; the sanitizer, which knows the exact end, is told so.
-[[gnu::no_sanitize("address"), gnu::noinline]] std::uint32_t alignedWord(const BYTE* data) {
+__attribute__((no_sanitize("address"), noinline)) std::uint32_t alignedWord(const BYTE* data) {
     return *reinterpret_cast<const volatile AliasingWord*>(data);
 }
 
+/// No octet of text: NUL, and the control characters but TAB, LF and CR.
 bool isControl(BYTE octet) {
     return (octet < 0x20 && octet != '\t' && octet != '\n' && octet != '\r') || octet == 0x7F;
 }
 
 std::string_view asText(ByteView octets) {
     return {reinterpret_cast<const char*>(octets.data()), octets.size()};
-}
-
-bool isPlainText(ByteView octets) {
-    return std::ranges::none_of(octets, isControl) && wideFromUtf8(asText(octets)).has_value();
 }
 
 /// Whether every complete group of four octets can be a wide character.
@@ -55,13 +52,13 @@ bool isWide(ByteView visible) {
     if (visible.size() >= WideSize) {
         return looksWide(visible);
     }
-    const bool plain = isPlainText(visible);
-    if ((plain && visible.size() > 1) || !isAligned(visible.data())) {
+    const bool text = std::ranges::none_of(visible, isControl);
+    if ((text && visible.size() > 1) || !isAligned(visible.data())) {
         return false;
     }
     const std::uint32_t word = alignedWord(visible.data());
-    const bool terminatedOctet = plain && (word & 0xFF00U) == 0;
-    return word <= LastCharacter && !terminatedOctet;
+    const bool terminatedLetter = text && word % 0x100 < 0x80 && (word & 0xFF00U) == 0;
+    return word <= LastCharacter && !terminatedLetter;
 }
 
 /// `count` is the number of characters, or of octets when a zero stands where the octets end.

@@ -20,13 +20,14 @@ namespace klunortredi::csp {
 ///
 ///  - Of four octets or more, each complete group of four ends in 00..10 00: wide; otherwise octets. A zero character
 ///    at the place where (c) has its terminator makes it (c).
-///  - Of one to three octets that are not such text in UTF-8: wide, when the first character bears it out.
-///  - Of two or three octets that are: octets. A wide string of two characters from U+2020 up whose first one looks
-///    like two letters (some ideographs: never Latin, Cyrillic, Greek or punctuation) is thus taken for two letters.
-///  - Of one octet that is an ASCII character, the octets behind it are looked at, if they lie in the same aligned
-///    machine word (which is always readable, and where a wide character always lies): a zero octet next, as behind any
-///    terminated string, means that character; a wide character there means that one. An unterminated octet followed
-///    by another one and two zeros is taken for wide.
+///  - Of two or three octets with a NUL or control character among them: wide; otherwise octets. Two wide characters
+///    the first of which looks like two octets of text (some from U+2020 up, ideographs above all: never Latin, Greek
+///    or Cyrillic letters) are thus taken for octets, and mostly refused.
+///  - Of one octet, those behind it are looked at, if it begins an aligned machine word: such a word is always
+///  readable,
+///    and a wide character always is one. An ASCII character with a zero octet next, as behind any terminated string,
+///    is that character; otherwise what is a wide character as a word is that one. (An unterminated ASCII character
+///    followed by any other octet and two zeros is so taken for wide.)
 ///
 /// Errors: CRYPT_E_BAD_ENCODE for text that is well-formed in no reading, ERROR_INVALID_PARAMETER for a null pointer
 /// with a size.

@@ -2,7 +2,6 @@
 
 #include "support.hpp"
 
-#include <openssl/ec.h>
 #include <openssl/evp.h>
 #include <openssl/x509v3.h>
 
@@ -12,14 +11,14 @@ namespace klunortredi::csp::test {
 
 namespace {
 
-void addExtension(X509* certificate, int nid, const char* value) {
-    X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, nullptr, nid, value);
+void addExtension(X509* certificate, int nid, std::string value) {
+    X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, nullptr, nid, value.data());
     X509_add_ext(certificate, extension, -1);
     X509_EXTENSION_free(extension);
 }
 
 Bytes makeCertificate() {
-    const ossl::Pkey key(EVP_EC_gen("P-256"));
+    const ossl::Pkey key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
     const ossl::X509Ptr certificate(X509_new());
     X509_set_version(certificate.get(), X509_VERSION_3);
     ASN1_INTEGER_set_int64(X509_get_serialNumber(certificate.get()), 0x012345);
