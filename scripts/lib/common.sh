@@ -60,3 +60,15 @@ build_preset() {
     cmake -S "$root" --preset "$preset" "${options[@]}" >/dev/null
     cmake --build "$root/build/$preset" --parallel "$(nproc)" ${1:+--target "$@"}
 }
+
+# Runs the tests of a built preset and tells how they went: run_tests NAME [ctest options ...]
+run_tests() {
+    local preset=$1 log status=0
+    shift
+    say "testing ($preset)"
+    log=$(mktemp)
+    ctest --test-dir "$root/build/$preset" --verbose --parallel "$(nproc)" "$@" >"$log" 2>&1 || true
+    "$root/scripts/lib/summary" "$log" || status=$?
+    rm -f "$log"
+    return "$status"
+}
