@@ -91,6 +91,7 @@ DWORD errorCode(int errnoValue) noexcept {
     switch (errnoValue) {
     case ENOSPC:
     case EDQUOT:
+    case EFBIG: // a size limit of the user
         return capi::ERROR_DISK_FULL;
     case EACCES:
     case EPERM:

@@ -1,0 +1,230 @@
+// Containers through the entry points, and as the administration command uses them.
+
+#include "core/error.hpp"
+#include "crypto/key_pair.hpp"
+#include "crypto/signature.hpp"
+#include "keys/container.hpp"
+#include "keys/key_file.hpp"
+#include "service.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include <fstream>
+
+namespace csp_keys {
+
+using klunortredi::csp::ApiError;
+using klunortredi::csp::Container;
+using klunortredi::csp::ContainerId;
+using klunortredi::csp::NewContainer;
+
+namespace {
+
+constexpr DWORD gost = capi::PROV_GOST_2012_256;
+
+class Containers : public ServiceTest {
+protected:
+    [[nodiscard]] std::filesystem::path place(const std::string& directory) const {
+        return std::filesystem::path(home_.path()) / "containers" / directory;
+    }
+    [[nodiscard]] std::size_t entries() const {
+        const std::filesystem::directory_iterator all(place(""));
+        return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+    }
+    static BOOL remove(DWORD type, const wchar_t* name) {
+        unsigned long handle = 99;
+        const BOOL result = CryptAcquireContextW(&handle, name, nullptr, type, capi::CRYPT_DELETEKEYSET);
+        EXPECT_TRUE(result == 0 || handle == 0);
+        return result;
+    }
+};
+
+template <class Call>
+DWORD refusalOf(Call call) {
+    try {
+        call();
+        return capi::ERROR_SUCCESS;
+    } catch (const ApiError& e) {
+        return e.code();
+    }
+}
+
+} // namespace
+
+TEST_F(Containers, AreForTheirOwnerAlone) {
+    makeContainer(gost, L"c", "1234");
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(place(""))) {
+        struct stat status {};
+        ASSERT_EQ(::stat(entry.path().c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777U, entry.is_directory() ? 0700U : 0600U) << entry.path();
+    }
+}
+
+TEST_F(Containers, KeyOnDiskIsEncryptedWithScryptAndAes) {
+    makeContainer(gost, L"c", "1234");
+    const Bytes file = bytes(test_support::readFile(place("c.80") / "exchange.1.p8"));
+    const auto contains = [&file](std::string_view hex) { return !std::ranges::search(file, fromHex(hex)).empty(); };
+    EXPECT_TRUE(contains("06092b06010401da47040b")) << "scrypt, RFC 7914";
+    EXPECT_TRUE(contains("060960864801650304012a")) << "AES-256-CBC";
+    EXPECT_EQ(klunortredi::csp::decryptKey(file, "1235"), nullptr);
+    EXPECT_NE(klunortredi::csp::decryptKey(file, "1234"), nullptr);
+}
+
+TEST_F(Containers, AppearWholeWhenLetGo) {
+    Context making(gost, L"c", capi::CRYPT_NEWKEYSET);
+    unsigned long key = 0;
+    ASSERT_TRUE(CryptGenKey(making.get(), capi::AT_KEYEXCHANGE, 0, &key));
+    CryptDestroyKey(key);
+    EXPECT_FALSE(std::filesystem::exists(place("c.80")));
+    making.release();
+    EXPECT_TRUE(std::filesystem::exists(place("c.80")));
+    EXPECT_EQ(entries(), 1U);
+}
+
+TEST_F(Containers, WithoutAKeyLeaveNothing) {
+    Context making(gost, L"c", capi::CRYPT_NEWKEYSET);
+    ASSERT_TRUE(setPin(making.get(), "1234", capi::PIN_SET_NEW));
+    making.release();
+    EXPECT_EQ(entries(), 0U);
+    makeContainer(gost, L"c", "");
+}
+
+TEST_F(Containers, NameIsTakenOnce) {
+    unsigned long handle = 0;
+    const Context making(gost, L"c", capi::CRYPT_NEWKEYSET);
+    EXPECT_TRUE(refused(CryptAcquireContextW(&handle, L"c", nullptr, gost, capi::CRYPT_NEWKEYSET), capi::NTE_EXISTS));
+    unsigned long key = 0;
+    ASSERT_TRUE(CryptGenKey(making.get(), capi::AT_KEYEXCHANGE, 0, &key));
+    CryptDestroyKey(key);
+    EXPECT_TRUE(refused(CryptAcquireContextW(&handle, L"c", nullptr, gost, capi::CRYPT_NEWKEYSET), capi::NTE_EXISTS));
+    makeContainer(81, L"c", "");
+}
+
+TEST_F(Containers, BeingMadeCanBeOpenedByName) {
+    const Context making(gost, L"c", capi::CRYPT_NEWKEYSET);
+    unsigned long key = 0;
+    ASSERT_TRUE(CryptGenKey(making.get(), capi::AT_KEYEXCHANGE, 0, &key));
+    CryptDestroyKey(key);
+    const Context opened(gost, L"c", capi::CRYPT_SILENT);
+    PublicKeyInfo one(making.get(), capi::AT_KEYEXCHANGE);
+    PublicKeyInfo other(opened.get(), capi::AT_KEYEXCHANGE);
+    EXPECT_EQ(
+        std::string_view(reinterpret_cast<const char*>(one.get()->PublicKey.pbData), one.get()->PublicKey.cbData),
+        std::string_view(reinterpret_cast<const char*>(other.get()->PublicKey.pbData), other.get()->PublicKey.cbData));
+}
+
+TEST_F(Containers, CyrillicNamesWorkOnEveryPath) {
+    for (const DWORD type : {80U, 81U, 75U, 24U}) {
+        makeContainer(type, cyrillicWide, "");
+        const Context context(type, cyrillicWide, 0);
+        const bool narrow = type == 80 || type == 81;
+        const std::string in1251 = "\xCA\xEB\xFE\xF7 \xC8\xE2\xE0\xED\xEE\xE2\xEE\xE9 \xB9"
+                                   "5";
+        EXPECT_EQ(provText(context.get(), capi::PP_CONTAINER), narrow ? in1251 : cyrillic);
+        const std::string unique = provText(context.get(), capi::PP_UNIQUE_CONTAINER);
+        EXPECT_EQ(unique, "KLUNORTREDI/" + (narrow ? in1251 : std::string(cyrillic)));
+        for (const wchar_t* form : {L"KLUNORTREDI/Ключ Ивановой №5", L"\\\\.\\HDIMAGE\\Ключ Ивановой №5"}) {
+            const Context again(type, form, 0);
+            EXPECT_EQ(provText(again.get(), capi::PP_UNIQUE_CONTAINER), unique);
+        }
+        EXPECT_EQ(containerNames(type, capi::CRYPT_FQCN), std::vector{"KLUNORTREDI/" + std::string(cyrillic)});
+        EXPECT_TRUE(remove(type, L"KLUNORTREDI/Ключ Ивановой №5"));
+        EXPECT_TRUE(containerNames(type, 0).empty());
+    }
+}
+
+TEST_F(Containers, DeletionLeavesNothingAndFreesTheName) {
+    makeContainer(gost, L"c", "1234");
+    ASSERT_TRUE(remove(gost, L"c"));
+    EXPECT_EQ(entries(), 0U);
+    EXPECT_TRUE(refused(remove(gost, L"c"), capi::NTE_BAD_KEYSET));
+    makeContainer(gost, L"c", "");
+}
+
+TEST_F(Containers, DamageIsToldApartFromAWrongPinAndCostsNoAttempt) {
+    makeContainer(gost, L"c", "1234");
+    const auto file = place("c.80") / "exchange.1.p8";
+    std::string contents = test_support::readFile(file);
+    contents[contents.size() - 1] = static_cast<char>(contents.back() ^ 1);
+    std::ofstream(file, std::ios::binary) << contents;
+    const Context context(gost, L"c", 0);
+    EXPECT_TRUE(refused(setPin(context.get(), "1234", capi::PIN_VERIFY), capi::NTE_KEYSET_ENTRY_BAD));
+    EXPECT_EQ(provNumber(context.get(), capi::PP_PIN_TRIES_REMAINING), klunortredi::csp::pinTryLimit);
+    EXPECT_EQ(refusalOf([] { Container::open({"c", gost}).check(); }), capi::NTE_KEYSET_ENTRY_BAD);
+}
+
+TEST_F(Containers, DamagedDescriptionIsReportedAndCanBeDeleted) {
+    for (const char* text : {"", "{", "[]", "{\"format\":2}", "{\"format\":1,\"name\":\"c\"}"}) {
+        makeContainer(gost, L"c", "");
+        std::ofstream(place("c.80") / "container.json") << text;
+        unsigned long handle = 0;
+        EXPECT_TRUE(refused(CryptAcquireContextW(&handle, L"c", nullptr, gost, 0), capi::NTE_KEYSET_ENTRY_BAD)) << text;
+        EXPECT_TRUE(remove(gost, L"c"));
+    }
+}
+
+TEST_F(Containers, CopyUnderAnotherNameIsNoContainer) {
+    makeContainer(gost, L"c", "");
+    std::filesystem::copy(place("c.80"), place("d.80"));
+    unsigned long handle = 0;
+    EXPECT_TRUE(refused(CryptAcquireContextW(&handle, L"d", nullptr, gost, 0), capi::NTE_KEYSET_ENTRY_BAD));
+}
+
+TEST_F(Containers, KeyPairOfBothSpecsStandBesideEachOther) {
+    makeContainer(gost, L"c", "1234", capi::AT_SIGNATURE);
+    const Context context(gost, L"c", 0);
+    unsigned long key = 0;
+    EXPECT_TRUE(
+        refused(CryptGenKey(context.get(), capi::AT_KEYEXCHANGE, 0, &key), capi::SCARD_W_CARD_NOT_AUTHENTICATED));
+    ASSERT_TRUE(setPin(context.get(), "1234", capi::PIN_PRESENT));
+    ASSERT_TRUE(CryptGenKey(context.get(), capi::AT_KEYEXCHANGE, 0, &key));
+    CryptDestroyKey(key);
+    EXPECT_TRUE(refused(CryptGenKey(context.get(), capi::AT_KEYEXCHANGE, 0, &key), capi::NTE_EXISTS))
+        << "a key pair is never replaced";
+    const Context again(gost, L"c", 0);
+    ASSERT_TRUE(setPin(again.get(), "1234", capi::PIN_VERIFY));
+    const Hash hash(again.get(), capi::CALG_GR3411_2012_256);
+    EXPECT_EQ(sign(hash.get(), capi::AT_KEYEXCHANGE).size(), 64U);
+    EXPECT_EQ(sign(hash.get(), capi::AT_SIGNATURE).size(), 64U);
+    Container::open({"c", gost}).check();
+}
+
+TEST_F(Containers, AreMadeFromAKeyThatIsAlreadyThere) {
+    const auto& algorithm = *klunortredi::csp::findKey("1.2.643.7.1.1.1.1");
+    const auto pair = klunortredi::csp::generateGostKey(
+        algorithm, *klunortredi::csp::findGostParamSet(algorithm, "1.2.643.7.1.2.1.1.1"));
+    const ContainerId id{"imported", gost};
+    {
+        NewContainer made(id);
+        made.container().addKey(capi::AT_KEYEXCHANGE, pair.get(), true, "1234");
+        made.commit().check();
+    }
+    Container container = Container::open(id);
+    EXPECT_TRUE(container.key(capi::AT_KEYEXCHANGE).exportable);
+    EXPECT_EQ(refusalOf([&] { container.unlock("4321"); }), capi::SCARD_W_WRONG_CHV);
+    EXPECT_EQ(container.triesRemaining(), klunortredi::csp::pinTryLimit - 1);
+    container.resetTries();
+    EXPECT_EQ(container.triesRemaining(), klunortredi::csp::pinTryLimit);
+    auto keys = container.unlock("1234");
+    EXPECT_EQ(EVP_PKEY_eq(keys.at(capi::AT_KEYEXCHANGE).get(), pair.get()), 1);
+    container.changePin(keys, "");
+    EXPECT_FALSE(container.wantsPin());
+    EXPECT_EQ(Container::open(id).unlock("").size(), 1U);
+}
+
+TEST_F(Containers, FailedCommitLeavesNothing) {
+    EXPECT_EQ(refusalOf([] { NewContainer({"c", gost}).commit(); }), capi::NTE_NO_KEY);
+    EXPECT_EQ(entries(), 0U);
+}
+
+TEST_F(Containers, WhatDeadProcessesLeftIsSweptAway) {
+    std::filesystem::create_directories(place(".new-dead.80"));
+    std::filesystem::create_directories(place(".del-dead"));
+    std::ofstream(place(".del-dead") / "rest") << "x";
+    makeContainer(gost, L"dead", "");
+    EXPECT_EQ(entries(), 1U);
+}
+
+} // namespace csp_keys
