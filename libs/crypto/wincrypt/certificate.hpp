@@ -59,7 +59,7 @@ public:
     [[nodiscard]] boost::optional<std::uint16_t> keyUsage() const override;
     /// Extension 1.2.643.100.111. The service hands its text over as wide characters.
     [[nodiscard]] boost::optional<std::wstring> subjectSignTool() const override;
-    /// First text of extension 1.2.643.100.112. The service hands it over as UTF-8.
+    /// Extension 1.2.643.100.112, its octets taken as UTF-8; nothing when they are not.
     [[nodiscard]] boost::optional<std::wstring> issuerSignTool() const override;
     [[nodiscard]] boost::posix_time::ptime privateKeyNotBefore() const override;
     [[nodiscard]] boost::posix_time::ptime privateKeyNotAfter() const override;

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace orvik::plugin::crypto {
 class ICertificate;
@@ -31,6 +32,10 @@ public:
     [[nodiscard]] std::uint32_t status() const override;
     /// Name of the most important error bit of `status`; empty when it has none that is known.
     [[nodiscard]] std::string statusString(long status) const override;
+
+    /// Paths that initCA collected so far.
+    [[nodiscard]] const std::vector<std::string>& certificateFiles() const;
+    [[nodiscard]] const std::vector<std::string>& crlFiles() const;
 
 private:
     struct Impl;

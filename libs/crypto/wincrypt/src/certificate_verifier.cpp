@@ -123,6 +123,14 @@ bool CertificateVerifier::validateChain(unsigned int flags) const {
     return impl_->status == capi::CERT_TRUST_NO_ERROR;
 }
 
+const std::vector<std::string>& CertificateVerifier::certificateFiles() const {
+    return impl_->certificateFiles;
+}
+
+const std::vector<std::string>& CertificateVerifier::crlFiles() const {
+    return impl_->crlFiles;
+}
+
 std::uint32_t CertificateVerifier::status() const {
     return impl_->status;
 }
