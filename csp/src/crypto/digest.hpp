@@ -30,6 +30,7 @@ public:
 private:
     const DigestAlgorithm* algorithm_;
     ossl::MdCtx context_;
+    bool empty_ = true; ///< no data came yet
 };
 
 } // namespace klunortredi::csp

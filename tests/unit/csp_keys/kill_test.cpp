@@ -1,9 +1,9 @@
 // Killed anywhere: the old state or the new one, and the next run works.
 
 #include "core/error.hpp"
+#include "helper_process.hpp"
 #include "keys/container.hpp"
 #include "service.hpp"
-#include "support/process.hpp"
 
 #include <algorithm>
 #include <csignal>
@@ -19,14 +19,6 @@ constexpr DWORD gost = capi::PROV_GOST_2012_256;
 
 class Killed : public ServiceTest {
 protected:
-    static test_support::Run helper(const std::vector<std::string>& words, std::chrono::microseconds killAfter = {}) {
-        std::vector<std::string> command{CSP_KEYS_HELPER};
-        command.insert(command.end(), words.begin(), words.end());
-        test_support::RunOptions options;
-        options.killAfter = killAfter;
-        return test_support::run(command, options);
-    }
-
     /// How long the command takes when it is left alone.
     static std::chrono::microseconds duration(const std::vector<std::string>& words) {
         const auto start = std::chrono::steady_clock::now();

@@ -1,8 +1,10 @@
 // The PIN protocol.
 
+#include "helper_process.hpp"
 #include "keys/container.hpp"
 #include "service.hpp"
-#include "support/process.hpp"
+
+#include <csignal>
 
 namespace csp_keys {
 
@@ -23,11 +25,6 @@ protected:
         Bytes signature(64);
         DWORD size = 64;
         return CryptSignHashW(hash.get(), keySpec, nullptr, 0, signature.data(), &size);
-    }
-    static test_support::Run helper(const std::vector<std::string>& words) {
-        std::vector<std::string> command{CSP_KEYS_HELPER};
-        command.insert(command.end(), words.begin(), words.end());
-        return test_support::run(command);
     }
 };
 
