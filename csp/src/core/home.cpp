@@ -36,7 +36,7 @@ std::filesystem::path homeOfUser() {
 
 std::filesystem::path dataDirectory() {
     if (const auto own = fromEnvironment("KLUNORTREDI_HOME")) {
-        return *own;
+        return std::filesystem::absolute(*own); // what is open stays open when the process changes its directory
     }
     if (const auto data = fromEnvironment("XDG_DATA_HOME")) {
         return *data / "klunortredi";

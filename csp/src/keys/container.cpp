@@ -21,10 +21,16 @@ Bytes hashOfFile(ByteView contents) {
     return Digest::of(*findDigest(capi::CALG_SHA_256), contents);
 }
 
+/// What it means that a file of a container is not there.
+DWORD missing(const fs::path& directory) {
+    std::error_code ignored;
+    return fs::exists(directory, ignored) ? capi::NTE_KEYSET_ENTRY_BAD : capi::NTE_BAD_KEYSET;
+}
+
 ContainerMeta readMeta(const fs::path& directory) {
     const auto text = files::read(directory / metaFileName);
     if (!text) {
-        fail(fs::exists(directory) ? capi::NTE_KEYSET_ENTRY_BAD : capi::NTE_BAD_KEYSET);
+        fail(missing(directory));
     }
     return decodeMeta(*text);
 }
@@ -81,7 +87,7 @@ DWORD Container::failedTries() const {
     const auto text = files::read(directory_ / triesFileName, longest);
     DWORD count = 0;
     if (!text) {
-        fail(capi::NTE_KEYSET_ENTRY_BAD);
+        fail(missing(directory_));
     }
     const std::string digits(text->begin(), text->end());
     if (std::from_chars(digits.data(), digits.data() + digits.size(), count).ec != std::errc{}) {

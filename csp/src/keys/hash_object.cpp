@@ -81,7 +81,6 @@ void HashObject::sign(DWORD keySpec, void* buffer, DWORD* size) {
     }
     Bytes signedValue = value();
     const Bytes signature = context_->sign(keySpec, digest_.algorithm(), signedValue);
-    *size = static_cast<DWORD>(needed);
     give(reordered(signature, keyAlgorithm(context_->provider())), buffer, size);
     finished_ = std::move(signedValue);
 }

@@ -6,11 +6,9 @@
 
 namespace csp_keys {
 
-inline auto helper(const std::vector<std::string>& words, std::chrono::microseconds killAfter = {}) {
+inline auto helper(const std::vector<std::string>& words, const test_support::RunOptions& options = {}) {
     std::vector<std::string> command{CSP_KEYS_HELPER};
     command.insert(command.end(), words.begin(), words.end());
-    test_support::RunOptions options;
-    options.killAfter = killAfter;
     return test_support::run(command, options);
 }
 

@@ -19,6 +19,12 @@ constexpr DWORD gost = capi::PROV_GOST_2012_256;
 
 class Killed : public ServiceTest {
 protected:
+    static void killed(const std::vector<std::string>& words, std::chrono::microseconds after) {
+        test_support::RunOptions options;
+        options.killAfter = after;
+        helper(words, options);
+    }
+
     /// How long the command takes when it is left alone.
     static std::chrono::microseconds duration(const std::vector<std::string>& words) {
         const auto start = std::chrono::steady_clock::now();
@@ -53,7 +59,7 @@ TEST_F(Killed, AnywhereInARequestLeavesNoneOrAWholeContainer) {
     constexpr int steps = 16;
     int unfinished = 0;
     for (int step = 1; step <= steps; ++step) {
-        helper({"request", "c", "1234"}, whole * step / steps);
+        killed({"request", "c", "1234"}, whole * step / steps);
         const auto names = containerNames(gost, 0);
         if (std::ranges::find(names, "c") == names.end()) {
             ++unfinished;
@@ -73,7 +79,7 @@ TEST_F(Killed, AnywhereInAPinChangeLeavesTheOldOrTheNewOne) {
     constexpr int steps = 12;
     for (int step = 1; step <= steps; ++step) {
         const std::string wanted = current == "a" ? "b" : "a";
-        helper({"change", "c", current, wanted}, whole * step / steps);
+        killed({"change", "c", current, wanted}, whole * step / steps);
         Container::open({"c", gost}).check();
         const bool changed = opensWith(wanted.c_str());
         EXPECT_NE(changed, opensWith(current.c_str())) << "exactly one of them";

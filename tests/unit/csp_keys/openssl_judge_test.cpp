@@ -4,6 +4,8 @@
 #include "core/error.hpp"
 #include "crypto/algorithms.hpp"
 #include "crypto/gost_params.hpp"
+#include "helper_process.hpp"
+#include "keys/container.hpp"
 #include "service.hpp"
 #include "support/openssl.hpp"
 
@@ -83,6 +85,19 @@ TEST_F(OpensslJudges, SignaturesOfEveryParameterSet) {
 
         unsigned long gone = 0;
         EXPECT_TRUE(CryptAcquireContextW(&gone, L"c", nullptr, row.type, capi::CRYPT_DELETEKEYSET));
+    }
+}
+
+TEST_F(OpensslJudges, ServiceWorksWhateverTheHostConfiguresInOpenssl) {
+    const test_support::Openssl openssl(home_); // writes a configuration that loads the engine and makes it the default
+    for (const std::string& configuration : {home_ / "openssl.cnf", home_ / "none.cnf"}) {
+        test_support::RunOptions options;
+        options.environment = {{"OPENSSL_CONF", configuration}};
+        makeContainer(80, L"c", "1234");
+        EXPECT_EQ(helper({"verify", "c", "1234"}, options).out, "0\n");
+        EXPECT_EQ(helper({"request", "d", "1234"}, options).exit, 0);
+        klunortredi::csp::deleteContainer({"c", 80});
+        klunortredi::csp::deleteContainer({"d", 80});
     }
 }
 
