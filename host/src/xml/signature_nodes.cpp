@@ -4,6 +4,7 @@
 #include "libxml.hpp"
 #include "orvik/plugin/base64.hpp"
 
+#include <boost/algorithm/string/classification.hpp>
 #include <libxml/valid.h>
 
 #include <array>
@@ -62,6 +63,22 @@ void forEachChild(const xmlNode* parent, const char* name, Visit visit) {
     }
 }
 
+/// Whether the expression is "not(ancestor-or-self::P:Signature)" with P a prefix of XML-DSig's namespace.
+bool takesSignaturesOut(const xmlNode* xpath) {
+    constexpr std::string_view before = "not(ancestor-or-self::";
+    constexpr std::string_view after = ":Signature)";
+    const TextPtr text(xmlNodeGetContent(xpath));
+    std::string expression = fromXml(text.get());
+    std::erase_if(expression, boost::algorithm::is_any_of(" \t\r\n"));
+    if (!expression.starts_with(before) || !expression.ends_with(after) ||
+        expression.size() <= before.size() + after.size()) {
+        return false;
+    }
+    const std::string prefix = expression.substr(before.size(), expression.size() - before.size() - after.size());
+    const xmlNs* ns = xmlSearchNs(xpath->doc, const_cast<xmlNode*>(xpath), toXml(prefix.c_str()));
+    return ns != nullptr && xmlStrEqual(ns->href, toXml(dsigNs)) != 0;
+}
+
 } // namespace
 
 std::vector<xmlNodePtr> signatureNodes(xmlDocPtr document) {
@@ -88,6 +105,21 @@ std::vector<std::string> keyInfoCertificates(const xmlNode* signature) {
         forEachChild(info, "X509Data", [&](const xmlNode* data) { forEachChild(data, "X509Certificate", add); });
     });
     return found;
+}
+
+bool hasOnlyPlainXpath(const xmlNode* signature) {
+    bool plain = true;
+    forEachChild(signature, "SignedInfo", [&](const xmlNode* info) {
+        forEachChild(info, "Reference", [&](const xmlNode* reference) {
+            forEachChild(reference, "Transforms", [&](const xmlNode* transforms) {
+                forEachChild(transforms, "Transform", [&](const xmlNode* transform) {
+                    forEachChild(transform, "XPath",
+                                 [&](const xmlNode* xpath) { plain = plain && takesSignaturesOut(xpath); });
+                });
+            });
+        });
+    });
+    return plain;
 }
 
 bool registerIds(xmlDocPtr document) {

@@ -14,6 +14,11 @@ std::vector<xmlNodePtr> signatureNodes(xmlDocPtr document);
 /// is not Base64 is left out.
 std::vector<std::string> keyInfoCertificates(const xmlNode* signature);
 
+/// Whether every XPath transform of the signature is the usual one, "not(ancestor-or-self::dsig:Signature)", which
+/// takes all signatures out of the document. Any other expression may leave out more than a reader sees, and cost
+/// without bound.
+bool hasOnlyPlainXpath(const xmlNode* signature);
+
 /// Makes the attributes Id, ID and id identifiers, to which "#..." references lead. False when two elements have the
 /// same one: a reference would be ambiguous then.
 bool registerIds(xmlDocPtr document);

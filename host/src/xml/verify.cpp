@@ -37,6 +37,7 @@ constexpr std::array allowedTransforms = {
     "http://www.w3.org/2001/10/xml-exc-c14n#WithComments",
     "http://www.w3.org/2000/09/xmldsig#enveloped-signature",
     "http://www.w3.org/2000/09/xmldsig#base64",
+    "http://www.w3.org/TR/1999/REC-xpath-19991116",
     "http://www.w3.org/2000/09/xmldsig#sha1",
     "http://www.w3.org/2001/04/xmldsig-more#sha224",
     "http://www.w3.org/2001/04/xmlenc#sha256",
@@ -145,25 +146,33 @@ bool verifyByKeyValue(xmlNodePtr signature) {
     return verify(*context, signature);
 }
 
-/// Lists of certificates are not ordered: the signer is the one whose key fits.
+/// Why no key fitted, as far as xmlsec has told.
+std::string refusal(bool certified) {
+    const std::string report = internal::takeXmlsecReport();
+    if (!certified) {
+        return "the signature carries no certificate, and no key of its own that fits" +
+               (report.empty() ? "" : ": " + report);
+    }
+    return report.empty() ? "the document or the signature has been changed" : report;
+}
+
 XmlSignatureResult check(xmlNodePtr signature) {
-    XmlSignatureResult result;
+    if (!internal::hasOnlyPlainXpath(signature)) {
+        return {false, {}, "the signature uses an XPath expression that is not allowed"};
+    }
     const auto certificates = internal::keyInfoCertificates(signature);
     internal::takeXmlsecReport();
+    if (certificates.empty()) {
+        const bool valid = verifyByKeyValue(signature);
+        return {valid, {}, valid ? "" : refusal(false)};
+    }
+    // Lists of certificates are not ordered: the signer is the one whose key fits.
     for (const auto& certificate : certificates) {
         if (verifyBy(certificate, signature)) {
             return {true, certificate, {}};
         }
     }
-    if (certificates.empty()) {
-        result.valid = verifyByKeyValue(signature);
-    } else {
-        result.certificate = certificates.front();
-    }
-    if (const std::string report = internal::takeXmlsecReport(); !result.valid) {
-        result.reason = report.empty() ? "the document or the signature has been changed" : report;
-    }
-    return result;
+    return {false, certificates.front(), refusal(true)};
 }
 
 } // namespace

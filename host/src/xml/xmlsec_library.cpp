@@ -3,6 +3,7 @@
 #include "gost_transforms.hpp"
 #include "orvik/plugin/log.hpp"
 
+#include <boost/algorithm/string/trim.hpp>
 #include <xmlsec/crypto.h>
 #include <xmlsec/errors.h>
 #include <xmlsec/xmlsec.h>
@@ -25,9 +26,8 @@ void report(const char* /*file*/, int /*line*/, const char* function, const char
     try {
         std::string text;
         for (const char* part : {object, subject, message}) {
-            if (part != nullptr && *part != '\0') {
-                text += (text.empty() ? "" : ": ") + std::string(part);
-            }
+            const std::string words = boost::algorithm::trim_copy(std::string(part == nullptr ? "" : part));
+            text += (text.empty() || words.empty() ? "" : ": ") + words;
         }
         if (firstReport().empty()) {
             firstReport() = text;
@@ -38,11 +38,11 @@ void report(const char* /*file*/, int /*line*/, const char* function, const char
 }
 
 bool initialize() {
-    if (xmlSecInit() < 0) {
+    if (xmlSecInit() < 0 || xmlSecCheckVersion() != 1 || xmlSecCryptoInit() < 0) {
         return false;
     }
-    xmlSecErrorsSetCallback(report);
-    return xmlSecCheckVersion() == 1 && xmlSecCryptoInit() >= 0 && registerGostTransforms();
+    xmlSecErrorsSetCallback(report); // after the initialisation, which installs one that writes to standard error
+    return registerGostTransforms();
 }
 
 } // namespace
