@@ -19,14 +19,14 @@ class BadInput : public testing::Test {
 protected:
     BadInput() { place_.makeSigner("one"); }
 
-    void refused(const Run& result, int exit, const std::string& part) {
+    void refused(const Outcome& result, int exit, const std::string& part) {
         EXPECT_EQ(result.exit, exit) << result.out << result.err;
         EXPECT_THAT(result.err, StartsWith("klunortredi: "));
         EXPECT_THAT(result.err, HasSubstr(part));
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
     }
 
-    Run sign(const std::string& file, const std::string& certificate = "Signer one") {
+    Outcome sign(const std::string& file, const std::string& certificate = "Signer one") {
         return place_.cliWithPin({"sign", file, "--cert", certificate, "--out", "out.sig"});
     }
 
@@ -113,7 +113,7 @@ TEST_F(BadInput, NoService) {
     none.environment = {{"KLUNORTREDI_CRYPTOPRO", ""}, {"KLUNORTREDI_VIPNET", ""}};
     refused(place_.cli({"providers"}, none), 4, "no CryptoAPI service");
     refused(place_.cli({"providers", "--service", "/nowhere/lib.so"}), 4, "no CryptoAPI service");
-    const Run info = place_.cli({"info"}, none);
+    const Outcome info = place_.cli({"info"}, none);
     EXPECT_EQ(info.exit, 0);
     EXPECT_THAT(info.out, HasSubstr("none found"));
 }
@@ -157,7 +157,7 @@ TEST_F(BadInput, WrongUsage) {
 
 TEST_F(BadInput, ASubjectThatIsNone) {
     for (const char* subject : {"", "nonsense", "2.5.4.3", "2.5.4.6=Russia;2.5.4.3=x"}) {
-        const Run result =
+        const Outcome result =
             place_.cliWithPin({"request", "--container", "two", "--subject", subject, "--out", "two.csr"});
         EXPECT_TRUE(result.exit >= 2 && result.exit <= 4) << subject << ": " << result.exit << result.err;
         EXPECT_FALSE(place_.folder().has("two.csr")) << subject;

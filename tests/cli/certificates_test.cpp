@@ -22,7 +22,7 @@ TEST(Certificates, AreFoundByThumbprintSerialAndSubject) {
         }
     }
     EXPECT_EQ(place.json({"certs", "show", "SIGNER ONE"})["certificates"].size(), 1U);
-    const Run ambiguous = place.cli({"certs", "show", "Signer"});
+    const Outcome ambiguous = place.cli({"certs", "show", "Signer"});
     EXPECT_EQ(ambiguous.exit, 2);
     EXPECT_THAT(ambiguous.err, HasSubstr("2 match"));
     EXPECT_EQ(place.cli({"certs", "show", "nobody"}).exit, 1);
@@ -34,7 +34,7 @@ TEST(Certificates, GoInAndOutOfStores) {
     ASSERT_EQ(place.cli({"certs", "add", "ca.pem", "--store", "root"}).exit, 0);
     EXPECT_EQ(place.json({"certs", "list", "--store", "root"})["certificates"].size(), 1U);
     EXPECT_EQ(place.json({"certs", "list"})["certificates"].size(), 0U);
-    const Run exported = place.cli({"certs", "export", "Test CA", "--store", "root", "--pem"});
+    const Outcome exported = place.cli({"certs", "export", "Test CA", "--store", "root", "--pem"});
     EXPECT_EQ(exported.exit, 0) << exported.err;
     EXPECT_THAT(exported.out, StartsWith("-----BEGIN CERTIFICATE-----\n"));
     EXPECT_EQ(place.cli({"certs", "delete", "Test CA", "--store", "root"}).exit, 0);

@@ -34,12 +34,12 @@ TEST(Interrupted, ARequestCanBeMadeAgainUnderTheSameName) {
         const std::string container = "c" + std::to_string(i);
         RunOptions options;
         options.killAfter = whole * i / (kills + 1);
-        const Run first = request(container, options);
+        const Outcome first = request(container, options);
         killed += first.signal == SIGKILL ? 1 : 0;
         EXPECT_EQ(place.cli({"containers"}).exit, 0);
         if (first.exit != 0) {
             EXPECT_FALSE(place.folder().has(container + ".csr"));
-            const Run second = request(container, {});
+            const Outcome second = request(container, {});
             EXPECT_EQ(second.exit, 0) << second.err;
         }
     }
@@ -57,7 +57,7 @@ TEST(Interrupted, AnInstallationCanBeMadeAgainAndTheKeyStays) {
         RunOptions options;
         options.killAfter = whole * i / (kills + 1);
         static_cast<void>(install(options));
-        const Run again = install({});
+        const Outcome again = install({});
         EXPECT_EQ(again.exit, 0) << again.err;
     }
     EXPECT_EQ(place.cliWithPin({"sign", "report.txt", "--cert", "Signer one"}).exit, 0);

@@ -9,14 +9,15 @@ using testing::HasSubstr;
 
 TEST(Keys, OpensslReadsTheRequestWithEveryExtension) {
     Workplace place;
-    const Run made = place.cliWithPin({"request", "--container", "full", "--subject",
-                                       "2.5.4.3=Иванов Иван;2.5.4.6=RU;1.2.840.113549.1.9.1=ivan@example.org;"
-                                       "1.2.643.3.131.1.1=007707083893;2.5.4.10=О",
-                                       "--key-usage", "digitalSignature,keyEncipherment", "--eku", "1.3.6.1.5.5.7.3.4",
-                                       "--eku", "1.3.6.1.5.5.7.3.2", "--policy", "1.2.643.100.113.1", "--dns",
-                                       "host.example.org", "--upn", "ivan@corp.example.org", "--out", "full.csr"});
+    const Outcome made =
+        place.cliWithPin({"request", "--container", "full", "--subject",
+                          "2.5.4.3=Иванов Иван;2.5.4.6=RU;1.2.840.113549.1.9.1=ivan@example.org;"
+                          "1.2.643.3.131.1.1=007707083893;2.5.4.10=О",
+                          "--key-usage", "digitalSignature,keyEncipherment", "--eku", "1.3.6.1.5.5.7.3.4", "--eku",
+                          "1.3.6.1.5.5.7.3.2", "--policy", "1.2.643.100.113.1", "--dns", "host.example.org", "--upn",
+                          "ivan@corp.example.org", "--out", "full.csr"});
     ASSERT_EQ(made.exit, 0) << made.err;
-    const Run shown = place.openssl().run(
+    const Outcome shown = place.openssl().run(
         {"req", "-inform", "DER", "-in", "full.csr", "-verify", "-noout", "-text", "-nameopt", "utf8,sep_comma_plus"});
     EXPECT_EQ(shown.exit, 0) << shown.err;
     for (const char* part : {"Иванов Иван", "C=RU", "ivan@example.org", "007707083893", "Digital Signature",
@@ -47,7 +48,7 @@ TEST(Keys, ACyrillicContainerSigns) {
     Workplace place;
     place.makeSigner("Печать отдела");
     EXPECT_EQ(place.json({"certs", "list"})["certificates"][0]["container"], "Печать отдела");
-    const Run signing = place.cliWithPin({"sign", "report.txt", "--cert", "Signer"});
+    const Outcome signing = place.cliWithPin({"sign", "report.txt", "--cert", "Signer"});
     EXPECT_EQ(signing.exit, 0) << signing.err;
     EXPECT_EQ(place.cli({"verify", "report.txt.sig"}).exit, 0);
 }
@@ -61,16 +62,17 @@ TEST(Keys, EveryParameterSetMakesAWorkingKey) {
     for (const auto& [provider, oids] : sets) {
         for (const char* oid : oids) {
             const std::string name = oid;
-            const Run made = place.cliWithPin({"request", "--container", name, "--provider", provider, "--param-set",
-                                               oid, "--subject", "2.5.4.3=X", "--out", name + ".csr"});
+            const Outcome made =
+                place.cliWithPin({"request", "--container", name, "--provider", provider, "--param-set", oid,
+                                  "--subject", "2.5.4.3=X", "--out", name + ".csr"});
             EXPECT_EQ(made.exit, 0) << oid << ": " << made.err;
-            const Run judged =
+            const Outcome judged =
                 place.openssl().run({"req", "-inform", "DER", "-in", name + ".csr", "-verify", "-noout"});
             EXPECT_EQ(judged.exit, 0) << oid << ": " << judged.err;
         }
     }
-    const Run foreign = place.cliWithPin({"request", "--container", "x", "--provider", "80", "--param-set",
-                                          "1.2.643.7.1.2.1.2.1", "--subject", "2.5.4.3=X"});
+    const Outcome foreign = place.cliWithPin({"request", "--container", "x", "--provider", "80", "--param-set",
+                                              "1.2.643.7.1.2.1.2.1", "--subject", "2.5.4.3=X"});
     EXPECT_EQ(foreign.exit, 4) << foreign.err;
 }
 
@@ -83,9 +85,9 @@ TEST(SmallThings, HashAgreesWithOpenssl) {
                                                          {"sha256", "sha256"},
                                                          {"sha512", "sha512"}};
     for (const auto& [ours, theirs] : names) {
-        const Run hashed = place.cli({"hash", "report.txt", "--algorithm", ours});
+        const Outcome hashed = place.cli({"hash", "report.txt", "--algorithm", ours});
         ASSERT_EQ(hashed.exit, 0) << ours << hashed.err;
-        const Run judged = place.openssl().run({"dgst", "-r", std::string("-") + theirs, "report.txt"});
+        const Outcome judged = place.openssl().run({"dgst", "-r", std::string("-") + theirs, "report.txt"});
         EXPECT_EQ(hashed.out.substr(0, hashed.out.find(' ')), judged.out.substr(0, judged.out.find(' '))) << ours;
     }
     EXPECT_EQ(place.cli({"hash", "report.txt", "--algorithm", "rot13"}).exit, 2);

@@ -12,7 +12,7 @@ class Output : public testing::Test {
 protected:
     Output() { place_.makeSigner("one"); }
 
-    Run sign(const std::string& out, const std::vector<std::string>& more = {}, RunOptions options = {}) {
+    Outcome sign(const std::string& out, const std::vector<std::string>& more = {}, RunOptions options = {}) {
         std::vector<std::string> words{"sign", "report.txt", "--cert", "Signer one", "--out", out};
         words.insert(words.end(), more.begin(), more.end());
         return place_.cliWithPin(words, std::move(options));
@@ -23,7 +23,7 @@ protected:
 
 TEST_F(Output, AnExistingFileIsKeptUnlessForced) {
     place_.folder().write("kept.sig", "precious");
-    const Run refused = sign("kept.sig");
+    const Outcome refused = sign("kept.sig");
     EXPECT_EQ(refused.exit, 3);
     EXPECT_THAT(refused.err, HasSubstr("--force"));
     EXPECT_EQ(place_.folder().read("kept.sig"), "precious");
@@ -38,7 +38,7 @@ TEST_F(Output, AFullDiskLeavesTheOldFile) {
     const std::size_t files = place_.folder().count();
     RunOptions small;
     small.fileSizeLimit = 100 * 1024;
-    const Run refused = place_.cliWithPin(
+    const Outcome refused = place_.cliWithPin(
         {"sign", "large.bin", "--cert", "Signer one", "--format", "attached", "--out", "kept.sig", "--force"}, small);
     EXPECT_EQ(refused.exit, 3) << refused.err;
     EXPECT_EQ(place_.folder().read("kept.sig"), "precious");
@@ -48,7 +48,7 @@ TEST_F(Output, AFullDiskLeavesTheOldFile) {
 TEST_F(Output, AFullDiskAtRequestLeavesNoContainer) {
     RunOptions small;
     small.fileSizeLimit = 16;
-    const Run refused =
+    const Outcome refused =
         place_.cliWithPin({"request", "--container", "two", "--subject", "2.5.4.3=Two", "--out", "two.csr"}, small);
     EXPECT_NE(refused.exit, 0);
     EXPECT_NE(refused.exit, 70) << refused.err;
@@ -66,8 +66,8 @@ TEST_F(Output, PemOnDemand) {
     ASSERT_EQ(sign("out.pem", {"--pem"}).exit, 0);
     EXPECT_THAT(place_.folder().read("out.pem"), StartsWith("-----BEGIN CMS-----\n"));
     EXPECT_EQ(place_.cli({"verify", "out.pem", "--content", "report.txt"}).exit, 0);
-    const Run judged = place_.openssl().run({"cms", "-verify", "-inform", "PEM", "-in", "out.pem", "-content",
-                                             "report.txt", "-binary", "-CAfile", "ca.pem", "-out", "/dev/null"});
+    const Outcome judged = place_.openssl().run({"cms", "-verify", "-inform", "PEM", "-in", "out.pem", "-content",
+                                                 "report.txt", "-binary", "-CAfile", "ca.pem", "-out", "/dev/null"});
     EXPECT_EQ(judged.exit, 0) << judged.err;
 }
 

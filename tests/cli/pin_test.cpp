@@ -15,14 +15,14 @@ protected:
         place_.folder().write("wrong.txt", "00000000\n");
     }
 
-    Run sign(const std::vector<std::string>& source, RunOptions options = {}) {
+    Outcome sign(const std::vector<std::string>& source, RunOptions options = {}) {
         std::vector<std::string> words{"sign", "report.txt", "--cert", "Signer one", "--force"};
         words.insert(words.end(), source.begin(), source.end());
         return place_.cli(words, std::move(options));
     }
 
     /// The number before "tries left".
-    static int triesLeft(const Run& run) {
+    static int triesLeft(const Outcome& run) {
         const auto at = run.err.find(" tries left");
         const auto start = run.err.rfind(' ', at - 1);
         return at == std::string::npos ? -1 : std::stoi(run.err.substr(start + 1, at - start - 1));
@@ -42,12 +42,12 @@ TEST_F(Pin, ComesFromAFileAVariableOrADescriptor) {
 }
 
 TEST_F(Pin, AWrongOneIsCountedOnceAcrossProcessesAndTold) {
-    const Run first = sign({"--pin-file", "wrong.txt"});
+    const Outcome first = sign({"--pin-file", "wrong.txt"});
     EXPECT_EQ(first.exit, 6);
     EXPECT_FALSE(place_.folder().has("report.txt.sig"));
     const int left = triesLeft(first);
     ASSERT_GT(left, 1) << first.err;
-    const Run second = sign({"--pin-file", "wrong.txt"});
+    const Outcome second = sign({"--pin-file", "wrong.txt"});
     EXPECT_EQ(second.exit, 6);
     EXPECT_EQ(triesLeft(second), left - 1) << second.err;
 }
@@ -59,7 +59,7 @@ TEST_F(Pin, TheRightOneStartsTheCountAnew) {
 }
 
 TEST_F(Pin, TooManyWrongOnesLockTheContainer) {
-    Run last;
+    Outcome last;
     for (int tries = 0; tries < 40; ++tries) {
         last = sign({"--pin-file", "wrong.txt"});
         ASSERT_EQ(last.exit, 6) << last.err;
@@ -68,18 +68,18 @@ TEST_F(Pin, TooManyWrongOnesLockTheContainer) {
         }
     }
     EXPECT_THAT(last.err, HasSubstr("locked"));
-    const Run right = sign({"--pin-file", "pin.txt"});
+    const Outcome right = sign({"--pin-file", "pin.txt"});
     EXPECT_EQ(right.exit, 6) << right.err;
     EXPECT_THAT(right.err, HasSubstr("locked"));
 }
 
 TEST_F(Pin, WithoutATerminalAnErrorNamesTheOptions) {
-    const Run signing = sign({});
+    const Outcome signing = sign({});
     EXPECT_EQ(signing.exit, 2);
     EXPECT_THAT(signing.err, HasSubstr("--pin-file"));
     EXPECT_THAT(signing.err, HasSubstr("--pin-env"));
     EXPECT_THAT(signing.err, HasSubstr("--pin-fd"));
-    const Run request = place_.cli({"request", "--container", "two", "--subject", "2.5.4.3=Two"});
+    const Outcome request = place_.cli({"request", "--container", "two", "--subject", "2.5.4.3=Two"});
     EXPECT_EQ(request.exit, 2);
     EXPECT_FALSE(place_.folder().has("two.csr"));
 }
@@ -92,13 +92,13 @@ TEST_F(Pin, ASourceThatCannotBeReadIsAnInputError) {
 }
 
 TEST_F(Pin, AWrongOneAtInstallIsTold) {
-    const Run installing = place_.cli({"install", "one.pem", "--container", "one", "--pin-file", "wrong.txt"});
+    const Outcome installing = place_.cli({"install", "one.pem", "--container", "one", "--pin-file", "wrong.txt"});
     EXPECT_EQ(installing.exit, 6) << installing.err;
     EXPECT_THAT(installing.err, HasSubstr("tries left"));
 }
 
 TEST_F(Pin, IsNeverShown) {
-    const Run signing = sign({"--pin-file", "pin.txt", "-vvvv"});
+    const Outcome signing = sign({"--pin-file", "pin.txt", "-vvvv"});
     EXPECT_EQ(signing.exit, 0);
     EXPECT_THAT(signing.err + signing.out, Not(HasSubstr(pinOf)));
 }

@@ -11,7 +11,7 @@ class Sign : public testing::TestWithParam<const char*> {
 protected:
     Sign() { place_.makeSigner("one", GetParam()); }
 
-    Run opensslVerify(const std::string& signature, const std::string& content = {}) {
+    Outcome opensslVerify(const std::string& signature, const std::string& content = {}) {
         std::vector<std::string> command{"cms",     "-verify", "-inform", "DER",  "-in",        signature,
                                          "-binary", "-CAfile", "ca.pem",  "-out", "openssl.out"};
         if (!content.empty()) {
@@ -24,31 +24,31 @@ protected:
 };
 
 TEST_P(Sign, DetachedIsTheDefaultAndOpensslAcceptsIt) {
-    const Run signing = place_.cliWithPin({"sign", "report.txt", "--cert", "Signer one"});
+    const Outcome signing = place_.cliWithPin({"sign", "report.txt", "--cert", "Signer one"});
     ASSERT_EQ(signing.exit, 0) << signing.err;
     EXPECT_THAT(signing.out, HasSubstr("report.txt.sig"));
-    const Run judged = opensslVerify("report.txt.sig", "report.txt");
+    const Outcome judged = opensslVerify("report.txt.sig", "report.txt");
     EXPECT_EQ(judged.exit, 0) << judged.err;
     EXPECT_EQ(place_.cli({"verify", "report.txt.sig"}).exit, 0);
 }
 
 TEST_P(Sign, AttachedCarriesTheContentAndOpensslAcceptsIt) {
-    const Run signing = place_.cliWithPin({"sign", "report.txt", "--cert", "Signer one", "--format", "attached"});
+    const Outcome signing = place_.cliWithPin({"sign", "report.txt", "--cert", "Signer one", "--format", "attached"});
     ASSERT_EQ(signing.exit, 0) << signing.err;
-    const Run judged = opensslVerify("report.txt.p7s");
+    const Outcome judged = opensslVerify("report.txt.p7s");
     EXPECT_EQ(judged.exit, 0) << judged.err;
     EXPECT_EQ(place_.folder().read("openssl.out"), place_.folder().read("report.txt"));
     EXPECT_EQ(place_.cli({"verify", "report.txt.p7s"}).exit, 0);
 }
 
 TEST_P(Sign, OtherAttributesAreSignedToo) {
-    const Run signing =
+    const Outcome signing =
         place_.cliWithPin({"sign", "report.txt", "--cert", "Signer one", "--attribute", "1.2.3.4=UTF8String:заметка",
                            "--attribute", "1.2.3.5=INTEGER:-7", "--attribute", "1.2.3.6=OCTETSTRING:00ff"});
     ASSERT_EQ(signing.exit, 0) << signing.err;
-    const Run judged = opensslVerify("report.txt.sig", "report.txt");
+    const Outcome judged = opensslVerify("report.txt.sig", "report.txt");
     EXPECT_EQ(judged.exit, 0) << judged.err;
-    const Run shown = place_.openssl().run({"asn1parse", "-inform", "DER", "-in", "report.txt.sig"});
+    const Outcome shown = place_.openssl().run({"asn1parse", "-inform", "DER", "-in", "report.txt.sig"});
     EXPECT_THAT(shown.out, HasSubstr("заметка"));
     EXPECT_THAT(shown.out, HasSubstr(":00FF"));
     EXPECT_THAT(shown.out, HasSubstr(":-07"));
@@ -58,13 +58,13 @@ TEST_P(Sign, OtherAttributesAreSignedToo) {
 TEST_P(Sign, AChangedOctetOfTheContentIsRefused) {
     ASSERT_EQ(place_.cliWithPin({"sign", "report.txt", "--cert", "Signer one"}).exit, 0);
     place_.folder().write("report.txt", "The rep0rt.\n");
-    const Run checking = place_.cli({"verify", "report.txt.sig"});
+    const Outcome checking = place_.cli({"verify", "report.txt.sig"});
     EXPECT_EQ(checking.exit, 1) << checking.err;
     EXPECT_THAT(checking.out, HasSubstr("INVALID"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Providers, Sign, testing::Values("80", "81", "24"), [](const auto& info) {
-    return info.param == std::string("80") ? "Gost256" : info.param == std::string("81") ? "Gost512" : "Rsa";
+INSTANTIATE_TEST_SUITE_P(Providers, Sign, testing::Values("80", "81", "24"), [](const auto& provider) {
+    return provider.param == std::string("80") ? "Gost256" : provider.param == std::string("81") ? "Gost512" : "Rsa";
 });
 
 TEST(SignBatch, OnePinServesAllFiles) {
@@ -74,7 +74,7 @@ TEST(SignBatch, OnePinServesAllFiles) {
     place.folder().write("b.txt", "b");
     RunOptions once; // a descriptor can be read only once
     once.input = std::string(pinOf) + "\n";
-    const Run signing =
+    const Outcome signing =
         place.cli({"sign", "a.txt", "b.txt", "report.txt", "--cert", "Signer one", "--pin-fd", "0"}, once);
     ASSERT_EQ(signing.exit, 0) << signing.err;
     for (const char* signature : {"a.txt.sig", "b.txt.sig", "report.txt.sig"}) {
@@ -106,11 +106,11 @@ TEST(SignStreams, StandardInputToStandardOutput) {
     place.makeSigner("one");
     RunOptions piped;
     piped.input = "The report.\n";
-    const Run signing = place.cliWithPin({"sign", "-", "--cert", "Signer one"}, piped);
+    const Outcome signing = place.cliWithPin({"sign", "-", "--cert", "Signer one"}, piped);
     ASSERT_EQ(signing.exit, 0) << signing.err;
     RunOptions back;
     back.input = signing.out;
-    const Run checking = place.cli({"verify", "-", "--content", "report.txt"}, back);
+    const Outcome checking = place.cli({"verify", "-", "--content", "report.txt"}, back);
     EXPECT_EQ(checking.exit, 0) << checking.err;
 }
 

@@ -16,7 +16,7 @@ protected:
     }
 
     void sign(const std::string& format) {
-        const Run signing = place_.cliWithPin({"sign", "report.txt", "--cert", "Signer one", "--format", format});
+        const Outcome signing = place_.cliWithPin({"sign", "report.txt", "--cert", "Signer one", "--format", format});
         EXPECT_EQ(signing.exit, 0) << signing.err;
     }
 
@@ -24,7 +24,7 @@ protected:
 };
 
 TEST_F(Verify, TellsTheSignerAndWhatWasNotChecked) {
-    const Run checking = place_.cli({"verify", "report.txt.sig"});
+    const Outcome checking = place_.cli({"verify", "report.txt.sig"});
     EXPECT_EQ(checking.exit, 0) << checking.err;
     EXPECT_THAT(checking.out, HasSubstr("CN=Signer one"));
     EXPECT_THAT(checking.out, HasSubstr("signing time 20"));
@@ -32,7 +32,7 @@ TEST_F(Verify, TellsTheSignerAndWhatWasNotChecked) {
 }
 
 TEST_F(Verify, FindsTheContentBesideTheSignatureAndSaysSo) {
-    const Run checking = place_.cli({"verify", "report.txt.sig"});
+    const Outcome checking = place_.cli({"verify", "report.txt.sig"});
     EXPECT_THAT(checking.err, HasSubstr("report.txt"));
 }
 
@@ -49,14 +49,14 @@ TEST_F(Verify, ReadsPemAndBareBase64AsWell) {
             if (kind == std::string("sig")) {
                 words.insert(words.end(), {"--content", "report.txt"});
             }
-            const Run checking = place_.cli(words);
+            const Outcome checking = place_.cli(words);
             EXPECT_EQ(checking.exit, 0) << file << ": " << checking.err;
         }
     }
 }
 
 TEST_F(Verify, ExtractsTheContentOfAnAttachedSignature) {
-    const Run checking = place_.cli({"verify", "report.txt.p7s", "--extract", "out.txt"});
+    const Outcome checking = place_.cli({"verify", "report.txt.p7s", "--extract", "out.txt"});
     EXPECT_EQ(checking.exit, 0) << checking.err;
     EXPECT_EQ(place_.folder().read("out.txt"), place_.folder().read("report.txt"));
 }
@@ -65,7 +65,7 @@ TEST_F(Verify, ExtractsNothingFromAnInvalidSignature) {
     std::string octets = place_.folder().read("report.txt.p7s");
     octets[octets.find("The report.")] = 'X';
     place_.folder().write("changed.p7s", octets);
-    const Run checking = place_.cli({"verify", "changed.p7s", "--extract", "out.txt"});
+    const Outcome checking = place_.cli({"verify", "changed.p7s", "--extract", "out.txt"});
     EXPECT_EQ(checking.exit, 1) << checking.err;
     EXPECT_FALSE(place_.folder().has("out.txt"));
 }
@@ -73,17 +73,17 @@ TEST_F(Verify, ExtractsNothingFromAnInvalidSignature) {
 TEST_F(Verify, ComparesAnAttachedSignatureWithTheContentGiven) {
     EXPECT_EQ(place_.cli({"verify", "report.txt.p7s", "--content", "report.txt"}).exit, 0);
     place_.folder().write("other.txt", "Another report.\n");
-    const Run checking = place_.cli({"verify", "report.txt.p7s", "--content", "other.txt"});
+    const Outcome checking = place_.cli({"verify", "report.txt.p7s", "--content", "other.txt"});
     EXPECT_EQ(checking.exit, 1);
     EXPECT_THAT(checking.out, HasSubstr("other.txt"));
 }
 
 TEST_F(Verify, AnUntrustedChainIsToldApartFromAnInvalidSignature) {
-    const Run before = place_.cli({"verify", "report.txt.sig", "--chain"});
+    const Outcome before = place_.cli({"verify", "report.txt.sig", "--chain"});
     EXPECT_EQ(before.exit, 8) << before.out << before.err;
     EXPECT_THAT(before.out, HasSubstr("CERT_TRUST_"));
     ASSERT_EQ(place_.cli({"certs", "add", "ca.pem", "--store", "root"}).exit, 0);
-    const Run after = place_.cli({"verify", "report.txt.sig", "--chain"});
+    const Outcome after = place_.cli({"verify", "report.txt.sig", "--chain"});
     EXPECT_EQ(after.exit, 0) << after.out << after.err;
 }
 
@@ -91,7 +91,7 @@ TEST_F(Verify, EveryShorterSignatureIsRefused) {
     const std::string whole = place_.folder().read("report.txt.sig");
     for (std::size_t length = 0; length < whole.size(); length += length < 40 ? 1 : 41) {
         place_.folder().write("short.sig", whole.substr(0, length));
-        const Run checking = place_.cli({"verify", "short.sig", "--content", "report.txt"});
+        const Outcome checking = place_.cli({"verify", "short.sig", "--content", "report.txt"});
         EXPECT_EQ(checking.exit, 3) << length << ": " << checking.err << checking.out;
     }
 }
@@ -110,14 +110,14 @@ TEST_F(Verify, AChangedSignatureValueIsRefused) {
         std::string changed = octets;
         changed[at + offset] = static_cast<char>(changed[at + offset] ^ 1);
         place_.folder().write("changed.sig", changed);
-        const Run checking = place_.cli({"verify", "changed.sig", "--content", "report.txt"});
+        const Outcome checking = place_.cli({"verify", "changed.sig", "--content", "report.txt"});
         EXPECT_EQ(checking.exit, 1) << checking.err;
     }
 }
 
 TEST_F(Verify, ADetachedSignatureWithoutContentAsksForIt) {
     ASSERT_EQ(::rename((place_.folder() / "report.txt").c_str(), (place_.folder() / "away.txt").c_str()), 0);
-    const Run checking = place_.cli({"verify", "report.txt.sig"});
+    const Outcome checking = place_.cli({"verify", "report.txt.sig"});
     EXPECT_EQ(checking.exit, 3);
     EXPECT_THAT(checking.err, HasSubstr("--content"));
     EXPECT_EQ(place_.cli({"verify", "report.txt.sig", "--content", "away.txt"}).exit, 0);
@@ -126,18 +126,18 @@ TEST_F(Verify, ADetachedSignatureWithoutContentAsksForIt) {
 TEST_F(Verify, ASignatureWithoutCertificatesNeedsTheSignersOwn) {
     place_.openssl().must({"cms", "-sign", "-binary", "-in", "report.txt", "-signer", "ca.pem", "-inkey", "ca.key",
                            "-outform", "DER", "-nocerts", "-md", "md_gost12_256", "-out", "nocerts.sig"});
-    const Run without = place_.cli({"verify", "nocerts.sig", "--content", "report.txt"});
+    const Outcome without = place_.cli({"verify", "nocerts.sig", "--content", "report.txt"});
     EXPECT_EQ(without.exit, 1) << without.err;
-    const Run with = place_.cli({"verify", "nocerts.sig", "--content", "report.txt", "--signer-cert", "ca.pem"});
+    const Outcome with = place_.cli({"verify", "nocerts.sig", "--content", "report.txt", "--signer-cert", "ca.pem"});
     EXPECT_EQ(with.exit, 0) << with.err << with.out;
-    const Run wrong = place_.cli({"verify", "nocerts.sig", "--content", "report.txt", "--signer-cert", "one.pem"});
+    const Outcome wrong = place_.cli({"verify", "nocerts.sig", "--content", "report.txt", "--signer-cert", "one.pem"});
     EXPECT_EQ(wrong.exit, 1) << wrong.err << wrong.out;
 }
 
 TEST_F(Verify, ASecondSignerThatIsNotValidMakesTheSignatureInvalid) {
     place_.openssl().must({"cms", "-resign", "-inform", "DER", "-in", "report.txt.p7s", "-signer", "ca.pem", "-inkey",
                            "ca.key", "-outform", "DER", "-md", "md_gost12_256", "-out", "two.p7s"});
-    const Run both = place_.cli({"verify", "two.p7s"});
+    const Outcome both = place_.cli({"verify", "two.p7s"});
     EXPECT_EQ(both.exit, 0) << both.out << both.err;
     std::string octets = place_.folder().read("two.p7s");
     std::vector<std::size_t> values;

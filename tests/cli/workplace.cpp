@@ -10,7 +10,7 @@ Workplace::Workplace() : openssl_(folder_) {
     openssl_.makeAuthority();
 }
 
-Run Workplace::cli(const std::vector<std::string>& words, RunOptions options) const {
+Outcome Workplace::cli(const std::vector<std::string>& words, RunOptions options) const {
     std::vector<std::string> command{KLUNORTREDI};
     command.insert(command.end(), words.begin(), words.end());
     options.environment.emplace("KLUNORTREDI_HOME", home_.path());
@@ -18,14 +18,14 @@ Run Workplace::cli(const std::vector<std::string>& words, RunOptions options) co
     return test_support::run(command, options);
 }
 
-Run Workplace::cliWithPin(std::vector<std::string> words, RunOptions options) const {
+Outcome Workplace::cliWithPin(std::vector<std::string> words, RunOptions options) const {
     words.insert(words.end(), {"--pin-file", "pin.txt"});
     return cli(words, std::move(options));
 }
 
 Json Workplace::json(std::vector<std::string> words) const {
     words.insert(words.end(), {"--json", "--pin-file", "pin.txt"});
-    const Run result = cli(words);
+    const Outcome result = cli(words);
     try {
         return Json::parse(result.out);
     } catch (const Json::exception&) {
@@ -35,7 +35,7 @@ Json Workplace::json(std::vector<std::string> words) const {
 }
 
 void Workplace::makeSigner(const std::string& container, const std::string& provider, const std::string& extensions) {
-    const auto must = [](const Run& result) {
+    const auto must = [](const Outcome& result) {
         if (result.exit != 0) {
             throw std::runtime_error("cannot make a signer: " + result.err);
         }

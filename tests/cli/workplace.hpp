@@ -12,7 +12,7 @@
 namespace cli_test {
 
 using Json = nlohmann::json;
-using test_support::Run;
+using test_support::Outcome;
 using test_support::RunOptions;
 
 inline constexpr const char* pinOf = "12345678";
@@ -23,9 +23,9 @@ public:
     Workplace();
 
     /// Runs `klunortredi WORDS...` in the folder, without a terminal.
-    [[nodiscard]] Run cli(const std::vector<std::string>& words, RunOptions options = {}) const;
+    [[nodiscard]] Outcome cli(const std::vector<std::string>& words, RunOptions options = {}) const;
     /// The same with the right PIN.
-    [[nodiscard]] Run cliWithPin(std::vector<std::string> words, RunOptions options = {}) const;
+    [[nodiscard]] Outcome cliWithPin(std::vector<std::string> words, RunOptions options = {}) const;
     /// The same with --json; the document.
     [[nodiscard]] Json json(std::vector<std::string> words) const;
 

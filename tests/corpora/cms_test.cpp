@@ -24,7 +24,7 @@ protected:
         }
     }
 
-    test_support::Run verify(std::vector<std::string> words) const {
+    test_support::Outcome verify(std::vector<std::string> words) const {
         words.insert(words.begin(), {KLUNORTREDI, "verify"});
         test_support::RunOptions options;
         options.environment = {{"KLUNORTREDI_HOME", folder_ / "home"}};
@@ -103,8 +103,8 @@ TEST_P(Published, SignaturesGetTheVerdictOfTheirPublishers) {
 INSTANTIATE_TEST_SUITE_P(Folders, Published,
                          testing::Values("gost-tc26-cms", "gost-gnutls-generated", "gost-adversarial", "gnutls-cms",
                                          "cms-interop", "gost-tk26-pygost"),
-                         [](const auto& info) {
-                             std::string name = info.param;
+                         [](const auto& folder) {
+                             std::string name = folder.param;
                              std::replace(name.begin(), name.end(), '-', '_');
                              return name;
                          });

@@ -38,7 +38,7 @@ Openssl::Openssl(const TempFolder& folder) : folder_(folder) {
     folder.write("openssl.cnf", configuration);
 }
 
-Run Openssl::run(const std::vector<std::string>& arguments) const {
+Outcome Openssl::run(const std::vector<std::string>& arguments) const {
     std::vector<std::string> command{"openssl"};
     command.insert(command.end(), arguments.begin(), arguments.end());
     RunOptions options;
@@ -48,7 +48,7 @@ Run Openssl::run(const std::vector<std::string>& arguments) const {
 }
 
 void Openssl::must(const std::vector<std::string>& arguments) const {
-    const Run result = run(arguments);
+    const Outcome result = run(arguments);
     if (result.exit != 0) {
         throw std::runtime_error("openssl " + arguments.front() + " failed: " + result.err);
     }

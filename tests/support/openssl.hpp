@@ -16,7 +16,7 @@ public:
     explicit Openssl(const TempFolder& folder);
 
     /// Runs `openssl ARGUMENTS...` in the folder.
-    [[nodiscard]] Run run(const std::vector<std::string>& arguments) const;
+    [[nodiscard]] Outcome run(const std::vector<std::string>& arguments) const;
     /// The same, for steps that must succeed: throws with the command's own words otherwise.
     void must(const std::vector<std::string>& arguments) const;
 

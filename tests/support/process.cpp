@@ -55,7 +55,7 @@ struct Pipe {
 }
 
 /// Feeds `input` and collects both outputs until the program has closed them.
-void exchange(int in, int out, int err, std::string input, Run& result) {
+void exchange(int in, int out, int err, std::string input, Outcome& result) {
     std::array<pollfd, 3> ends{pollfd{in, POLLOUT, 0}, pollfd{out, POLLIN, 0}, pollfd{err, POLLIN, 0}};
     if (input.empty()) {
         ::close(in);
@@ -92,7 +92,7 @@ void exchange(int in, int out, int err, std::string input, Run& result) {
 
 } // namespace
 
-Run run(const std::vector<std::string>& command, const RunOptions& options) {
+Outcome run(const std::vector<std::string>& command, const RunOptions& options) {
     const Pipe in;
     const Pipe out;
     const Pipe err;
@@ -110,7 +110,7 @@ Run run(const std::vector<std::string>& command, const RunOptions& options) {
             ::kill(child, SIGKILL);
         });
     }
-    Run result;
+    Outcome result;
     std::signal(SIGPIPE, SIG_IGN);
     exchange(in.ends[1], out.ends[0], err.ends[0], options.input, result);
     if (killer.joinable()) {

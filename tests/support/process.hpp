@@ -9,7 +9,7 @@
 
 namespace test_support {
 
-struct Run {
+struct Outcome {
     int exit = -1;   ///< exit code; -1 when the program was killed by a signal
     int signal = 0;  ///< the signal that killed it
     std::string out; ///< standard output
@@ -27,6 +27,6 @@ struct RunOptions {
 };
 
 /// Runs a program (found on PATH when it has no slash) to its end.
-Run run(const std::vector<std::string>& command, const RunOptions& options = {});
+Outcome run(const std::vector<std::string>& command, const RunOptions& options = {});
 
 } // namespace test_support

@@ -64,9 +64,14 @@ public:
         }
         OutputFile out(outputOf(file), session_.options.force);
         const auto signature = signatureOf(input, "cannot sign " + input.name());
-        out.write(session_.options.pem && arguments_.format != orvik::plugin::crypto::constant::signature_xmldsig
-                      ? toPem(signature, "CMS")
-                      : std::string_view(signature));
+        const std::string_view octets(reinterpret_cast<const char*>(signature.data()), signature.size());
+        const bool armoured =
+            session_.options.pem && arguments_.format != orvik::plugin::crypto::constant::signature_xmldsig;
+        if (armoured) {
+            out.write(toPem(octets, "CMS"));
+        } else {
+            out.write(octets);
+        }
         out.commit();
         return {{"input", file}, {"output", out.path()}, {"format", arguments_.format}, {"bytes", signature.size()}};
     }
@@ -88,7 +93,7 @@ private:
         return (folder / path.stem()).string() + factory_.extension(FileInfo(file));
     }
 
-    std::string signatureOf(Input& input, const std::string& what) {
+    std::vector<unsigned char> signatureOf(Input& input, const std::string& what) {
         Progress progress(session_.console.showsProgress(), "signing " + input.name(), input.size());
         input.watch([&progress](std::uint64_t octets) { progress.advance(octets); });
         std::vector<unsigned char> out;
@@ -105,7 +110,7 @@ private:
         } catch (...) {
             throw currentFailure(what);
         }
-        return {out.begin(), out.end()};
+        return out;
     }
 
     static void feed(Input& input, orvik::plugin::IDataHandler& handler) {
