@@ -120,7 +120,7 @@ TEST_P(Damage, OfOneOctetIsRefusedUnlessNobodySignsIt) {
     const Map map(message);
     std::map<std::string, std::size_t> ignored;
     for (std::size_t i = 0; i < message.size(); ++i) {
-        for (const unsigned change : {0x01U, 0x80U, 0xFFU}) {
+        for (const unsigned change : {0x01U, 0xFFU}) {
             Bytes changed = message;
             changed[i] = static_cast<std::uint8_t>(changed[i] ^ change);
             if (errorOf(changed) == 0) {

@@ -140,20 +140,36 @@ void useOwnHome() {
     static_cast<void>(home);
 }
 
-} // namespace
-
-Signer makeSigner(KeyKind kind) {
+Signer makeSigner(KeyKind kind, std::string_view pin) {
     useOwnHome();
     static long serial = 127; // so that some serial numbers have a leading zero octet
     ++serial;
     const Kind& row = kinds.at(static_cast<std::size_t>(kind));
+    const std::wstring container = L"signer " + std::to_wstring(serial);
     Signer signer;
     signer.digest = row.digest;
-    signer.provider =
-        csp::acquireContext(L"signer " + std::to_wstring(serial), {}, row.provider, capi::CRYPT_NEWKEYSET);
-    csp::providerContext(signer.provider)->generateKey({signer.keySpec, 0, false});
-    signer.certificate = issueCertificate(csp::signingContext(signer.provider)->publicKeyInfo(signer.keySpec), serial);
+    signer.provider = csp::acquireContext(container, {}, row.provider, capi::CRYPT_NEWKEYSET);
+    const auto context = csp::providerContext(signer.provider);
+    if (!pin.empty()) {
+        context->setNewPin(pin);
+    }
+    context->generateKey({signer.keySpec, 0, false});
+    signer.certificate = issueCertificate(context->publicKeyInfo(signer.keySpec), serial);
+    if (!pin.empty()) {
+        csp::releaseContext(signer.provider);
+        signer.provider = csp::acquireContext(container, {}, row.provider, 0);
+    }
     return signer;
+}
+
+} // namespace
+
+Signer makeSigner(KeyKind kind) {
+    return makeSigner(kind, {});
+}
+
+Signer makeLockedSigner(KeyKind kind) {
+    return makeSigner(kind, "a PIN");
 }
 
 std::vector<SignedAttributeValue> someAttributes() {
@@ -162,8 +178,12 @@ std::vector<SignedAttributeValue> someAttributes() {
 }
 
 Signed trySign(const std::vector<Signer>& signers, ByteView content, const SignOptions& options) {
-    Signed result;
     Collected collected;
+    return trySign(signers, content, options, collected);
+}
+
+Signed trySign(const std::vector<Signer>& signers, ByteView content, const SignOptions& options, Collected& collected) {
+    Signed result;
     CMSG_STREAM_INFO stream = collected.info(options.contentSize);
     Msg msg(nullptr);
     {
@@ -180,6 +200,14 @@ Signed trySign(const std::vector<Signer>& signers, ByteView content, const SignO
     result.message = options.streamed || result.error != 0 ? collected.octets : msg.param(capi::CMSG_CONTENT_PARAM);
     result.finalCalls = collected.finalCalls;
     return result;
+}
+
+bool signInto(const Signer& signer, CMSG_STREAM_INFO stream, bool detached,
+              const std::function<bool(const Msg&)>& feed) {
+    const Description description({signer}, {});
+    const Msg msg(api::CryptMsgOpenToEncode(capi::X509_AND_PKCS_7, detached ? capi::CMSG_DETACHED_FLAG : 0,
+                                            capi::CMSG_SIGNED, &description.message, nullptr, &stream));
+    return msg.handle() != nullptr && feed(msg);
 }
 
 Bytes sign(const std::vector<Signer>& signers, ByteView content, const SignOptions& options) {

@@ -22,6 +22,8 @@ struct Signer {
     std::string digest; ///< OID of the hash that its key signs by default
 };
 Signer makeSigner(KeyKind kind);
+/// The same, in a container whose PIN was not presented.
+Signer makeLockedSigner(KeyKind kind);
 
 struct SignedAttributeValue {
     std::string oid;
@@ -53,6 +55,10 @@ struct Signed {
 };
 
 Signed trySign(const std::vector<Signer>& signers, ByteView content, const SignOptions& options = {});
+Signed trySign(const std::vector<Signer>& signers, ByteView content, const SignOptions& options, Collected& collected);
+/// Opens a message that goes to `stream`, and lets `feed` give it its content.
+bool signInto(const Signer& signer, CMSG_STREAM_INFO stream, bool detached,
+              const std::function<bool(const Msg&)>& feed);
 /// As `trySign`; throws when it fails.
 Bytes sign(const std::vector<Signer>& signers, ByteView content, const SignOptions& options = {});
 

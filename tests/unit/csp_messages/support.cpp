@@ -155,8 +155,11 @@ DWORD Msg::number(DWORD type) const {
 }
 
 DWORD Msg::verify(ByteView certificate) const {
-    const csp::CertInfo info(certificate);
-    return outcome(api::CryptMsgControl(handle_, 0, capi::CMSG_CTRL_VERIFY_SIGNATURE, &info.get()));
+    return verify(csp::CertInfo(certificate).get());
+}
+
+DWORD Msg::verify(const CERT_INFO& certificate) const {
+    return outcome(api::CryptMsgControl(handle_, 0, capi::CMSG_CTRL_VERIFY_SIGNATURE, &certificate));
 }
 
 DWORD Msg::addUnsignedAttribute(DWORD signer, Bytes attribute) const {

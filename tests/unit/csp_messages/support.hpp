@@ -73,6 +73,7 @@ public:
     [[nodiscard]] DWORD paramError(DWORD type, DWORD index = 0) const;
     [[nodiscard]] DWORD number(DWORD type) const;
     [[nodiscard]] DWORD verify(ByteView certificate) const;
+    [[nodiscard]] DWORD verify(const CERT_INFO& certificate) const;
     DWORD addUnsignedAttribute(DWORD signer, Bytes attribute) const;
     /// The certificate among those of the message (and `more`) that signer 0 names; empty when there is none.
     [[nodiscard]] Bytes signerCertificate(const std::vector<Bytes>& more = {}) const;
