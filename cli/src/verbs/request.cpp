@@ -6,13 +6,17 @@
 #include "installed.hpp"
 #include "options.hpp"
 #include "orvik/plugin/base64.hpp"
+#include "orvik/plugin/constant.hpp"
 #include "orvik/plugin/crypto/tools.hpp"
+#include "orvik/plugin/tools.hpp"
 #include "output_file.hpp"
 #include "pin.hpp"
 #include "text.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
 #include <nlohmann/json.hpp>
+
+#include <algorithm>
 
 namespace klunortredi::cli {
 
@@ -24,9 +28,24 @@ std::string usualParamSet(const orvik::plugin::crypto::IProvider& provider) {
     return record && !record->paramSets.empty() ? record->paramSets.front() : std::string{};
 }
 
+/// "OID=VALUE;OID=VALUE" with at least one pair: a mistake here would only show in the issued certificate.
+void checkSubject(const std::string& subject) {
+    const auto pairs = orvik::plugin::tools::split(subject, orvik::plugin::constant::kv_separator,
+                                                   orvik::plugin::constant::value_separator);
+    const auto usable = [](const auto& pair) {
+        return !pair.first.empty() && !pair.second.empty() &&
+               pair.first.find_first_not_of("0123456789.") == std::string::npos;
+    };
+    if (pairs.empty() || !std::all_of(pairs.begin(), pairs.end(), usable)) {
+        throw Failure(ExitCode::usage, "cannot use --subject", "it is not of the form OID=VALUE;OID=VALUE",
+                      "for example '2.5.4.3=Ivan Ivanov;2.5.4.6=RU'");
+    }
+}
+
 } // namespace
 
 ExitCode request(Session& session, const RequestArguments& arguments) {
+    checkSubject(arguments.subject);
     // The output is claimed first: a key pair whose request cannot be written is of no use.
     OutputFile out(arguments.out.empty() ? arguments.container + ".csr" : arguments.out, session.options.force);
 

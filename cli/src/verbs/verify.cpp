@@ -262,6 +262,10 @@ Verdict verifyCms(Session& session, const VerifyArguments& arguments, Input& inp
 ExitCode verify(Session& session, const VerifyArguments& arguments) {
     Input input(arguments.file);
     Verdict verdict;
+    if (input.peek(1).empty()) {
+        input.check();
+        throw Failure(ExitCode::input, "cannot verify " + input.name(), "it is empty");
+    }
     if (arguments.format == constant::signature_xmldsig ||
         (arguments.format.empty() && signatureShape(input.peek(headSize)) == SignatureShape::xml)) {
         verdict.format = constant::signature_xmldsig;

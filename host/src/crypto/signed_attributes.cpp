@@ -35,9 +35,16 @@ struct TypeName {
 };
 
 constexpr std::array typeNames = {
-    TypeName{"OCTET STRING", octetStringTag}, TypeName{"octets", octetStringTag}, TypeName{"UTF8String", utf8StringTag},
-    TypeName{"utf8", utf8StringTag},          TypeName{"INTEGER", integerTag},    TypeName{"int", integerTag},
-    TypeName{"UTCTime", utcTimeTag},          TypeName{"time", utcTimeTag},       TypeName{"DER", encodedTag},
+    TypeName{"OCTET STRING", octetStringTag},
+    TypeName{"OCTETSTRING", octetStringTag},
+    TypeName{"octets", octetStringTag},
+    TypeName{"UTF8String", utf8StringTag},
+    TypeName{"utf8", utf8StringTag},
+    TypeName{"INTEGER", integerTag},
+    TypeName{"int", integerTag},
+    TypeName{"UTCTime", utcTimeTag},
+    TypeName{"time", utcTimeTag},
+    TypeName{"DER", encodedTag},
 };
 
 [[noreturn]] void refuse(const std::string& value) {
