@@ -109,6 +109,7 @@ struct OpensslRow {
     const char* name;
     const char* key; ///< options of openssl genpkey
     const char* digest;
+    const char* sign = ""; ///< further options of openssl cms
 };
 
 constexpr OpensslRow opensslRows[] = {
@@ -119,6 +120,12 @@ constexpr OpensslRow opensslRows[] = {
     {"RsaSha1", "-algorithm RSA -pkeyopt rsa_keygen_bits:2048", "sha1"},
     {"RsaSha512", "-algorithm RSA -pkeyopt rsa_keygen_bits:2048", "sha512"},
     {"Ecdsa", "-algorithm EC -pkeyopt ec_paramgen_curve:P-256", "sha256"},
+};
+
+/// openssl cannot stream these.
+constexpr OpensslRow pssRows[] = {
+    {"RsaPss", "-algorithm RSA -pkeyopt rsa_keygen_bits:2048", "sha256", "-keyopt rsa_padding_mode:pss "},
+    {"RsaPssKey", "-algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048", "sha512", "-keyopt rsa_padding_mode:pss "},
 };
 
 class Verifying : public testing::TestWithParam<OpensslRow> {
@@ -137,7 +144,7 @@ protected:
     Bytes signedBy(const std::string& options) {
         require(std::string("openssl cms -sign -binary -in content -signer signer.pem -inkey key.pem -outform DER "
                             "-out message -md ") +
-                GetParam().digest + " " + options);
+                GetParam().digest + " " + GetParam().sign + options);
         return readFile(folder.path() / "message");
     }
 
@@ -169,7 +176,9 @@ TEST_P(Verifying, AttachedIsAccepted) {
     expectValid(signedBy("-nodetach"));
 }
 
-TEST_P(Verifying, AttachedAsAStreamIsAccepted) {
+class VerifyingStreams : public Verifying {};
+
+TEST_P(VerifyingStreams, AttachedAsAStreamIsAccepted) {
     expectValid(signedBy("-nodetach -stream"));
 }
 
@@ -204,6 +213,10 @@ TEST_P(Verifying, ChangedContentIsRefused) {
     EXPECT_EQ(verifyStreamed(plain, options).error, capi::NTE_BAD_SIGNATURE);
 }
 
+INSTANTIATE_TEST_SUITE_P(OpensslPss, Verifying, testing::ValuesIn(pssRows),
+                         [](const auto& row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(Openssl, VerifyingStreams, testing::ValuesIn(opensslRows),
+                         [](const auto& row) { return row.param.name; });
 INSTANTIATE_TEST_SUITE_P(Openssl, Verifying, testing::ValuesIn(opensslRows),
                          [](const auto& row) { return row.param.name; });
 

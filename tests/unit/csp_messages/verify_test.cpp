@@ -136,6 +136,11 @@ TEST_P(VerifySignature, RefusesSignatureAlgorithmsThatDoNotFit) {
     EXPECT_EQ(errorOf(message), capi::CRYPT_E_UNKNOWN_ALGO) << "an agreement algorithm that the key is not under";
 }
 
+TEST_P(VerifySignature, RefusesASignatureUnderAnotherPadding) {
+    message.signatureAlgorithm = algorithm("1.2.840.113549.1.1.10");
+    EXPECT_EQ(errorOf(message), rsa() ? capi::NTE_BAD_SIGNATURE : capi::CRYPT_E_UNKNOWN_ALGO);
+}
+
 TEST_P(VerifySignature, TakesTheSignatureAlgorithmThatNamesTheDigest) {
     message.signatureAlgorithm = algorithm(rsa() ? "1.2.840.113549.1.1.11" : "1.2.643.7.1.1.3.2");
     EXPECT_EQ(errorOf(message), 0U);
