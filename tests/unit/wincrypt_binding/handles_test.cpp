@@ -8,6 +8,7 @@
 #include "orvik/plugin/base64.hpp"
 #include "unit/wincrypt_keys/test_certificates.hpp"
 
+#include <cstdlib>
 #include <optional>
 
 namespace wincrypt_binding {
@@ -74,6 +75,16 @@ TEST_F(Handles, OfMessagesCloseThem) {
         *message.put() = wincrypt::CryptMsgOpenToDecode(capi::X509_AND_PKCS_7, 0, 0, 0, nullptr, nullptr);
     }
     EXPECT_THAT(releases(), ElementsAre("CryptMsgClose(message1)"));
+}
+
+/// The process ends: the loader goes first, for it was made last, and the handle is given back to nobody.
+TEST_F(Handles, MayOutliveTheLoader) {
+    const auto leave = [] {
+        static std::optional<wincrypt::HCRYPTPROV> late;
+        late.emplace(L"box", cryptoProName, orvik::plugin::crypto::IProvider::gost2012_256, 0UL, nullptr);
+        std::exit(late->get() != 0 ? 3 : 4);
+    };
+    EXPECT_EXIT(leave(), testing::ExitedWithCode(3), "");
 }
 
 class MessageStore : public Handles {
