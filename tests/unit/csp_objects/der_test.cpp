@@ -39,6 +39,12 @@ TEST(DerReader, RefusesWhatIsNotDer) {
     }
 }
 
+TEST(DerReader, RefusesALengthThatBeginsWithAZero) {
+    Bytes der = hex("04 82 00 80");
+    der.resize(der.size() + 128);
+    EXPECT_EQ(failureOf([&] { der::readOnly(der); }), capi::CRYPT_E_ASN1_CORRUPT);
+}
+
 TEST(DerReader, RefusesNumbersThatAreNotMinimal) {
     for (const char* const text : {"02 00", "02 02 00 7F", "02 02 FF 80"}) {
         EXPECT_EQ(failureOf([&] { der::toInteger(der::readOnly(hex(text))); }), capi::CRYPT_E_ASN1_CORRUPT) << text;
