@@ -1,4 +1,5 @@
-target_sources(klunortredi_csp PRIVATE src/exports/last_error.cpp src/exports/object.cpp src/exports/oid.cpp src/exports/text.cpp
+target_sources(klunortredi_csp PRIVATE
+    src/exports/last_error.cpp src/exports/object.cpp src/exports/oid.cpp src/exports/text.cpp
     src/exports/text_name.cpp src/exports/time.cpp)
 target_sources(klunortredi_csp PRIVATE src/exports/message.cpp)
 target_sources(klunortredi_csp PRIVATE
