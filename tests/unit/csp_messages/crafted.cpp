@@ -71,12 +71,13 @@ Bytes encode(const Signer& signer, const Crafted& crafted) {
     const csp::DigestAlgorithm& digest = digestOf(crafted.signerDigest, signer);
     const Bytes attributes = joined(crafted.attributes);
     const Bytes signedOctets = crafted.hasAttributes ? der::element(der::tag::Set, attributes) : crafted.signedContent;
+    const Bytes sent = crafted.sentAttributes.empty() ? attributes : joined(crafted.sentAttributes);
     Bytes signature =
         csp::signingContext(signer.provider)->sign(signer.keySpec, digest, csp::Digest::of(digest, signedOctets));
     der::append(signature, crafted.behindSignature);
     const Bytes signerInfo = der::sequence(
         {der::integer(1), crafted.signerId, crafted.signerDigest,
-         crafted.hasAttributes ? der::element(der::tag::contextConstructed(0), attributes) : Bytes{},
+         crafted.hasAttributes ? der::element(der::tag::contextConstructed(0), sent) : Bytes{},
          crafted.signatureAlgorithm, der::octetString(signature), optionalSet(1, crafted.unsignedAttributes)});
     const Bytes content = crafted.content ? der::explicitTag(0, der::octetString(*crafted.content)) : Bytes{};
     const Bytes signedData = der::sequence(

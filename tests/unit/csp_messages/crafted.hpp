@@ -20,7 +20,8 @@ struct Crafted {
     Bytes signerId;
     Bytes signerDigest;
     bool hasAttributes = true;
-    std::vector<Bytes> attributes; ///< signed as they stand, in this order
+    std::vector<Bytes> attributes;     ///< signed as they stand, in this order
+    std::vector<Bytes> sentAttributes; ///< when the message carries them in another form than was signed
     Bytes signatureAlgorithm;
     std::vector<Bytes> unsignedAttributes;
     Bytes behindSignature; ///< octets added to the signature value

@@ -4,6 +4,7 @@
 #include "core/der.hpp"
 #include "crafted.hpp"
 #include "crypto/digest.hpp"
+#include "openssl_tool.hpp"
 
 #include <gtest/gtest.h>
 
@@ -38,6 +39,18 @@ TEST_P(VerifySignature, HoldsForAnHonestMessage) {
 TEST_P(VerifySignature, HoldsForAttributesThatAreNotSorted) {
     std::ranges::reverse(message.attributes);
     EXPECT_EQ(errorOf(message), 0U);
+}
+
+TEST_P(VerifySignature, HoldsForValuesThatWereSortedOnlyForSigning) {
+    const Bytes first = der::integer(1);
+    const Bytes second = der::integer(2);
+    message.sentAttributes = message.attributes;
+    message.attributes.push_back(attribute("1.2.3", {first, second}));
+    message.sentAttributes.push_back(attribute("1.2.3", {second, first}));
+    EXPECT_EQ(errorOf(message), 0U);
+    const TempFolder folder;
+    writeFile(folder.path() / "message", encode(signer, message));
+    EXPECT_EQ(run(folder, "openssl cms -verify -binary -noverify -inform DER -in message"), 0) << output(folder);
 }
 
 TEST_P(VerifySignature, RefusesAMessageDigestOfOtherContent) {
