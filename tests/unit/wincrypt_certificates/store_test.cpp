@@ -1,0 +1,197 @@
+#include "certificates_fixture.hpp"
+
+#include "crypto/wincrypt/certificate_store.hpp"
+#include "service_double/fault_walk.hpp"
+
+#include <boost/smart_ptr/make_shared.hpp>
+
+namespace wincrypt_certificates {
+namespace {
+
+using orvik::plugin::crypto::ICertificateStore;
+using orvik::plugin::wincrypt::ProviderCertificateStore;
+using orvik::plugin::wincrypt::RegistryCertificateStore;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class StoreTest : public CertificatesFixture {
+protected:
+    static RegistryCertificateStore memory() { return {"shown", ICertificateStore::memory}; }
+    static boost::shared_ptr<IProvider> sharedProvider() {
+        return boost::make_shared<orvik::plugin::wincrypt::Provider>(IProvider::gost2012_256,
+                                                                     wincrypt_keys::embeddedName);
+    }
+};
+
+class ViPNetStoreTest : public service_double::DoubleFixture {
+protected:
+    ViPNetStoreTest() : DoubleFixture(service_double::Slots{.vipNet = "vipnet"}) {}
+};
+
+class NoServiceStoreTest : public service_double::DoubleFixture {
+protected:
+    NoServiceStoreTest() : DoubleFixture(service_double::Slots{}) {}
+};
+
+TEST_F(ViPNetStoreTest, StoresThatViPNetLacksBecomeTrust) {
+    for (const char* name : {"disallowed", "authroot", "trustedpeople", "trustedpublisher", "TrustedPublisher"}) {
+        EXPECT_EQ(RegistryCertificateStore(name, ICertificateStore::system).name(), "trust");
+    }
+    for (const char* name : {"root", "my", "ca", "trust"}) {
+        EXPECT_EQ(RegistryCertificateStore(name, ICertificateStore::system).name(), name);
+    }
+    EXPECT_EQ(RegistryCertificateStore("disallowed", ICertificateStore::memory).name(), "disallowed");
+    EXPECT_TRUE(logged(Severity::info, "wincrypt: store=TrustedPublisher changed: store=trust"));
+}
+
+TEST_F(NoServiceStoreTest, SystemStoreIsEmptyAndStaysClosed) {
+    EXPECT_THAT(RegistryCertificateStore("my", ICertificateStore::system).certificates(), IsEmpty());
+    EXPECT_THAT(service().trace(), IsEmpty());
+}
+
+TEST_F(StoreTest, OtherServicesKeepTheStoresName) {
+    EXPECT_EQ(RegistryCertificateStore("disallowed", ICertificateStore::system).name(), "disallowed");
+}
+
+TEST_F(StoreTest, IsOpenedOnFirstUseAndClosedOnce) {
+    {
+        const RegistryCertificateStore store("my", ICertificateStore::system);
+        EXPECT_THAT(service().trace(), IsEmpty());
+        EXPECT_EQ(store.handle(), store.handle());
+        EXPECT_EQ(store.type(), ICertificateStore::system);
+    }
+    EXPECT_THAT(functions(), ElementsAre("CertOpenSystemStore", "CertCloseStore"));
+    EXPECT_THAT(service().trace(), Contains("CertOpenSystemStore(0, \"my\")"));
+}
+
+TEST_F(StoreTest, StoreThatDoesNotOpenIsTriedAgain) {
+    const RegistryCertificateStore store("my", ICertificateStore::system);
+    service().failFunction("CertOpenSystemStore", 2);
+    EXPECT_EQ(store.handle(), nullptr);
+    service().failFunction("CertOpenSystemStore", 0);
+    EXPECT_NE(store.handle(), nullptr);
+}
+
+TEST_F(StoreTest, MemoryStoreIsOpenedWithoutName) {
+    static_cast<void>(memory().handle());
+    EXPECT_THAT(service().trace(), Contains("CertOpenStore(2, 0, 0, 0, null)"));
+}
+
+TEST_F(StoreTest, ListsCertificatesThatOutliveTheStore) {
+    service().systemStores["my"] = {der(signerCertificate), der(plainCertificate)};
+    const auto certificates = RegistryCertificateStore("my", ICertificateStore::system).certificates();
+    ASSERT_EQ(certificates.size(), 2U);
+    std::set<std::string> encodings;
+    for (const auto& each : certificates) {
+        encodings.insert(each->raw());
+    }
+    EXPECT_EQ(encodings, (std::set{der(signerCertificate), der(plainCertificate)}));
+}
+
+TEST_F(StoreTest, FindsItsOwnCopy) {
+    auto store = memory();
+    const auto signer = certificate();
+    EXPECT_FALSE(store.findCertificate(*signer));
+    EXPECT_TRUE(store.addCertificate(*signer));
+    const auto found = store.findCertificate(*certificate());
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->raw(), signer->raw());
+    EXPECT_NE(found->context(), signer->context());
+    EXPECT_FALSE(store.findCertificate(*certificate(plainCertificate)));
+}
+
+TEST_F(StoreTest, CertificateAddedTwiceIsThereOnce) {
+    auto store = memory();
+    const auto signer = certificate();
+    EXPECT_TRUE(store.addCertificate(*signer));
+    EXPECT_TRUE(store.addCertificate(*signer));
+    EXPECT_EQ(store.certificates().size(), 1U);
+}
+
+TEST_F(StoreTest, RefusedAdditionIsThrown) {
+    auto store = memory();
+    const auto signer = certificate();
+    service().failFunction("CertAddCertificateContextToStore", 5);
+    EXPECT_EQ(thrownBy<SystemException>([&] { store.addCertificate(*signer); }),
+              (Thrown{5, "registry_certificate_store", "addCertificate", 0}));
+}
+
+TEST_F(StoreTest, DeletesAndLooksAgain) {
+    auto store = memory();
+    const auto signer = certificate();
+    EXPECT_FALSE(store.deleteCertificate(*signer));
+    store.addCertificate(*signer);
+    service().clearCalls();
+    EXPECT_TRUE(store.deleteCertificate(*signer));
+    EXPECT_THAT(functions(), ElementsAre("CertFindCertificateInStore", "CertDeleteCertificateFromStore",
+                                         "CertFindCertificateInStore"));
+    EXPECT_THAT(store.certificates(), IsEmpty());
+}
+
+TEST_F(StoreTest, RefusedDeletionIsThrown) {
+    auto store = memory();
+    const auto signer = certificate();
+    store.addCertificate(*signer);
+    service().failFunction("CertDeleteCertificateFromStore", 5);
+    EXPECT_EQ(thrownBy<SystemException>([&] { store.deleteCertificate(*signer); }),
+              (Thrown{5, "registry_certificate_store", "deleteCertificate", 0}));
+}
+
+TEST_F(StoreTest, CertificateThatStaysAfterItsDeletionIsAFailure) {
+    auto store = memory();
+    const auto signer = certificate();
+    store.addCertificate(*signer);
+    service().on.CertDeleteCertificateFromStore = [](PCCERT_CONTEXT context) {
+        return Defaults::CertFreeCertificateContext(context);
+    };
+    EXPECT_EQ(thrownBy<SystemException>([&] { store.deleteCertificate(*signer); }).function, "deleteCertificate");
+    EXPECT_EQ(store.certificates().size(), 1U);
+}
+
+TEST_F(StoreTest, ProviderStoreShowsTheContainersCertificatesAndTouchesNoContainer) {
+    installed().containers.front().certificate = der(signerCertificate);
+    ProviderCertificateStore store(sharedProvider());
+    EXPECT_EQ(store.name(), wincrypt_keys::narrow(wincrypt_keys::embeddedName));
+    EXPECT_EQ(store.type(), ICertificateStore::provider);
+    EXPECT_THAT(service().trace(), IsEmpty());
+    EXPECT_EQ(store.certificates().size(), 1U);
+    const std::string skipped =
+        "wincrypt: skipped installing and linking certificate to provider \"" + store.name() + "\"";
+    EXPECT_TRUE(logged(Severity::info, skipped));
+    service().clearCalls();
+    EXPECT_TRUE(store.addCertificate(*certificate(plainCertificate)));
+    EXPECT_EQ(store.certificates().size(), 2U);
+    EXPECT_TRUE(store.deleteCertificate(*certificate(plainCertificate)));
+    EXPECT_TRUE(logged(Severity::info, "wincrypt: skipped uninstalling and unlinking certificate from provider \"" +
+                                           store.name() + "\""));
+    EXPECT_EQ(service().count("CryptSetKeyParam"), 0U);
+    EXPECT_EQ(service().count("CryptAcquireContextW"), 0U);
+    EXPECT_EQ(installed().containers.front().certificate, der(signerCertificate));
+}
+
+TEST_F(StoreTest, ProviderStoreIsFilledOnce) {
+    const ProviderCertificateStore store(sharedProvider());
+    EXPECT_THAT(store.certificates(), IsEmpty());
+    installed().containers.front().certificate = der(signerCertificate);
+    EXPECT_THAT(store.certificates(), IsEmpty());
+}
+
+TEST_F(StoreTest, SurvivesEveryFailure) {
+    const auto octets = der(signerCertificate);
+    service_double::FaultWalk walk;
+    walk.name = "store";
+    walk.scenario = [&] {
+        const Certificate signer(octets);
+        RegistryCertificateStore store("my", ICertificateStore::system);
+        store.addCertificate(signer);
+        static_cast<void>(store.certificates());
+        static_cast<void>(store.findCertificate(signer));
+        store.deleteCertificate(signer);
+    };
+    EXPECT_GT(service_double::walkFaults(walk), 8U);
+}
+
+} // namespace
+} // namespace wincrypt_certificates

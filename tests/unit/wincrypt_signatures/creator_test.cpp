@@ -1,0 +1,262 @@
+#include "signatures_fixture.hpp"
+
+#include "crypto/wincrypt/signature_creator.hpp"
+#include "crypto/wincrypt/wincrypt_handler.hpp"
+#include "orvik/plugin/crypto/i_private_key.hpp"
+#include "service_double/fault_walk.hpp"
+
+namespace wincrypt_signatures {
+namespace {
+
+using orvik::plugin::IDataHandler;
+using orvik::plugin::crypto::AuthProvider;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace binary = orvik::plugin::wincrypt::binary;
+using Params = orvik::plugin::crypto::SignatureFactory::Creator::Params;
+
+class CreatorTest : public SignaturesFixture {
+protected:
+    static Params params(const boost::shared_ptr<Certificate>& signer) {
+        Params made;
+        made.certificate = signer;
+        return made;
+    }
+    static bool update(IDataHandler& creator, const std::string& data) {
+        return creator.update(reinterpret_cast<const unsigned char*>(data.data()), data.size());
+    }
+    static std::string finalize(IDataHandler& creator) {
+        std::vector<unsigned char> out(3);
+        EXPECT_TRUE(creator.finalize(out));
+        return {out.begin(), out.end()};
+    }
+    /// Sizes and final flags of the updates that the service saw.
+    static std::vector<std::string> updates() {
+        std::vector<std::string> result;
+        for (const auto& call : service().trace()) {
+            if (call.starts_with("CryptMsgUpdate")) {
+                result.push_back(call.substr(call.find("pointer") + 9));
+            }
+        }
+        return result;
+    }
+    static constexpr Thrown validation(int number) { return {number, "signature_creator", "validateCertificate", 0}; }
+    static constexpr Thrown finalization(int number) { return {number, "signature_creator", "finalizeImpl", 0}; }
+};
+
+TEST_F(CreatorTest, StreamsTheContentIntoAnAttachedSignature) {
+    binary::attached::Creator creator;
+    EXPECT_TRUE(creator.initialize(params(linked())));
+    EXPECT_TRUE(update(creator, "some "));
+    EXPECT_TRUE(update(creator, "content"));
+    EXPECT_EQ(finalize(creator), "HEADsome contentTAIL");
+}
+
+TEST_F(CreatorTest, LeavesTheContentOutOfADetachedSignature) {
+    binary::detached::Creator creator;
+    creator.initialize(params(linked()));
+    update(creator, "content");
+    EXPECT_EQ(finalize(creator), "HEADTAIL");
+}
+
+TEST_F(CreatorTest, HoldsTheLastOctetBack) {
+    binary::attached::Creator creator;
+    creator.initialize(params(linked()));
+    update(creator, "abc");
+    update(creator, "d");
+    std::size_t consumed = 7;
+    EXPECT_TRUE(creator.update(nullptr, 5, &consumed));
+    EXPECT_EQ(consumed, 5U);
+    const unsigned char octet = 'e';
+    EXPECT_TRUE(creator.update(&octet, 0, &consumed));
+    EXPECT_EQ(consumed, 0U);
+    EXPECT_TRUE(creator.update(&octet, 1, &consumed));
+    EXPECT_EQ(consumed, 1U);
+    EXPECT_EQ(finalize(creator), "HEADabcdeTAIL");
+    EXPECT_THAT(updates(), ElementsAre("2, 0)", "1, 0)", "1, 0)", "1, 1)"));
+}
+
+TEST_F(CreatorTest, OctetByOctetGivesTheSameAsOnePiece) {
+    const std::string data = "the same content";
+    binary::attached::Creator whole;
+    whole.initialize(params(linked()));
+    update(whole, data);
+    binary::attached::Creator pieces;
+    pieces.initialize(params(linked()));
+    for (const char octet : data) {
+        update(pieces, std::string(1, octet));
+    }
+    EXPECT_EQ(finalize(pieces), finalize(whole));
+}
+
+TEST_F(CreatorTest, EmptyDataIsAnError) {
+    binary::attached::Creator creator;
+    creator.initialize(params(linked()));
+    std::vector<unsigned char> out;
+    EXPECT_EQ(thrownBy<SystemException>([&] { creator.finalize(out); }).function, "finalizeImpl");
+    EXPECT_FALSE(creator.finalize(out));
+}
+
+TEST_F(CreatorTest, DoesNothingBeforeItIsInitialized) {
+    binary::attached::Creator creator;
+    std::vector<unsigned char> out;
+    EXPECT_FALSE(update(creator, "data"));
+    EXPECT_FALSE(creator.finalize(out));
+    EXPECT_THAT(service().trace(), IsEmpty());
+}
+
+TEST_F(CreatorTest, ForeignParametersAreRefused) {
+    EXPECT_THROW(binary::attached::Creator().initialize(IDataHandler::Params()), std::bad_cast);
+}
+
+TEST_F(CreatorTest, CertificateMustBeFitToSign) {
+    binary::attached::Creator creator;
+    const auto refusal = [&](const boost::shared_ptr<Certificate>& signer) {
+        return thrownBy<CryptoException>([&] { creator.initialize(params(signer)); });
+    };
+    EXPECT_EQ(refusal(nullptr), validation(30003));
+    EXPECT_EQ(refusal(linked(plainCertificate)), validation(30029));
+    EXPECT_EQ(refusal(linked(enciphermentCertificate)), validation(30029));
+    EXPECT_EQ(refusal(certificate()), validation(30005));
+}
+
+TEST_F(CreatorTest, LinkMustNameProviderAndContainer) {
+    const auto signer = certificate();
+    const auto refusal = [&](const wchar_t* container, const wchar_t* provider) {
+        CRYPT_KEY_PROV_INFO info{};
+        info.pwszContainerName = const_cast<wchar_t*>(container);
+        info.pwszProvName = const_cast<wchar_t*>(provider);
+        orvik::plugin::wincrypt::CertSetCertificateContextProperty(static_cast<PCCERT_CONTEXT>(signer->context()), 2, 0,
+                                                                   &info);
+        return thrownBy<CryptoException>([&] { binary::attached::Creator().initialize(params(signer)); });
+    };
+    EXPECT_EQ(refusal(L"box", nullptr), validation(30004));
+    EXPECT_EQ(refusal(nullptr, nullptr), validation(30004));
+    EXPECT_EQ(refusal(nullptr, L"name"), validation(30005));
+}
+
+TEST_F(CreatorTest, DescribesOneSignerOneCertificateAndItsAttributes) {
+    const auto signer = linked();
+    service().on.CryptMsgOpenToEncode = [&](DWORD encoding, DWORD flags, DWORD type, const void* info, char* inner,
+                                            CMSG_STREAM_INFO* stream) {
+        const auto& message = *static_cast<const CMSG_SIGNED_ENCODE_INFO*>(info);
+        const auto& one = message.rgSigners[0];
+        const auto* context = static_cast<PCCERT_CONTEXT>(signer->context());
+        EXPECT_EQ(encoding, 0x00010001U);
+        EXPECT_EQ(flags, 4U);
+        EXPECT_EQ(type, 2U);
+        EXPECT_EQ(inner, nullptr);
+        EXPECT_EQ(message.cbSize, 48U);
+        EXPECT_EQ(message.cSigners, 1U);
+        EXPECT_EQ(message.cCertEncoded, 1U);
+        EXPECT_EQ(message.cCrlEncoded, 0U);
+        EXPECT_EQ(message.rgCertEncoded[0].cbData, context->cbCertEncoded);
+        EXPECT_EQ(one.cbSize, 96U);
+        EXPECT_EQ(one.pCertInfo, context->pCertInfo);
+        EXPECT_NE(one.hCryptProv, 0U);
+        EXPECT_EQ(one.dwKeySpec, 1U);
+        EXPECT_STREQ(one.HashAlgorithm.pszObjId, "1.2.643.7.1.1.2.2");
+        EXPECT_EQ(one.HashAlgorithm.Parameters.cbData, 0U);
+        EXPECT_EQ(one.pvHashAuxInfo, nullptr);
+        EXPECT_EQ(one.cUnauthAttr, 0U);
+        EXPECT_EQ(one.cAuthAttr, 2U);
+        EXPECT_STREQ(one.rgAuthAttr[0].pszObjId, "1.2.3");
+        EXPECT_EQ(one.rgAuthAttr[0].cValue, 1U);
+        EXPECT_EQ(one.rgAuthAttr[0].rgValue[0].cbData, 4U);
+        EXPECT_STREQ(one.rgAuthAttr[1].pszObjId, "1.2.840.113549.1.9.5");
+        EXPECT_EQ(stream->cbContent, 0xFFFFFFFFU);
+        BYTE octet = 0;
+        EXPECT_EQ(stream->pfnStreamOutput(nullptr, &octet, 1, 1), 0);
+        EXPECT_EQ(stream->pfnStreamOutput(stream->pvArg, nullptr, 0, 1), 1);
+        return Defaults::CryptMsgOpenToEncode(encoding, flags, type, info, inner, stream);
+    };
+    auto request = params(signer);
+    request.attributes = {{"OCTET STRING", "1.2.3", "00ff"}, {"OCTET STRING", "1.2.3", "00ff"}};
+    binary::detached::Creator creator;
+    EXPECT_TRUE(creator.initialize(request));
+}
+
+TEST_F(CreatorTest, MessageThatDoesNotOpenLeavesTheCreatorAsItWas) {
+    service().failFunction("CryptMsgOpenToEncode", capi::CRYPT_E_UNKNOWN_ALGO);
+    binary::attached::Creator creator;
+    EXPECT_EQ(thrownBy<SystemException>([&] { creator.initialize(params(linked())); }),
+              (Thrown{code(capi::CRYPT_E_UNKNOWN_ALGO), "signature_creator", "initializeImpl", 0}));
+    EXPECT_FALSE(update(creator, "data"));
+}
+
+TEST_F(CreatorTest, CancelledUpdateIsTheUsersChoice) {
+    for (const DWORD cancelled : {1223U, 0x8010006EU}) {
+        binary::attached::Creator creator;
+        creator.initialize(params(linked()));
+        service().failFunction("CryptMsgUpdate", cancelled);
+        EXPECT_EQ(thrownBy<ApplicationException>([&] { update(creator, "data"); }),
+                  (Thrown{20003, "signature_creator", "validateCryptMsgUpdate", 0}));
+        service().failFunction("CryptMsgUpdate", 0);
+    }
+}
+
+TEST_F(CreatorTest, OtherFailedUpdateIsTheServicesRefusal) {
+    binary::attached::Creator creator;
+    creator.initialize(params(linked()));
+    service().failFunction("CryptMsgUpdate", 87);
+    EXPECT_EQ(thrownBy<SystemException>([&] { update(creator, "data"); }),
+              (Thrown{87, "signature_creator", "validateCryptMsgUpdate", 0}));
+}
+
+TEST_F(CreatorTest, FailedFinalUpdateIsTheServicesRefusalEvenWhenCancelled) {
+    binary::attached::Creator creator;
+    creator.initialize(params(linked()));
+    update(creator, "data");
+    service().failFunction("CryptMsgUpdate", 1223);
+    std::vector<unsigned char> out;
+    EXPECT_EQ(thrownBy<SystemException>([&] { creator.finalize(out); }), finalization(1223));
+    EXPECT_FALSE(creator.finalize(out));
+}
+
+TEST_F(CreatorTest, RefusedPinLeavesTheCreatorOpen) {
+    binary::attached::Creator creator;
+    creator.initialize(params(linked()));
+    update(creator, "data");
+    std::vector<unsigned char> out;
+    AuthProvider::setDialog([](const auto&, unsigned) { return boost::optional<std::string>(); });
+    EXPECT_FALSE(creator.finalize(out));
+    AuthProvider::setDialog([](const auto&, unsigned) { return boost::optional<std::string>("1234"); });
+    EXPECT_EQ(finalize(creator), "HEADdataTAIL");
+}
+
+TEST_F(CreatorTest, SecondInitializeForgetsWhatCameBefore) {
+    binary::attached::Creator creator;
+    creator.initialize(params(linked()));
+    update(creator, "old data");
+    creator.initialize(params(linked()));
+    update(creator, "new");
+    EXPECT_EQ(finalize(creator), "HEADnewTAIL");
+    EXPECT_EQ(service().count("CryptMsgClose"), 2U);
+}
+
+TEST_F(CreatorTest, SurvivesEveryFailure) {
+    const auto octets = der(signerCertificate);
+    service_double::FaultWalk walk;
+    walk.name = "sign";
+    walk.arrange = [this] {
+        arrangeService();
+        arrangeEncoder();
+    };
+    walk.scenario = [&] {
+        const auto signer = boost::make_shared<Certificate>(octets);
+        if (!signer->link(CertificatesFixture::provider(), L"box")) {
+            throw SystemException();
+        }
+        binary::attached::Creator creator;
+        creator.initialize(params(signer));
+        update(creator, "some data");
+        std::vector<unsigned char> out;
+        if (creator.finalize(out)) {
+            EXPECT_EQ(std::string(out.begin(), out.end()), "HEADsome dataTAIL");
+        }
+    };
+    EXPECT_GT(service_double::walkFaults(walk), 12U);
+}
+
+} // namespace
+} // namespace wincrypt_signatures

@@ -1,0 +1,254 @@
+#include "signatures_fixture.hpp"
+
+#include "crypto/wincrypt/csr_creator.hpp"
+#include "orvik/plugin/base64.hpp"
+#include "service_double/fault_walk.hpp"
+
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <cstring>
+
+namespace wincrypt_signatures {
+namespace {
+
+using orvik::plugin::crypto::CsrCreatorParams;
+using orvik::plugin::wincrypt::CsrCreator;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+class CsrTest : public SignaturesFixture {
+protected:
+    CsrTest() {
+        arrangeParameters();
+        params_->provider =
+            boost::make_shared<orvik::plugin::wincrypt::Provider>(IProvider::gost2012_256, wincrypt_keys::embeddedName);
+        params_->container = L"new";
+        params_->subject = "2.5.4.3=Иванов;2.5.4.6=RU;1.2.840.113549.1.9.1=i@example.org;1.2.643.100.3=12345678901;"
+                           "1.2.643.3.131.1.1=123456789012;1.2.643.100.1=1234567890123;1.2.643.100.4=123456789012345";
+    }
+    void arrangeParameters() {
+        // The double has no value to set here; what is set is kept for the test to look at.
+        service().on.CryptSetProvParam = [this](unsigned long, DWORD parameter, const BYTE* data, DWORD flags) {
+            set_.push_back(std::to_string(parameter) + "/" + std::to_string(flags) + "/" +
+                           reinterpret_cast<const char*>(data));
+            return 1;
+        };
+    }
+    boost::shared_ptr<CsrCreator::Result> create(const std::string& pin = "1234") {
+        return CsrCreator().create(params_, pin);
+    }
+    void target(IProvider::Type type, const wchar_t* name) {
+        install(wincrypt_keys::scripted(name, type));
+        params_->provider = boost::make_shared<orvik::plugin::wincrypt::Provider>(type, name);
+    }
+    static Thrown at(const char* function, int number) { return {number, "csr_creator", function, 0}; }
+    static std::vector<std::wstring> containers() {
+        std::vector<std::wstring> names;
+        for (const auto& container : installed().containers) {
+            names.push_back(container.name);
+        }
+        return names;
+    }
+
+    boost::shared_ptr<CsrCreatorParams> params_ = boost::make_shared<CsrCreatorParams>();
+    std::vector<std::string> set_;
+};
+
+TEST_F(CsrTest, MakesTheKeyAndTellsWhereItIs) {
+    const auto result = create();
+    EXPECT_EQ(orvik::plugin::base64::decode(result->request), std::string("\x30\x00", 2));
+    EXPECT_EQ(result->containerName, "new");
+    EXPECT_EQ(result->containerPath, "new");
+    EXPECT_THAT(containers(), ElementsAre(L"box", L"new"));
+    EXPECT_THAT(set_, ElementsAre("95/0/1.2.643.2.2.36.0", "32/7/1234"));
+    EXPECT_THAT(service().trace(), Contains(HasSubstr("CryptGenKey(context1, 1, 0, &)")));
+    EXPECT_TRUE(logged(Severity::info, "wincrypt: certificate request: container: \"new\", algorithm: "
+                                       "1.2.643.2.2.36.0"));
+}
+
+TEST_F(CsrTest, EmptyPinSetsNone) {
+    create("");
+    EXPECT_THAT(set_, ElementsAre("95/0/1.2.643.2.2.36.0"));
+}
+
+TEST_F(CsrTest, ExportableKeyIsAskedForByItsFlag) {
+    params_->exportable = true;
+    create();
+    EXPECT_THAT(service().trace(), Contains(HasSubstr("CryptGenKey(context1, 1, 1, &)")));
+}
+
+TEST_F(CsrTest, SubjectValuesHaveTheirTypes) {
+    std::vector<std::string> values;
+    service().on.CryptEncodeObject = [&](DWORD encoding, const char* type, const void* value, BYTE* buffer,
+                                         DWORD* size) {
+        if (buffer == nullptr && structureName(type) == "7") {
+            const auto& name = *static_cast<const CERT_NAME_INFO*>(value);
+            for (DWORD i = 0; i < name.cRDN; ++i) {
+                const auto& one = name.rgRDN[i].rgRDNAttr[0];
+                EXPECT_EQ(name.rgRDN[i].cRDNAttr, 1U);
+                values.push_back(std::string(one.pszObjId) + "/" + std::to_string(one.dwValueType) + "/" +
+                                 std::to_string(one.Value.cbData));
+            }
+        }
+        return encode(encoding, type, value, buffer, size);
+    };
+    create();
+    EXPECT_THAT(values, ElementsAre("2.5.4.3/13/24", "2.5.4.6/4/2", "1.2.840.113549.1.9.1/7/13", "1.2.643.100.3/3/11",
+                                    "1.2.643.3.131.1.1/3/12", "1.2.643.100.1/3/13", "1.2.643.100.4/3/15"));
+}
+
+TEST_F(CsrTest, ExtensionsAndAttributesStandInTheirOrder) {
+    params_->keyUsage = 0x80C0;
+    params_->certificatePolicies = {"1.2.643.100.113.1"};
+    params_->enhancedKeyUsage = {"1.3.6.1.5.5.7.3.4"};
+    params_->dnsNames = {"example.org"};
+    params_->userPrincipalName = "i@domain";
+    params_->subjectSignTool = "tool";
+    params_->identificationKind = 1;
+    params_->privateKeyDays = 365;
+    std::vector<std::string> extensions;
+    std::vector<std::string> attributes;
+    service().on.CryptEncodeObject = [&](DWORD encoding, const char* type, const void* value, BYTE* buffer,
+                                         DWORD* size) {
+        if (buffer == nullptr && structureName(type) == "5") {
+            const auto& list = *static_cast<const CERT_EXTENSIONS*>(value);
+            for (DWORD i = 0; i < list.cExtension; ++i) {
+                extensions.emplace_back(list.rgExtension[i].pszObjId);
+            }
+        }
+        if (buffer == nullptr && structureName(type) == "14") {
+            EXPECT_EQ(static_cast<const CRYPT_BIT_BLOB*>(value)->cbData, 2U);
+            EXPECT_EQ(static_cast<const CRYPT_BIT_BLOB*>(value)->cUnusedBits, 7U);
+        }
+        if (buffer == nullptr && structureName(type) == "12") {
+            const auto& names = *static_cast<const CERT_ALT_NAME_INFO*>(value);
+            EXPECT_EQ(names.cAltEntry, 2U);
+            EXPECT_STREQ(names.rgAltEntry[0].u.pOtherName->pszObjId, "1.3.6.1.4.1.311.20.2.3");
+            EXPECT_EQ(std::wstring(names.rgAltEntry[1].u.pwszDNSName), L"example.org");
+        }
+        return encode(encoding, type, value, buffer, size);
+    };
+    service().on.CryptSignAndEncodeCertificate =
+        [&](unsigned long context, DWORD keySpec, DWORD encoding, const char* type, const void* value,
+            CRYPT_ALGORITHM_IDENTIFIER* algorithm, const void* aux, BYTE* buffer, DWORD* size) {
+            EXPECT_EQ(keySpec, 1U);
+            EXPECT_EQ(encoding, 0x00010001U);
+            EXPECT_EQ(structureName(type), "4");
+            EXPECT_STREQ(algorithm->pszObjId, "1.2.643.7.1.1.3.2");
+            const auto& info = *static_cast<const CERT_REQUEST_INFO*>(value);
+            EXPECT_EQ(info.dwVersion, 0U);
+            for (DWORD i = 0; buffer == nullptr && i < info.cAttribute; ++i) {
+                attributes.emplace_back(info.rgAttribute[i].pszObjId);
+            }
+            return Defaults::CryptSignAndEncodeCertificate(context, keySpec, encoding, type, value, algorithm, aux,
+                                                           buffer, size);
+        };
+    create();
+    EXPECT_THAT(extensions, ElementsAre("2.5.29.15", "2.5.29.32", "2.5.29.37", "2.5.29.17", "2.5.29.14",
+                                        "1.2.643.100.111", "1.2.643.100.114", "2.5.29.16"));
+    EXPECT_THAT(attributes, ElementsAre("1.3.6.1.4.1.311.13.2.3", "1.3.6.1.4.1.311.13.2.2", "1.3.6.1.4.1.311.13.2.1",
+                                        "1.3.6.1.4.1.311.21.20", "1.2.840.113549.1.9.14"));
+    for (const char* text : {"certificate policies", "validity period", "сsp provider name"}) {
+        EXPECT_TRUE(
+            logged(Severity::debug, std::string("wincrypt: certificate request: try encode ") + text + " to asn"))
+            << text;
+    }
+}
+
+TEST_F(CsrTest, WhatIsNotAskedForIsLeftOut) {
+    create();
+    EXPECT_THAT(encodings_, Not(Contains(Encoding{0x10000, "14"})));
+    EXPECT_THAT(encodings_, Not(Contains(Encoding{0x00001, "16"})));
+    EXPECT_THAT(encodings_, Not(Contains(Encoding{0x10001, "36"})));
+    EXPECT_THAT(encodings_, Not(Contains(Encoding{0x10001, "12"})));
+    EXPECT_THAT(encodings_, Contains(Encoding{0x10001, "2.5.29.14"}));
+}
+
+TEST_F(CsrTest, ParameterSetMustBeTheProviders) {
+    params_->paramSet = "1.2.643.7.1.2.1.2.1";
+    EXPECT_EQ(thrownBy<CryptoException>([&] { create(); }), at("getAgreementAlgorithm", 30023));
+    params_->paramSet = "1.2.643.7.1.2.1.1.1";
+    create();
+    EXPECT_EQ(set_.front(), "95/0/1.2.643.7.1.2.1.1.1");
+}
+
+TEST_F(CsrTest, NewestViPNetTakesTheParameterSetElsewhere) {
+    target(static_cast<IProvider::Type>(78), L"Infotecs GOST 2012/1024 Cryptographic Service Provider");
+    service().oids["1.2.643.7.1.1.2.3"] = {capi::CALG_GR3411_2012_512, L""};
+    params_->paramSet = "1.2.643.7.1.2.1.2.1";
+    create();
+    EXPECT_EQ(set_.front(), "94/0/1.2.643.7.1.2.1.2.1");
+}
+
+TEST_F(CsrTest, OlderViPNetTakesItElsewhereForSignatureKeysOnly) {
+    for (const DWORD spec : {1U, 2U}) {
+        set_.clear();
+        service().on.CryptGetUserKey = [spec](unsigned long context, DWORD asked, unsigned long* key) -> BOOL {
+            return asked == spec ? Defaults::CryptGenKey(context, asked, 0, key)
+                                 : static_cast<BOOL>(service_double::fail(capi::NTE_NO_KEY));
+        };
+        target(static_cast<IProvider::Type>(77), L"Infotecs GOST 2012/512 Cryptographic Service Provider");
+        create();
+        EXPECT_EQ(set_.front(), spec == 2 ? "94/0/1.2.643.2.2.36.0" : "95/0/1.2.643.2.2.36.0");
+    }
+}
+
+TEST_F(CsrTest, ExistingContainerIsRefusedAndKept) {
+    installed().containers.front().qualifiedName = L"\\\\.\\HDIMAGE\\box"; // where a second attempt looks
+    params_->container = L"box";
+    EXPECT_EQ(thrownBy<SystemException>([&] { create(); }), at("create", code(capi::NTE_EXISTS)));
+    EXPECT_THAT(containers(), ElementsAre(L"box"));
+}
+
+TEST_F(CsrTest, RefusalsTellTheUsersFromTheServices) {
+    const std::pair<const char*, const char*> steps[] = {{"CryptGenKey", "generateKey"},
+                                                         {"CryptSignAndEncodeCertificate", "create"}};
+    for (const auto& [call, function] : steps) {
+        service().failFunction(call, 1223);
+        EXPECT_EQ(thrownBy<ApplicationException>([&] { create(); }), at(function, 20003));
+        service().failFunction(call, 5);
+        EXPECT_EQ(thrownBy<SystemException>([&] { create(); }), at(function, 5));
+        service().failFunction(call, 0);
+        EXPECT_THAT(containers(), ElementsAre(L"box"));
+    }
+}
+
+TEST_F(CsrTest, RefusedPinAndParameterSetAreTold) {
+    service().on.CryptSetProvParam = [](unsigned long, DWORD parameter, const BYTE*, DWORD) -> BOOL {
+        return parameter == 32 ? static_cast<BOOL>(service_double::fail(1223)) : 1;
+    };
+    EXPECT_EQ(thrownBy<ApplicationException>([&] { create(); }), at("generateKey", 20003));
+    service().on.CryptSetProvParam = [](unsigned long, DWORD, const BYTE*, DWORD) -> BOOL {
+        return service_double::fail(1223);
+    };
+    EXPECT_EQ(thrownBy<SystemException>([&] { create(); }), at("setAgreementAlgorithm", 1223));
+    EXPECT_THAT(containers(), ElementsAre(L"box"));
+}
+
+TEST_F(CsrTest, MissingParametersAreRefused) {
+    params_->provider.reset();
+    EXPECT_EQ(thrownBy<CryptoException>([&] { create(); }), at("create", 30004));
+}
+
+TEST_F(CsrTest, EveryFailureLeavesNoNewContainer) {
+    service_double::FaultWalk walk;
+    walk.name = "request";
+    walk.arrange = [this] {
+        arrangeService();
+        arrangeEncoder();
+        arrangeParameters();
+    };
+    walk.scenario = [this] { create(); };
+    walk.expect = [](const service_double::FaultOutcome& outcome) {
+        if (outcome.thrown) {
+            EXPECT_THAT(containers(), ElementsAre(L"box")) << outcome.call;
+        }
+    };
+    EXPECT_GT(service_double::walkFaults(walk), 30U);
+}
+
+} // namespace
+} // namespace wincrypt_signatures
