@@ -2,6 +2,7 @@
 
 #include "crypto/wincrypt/certificate.hpp"
 #include "crypto/wincrypt/certificate_store.hpp"
+#include "current_failure.hpp"
 #include "failure.hpp"
 #include "input.hpp"
 #include "orvik/plugin/crypto/i_provider.hpp"

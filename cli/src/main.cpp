@@ -1,5 +1,6 @@
 #include "arguments.hpp"
 #include "console.hpp"
+#include "current_failure.hpp"
 #include "failure.hpp"
 #include "orvik/plugin/log.hpp"
 #include "orvik/plugin/path_registry.hpp"

@@ -1,9 +1,9 @@
 #pragma once
 
-/// Where PINs come from.
+/// The PIN dialogue of the command.
 
 #include "failure.hpp"
-#include "options.hpp"
+#include "pin_source.hpp"
 
 #include <functional>
 #include <optional>
@@ -22,32 +22,24 @@ public:
     /// Makes this the dialogue of the framework.
     void install();
 
-    /// A PIN asked for outside a login. Throws Failure: cancelled, or no terminal.
-    std::string ask(const std::string& prompt);
-    /// The PIN of a container to be made: on a terminal it is asked for twice.
-    std::string askNew(const std::string& container);
+    /// For PINs that are asked for outside a login.
+    PinSource& source() noexcept { return source_; }
 
     /// Tells how many tries are left, where the service knows it.
     void setTriesLeft(std::function<std::optional<unsigned>()> triesLeft);
 
     /// The failure to report after a login was refused: cancelled, no source, wrong or locked.
     [[nodiscard]] Failure refusal(const std::string& what) const;
-    /// Whether a PIN was given and turned out wrong.
-    [[nodiscard]] bool refused() const noexcept { return outcome_ != Outcome::none; }
 
 private:
     enum class Outcome { none, cancelled, noSource, wrong };
 
-    [[nodiscard]] bool fromTerminal() const noexcept;
     std::optional<std::string> answer(const std::string& container, unsigned attempt);
-    [[nodiscard]] std::string fixedPin() const;
 
-    const PinOptions& options_;
+    PinSource source_;
     std::function<std::optional<unsigned>()> triesLeft_;
     Outcome outcome_ = Outcome::none;
     std::optional<Failure> sourceFailure_;
-    mutable std::string fixed_; ///< what the file, variable or descriptor said; read once
-    mutable bool fixedRead_ = false;
 };
 
 } // namespace klunortredi::cli

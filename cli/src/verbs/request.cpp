@@ -62,7 +62,7 @@ ExitCode request(Session& session, const RequestArguments& arguments) {
     params->subjectSignTool = params->provider->subjectSignTool().value_or("");
     params->exportable = arguments.exportable;
 
-    const std::string pin = session.pin.askNew(arguments.container);
+    const std::string pin = session.pin.source().askNew("New PIN for container " + arguments.container + ": ");
     const auto result = orvik::plugin::wincrypt::CsrCreator().create(params, pin);
     const std::string der = orvik::plugin::base64::decode(result->request);
     out.write(session.options.pem ? toPem(der, "CERTIFICATE REQUEST") : der);

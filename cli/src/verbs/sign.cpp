@@ -3,6 +3,7 @@
 #include "certificates.hpp"
 #include "console.hpp"
 #include "crypto/wincrypt/signature_factory.hpp"
+#include "current_failure.hpp"
 #include "failure.hpp"
 #include "input.hpp"
 #include "installed.hpp"

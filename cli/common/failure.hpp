@@ -32,11 +32,4 @@ private:
 /// A failed system call on a file: errno's text; exit 3.
 Failure fileFailure(const std::string& what, int error);
 
-/// The failure that an exception in flight means, whatever threw it; `what` names the step that failed. Call it inside
-/// a catch block.
-Failure currentFailure(const std::string& what);
-
-/// Why a service's code was given, in plain words; empty for a code without words of its own.
-std::string serviceReason(std::uint32_t code);
-
 } // namespace klunortredi::cli

@@ -1,0 +1,64 @@
+#include "service_words.hpp"
+
+#include "capi/constants.hpp"
+
+#include <algorithm>
+#include <iterator>
+
+namespace klunortredi::cli {
+
+namespace {
+
+constexpr Meaning serviceMeanings[] = {
+    {capi::ERROR_CANCELLED, ExitCode::cancelled, "cancelled", ""},
+    {capi::SCARD_W_CANCELLED_BY_USER, ExitCode::cancelled, "cancelled", ""},
+    {capi::SCARD_W_WRONG_CHV, ExitCode::pin, "the PIN is wrong", ""},
+    {capi::SCARD_W_CHV_BLOCKED, ExitCode::pin, "the container is locked after too many wrong PINs",
+     "unlock it with 'klunortredi-csp container unlock'"},
+    {capi::SCARD_W_CARD_NOT_AUTHENTICATED, ExitCode::service, "the container wants its PIN", ""},
+    {capi::ERROR_DISK_FULL, ExitCode::input, "the disk is full", "free some space and try again"},
+    {capi::ERROR_WRITE_FAULT, ExitCode::input, "the service cannot write its data", ""},
+    {capi::ERROR_ACCESS_DENIED, ExitCode::service, "access to the service's data is denied", ""},
+    {capi::ERROR_BUSY, ExitCode::service, "the service's data is in use by another process", "try again"},
+    {capi::NTE_EXISTS, ExitCode::service, "a container of that name is there already",
+     "choose another name, or remove it with 'klunortredi containers delete'"},
+    {capi::NTE_BAD_KEYSET, ExitCode::service, "there is no such key container", "see 'klunortredi containers'"},
+    {capi::NTE_KEYSET_NOT_DEF, ExitCode::service, "there is no such provider", "see 'klunortredi providers'"},
+    {capi::NTE_BAD_KEYSET_PARAM, ExitCode::service, "the container name cannot be used", ""},
+    {capi::NTE_PROV_TYPE_NOT_DEF, ExitCode::service, "the provider's algorithms are not installed",
+     "install the package libengine-gost-openssl"},
+    {capi::NTE_NO_KEY, ExitCode::service, "the container holds no such key", ""},
+    {capi::NTE_PERM, ExitCode::service, "not permitted", ""},
+    {capi::NTE_BAD_ALGID, ExitCode::service, "the provider does not offer the algorithm", ""},
+    {capi::NTE_BAD_PUBLIC_KEY, ExitCode::service, "the public key does not fit", ""},
+    {capi::NTE_BAD_SIGNATURE, ExitCode::no, "the signature value is wrong", ""},
+    {capi::CRYPT_E_HASH_VALUE, ExitCode::no, "the content is not what was signed", ""},
+    {capi::CRYPT_E_SIGNER_NOT_FOUND, ExitCode::no, "the signer's certificate is not in the message", ""},
+    {capi::CRYPT_E_AUTH_ATTR_MISSING, ExitCode::no, "the signed attributes are incomplete or contradictory", ""},
+    {capi::CRYPT_E_UNKNOWN_ALGO, ExitCode::no, "the signature uses an algorithm that the service does not know", ""},
+    {capi::CRYPT_E_STREAM_MSG_NOT_READY, ExitCode::no, "the signed content is missing", ""},
+    {capi::CRYPT_E_INVALID_MSG_TYPE, ExitCode::input, "this is not a signed message", ""},
+    {capi::CRYPT_E_UNEXPECTED_ENCODING, ExitCode::input, "the message's encoding is not understood", ""},
+    {capi::CRYPT_E_STREAM_INSUFFICIENT_DATA, ExitCode::input, "the message ends too early", ""},
+    {capi::CRYPT_E_BAD_ENCODE, ExitCode::input, "a value cannot be encoded", ""},
+    {capi::CRYPT_E_ASN1_ERROR, ExitCode::input, "the data is not well-formed", ""},
+    {capi::CRYPT_E_ASN1_EOD, ExitCode::input, "the data ends too early", ""},
+    {capi::CRYPT_E_ASN1_CORRUPT, ExitCode::input, "the data is not well-formed", ""},
+    {capi::CRYPT_E_ASN1_LARGE, ExitCode::input, "a part of the data is larger than any real one", ""},
+    {capi::CRYPT_E_ASN1_BADTAG, ExitCode::input, "the data is not of the expected structure", ""},
+};
+
+} // namespace
+
+const Meaning* serviceMeaning(std::uint32_t code) {
+    const auto* found = std::find_if(std::begin(serviceMeanings), std::end(serviceMeanings),
+                                     [code](const Meaning& row) { return row.code == code; });
+    return found == std::end(serviceMeanings) ? nullptr : found;
+}
+
+std::string serviceReason(std::uint32_t code) {
+    const Meaning* meaning = serviceMeaning(code);
+    return meaning == nullptr ? std::string{} : meaning->why;
+}
+
+} // namespace klunortredi::cli

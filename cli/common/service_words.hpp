@@ -1,0 +1,26 @@
+#pragma once
+
+/// The service's error codes in plain words, with the exit code and the next step that go with them.
+
+#include "failure.hpp"
+
+#include <cstdint>
+#include <string>
+
+namespace klunortredi::cli {
+
+/// A number and what it means to the person at the terminal.
+struct Meaning {
+    std::uint32_t code;
+    ExitCode exit;
+    const char* why;
+    const char* next;
+};
+
+/// Null for a code without words of its own.
+const Meaning* serviceMeaning(std::uint32_t code);
+
+/// Why the code was given; empty for a code without words of its own.
+std::string serviceReason(std::uint32_t code);
+
+} // namespace klunortredi::cli

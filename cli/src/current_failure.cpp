@@ -1,0 +1,100 @@
+#include "current_failure.hpp"
+
+#include "crypto/wincrypt/exceptions.hpp"
+#include "orvik/plugin/crypto/exception/crypto_exception.hpp"
+#include "orvik/plugin/exception/application_exception.hpp"
+#include "service_words.hpp"
+
+#include <boost/exception/get_error_info.hpp>
+
+#include <new>
+#include <system_error>
+
+namespace klunortredi::cli {
+
+namespace {
+
+using orvik::plugin::crypto::exception::CryptoException;
+using orvik::plugin::crypto::exception::SystemException;
+using orvik::plugin::exception::ApplicationException;
+using orvik::plugin::exception::Exception;
+
+constexpr Meaning cryptoMeanings[] = {
+    {30001, ExitCode::service, "the private key of the certificate cannot be had", "see 'klunortredi certs show'"},
+    {30003, ExitCode::no, "the signature carries no certificate", "name it with --signer-cert"},
+    {30004, ExitCode::service, "no CryptoAPI service, or no provider for this certificate, is installed",
+     "see 'klunortredi info', or name a service library with --service"},
+    {30005, ExitCode::service, "the certificate is not linked to a key container",
+     "link it with 'klunortredi install CERT --container NAME'"},
+    {30007, ExitCode::service, "the provider does not offer the algorithm", "see 'klunortredi providers'"},
+    {30009, ExitCode::usage, "there is no such signature format", ""},
+    {30023, ExitCode::service, "the provider does not offer the parameter set", "see 'klunortredi info'"},
+    {30029, ExitCode::service, "the certificate may not be used for digital signatures",
+     "choose one whose key usage has digitalSignature"},
+    {30030, ExitCode::usage, "the provider has no name", ""},
+    {30032, ExitCode::service, "the certificate does not belong to the container's key", ""},
+    {30040, ExitCode::input, "this is no certificate", ""},
+    {30047, ExitCode::service, "the certificate's provider is of another type", ""},
+    {30048, ExitCode::usage, "the value of a signed attribute does not fit its type", ""},
+    {30053, ExitCode::pin, "the PIN was refused", ""},
+    {30058, ExitCode::no, "the message cannot be decrypted", ""},
+};
+
+constexpr Meaning applicationMeanings[] = {
+    {20003, ExitCode::cancelled, "cancelled", ""},
+    {20006, ExitCode::input, "the input is empty", ""},
+    {20016, ExitCode::network, "the time-stamp authority refused", ""},
+    {20017, ExitCode::network, "the time-stamp is not for this signature, or not validly signed", ""},
+    {20018, ExitCode::network, "the time-stamp authority sent no token", ""},
+};
+
+template <std::size_t N>
+const Meaning* find(const Meaning (&table)[N], std::uint32_t code) {
+    for (const Meaning& row : table) {
+        if (row.code == code) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+Failure make(const Meaning* meaning, ExitCode otherwise, const std::string& what, const Exception& e) {
+    const auto code = static_cast<std::uint32_t>(e.code().value());
+    if (meaning == nullptr) {
+        const std::string text = e.what();
+        return {otherwise, what, text.empty() ? "refused" : text, {}, code};
+    }
+    std::string why = meaning->why;
+    if (const auto* value = boost::get_error_info<orvik::plugin::exception::Value_>(e); value != nullptr) {
+        why += ": " + *value;
+    }
+    return {meaning->exit, what, why, meaning->next, code};
+}
+
+} // namespace
+
+Failure currentFailure(const std::string& what) {
+    try {
+        throw;
+    } catch (const Failure& e) {
+        return e;
+    } catch (const SystemException& e) {
+        const auto code = static_cast<std::uint32_t>(e.code().value());
+        return make(serviceMeaning(code), ExitCode::service, what, e);
+    } catch (const CryptoException& e) {
+        return make(find(cryptoMeanings, static_cast<std::uint32_t>(e.code().value())), ExitCode::service, what, e);
+    } catch (const ApplicationException& e) {
+        return make(find(applicationMeanings, static_cast<std::uint32_t>(e.code().value())), ExitCode::service, what,
+                    e);
+    } catch (const std::system_error& e) {
+        return {ExitCode::input, what, e.code().message(), {}, static_cast<std::uint32_t>(e.code().value())};
+    } catch (const std::bad_alloc&) {
+        return {ExitCode::input, what, "not enough memory"};
+    } catch (const std::exception& e) {
+        return {ExitCode::defect, what, std::string("unexpected: ") + e.what(), "please report this"};
+    } catch (...) {
+        return {ExitCode::defect, what, "unexpected", "please report this"};
+    }
+}
+
+} // namespace klunortredi::cli
