@@ -69,7 +69,7 @@ TEST_F(CertificateTest, HandsOctetsThatAreNoSequenceToTheService) {
 }
 
 TEST_F(CertificateTest, RefusesNoDataAndTextThatDecodesToNothing) {
-    EXPECT_EQ(thrownBy<ApplicationException>([] { Certificate(boost::string_view()); }), constructor(20006));
+    EXPECT_EQ(thrownBy<ApplicationException>([] { Certificate{boost::string_view()}; }), constructor(20006));
     EXPECT_EQ(thrownBy<CryptoException>([] { Certificate("!!!!", ICertificate::Format::pem); }), constructor(30040));
     EXPECT_THAT(service().trace(), IsEmpty());
 }
