@@ -6,6 +6,7 @@
 #include "crypto/wincrypt/provider.hpp"
 #include "orvik/plugin/base64.hpp"
 #include "orvik/plugin/exception/exception.hpp"
+#include "print_optional.hpp"
 #include "test_certificates.hpp"
 
 #include "orvik/plugin/converter.hpp"
@@ -16,16 +17,6 @@
 #include <boost/smart_ptr/make_shared.hpp>
 
 #include <string>
-
-namespace boost {
-
-/// How gtest shows an optional.
-template <class T>
-void PrintTo(const optional<T>& value, std::ostream* out) {
-    *out << (value ? testing::PrintToString(*value) : "nothing");
-}
-
-} // namespace boost
 
 namespace wincrypt_keys {
 
