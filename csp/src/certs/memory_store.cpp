@@ -33,7 +33,8 @@ std::shared_ptr<Certificate> MemoryStore::add(const Certificate& certificate, Ad
     }
     switch (rule) {
     case AddRule::UseExisting:
-        (*same)->changeProperties([&](Properties& held) { held.addMissing(certificate.properties()); });
+        // Read before: the certificate may be the element itself.
+        (*same)->changeProperties([offered = certificate.properties()](Properties& held) { held.addMissing(offered); });
         return *same;
     case AddRule::Replace:
         // In the same place: a walk that replaces what it meets comes to an end.

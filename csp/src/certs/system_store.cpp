@@ -65,15 +65,18 @@ std::set<std::string> filesIn(const fs::path& directory, std::string_view suffix
 } // namespace
 
 std::shared_ptr<SystemStore> SystemStore::open(std::string_view name) {
-    static std::mutex mutex;
-    static std::map<fs::path, std::weak_ptr<SystemStore>> stores;
+    struct Known {
+        std::mutex mutex;
+        std::map<fs::path, std::weak_ptr<SystemStore>> stores;
+    };
+    static auto* const known = new Known; // never destroyed, as the tables of handles and contexts
     const fs::path directory = dataDirectory() / "stores" / folderName(name);
-    const std::lock_guard lock(mutex);
-    std::weak_ptr<SystemStore>& known = stores[directory];
-    auto store = known.lock();
+    const std::lock_guard lock(known->mutex);
+    std::weak_ptr<SystemStore>& shared = known->stores[directory];
+    auto store = shared.lock();
     if (!store) {
         store = std::make_shared<SystemStore>(directory);
-        known = store;
+        shared = store;
     }
     return store;
 }

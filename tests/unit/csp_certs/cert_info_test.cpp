@@ -26,13 +26,13 @@ DWORD refusal(const Bytes& der) {
 }
 
 const pki::Entity& sample() {
-    static const pki::Entity entity =
-        pki::make({.subject = "Проверка",
-                   .serial = 0x012345,
-                   .notBefore = 0,
-                   .notAfter = 1893456000,
-                   .extensions = {{NID_key_usage, "critical,digitalSignature"}, {NID_subject_key_identifier, "hash"}}});
-    return entity;
+    static const auto* const entity = new pki::Entity(pki::make(
+        {.subject = "Проверка",
+         .serial = 0x012345,
+         .notBefore = 0,
+         .notAfter = 1893456000,
+         .extensions = {{NID_key_usage, "critical,digitalSignature"}, {NID_subject_key_identifier, "hash"}}}));
+    return *entity;
 }
 
 TEST(CertInfo, KeepsTheSerialNumberLeastSignificantOctetFirst) {

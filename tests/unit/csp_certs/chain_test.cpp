@@ -13,8 +13,8 @@ using pki::Entity;
 
 /// The engine's GOST keys are slow to make: one authority of a kind serves every test of a process.
 const Entity& rootOf(pki::KeyKind kind) {
-    static std::map<pki::KeyKind, Entity> roots;
-    const auto [found, fresh] = roots.try_emplace(kind);
+    static auto* const roots = new std::map<pki::KeyKind, Entity>;
+    const auto [found, fresh] = roots->try_emplace(kind);
     if (fresh) {
         found->second = pki::root("Root " + std::to_string(static_cast<int>(kind)), kind);
     }

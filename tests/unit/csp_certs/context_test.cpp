@@ -8,9 +8,9 @@
 namespace {
 
 const pki::Entity& sample() {
-    static const pki::Entity entity =
-        pki::make({.subject = "Sample", .extensions = {{NID_ext_key_usage, "emailProtection,clientAuth"}}});
-    return entity;
+    static const auto* const entity = new pki::Entity(
+        pki::make({.subject = "Sample", .extensions = {{NID_ext_key_usage, "emailProtection,clientAuth"}}}));
+    return *entity;
 }
 
 class CertificateContext : public ServiceTest {

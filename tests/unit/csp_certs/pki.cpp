@@ -67,7 +67,7 @@ csp::ossl::Pkey newKey(KeyKind kind) {
     case KeyKind::Gost512:
         return gostKey(capi::CALG_GR3410_12_512, "1.2.643.7.1.2.1.2.1");
     default:
-        return csp::ossl::Pkey(EVP_EC_gen("P-256"));
+        return csp::ossl::Pkey(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
     }
 }
 

@@ -16,6 +16,7 @@ namespace csp = klunortredi::csp;
 
 enum class KeyKind { Ec, Rsa, Gost256, Gost512 };
 
+/// Not for objects that outlive main: the engine of its key goes with OpenSSL at exit.
 struct Entity {
     csp::Bytes der;
     csp::ossl::X509Ptr certificate;

@@ -4,6 +4,9 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <thread>
+
 namespace {
 
 using testing::ElementsAre;
@@ -11,15 +14,15 @@ using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 const std::vector<pki::Entity>& people() {
-    static const std::vector<pki::Entity> entities = [] {
-        std::vector<pki::Entity> list;
-        list.push_back(pki::make({.subject = "Иванов Иван", .kind = pki::KeyKind::Gost256, .serial = 11}));
-        list.push_back(pki::make({.subject = "Second Person", .serial = 12}));
-        list.push_back(
+    static const auto* const entities = [] {
+        auto* const list = new std::vector<pki::Entity>;
+        list->push_back(pki::make({.subject = "Иванов Иван", .kind = pki::KeyKind::Gost256, .serial = 11}));
+        list->push_back(pki::make({.subject = "Second Person", .serial = 12}));
+        list->push_back(
             pki::make({.subject = "Third Person", .serial = 13, .extensions = {{NID_subject_key_identifier, "hash"}}}));
         return list;
     }();
-    return entities;
+    return *entities;
 }
 
 /// What holds for every store, on disk or not.
@@ -118,6 +121,40 @@ TEST_P(AnyStore, AddsBesideAnExistingCertificateWhenAsked) {
     const auto renewed = pki::make({.subject = "Second Person", .serial = 12, .notAfter = std::time(nullptr) + 9});
     ASSERT_NE(add(store_.get(), renewed.der, capi::CERT_STORE_ADD_ALWAYS), nullptr);
     EXPECT_THAT(walk(store_.get()), UnorderedElementsAre(people()[1].der, renewed.der));
+}
+
+TEST_P(AnyStore, TakesItsOwnCertificateAgain) {
+    const auto held = add(store_.get(), people()[1].der);
+    ASSERT_TRUE(setBlob(held.get(), 77, {1}));
+    for (const DWORD rule : {capi::CERT_STORE_ADD_USE_EXISTING, capi::CERT_STORE_ADD_REPLACE_EXISTING}) {
+        ASSERT_TRUE(api::CertAddCertificateContextToStore(store_.get(), held.get(), rule, nullptr));
+        const Context found(api::CertEnumCertificatesInStore(store_.get(), nullptr));
+        EXPECT_EQ(property(found.get(), 77), csp::Bytes{1});
+        EXPECT_THAT(walk(store_.get()), ElementsAre(people()[1].der));
+    }
+}
+
+TEST_P(AnyStore, IsUsedByManyThreadsAtOnce) {
+    constexpr int threads = 8;
+    constexpr int rounds = 10;
+    std::vector<std::thread> workers;
+    std::atomic<int> found{0};
+    for (int worker = 0; worker < threads; ++worker) {
+        workers.emplace_back([&, worker] {
+            for (int round = 0; round < rounds; ++round) {
+                const auto held = add(store_.get(), people()[static_cast<std::size_t>(worker) % people().size()].der);
+                setBlob(held.get(), 77, {static_cast<std::uint8_t>(round)});
+                found += find(capi::CERT_FIND_EXISTING, held.get()) != nullptr ? 1 : 0;
+                walk(store_.get());
+            }
+        });
+    }
+    for (std::thread& worker : workers) {
+        worker.join();
+    }
+    EXPECT_EQ(found, threads * rounds);
+    EXPECT_EQ(walk(store_.get()).size(), people().size());
+    EXPECT_EQ(csp::liveContexts(), 0U);
 }
 
 TEST_P(AnyStore, SharesPropertiesBetweenTheContextsOfACertificate) {

@@ -18,8 +18,8 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 const pki::Entity& person() {
-    static const pki::Entity entity = pki::make({.subject = "Петров", .kind = pki::KeyKind::Gost256});
-    return entity;
+    static const auto* const entity = new pki::Entity(pki::make({.subject = "Петров", .kind = pki::KeyKind::Gost256}));
+    return *entity;
 }
 
 std::string runOpenssl(const std::string& arguments) {
