@@ -273,6 +273,22 @@ TEST_F(FaultWalkTest, PublicKeyEquality) {
     EXPECT_TRUE(equal);
 }
 
+// ---- the enumeration that is kept for the process
+
+/// Which call of the first enumeration fails: the size, the name, the end.
+class EnumerationFault : public KeysFixture, public testing::WithParamInterface<std::size_t> {};
+
+TEST_P(EnumerationFault, LeavesTheProviderOut) {
+    constexpr std::size_t end = 3;
+    service().failCall(GetParam(), faultCode);
+    const auto found = provider().providers(orvik::plugin::Session::instance());
+    EXPECT_EQ(found.size(), GetParam() == end ? 1U : 0U) << service().failedCall();
+    EXPECT_THAT(service().failedCall(), testing::StartsWith("CryptEnumProviders("));
+    EXPECT_EQ(provider().providers(orvik::plugin::Session::instance()).size(), found.size()) << "kept as it is";
+}
+
+INSTANTIATE_TEST_SUITE_P(Call, EnumerationFault, testing::Values(1U, 2U, 3U));
+
 // ---- private keys
 
 /// What happens before a key's context is open.
