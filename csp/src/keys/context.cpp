@@ -10,8 +10,9 @@ namespace klunortredi::csp {
 namespace {
 
 HandleTable<ProviderContext, HandleKind::Context>& contexts() {
-    static HandleTable<ProviderContext, HandleKind::Context> table(capi::ERROR_INVALID_HANDLE);
-    return table;
+    // Never destroyed: what a host leaves open would be freed after OpenSSL has cleaned up at exit.
+    static auto* const table = new HandleTable<ProviderContext, HandleKind::Context>(capi::ERROR_INVALID_HANDLE);
+    return *table;
 }
 
 /// The contexts that make a container.

@@ -28,8 +28,9 @@ Bytes reordered(ByteView signature, const KeyAlgorithm& key) {
 }
 
 HandleTable<HashObject, HandleKind::Hash>& hashes() {
-    static HandleTable<HashObject, HandleKind::Hash> table(capi::NTE_BAD_HASH);
-    return table;
+    // Never destroyed: what a host leaves open would be freed after OpenSSL has cleaned up at exit.
+    static auto* const table = new HandleTable<HashObject, HandleKind::Hash>(capi::NTE_BAD_HASH);
+    return *table;
 }
 
 } // namespace

@@ -11,8 +11,9 @@ namespace klunortredi::csp {
 namespace {
 
 HandleTable<KeyObject, HandleKind::Key>& keys() {
-    static HandleTable<KeyObject, HandleKind::Key> table(capi::NTE_BAD_KEY);
-    return table;
+    // Never destroyed: what a host leaves open would be freed after OpenSSL has cleaned up at exit.
+    static auto* const table = new HandleTable<KeyObject, HandleKind::Key>(capi::NTE_BAD_KEY);
+    return *table;
 }
 
 } // namespace
