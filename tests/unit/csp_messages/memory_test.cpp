@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <functional>
+#include <limits>
 
 namespace klunortredi::test {
 namespace {
@@ -20,7 +21,17 @@ namespace api = csp::exports;
 
 constexpr std::size_t pieceSize = 1U << 20U;
 constexpr std::size_t pieces = 256;
+// Sanitizers keep memory of their own: under them only the answer counts.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(SANITIZED)
+constexpr long allowedKib = std::numeric_limits<long>::max();
+#else
 constexpr long allowedKib = 64L << 10U;
+#endif
 
 /// Content that is made as it is needed.
 const Bytes& piece() {
@@ -57,15 +68,6 @@ bool feedContent(const Msg& msg) {
     return true;
 }
 
-class Memory : public testing::Test {
-protected:
-    void SetUp() override {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-        GTEST_SKIP() << "a sanitizer keeps memory of its own";
-#endif
-    }
-};
-
 /// Message octets, given to a message that reads them as they are made.
 struct Pipe {
     const Msg* reader;
@@ -78,7 +80,7 @@ BOOL pass(const void* argument, BYTE* data, DWORD size, BOOL final) {
     return pipe.ok ? 1 : 0;
 }
 
-TEST_F(Memory, StaysFlatWhileAnAttachedMessageIsMadeAndChecked) {
+TEST(Memory, StaysFlatWhileAnAttachedMessageIsMadeAndChecked) {
     EXPECT_EQ(inChild([] {
                   const Signer signer = makeSigner(KeyKind::Gost256);
                   CMSG_STREAM_INFO sink{capi::CMSG_INDEFINITE_LENGTH, discard, nullptr};
@@ -90,7 +92,7 @@ TEST_F(Memory, StaysFlatWhileAnAttachedMessageIsMadeAndChecked) {
               0);
 }
 
-TEST_F(Memory, StaysFlatWhileADetachedMessageIsMadeAndChecked) {
+TEST(Memory, StaysFlatWhileADetachedMessageIsMadeAndChecked) {
     EXPECT_EQ(inChild([] {
                   const Signer signer = makeSigner(KeyKind::Gost256);
                   CMSG_STREAM_INFO sink{capi::CMSG_INDEFINITE_LENGTH, discard, nullptr};

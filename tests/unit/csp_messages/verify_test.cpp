@@ -20,7 +20,6 @@ constexpr const char* messageDigestOid = "1.2.840.113549.1.9.4";
 constexpr const char* signingTimeOid = "1.2.840.113549.1.9.5";
 constexpr const char* countersignatureOid = "1.2.840.113549.1.9.6";
 constexpr const char* timeStampInfo = "1.2.840.113549.1.9.16.1.4";
-constexpr const char* sha256 = "2.16.840.1.101.3.4.2.1";
 
 class VerifySignature : public testing::TestWithParam<KeyKind> {
 protected:
