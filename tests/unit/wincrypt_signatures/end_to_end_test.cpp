@@ -126,7 +126,8 @@ protected:
     }
 
     [[nodiscard]] static std::string
-    sign(const std::string& format, const std::vector<crypto::format::SignatureRequest::Attribute>& attributes = {}) {
+    sign(const std::string& format, const std::vector<crypto::format::SignatureRequest::Attribute>& attributes = {},
+         const std::string& data = content) {
         const wincrypt::SignatureFactory factory(format);
         const auto creator = factory.creator({});
         const auto params = creator->params();
@@ -134,7 +135,6 @@ protected:
         own.certificate = signer();
         own.attributes = attributes;
         creator->initialize(own);
-        const std::string data = content;
         creator->update(reinterpret_cast<const unsigned char*>(data.data()), data.size());
         std::vector<unsigned char> out;
         EXPECT_TRUE(creator->finalize(out));
@@ -317,6 +317,26 @@ TEST_P(EndToEnd, DetachedSignatureWithOtherContentOrNoneIsRefused) {
     EXPECT_FALSE(verify(signature, std::string("other content")));
     EXPECT_FALSE(verify(signature, std::string()));
     EXPECT_FALSE(verify(signature));
+}
+
+TEST_P(EndToEnd, XmlSignatureIsValidUntilAnotherOneChangesTheDocument) {
+    ASSERT_NO_FATAL_FAILURE(prepare());
+    const auto valid = [](const std::string& document) {
+        const auto validator = wincrypt::SignatureFactory("xmldsig").validator({});
+        const auto params = validator->params();
+        dynamic_cast<crypto::SignatureFactory::Validator::Params&>(*params).certificate = signer();
+        validator->initialize(*params);
+        validator->update(reinterpret_cast<const unsigned char*>(document.data()), document.size());
+        std::vector<unsigned char> out;
+        return validator->finalize(out);
+    };
+    const std::string document = "<document><line>text</line></document>";
+    const auto once = sign("xmldsig", {}, document);
+    EXPECT_FALSE(valid(document));
+    EXPECT_TRUE(valid(once));
+    EXPECT_FALSE(valid(changed(once, once.find("text"))));
+    // The first signature does not cover the second one, which is in the document now: one of two is not valid.
+    EXPECT_FALSE(valid(sign("xmldsig", {}, once)));
 }
 
 INSTANTIATE_TEST_SUITE_P(

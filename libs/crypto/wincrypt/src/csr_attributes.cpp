@@ -32,6 +32,7 @@ std::string nameValuePair() {
 
 std::string extensionRequest(std::vector<Encoded> extensions) {
     std::vector<CERT_EXTENSION> list;
+    list.reserve(extensions.size());
     for (auto& extension : extensions) {
         list.push_back({const_cast<char*>(extension.oid),
                         0,

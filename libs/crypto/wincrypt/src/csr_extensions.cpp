@@ -38,7 +38,7 @@ std::string keyUsage(std::uint16_t usage) {
     std::array<BYTE, 2> octets{static_cast<BYTE>(usage & 0xFFU), static_cast<BYTE>(usage >> 8U)};
     const DWORD size = octets[1] == 0 ? 1 : 2;
     DWORD unused = 0; // DER leaves the zero bits at the end of a list of named bits out
-    while (unused < 7 && (octets[size - 1] >> unused & 1U) == 0) {
+    while (unused < 7 && (unsigned{octets[size - 1]} >> unused & 1U) == 0) {
         ++unused;
     }
     return tools::encodeKeyUsage({size, octets.data(), unused});
@@ -47,6 +47,7 @@ std::string keyUsage(std::uint16_t usage) {
 std::string certificatePolicies(const std::vector<std::string>& oids) {
     log::debug("wincrypt: certificate request: try encode certificate policies to asn");
     std::vector<CERT_POLICY_INFO> policies;
+    policies.reserve(oids.size());
     for (const auto& oid : oids) {
         policies.push_back({text(oid), 0, nullptr});
     }
@@ -55,6 +56,7 @@ std::string certificatePolicies(const std::vector<std::string>& oids) {
 
 std::string enhancedKeyUsage(const std::vector<std::string>& oids) {
     std::vector<char*> usages;
+    usages.reserve(oids.size());
     for (const auto& oid : oids) {
         usages.push_back(text(oid));
     }

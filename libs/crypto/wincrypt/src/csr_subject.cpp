@@ -68,6 +68,7 @@ std::string encodeSubject(const std::string& subject) {
         attributes.emplace_back(key, value);
     }
     std::vector<CERT_RDN> names;
+    names.reserve(attributes.size());
     for (auto& attribute : attributes) {
         names.push_back({1, attribute.describe()});
     }
