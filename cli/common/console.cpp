@@ -39,7 +39,7 @@ void Console::note(const std::string& line) const {
 }
 
 void Console::failure(const Failure& failure) const {
-    std::cerr << "klunortredi: " << failure.what() << '\n';
+    std::cerr << program_ << ": " << failure.what() << '\n';
     if (options_.json) {
         printJson({{"error", {{"kind", failure.kind()}, {"code", failure.code()}, {"message", failure.what()}}}});
         std::cout.flush();

@@ -10,12 +10,15 @@
 #include <functional>
 #include <ostream>
 #include <string>
+#include <utility>
 
 namespace klunortredi::cli {
 
 class Console {
 public:
-    explicit Console(const Options& options) : options_(options) {}
+    /// `program` is whom the line of a failure names.
+    explicit Console(const Options& options, std::string program = "klunortredi")
+        : options_(options), program_(std::move(program)) {}
 
     /// The verb's one result: the document with --json (with its schema number), else what `text` prints.
     void result(nlohmann::ordered_json document, const std::function<void(std::ostream&)>& text) const;
@@ -30,6 +33,7 @@ public:
 
 private:
     const Options& options_;
+    std::string program_;
 };
 
 } // namespace klunortredi::cli

@@ -233,21 +233,34 @@ void Container::setCertificate(DWORD spec, ByteView der) {
     files::writeAtomically(directory_ / certificateFileName(spec), der);
 }
 
-void Container::check() const {
-    if (meta_.keys.empty()) {
-        fail(capi::NTE_KEYSET_ENTRY_BAD);
-    }
-    failedTries();
-    for (const KeyEntry& entry : meta_.keys) {
-        readKeyFile(entry);
+std::vector<std::string> Container::damagedFiles() const {
+    std::vector<std::string> damaged;
+    const auto inspect = [&damaged](const std::string& file, const auto& read) {
         try {
-            publicKeyFromInfo(entry.publicKeyInfo);
+            read();
+        } catch (const ApiError&) {
+            damaged.push_back(file);
+        }
+    };
+    inspect(triesFileName, [&] { failedTries(); });
+    for (const KeyEntry& entry : meta_.keys) {
+        inspect(keyFileName(entry), [&] { readKeyFile(entry); });
+        inspect(metaFileName, [&] { publicKeyFromInfo(entry.publicKeyInfo); });
+        inspect(certificateFileName(entry.spec), [&] {
             if (const auto der = certificate(entry.spec)) {
                 checkCertificate(*der, entry.publicKeyInfo);
             }
-        } catch (const ApiError&) {
-            fail(capi::NTE_KEYSET_ENTRY_BAD);
-        }
+        });
+    }
+    if (meta_.keys.empty()) {
+        damaged.emplace_back(metaFileName);
+    }
+    return damaged;
+}
+
+void Container::check() const {
+    if (!damagedFiles().empty()) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD);
     }
 }
 

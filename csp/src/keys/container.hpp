@@ -61,8 +61,10 @@ public:
     /// Throws ApiError: NTE_BAD_DATA when `der` is no certificate, NTE_BAD_PUBLIC_KEY when it is of another key.
     void setCertificate(DWORD spec, ByteView der);
 
-    /// Reads everything that can be checked without the PIN. Throws ApiError(NTE_KEYSET_ENTRY_BAD) at damage: a key
-    /// file, a public key, the count or a certificate that is missing, malformed or does not match.
+    /// Names of the damaged files, as far as that can be told without the PIN: a key file, a public key (it stands in
+    /// the description), the count or a certificate that is missing, malformed or does not match.
+    [[nodiscard]] std::vector<std::string> damagedFiles() const;
+    /// Throws ApiError(NTE_KEYSET_ENTRY_BAD) when there are any.
     void check() const;
 
 private:
