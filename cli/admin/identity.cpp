@@ -1,0 +1,85 @@
+#include "identity.hpp"
+
+#include "failure.hpp"
+
+#include <algorithm>
+
+namespace klunortredi::admin {
+
+namespace {
+
+using cli::ExitCode;
+using cli::Failure;
+using KeyBag = Bag<csp::ossl::Pkcs8>;
+using CertificateBag = Bag<csp::ossl::X509Ptr>;
+
+/// The same key under several certificates is still one key.
+void dropRepeated(std::vector<KeyBag>& keys) {
+    const auto repeated = [](const KeyBag& bag) { return bag.localKeyId; };
+    for (auto bag = keys.begin(); bag != keys.end(); ++bag) {
+        const auto id = repeated(*bag);
+        keys.erase(std::remove_if(std::next(bag), keys.end(),
+                                  [&](const KeyBag& other) { return !id.empty() && other.localKeyId == id; }),
+                   keys.end());
+    }
+}
+
+std::string namesOf(const std::vector<KeyBag>& keys) {
+    std::string names;
+    for (const KeyBag& bag : keys) {
+        names += (names.empty() ? "'" : ", '") + bag.friendlyName + "'";
+    }
+    return names;
+}
+
+KeyBag chooseKey(std::vector<KeyBag> keys, const std::string& wanted) {
+    if (keys.empty()) {
+        throw Failure(ExitCode::input, "nothing to import", "the file holds no private key");
+    }
+    dropRepeated(keys);
+    if (wanted.empty() && keys.size() > 1) {
+        throw Failure(ExitCode::usage, "cannot tell which key to import",
+                      "the file holds " + std::to_string(keys.size()) + ": " + namesOf(keys), "name one with --key");
+    }
+    const auto found = wanted.empty() ? keys.begin() : std::find_if(keys.begin(), keys.end(), [&](const auto& k) {
+        return k.friendlyName == wanted;
+    });
+    if (found == keys.end()) {
+        throw Failure(ExitCode::no, "no key '" + wanted + "'", "the file holds " + namesOf(keys));
+    }
+    return std::move(*found);
+}
+
+const CertificateBag* chooseCertificate(const std::vector<CertificateBag>& certificates, const PrivateKey& key,
+                                        const csp::Bytes& localKeyId) {
+    const CertificateBag* chosen = nullptr;
+    for (const CertificateBag& bag : certificates) {
+        const bool linked = !localKeyId.empty() && bag.localKeyId == localKeyId;
+        if (belongsTo(bag.object.get(), key)) {
+            chosen = chosen == nullptr || linked ? &bag : chosen;
+        } else if (linked) {
+            throw Failure(ExitCode::service, "cannot import the key", "the certificate beside it is of another key");
+        }
+    }
+    if (chosen == nullptr && !certificates.empty()) {
+        throw Failure(ExitCode::service, "cannot import the key", "no certificate of the file belongs to it");
+    }
+    return chosen;
+}
+
+} // namespace
+
+Identity chooseIdentity(PfxContents contents, const std::string& wanted) {
+    const KeyBag bag = chooseKey(std::move(contents.keys), wanted);
+    Identity identity{decodePrivateKey(bag.object.get()), {}, bag.friendlyName, contents.certificates.size()};
+    if (const auto* const chosen = chooseCertificate(contents.certificates, identity.key, bag.localKeyId)) {
+        identity.certificate = encodeCertificate(chosen->object.get());
+        identity.otherCertificates -= 1;
+        if (identity.friendlyName.empty()) {
+            identity.friendlyName = chosen->friendlyName;
+        }
+    }
+    return identity;
+}
+
+} // namespace klunortredi::admin

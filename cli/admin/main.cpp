@@ -1,0 +1,38 @@
+#include "arguments.hpp"
+#include "openssl_setup.hpp"
+#include "refusal.hpp"
+
+#include <sys/stat.h>
+
+#include <csignal>
+
+namespace {
+
+using namespace klunortredi;
+
+cli::ExitCode run(const admin::Command& command) {
+    const cli::Console console(command.options, admin::programName);
+    admin::Session session{command.options, console};
+    try {
+        try {
+            admin::prepareOpenssl();
+            return command.run(session);
+        } catch (...) {
+            throw admin::currentRefusal("cannot do this");
+        }
+    } catch (const cli::Failure& failure) {
+        console.failure(failure);
+        return failure.exit();
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // A reader that goes away is an output error like any other, not a death.
+    std::signal(SIGPIPE, SIG_IGN);
+    // Whatever this program writes is a key or lies beside one.
+    ::umask(S_IRWXG | S_IRWXO);
+    const admin::Command command = admin::parse(argc, argv);
+    return static_cast<int>(command.run ? run(command) : command.exit);
+}

@@ -1,0 +1,101 @@
+#include "containers.hpp"
+#include "core/error.hpp"
+#include "failure.hpp"
+#include "link.hpp"
+#include "refusal.hpp"
+#include "secrets.hpp"
+#include "text/unicode.hpp"
+#include "verbs/verbs.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+
+namespace klunortredi::admin {
+
+namespace {
+
+using cli::ExitCode;
+using cli::Failure;
+using csp::ContainerId;
+
+std::optional<ContainerId> idOf(const std::string& name, DWORD providerType) {
+    const auto wide = csp::wideFromUtf8(name);
+    try {
+        if (wide) {
+            ContainerId id = csp::parseContainerName(*wide, providerType);
+            csp::checkNewName(id);
+            return id;
+        }
+    } catch (const csp::ApiError&) { // told by the caller
+    }
+    return std::nullopt;
+}
+
+/// The name that was asked for; else the first of the file's own that a container can have.
+ContainerId chooseName(const ImportArguments& arguments, const Identity& identity) {
+    const DWORD type = identity.key.provider->type;
+    const auto candidates =
+        arguments.name.empty()
+            ? std::vector{identity.friendlyName, std::filesystem::path(arguments.files.file).stem().string()}
+            : std::vector{arguments.name};
+    for (const std::string& name : candidates) {
+        if (auto id = idOf(name, type)) {
+            return *std::move(id);
+        }
+    }
+    throw Failure(arguments.name.empty() ? ExitCode::usage : ExitCode::service,
+                  "cannot name the container '" + candidates.back() + "'", "no container can have that name",
+                  "choose one with --name");
+}
+
+/// Makes the container, whole or not at all.
+void store(const ContainerId& id, const Identity& identity, bool exportable, cli::PinSource& pin) {
+    csp::NewContainer draft(id);
+    const csp::Secret secret = takeSecret(pin.askNew("New PIN for container " + id.name + ": "));
+    draft.container().addKey(capi::AT_KEYEXCHANGE, identity.key.key.get(), exportable, csp::view(secret));
+    if (identity.certificate) {
+        draft.container().setCertificate(capi::AT_KEYEXCHANGE, *identity.certificate);
+    }
+    draft.commit();
+}
+
+} // namespace
+
+ExitCode importKey(Session& session, const ImportArguments& arguments) {
+    cli::PinSource password(session.options.password, "password", "--password");
+    cli::PinSource pin(session.options.pin);
+    const KeyFiles files = splitPair(arguments.files);
+    const Identity identity = readIdentity(files, password);
+    const ContainerId id = chooseName(arguments, identity);
+    try {
+        store(id, identity, arguments.exportable, pin);
+        if (identity.certificate) {
+            linkInStoreMy(*identity.certificate, id);
+        }
+    } catch (const csp::ApiError& e) {
+        throw refusal("cannot import into container " + id.name, e);
+    }
+    const csp::Container container = csp::Container::open(id);
+    nlohmann::ordered_json document = describe(id);
+    document.update({{"exportable", arguments.exportable},
+                     {"certificate", certificateThumbprint(container)},
+                     {"store", identity.certificate ? "my" : ""}});
+    session.console.result(document, [&](std::ostream& out) {
+        out << "imported into container " << id.name << "\n  of " << providerOf(id).name << '\n';
+        if (identity.certificate) {
+            out << "  certificate " << certificateThumbprint(container) << ", also in store my\n";
+        }
+    });
+    if (!identity.certificate) {
+        session.console.note("The file holds no certificate: add it with 'klunortredi install CERT --container " +
+                             id.name + "'.");
+    }
+    if (identity.otherCertificates > 0) {
+        session.console.note(std::to_string(identity.otherCertificates) +
+                             " other certificate(s) in the file were left out; 'klunortredi certs add' takes them.");
+    }
+    return ExitCode::done;
+}
+
+} // namespace klunortredi::admin
