@@ -187,6 +187,40 @@ TEST_F(SystemStore, ForgetsWhatAKilledWriterLeft) {
     EXPECT_FALSE(std::filesystem::exists(left));
 }
 
+TEST_F(SystemStore, IsWholeWheneverAWriterIsKilled) {
+    add(systemStore("my").get(), person().der);
+    for (int round = 1; round <= 10; ++round) {
+        std::array<int, 2> progress{};
+        ASSERT_EQ(pipe(progress.data()), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            const auto store = systemStore("my");
+            const Context held(api::CertEnumCertificatesInStore(store.get(), nullptr));
+            for (std::uint8_t value = 0;; ++value) {
+                setBlob(held.get(), 77, csp::Bytes(20000, value));
+                static_cast<void>(!::write(progress[1], &value, 1));
+            }
+        }
+        close(progress[1]);
+        for (int i = 0; i < round; ++i) {
+            char done = 0;
+            ASSERT_EQ(::read(progress[0], &done, 1), 1);
+        }
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        close(progress[0]);
+
+        const auto store = systemStore("my");
+        const Context held(api::CertEnumCertificatesInStore(store.get(), nullptr));
+        ASSERT_NE(held, nullptr);
+        const csp::Bytes value = property(held.get(), 77);
+        ASSERT_EQ(value.size(), 20000U);
+        EXPECT_EQ(value, csp::Bytes(20000, value.front())) << "half of one, half of another";
+        ASSERT_TRUE(setBlob(held.get(), 78, {1})); // the lock went with the process
+        EXPECT_THAT(files("my"), SizeIs(1)) << "what was half-written is cleaned up";
+    }
+}
+
 TEST_F(SystemStore, StandsAsItWasWhenTheDiskIsFull) {
     const auto held = add(systemStore("my").get(), person().der);
     const std::string before = content(files("my").front());
