@@ -1,0 +1,77 @@
+// Keys that others published.
+
+#include "corpora/manifest.hpp"
+#include "csp_admin/place.hpp"
+
+#include <gmock/gmock.h>
+
+namespace admin_test {
+namespace {
+
+using testing::IsEmpty;
+
+class PublishedKey : public testing::Test {
+protected:
+    void SetUp() override {
+        root_ = corpora::root();
+        if (!root_) {
+            GTEST_SKIP() << "the folder of published cases is not here";
+        }
+    }
+
+    std::optional<std::string> root_;
+    Place place_;
+};
+
+TEST_F(PublishedKey, Pkcs12FilesGetTheVerdictOfTheirPublishers) {
+    corpora::Tally tally;
+    for (const corpora::Case& row : corpora::cases(*root_, "gnutls-gost")) {
+        if (row.op != "p12") {
+            continue;
+        }
+        place_.folder().write("password.txt", row.args.at("pass") + "\n");
+        const Outcome importing = place_.import({row.folder + "/" + row.input});
+        if ((importing.exit == 0) == (row.expected == "OK")) {
+            ++tally.right;
+        } else {
+            tally.wrong.push_back(row.id + ": exit " + std::to_string(importing.exit) + " " + importing.err);
+        }
+    }
+    corpora::print("gnutls-gost (p12)", tally);
+    EXPECT_GT(tally.right, 0);
+    EXPECT_THAT(tally.wrong, IsEmpty());
+}
+
+/// The certificate is made by certtool from the same file: another judge of what its octets mean.
+TEST_F(PublishedKey, Pkcs8FilesAreUnderstoodAsGnutlsUnderstandsThem) {
+    if (!installed("certtool")) {
+        GTEST_SKIP() << "certtool is not installed";
+    }
+    place_.folder().write("template", "cn = \"Published\"\nserial = 7\nexpiration_days = 30\nsigning_key\n");
+    int imported = 0;
+    for (const corpora::Case& row : corpora::cases(*root_, "gnutls-gost")) {
+        if (row.op != "parse" || row.args.at("type") != "pkey") {
+            continue;
+        }
+        const std::string key = row.folder + "/" + row.input;
+        place_.mustTool({"certtool", "--generate-self-signed", "--load-privkey", key, "--template", "template",
+                         "--outfile", "certificate.pem"});
+        const Outcome importing = place_.import({key, "certificate.pem", "--name", row.id});
+        EXPECT_EQ(importing.exit, 0) << row.id << ": " << importing.err;
+        imported += importing.exit == 0 ? 1 : 0;
+    }
+    EXPECT_EQ(imported, 5);
+}
+
+TEST_F(PublishedKey, ExampleKeysOfTk26BelongToTheirCertificatesAndSign) {
+    for (const std::string bits : {"256", "512"}) {
+        const std::string stem = *root_ + "/gost-tk26-pygost/";
+        const Outcome importing =
+            place_.import({stem + "key" + bits + ".p8.der", stem + "cert" + bits + ".der", "--name", bits});
+        ASSERT_EQ(importing.exit, 0) << importing.err;
+        EXPECT_THAT(place_.signingProblem(bits + " bit"), IsEmpty());
+    }
+}
+
+} // namespace
+} // namespace admin_test
