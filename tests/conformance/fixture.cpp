@@ -96,7 +96,7 @@ Bytes fetch(const Fetch& call) {
 Bytes walkSizes(const Fetch& call) {
     constexpr std::uint8_t untouched = 0xA5;
     constexpr std::size_t behind = 16;
-    EXPECT_REFUSED(call(nullptr, nullptr), capi::ERROR_INVALID_PARAMETER);
+    EXPECT_REFUSED(call(nullptr, nullptr), BAD_ARGUMENT);
     DWORD needed = 0;
     must(call(nullptr, &needed), "asking for the size");
     EXPECT_GT(needed, 0U);

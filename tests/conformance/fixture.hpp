@@ -48,6 +48,12 @@ void must(bool ok, const char* step);
     EXPECT_TRUE(::conformance::refuses([&] { return static_cast<bool>(call); }, {__VA_ARGS__})) << #call
 #define EXPECT_ACCEPTED(call) EXPECT_TRUE(::conformance::accepts([&] { return static_cast<bool>(call); })) << #call
 
+/// The two spellings that the documentation has for an argument that makes no sense, as a system error and as HRESULT.
+#define BAD_ARGUMENT                                                                                                   \
+    ::capi::ERROR_INVALID_PARAMETER, ::DWORD {                                                                         \
+        0x80070057                                                                                                     \
+    }
+
 /// A two-call entry point: fills the buffer, or tells the size when it is null.
 using Fetch = std::function<bool(void* buffer, DWORD* size)>;
 /// The value of a fixed structure or text by the two-call protocol; throws when a call fails.
@@ -119,7 +125,7 @@ inline const char* numbered(DWORD number) {
 inline DWORD sizeOf(const Bytes& bytes) {
     return static_cast<DWORD>(bytes.size());
 }
-inline Bytes bytesOf(std::string_view text) {
+inline Bytes octets(std::string_view text) {
     return {text.begin(), text.end()};
 }
 /// What a blob of the CryptoAPI holds; for CRYPT_BIT_BLOB too.

@@ -18,7 +18,7 @@ Bytes nameOf(std::string_view commonName) {
     constexpr std::uint8_t sequence = 0x30;
     constexpr std::uint8_t set = 0x31;
     Bytes attribute = fromHex("0603550403");
-    const Bytes value = wrapped(utf8String, bytesOf(commonName));
+    const Bytes value = wrapped(utf8String, octets(commonName));
     attribute.insert(attribute.end(), value.begin(), value.end());
     return wrapped(sequence, wrapped(set, wrapped(sequence, attribute)));
 }
