@@ -11,7 +11,7 @@ namespace klunortredi::cli {
 
 namespace {
 
-void printJson(nlohmann::ordered_json document) {
+void printJson(const nlohmann::ordered_json& document) {
     nlohmann::ordered_json whole = {{"schema", 1}};
     whole.update(document);
     // Texts come from files and certificates of others: what is not UTF-8 is shown as the replacement character.
@@ -20,9 +20,9 @@ void printJson(nlohmann::ordered_json document) {
 
 } // namespace
 
-void Console::result(nlohmann::ordered_json document, const std::function<void(std::ostream&)>& text) const {
+void Console::result(const nlohmann::ordered_json& document, const std::function<void(std::ostream&)>& text) const {
     if (options_.json) {
-        printJson(std::move(document));
+        printJson(document);
     } else {
         text(std::cout);
     }

@@ -21,7 +21,7 @@ public:
         : options_(options), program_(std::move(program)) {}
 
     /// The verb's one result: the document with --json (with its schema number), else what `text` prints.
-    void result(nlohmann::ordered_json document, const std::function<void(std::ostream&)>& text) const;
+    void result(const nlohmann::ordered_json& document, const std::function<void(std::ostream&)>& text) const;
     /// A remark for the person on standard error; silent with --quiet.
     void note(const std::string& line) const;
     /// The one line of a failure, and its JSON document.

@@ -19,7 +19,7 @@ namespace klunortredi::cli {
 
 namespace {
 
-constexpr std::size_t bufferSize = 256 * 1024;
+constexpr std::size_t bufferSize = std::size_t{256} * 1024;
 constexpr std::size_t sniffed = 4096; // armour further in than this is no armour
 
 bool isBase64(char c) {

@@ -32,13 +32,17 @@ private:
     int fd_;
 };
 
-/// Turns echo off for its life.
+constexpr char interrupted = '\x03'; // what Ctrl-C sends
+
+/// Turns echo off for its life. Ctrl-C ends the line instead of the process: a process that dies here would leave the
+/// terminal without echo.
 class Silence {
 public:
     explicit Silence(int fd) : fd_(fd), known_(::tcgetattr(fd, &before_) == 0) {
         if (known_) {
             termios quiet = before_;
-            quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+            quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO | ISIG);
+            quiet.c_cc[VEOL] = static_cast<cc_t>(interrupted);
             ::tcsetattr(fd_, TCSAFLUSH, &quiet);
         }
     }
@@ -135,7 +139,7 @@ std::string PinSource::readLine(int fd, const std::string& name) const {
     return line;
 }
 
-/// The answer typed at the terminal; none for Ctrl-D or an empty line. Throws Failure without a terminal.
+/// The answer typed at the terminal; none for Ctrl-C, Ctrl-D or an empty line. Throws Failure without a terminal.
 std::optional<std::string> PinSource::askTerminal(const std::string& prompt) const {
     const Descriptor terminal(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
     if (terminal.get() < 0) {
@@ -147,13 +151,16 @@ std::optional<std::string> PinSource::askTerminal(const std::string& prompt) con
             throw fileFailure("cannot ask for the " + word_, errno);
         }
     };
-    say(prompt);
     std::string line;
     {
-        const Silence silence(terminal.get());
+        const Silence silence(terminal.get()); // before the prompt: what answers the prompt must not be echoed
+        say(prompt);
         char c = '\0';
-        while (line.size() <= longestPin && ::read(terminal.get(), &c, 1) == 1 && c != '\n') {
+        while (line.size() <= longestPin && ::read(terminal.get(), &c, 1) == 1 && c != '\n' && c != interrupted) {
             line.push_back(c);
+        }
+        if (c == interrupted) {
+            line.clear();
         }
     }
     say("\n");
