@@ -67,7 +67,7 @@ private:
         verb->add_option("FILE", imported->files.file, "PKCS#12 file, or a private key (then with CERT)")->required();
         verb->add_option("CERT", imported->files.certificate, "The private key's certificate");
         verb->add_option("--name", imported->name, "Name of the new container (default: the key's, else the file's)");
-        verb->add_option("--key", imported->files.key, "Which key of the file, by its friendly name");
+        verb->add_option("--key", imported->files.key, "Which key of the file: its friendly name, or its number");
         verb->add_flag("--exportable", imported->exportable, "Let the private key leave its container again");
 
         auto exported = std::make_shared<ExportArguments>();

@@ -15,12 +15,12 @@ using CertificateBag = Bag<csp::ossl::X509Ptr>;
 
 /// The same key under several certificates is still one key.
 void dropRepeated(std::vector<KeyBag>& keys) {
-    const auto repeated = [](const KeyBag& bag) { return bag.localKeyId; };
-    for (auto bag = keys.begin(); bag != keys.end(); ++bag) {
-        const auto id = repeated(*bag);
-        keys.erase(std::remove_if(std::next(bag), keys.end(),
-                                  [&](const KeyBag& other) { return !id.empty() && other.localKeyId == id; }),
-                   keys.end());
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        const csp::Bytes& id = keys[i].localKeyId;
+        const auto rest = keys.begin() + static_cast<std::ptrdiff_t>(i) + 1;
+        keys.erase(
+            std::remove_if(rest, keys.end(), [&](const auto& other) { return !id.empty() && other.localKeyId == id; }),
+            keys.end());
     }
 }
 
@@ -32,22 +32,31 @@ std::string namesOf(const std::vector<KeyBag>& keys) {
     return names;
 }
 
+/// By friendly name, where that says which; else by number from 1.
+std::size_t positionOf(const std::vector<KeyBag>& keys, const std::string& wanted) {
+    const auto named = [&](const KeyBag& bag) { return bag.friendlyName == wanted; };
+    if (std::count_if(keys.begin(), keys.end(), named) == 1) {
+        return static_cast<std::size_t>(std::find_if(keys.begin(), keys.end(), named) - keys.begin());
+    }
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        if (std::to_string(i + 1) == wanted) {
+            return i;
+        }
+    }
+    throw Failure(ExitCode::no, "no key '" + wanted + "'", "the file holds " + namesOf(keys),
+                  "choose by name or by number, from 1");
+}
+
 KeyBag chooseKey(std::vector<KeyBag> keys, const std::string& wanted) {
     if (keys.empty()) {
         throw Failure(ExitCode::input, "nothing to import", "the file holds no private key");
     }
     dropRepeated(keys);
     if (wanted.empty() && keys.size() > 1) {
-        throw Failure(ExitCode::usage, "cannot tell which key to import",
-                      "the file holds " + std::to_string(keys.size()) + ": " + namesOf(keys), "name one with --key");
+        throw Failure(ExitCode::usage, "cannot tell which key to import", "the file holds " + namesOf(keys),
+                      "choose one with --key, by name or by number from 1");
     }
-    const auto found = wanted.empty() ? keys.begin() : std::find_if(keys.begin(), keys.end(), [&](const auto& k) {
-        return k.friendlyName == wanted;
-    });
-    if (found == keys.end()) {
-        throw Failure(ExitCode::no, "no key '" + wanted + "'", "the file holds " + namesOf(keys));
-    }
-    return std::move(*found);
+    return std::move(keys[wanted.empty() ? 0 : positionOf(keys, wanted)]);
 }
 
 const CertificateBag* chooseCertificate(const std::vector<CertificateBag>& certificates, const PrivateKey& key,

@@ -18,8 +18,8 @@ struct Identity {
     std::size_t otherCertificates = 0;     ///< further ones in the file
 };
 
-/// The key with its certificate. A file of several keys needs `wanted`, the friendly name of one. Among certificates of
-/// the same key the one that the file links with it (localKeyID) goes first.
+/// The key with its certificate. A file of several keys needs `wanted`, the friendly name of one or its number from 1.
+/// Among certificates of the same key the one that the file links with it (localKeyID) goes first.
 ///
 /// Throws cli::Failure: no key (exit 3), no such key (exit 1), several keys (exit 2, naming them), certificates of
 /// which none is the key's (exit 4). Certificates also judge whether the key's octets were understood; only a file

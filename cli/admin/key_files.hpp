@@ -13,7 +13,7 @@ namespace klunortredi::admin {
 struct KeyFiles {
     std::string file;        ///< PKCS#12, or the private key
     std::string certificate; ///< beside a private key; empty for PKCS#12
-    std::string key;         ///< friendly name of the key, where the file holds several
+    std::string key;         ///< friendly name or number of the key, where the file holds several
 };
 
 /// Takes "KEY+CERT" apart: `files.file` when there is no file of that name and both halves are there.

@@ -23,9 +23,12 @@ protected:
         place_.mustTool({"javac", "-cp", jars, "-d", "classes", JAVA_SOURCES "/MakePfx.java"});
     }
 
+    void make(const std::string& kind) const {
+        place_.mustTool({"java", "-cp", std::string(jars) + ":classes", "MakePfx", kind, "castle.p12", "secret"});
+    }
+
     void expectToSign(const std::string& kind) const {
-        const std::string classPath = std::string(jars) + ":classes";
-        place_.mustTool({"java", "-cp", classPath, "MakePfx", kind, "castle.p12", "secret"});
+        make(kind);
         const Outcome importing = place_.import({"castle.p12", "--name", kind});
         ASSERT_EQ(importing.exit, 0) << importing.err;
         EXPECT_THAT(place_.signingProblem("Castle " + kind), IsEmpty());
@@ -48,10 +51,31 @@ TEST_F(Castle, AMacOf1994IsChecked) {
 }
 
 TEST_F(Castle, AKeyAndACertificateUnderTheAgreementOidAreTaken) {
-    place_.mustTool({"java", "-cp", std::string(jars) + ":classes", "MakePfx", "agreement", "castle.p12", "secret"});
+    make("agreement");
     const Outcome importing = place_.import({"castle.p12"});
     ASSERT_EQ(importing.exit, 0) << importing.err;
     EXPECT_THAT(importing.out, HasSubstr("(512)"));
+}
+
+TEST_F(Castle, OfTwoKeysOneIsChosen) {
+    make("two");
+    const Outcome unsure = place_.import({"castle.p12"});
+    EXPECT_EQ(unsure.exit, 2);
+    EXPECT_THAT(unsure.err, AllOf(HasSubstr("'first'"), HasSubstr("'second'")));
+    EXPECT_EQ(place_.import({"castle.p12", "--key", "third"}).exit, 1);
+    EXPECT_EQ(place_.import({"castle.p12", "--key", "3"}).exit, 1);
+    const Outcome importing = place_.import({"castle.p12", "--key", "second"});
+    ASSERT_EQ(importing.exit, 0) << importing.err;
+    EXPECT_THAT(place_.signingProblem("Castle second"), IsEmpty());
+    EXPECT_EQ(place_.import({"castle.p12", "--key", "1", "--name", "by number"}).exit, 0);
+}
+
+TEST_F(Castle, AKeyBesideTheCertificateOfAnotherIsRefused) {
+    make("mismatch");
+    const Outcome importing = place_.import({"castle.p12"});
+    EXPECT_EQ(importing.exit, 4);
+    EXPECT_THAT(importing.err, HasSubstr("no certificate of the file belongs to it"));
+    EXPECT_THAT(place_.json({"list"})["containers"], IsEmpty());
 }
 
 } // namespace

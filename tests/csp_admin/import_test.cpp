@@ -14,6 +14,7 @@ struct Kind {
     const char* name;
     Words algorithm;
     int providerType;
+    friend void PrintTo(const Kind& value, std::ostream* out) { *out << value.name; }
 };
 
 class ImportOfKey : public testing::TestWithParam<Kind> {};
@@ -49,6 +50,7 @@ TEST(Import, TakesAKeyOf2001) {
 struct Protection {
     const char* name;
     Words words;
+    friend void PrintTo(const Protection& value, std::ostream* out) { *out << value.name; }
 };
 
 class ImportOfProtection : public testing::TestWithParam<Protection> {};

@@ -42,25 +42,34 @@ TEST_F(PublishedKey, Pkcs12FilesGetTheVerdictOfTheirPublishers) {
     EXPECT_THAT(tally.wrong, IsEmpty());
 }
 
-/// The certificate is made by certtool from the same file: another judge of what its octets mean.
+/// The certificate is made by certtool from the same file: another judge of what its octets mean. One curve is unknown
+/// to it; there openssl judges.
 TEST_F(PublishedKey, Pkcs8FilesAreUnderstoodAsGnutlsUnderstandsThem) {
     if (!installed("certtool")) {
         GTEST_SKIP() << "certtool is not installed";
     }
     place_.folder().write("template", "cn = \"Published\"\nserial = 7\nexpiration_days = 30\nsigning_key\n");
     int imported = 0;
+    int byCerttool = 0;
     for (const corpora::Case& row : corpora::cases(*root_, "gnutls-gost")) {
         if (row.op != "parse" || row.args.at("type") != "pkey") {
             continue;
         }
         const std::string key = row.folder + "/" + row.input;
-        place_.mustTool({"certtool", "--generate-self-signed", "--load-privkey", key, "--template", "template",
-                         "--outfile", "certificate.pem"});
+        const bool judged = place_
+                                .tool({"certtool", "--generate-self-signed", "--load-privkey", key, "--template",
+                                       "template", "--outfile", "certificate.pem"})
+                                .exit == 0;
+        if (!judged) {
+            place_.openssl().must({"req", "-x509", "-key", key, "-subj", "/CN=Published", "-out", "certificate.pem"});
+        }
+        byCerttool += judged ? 1 : 0;
         const Outcome importing = place_.import({key, "certificate.pem", "--name", row.id});
         EXPECT_EQ(importing.exit, 0) << row.id << ": " << importing.err;
         imported += importing.exit == 0 ? 1 : 0;
     }
     EXPECT_EQ(imported, 5);
+    EXPECT_GE(byCerttool, 4);
 }
 
 TEST_F(PublishedKey, ExampleKeysOfTk26BelongToTheirCertificatesAndSign) {

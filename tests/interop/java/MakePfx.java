@@ -2,14 +2,16 @@
 //   store      its own key store with a GOST R 34.10-2012 (256) key: BER, PBE of PKCS#12
 //   rsa        the same with an RSA key
 //   gost94     PBES2 with AES-256, the MAC of GOST R 34.11-94 with a key of RFC 7292, appendix B
+//   two        the key store with two keys, called "first" and "second"
+//   mismatch   a key with the certificate of another key
 //   agreement  a GOST R 34.10-2012 (512) key and a certificate under the agreement's OID, as R 1323565.1.023 has them
 
+import java.io.ByteArrayOutputStream;
 import java.io.FileOutputStream;
 import java.math.BigInteger;
 import java.security.KeyPair;
 import java.security.KeyPairGenerator;
 import java.security.KeyStore;
-import java.security.PrivateKey;
 import java.security.Security;
 import java.security.cert.Certificate;
 import java.security.spec.ECGenParameterSpec;
@@ -20,6 +22,8 @@ import org.bouncycastle.asn1.cryptopro.CryptoProObjectIdentifiers;
 import org.bouncycastle.asn1.pkcs.PrivateKeyInfo;
 import org.bouncycastle.asn1.x500.X500Name;
 import org.bouncycastle.asn1.x509.AlgorithmIdentifier;
+import org.bouncycastle.asn1.x509.Extension;
+import org.bouncycastle.asn1.x509.KeyUsage;
 import org.bouncycastle.asn1.x509.SubjectPublicKeyInfo;
 import org.bouncycastle.cert.X509CertificateHolder;
 import org.bouncycastle.cert.X509v3CertificateBuilder;
@@ -69,20 +73,25 @@ public final class MakePfx {
             info.parsePublicKey());
     }
 
-    private static X509CertificateHolder certificate(KeyPair pair, String kind) throws Exception {
-        X500Name name = new X500Name("CN=Castle " + kind);
+    private static X509CertificateHolder certificate(KeyPair pair, String subject, String kind) throws Exception {
+        X500Name name = new X500Name("CN=Castle " + subject);
         Date now = new Date();
         return new X509v3CertificateBuilder(name, BigInteger.valueOf(now.getTime()), new Date(now.getTime() - DAY),
             new Date(now.getTime() + 30 * DAY), name, publicKey(pair, kind))
+            .addExtension(Extension.keyUsage, true, new KeyUsage(KeyUsage.digitalSignature))
             .build(new JcaContentSignerBuilder(signature(kind)).setProvider("BC").build(pair.getPrivate()));
     }
 
-    private static byte[] keyStore(PrivateKey key, X509CertificateHolder holder, char[] password) throws Exception {
-        Certificate certificate = new JcaX509CertificateConverter().setProvider("BC").getCertificate(holder);
+    private static byte[] keyStore(String kind, char[] password, String... names) throws Exception {
         KeyStore store = KeyStore.getInstance("PKCS12", "BC");
         store.load(null, null);
-        store.setKeyEntry("castle", key, password, new Certificate[] {certificate});
-        java.io.ByteArrayOutputStream out = new java.io.ByteArrayOutputStream();
+        for (String name : names) {
+            KeyPair pair = keyPair(kind);
+            Certificate certificate =
+                new JcaX509CertificateConverter().setProvider("BC").getCertificate(certificate(pair, name, kind));
+            store.setKeyEntry(name, pair.getPrivate(), password, new Certificate[] {certificate});
+        }
+        ByteArrayOutputStream out = new ByteArrayOutputStream();
         store.store(out, password);
         return out.toByteArray();
     }
@@ -115,11 +124,20 @@ public final class MakePfx {
         Security.addProvider(new BouncyCastleProvider());
         String kind = arguments[0];
         char[] password = arguments[2].toCharArray();
-        KeyPair pair = keyPair(kind);
-        X509CertificateHolder holder = certificate(pair, kind);
-        boolean store = kind.equals("store") || kind.equals("rsa");
         try (FileOutputStream out = new FileOutputStream(arguments[1])) {
-            out.write(store ? keyStore(pair.getPrivate(), holder, password) : pfx(pair, holder, kind, password));
+            out.write(make(kind, password));
         }
+    }
+
+    private static byte[] make(String kind, char[] password) throws Exception {
+        if (kind.equals("two")) {
+            return keyStore(kind, password, "first", "second");
+        }
+        if (kind.equals("store") || kind.equals("rsa")) {
+            return keyStore(kind, password, kind);
+        }
+        KeyPair pair = keyPair(kind);
+        KeyPair certified = kind.equals("mismatch") ? keyPair(kind) : pair;
+        return pfx(pair, certificate(certified, kind, kind), kind, password);
     }
 }
