@@ -6,6 +6,9 @@ set -euo pipefail
 # Scripts work from any folder.
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
+# A checkout in another place finds what this one has compiled.
+export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
+
 build_packages=(
     g++ cmake ninja-build ccache pkg-config
     libboost-filesystem1.81-dev libboost-log1.81-dev libboost-date-time1.81-dev libboost1.81-dev
