@@ -34,6 +34,8 @@ public:
                     const std::string& extensions = "signer_extensions");
 
     [[nodiscard]] const test_support::TempFolder& folder() const noexcept { return folder_; }
+    /// Where the service keeps its data.
+    [[nodiscard]] std::string home() const { return home_.path(); }
     [[nodiscard]] const test_support::Openssl& openssl() const noexcept { return openssl_; }
 
 private:

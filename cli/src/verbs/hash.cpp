@@ -44,6 +44,16 @@ bool isOid(const std::string& text) {
     return !text.empty() && text.find_first_not_of("0123456789.") == std::string::npos;
 }
 
+std::string digestOf(Session& session, Input& input, const std::string& oid) {
+    Progress progress(session.console.showsProgress(), "hashing " + input.name(), input.size());
+    input.watch([&progress](std::uint64_t octets) { progress.advance(octets); });
+    const auto hash = chooseProvider("")->hash(nullptr, oid);
+    const std::string digest = orvik::plugin::hex::encode(hash->create(input.raw()));
+    input.watch({});
+    input.check();
+    return digest;
+}
+
 } // namespace
 
 ExitCode hash(Session& session, const HashArguments& arguments) {
@@ -53,11 +63,7 @@ ExitCode hash(Session& session, const HashArguments& arguments) {
                       "use an OID, or streebog256, streebog512, md_gost94, sha1, sha256, sha384, sha512");
     }
     Input input(arguments.file);
-    Progress progress(session.console.showsProgress(), "hashing", input.size());
-    input.watch([&progress](std::uint64_t octets) { progress.advance(octets); });
-    const auto hash = chooseProvider("")->hash(nullptr, oid);
-    const std::string digest = orvik::plugin::hex::encode(hash->create(input.raw()));
-    input.check();
+    const std::string digest = digestOf(session, input, oid);
     session.console.result({{"file", input.name()}, {"algorithm", oid}, {"digest", digest}},
                            [&](std::ostream& out) { out << digest << "  " << input.name() << '\n'; });
     return ExitCode::done;
