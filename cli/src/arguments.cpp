@@ -133,7 +133,10 @@ private:
         auto signing = std::make_shared<SignArguments>();
         CLI::App* verb = add(app_, "sign", "Sign files", signing, sign);
         verb->add_option("FILE", signing->files, "Files to sign")->required();
-        verb->add_option("--cert", signing->certificate, "The signer's certificate in store my")->required();
+        verb->add_option("--cert", signing->certificate,
+                         "The signer's certificate in store my: thumbprint prefix, serial, or part of the subject")
+            ->type_name("WHICH")
+            ->required();
         verb->add_option("--format", signing->format, "Signature format")->check(formats)->capture_default_str();
         verb->add_option("--attribute", signing->attributes, "Signed attribute")
             ->type_name("OID=TYPE:VALUE")
@@ -161,7 +164,7 @@ private:
 
         auto randomness = std::make_shared<RandomArguments>();
         verb = add(app_, "random", "Random octets", randomness, random);
-        verb->add_option("N", randomness->count, "How many")->required();
+        verb->add_option("N", randomness->count, "How many")->check(CLI::NonNegativeNumber)->required();
         CLI::Option* hex = verb->add_flag("--hex", randomness->hex, "As hexadecimal text");
         verb->add_flag("--base64", randomness->base64, "As Base64 text")->excludes(hex);
 
@@ -174,6 +177,18 @@ private:
 
 bool asksForJson(int argc, char** argv) {
     return std::any_of(argv, argv + argc, [](const char* argument) { return std::string_view(argument) == "--json"; });
+}
+
+/// What is wrong with the words, and where the verb that they named tells how to use it.
+Failure misuse(const CLI::App& app, const CLI::ParseError& e) {
+    std::string named = app.get_name();
+    for (auto verbs = app.get_subcommands(); !verbs.empty(); verbs = verbs.front()->get_subcommands()) {
+        named += " " + verbs.front()->get_name();
+    }
+    const auto unknown = app.remaining();
+    const bool noVerb = app.get_subcommands().empty() && !unknown.empty();
+    return {ExitCode::usage, "wrong usage", noVerb ? "there is no verb '" + unknown.front() + "'" : e.what(),
+            "see '" + named + " --help'"};
 }
 
 } // namespace
@@ -193,7 +208,7 @@ Command parse(int argc, char** argv) {
         command.options.json = asksForJson(argc, argv);
         command.exit = ExitCode::usage;
         const Console console(command.options);
-        console.failure(Failure(ExitCode::usage, "wrong usage", e.what(), "see 'klunortredi --help'"));
+        console.failure(misuse(app, e));
     }
     return command;
 }

@@ -7,7 +7,11 @@
 
 #include <boost/date_time/posix_time/posix_time.hpp>
 
+#include <clocale>
+#include <cwctype>
+
 #include <algorithm>
+#include <regex>
 #include <sstream>
 #include <utility>
 
@@ -90,13 +94,22 @@ unsigned keyUsageBits(const std::string& list) {
 }
 
 std::string lower(std::string_view text) {
-    std::string result(text);
-    for (char& c : result) {
-        if (c >= 'A' && c <= 'Z') {
-            c = static_cast<char>(c - 'A' + 'a');
-        }
+    // Names are Unicode whatever the person's own locale is.
+    static const locale_t letters = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    std::wstring result = wide(std::string(text));
+    std::transform(result.begin(), result.end(), result.begin(), [](wchar_t c) {
+        return static_cast<wchar_t>(letters == nullptr ? std::towlower(static_cast<wint_t>(c))
+                                                       : ::towlower_l(static_cast<wint_t>(c), letters));
+    });
+    return utf8(result);
+}
+
+void checkOid(const std::string& option, const std::string& text) {
+    static const std::regex pattern("[0-2](\\.(0|[1-9][0-9]*))+");
+    if (!std::regex_match(text, pattern)) {
+        throw Failure(ExitCode::usage, "cannot use " + option + " " + text, "it is no object identifier",
+                      "for example 1.2.643.7.1.1.1.1");
     }
-    return result;
 }
 
 std::string utf8(const std::wstring& wide) {

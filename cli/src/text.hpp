@@ -22,8 +22,10 @@ std::string serial(const std::string& littleEndian);
 std::vector<std::string> keyUsage(unsigned bits);
 /// Octets of a key-usage list "digitalSignature,nonRepudiation"; Failure (usage) for an unknown name.
 unsigned keyUsageBits(const std::string& list);
-/// ASCII letters lowered; other characters kept.
+/// Letters of every script lowered; other characters kept.
 std::string lower(std::string_view text);
+/// Throws Failure (usage), naming the option, when `text` is no dotted object identifier.
+void checkOid(const std::string& option, const std::string& text);
 /// A wide text of the library as UTF-8.
 std::string utf8(const std::wstring& wide);
 std::wstring wide(const std::string& utf8);

@@ -164,5 +164,50 @@ TEST_F(BadInput, ASubjectThatIsNone) {
     }
 }
 
+TEST_F(BadInput, WrongUsagePointsToTheVerbsOwnHelp) {
+    refused(place_.cli({"frobnicate"}), 2, "there is no verb 'frobnicate'; see 'klunortredi --help'");
+    refused(place_.cli({"sign"}), 2, "see 'klunortredi sign --help'");
+    refused(place_.cli({"certs", "show"}), 2, "see 'klunortredi certs show --help'");
+    refused(place_.cli({"random", "-5"}), 2, "-5");
+}
+
+TEST_F(BadInput, WhatIsNoObjectIdentifier) {
+    for (const char* option : {"--eku", "--policy", "--param-set"}) {
+        refused(place_.cliWithPin({"request", "--container", "two", "--subject", "2.5.4.3=X", option, "name"}), 2,
+                std::string(option) + " name: it is no object identifier");
+    }
+    refused(place_.cliWithPin({"sign", "report.txt", "--cert", "one", "--attribute", "name=UTF8String:x"}), 2,
+            "--attribute name: it is no object identifier");
+    EXPECT_FALSE(place_.folder().has("two.csr"));
+}
+
+TEST_F(BadInput, ASecondContainerOfTheSameNameIsTold) {
+    refused(place_.cliWithPin({"request", "--container", "one", "--subject", "2.5.4.3=X", "--out", "two.csr"}), 4,
+            "cannot make a key pair in container one: a container of that name is there already");
+}
+
+TEST_F(BadInput, StandardInputIsNotBothSignatureAndContent) {
+    refused(place_.cli({"verify", "-", "--content", "-"}), 2, "standard input");
+}
+
+TEST_F(BadInput, AFileThatIsNoXmlCannotBeSignedAsXml) {
+    const Outcome signing =
+        place_.cliWithPin({"sign", "report.txt", "--cert", "one", "--format", "xmldsig", "--out", "out.sig"});
+    refused(signing, 3, "no well-formed XML");
+    nothingWritten();
+}
+
+TEST_F(BadInput, ABatchInWhichASignatureWouldReplaceAnotherFile) {
+    ASSERT_EQ(::mkdir((place_.folder() / "folder").c_str(), 0755), 0);
+    place_.folder().write("folder/report.txt", "Another report.\n");
+    refused(
+        place_.cliWithPin({"sign", "report.txt", "folder/report.txt", "--cert", "one", "--out-dir", ".", "--force"}), 2,
+        "report.txt.sig");
+    EXPECT_FALSE(place_.folder().has("report.txt.sig"));
+    refused(place_.cliWithPin({"sign", "report.txt", "--cert", "one", "--out", "./report.txt", "--force"}), 2,
+            "report.txt");
+    EXPECT_EQ(place_.folder().read("report.txt"), "The report.\n");
+}
+
 } // namespace
 } // namespace cli_test

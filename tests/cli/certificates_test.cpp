@@ -63,5 +63,14 @@ TEST(Certificates, ThoseInContainersAreSeenThroughTheProvider) {
     EXPECT_EQ(list["certificates"][0]["subject"], "CN=Signer one");
 }
 
+TEST(Certificates, AreFoundByAPartOfTheSubjectInAnyCaseOfAnyScript) {
+    Workplace place;
+    place.makeSigner("Печать Отдела");
+    for (const char* which : {"печать", "ПЕЧАТЬ ОТДЕЛА", "sIGNER"}) {
+        EXPECT_EQ(place.cli({"certs", "show", which}).exit, 0) << which;
+    }
+    EXPECT_EQ(place.cli({"certs", "show", "печаль"}).exit, 1);
+}
+
 } // namespace
 } // namespace cli_test

@@ -2,6 +2,7 @@
 
 #include "console.hpp"
 #include "crypto/wincrypt/csr_creator.hpp"
+#include "current_failure.hpp"
 #include "failure.hpp"
 #include "installed.hpp"
 #include "options.hpp"
@@ -42,10 +43,32 @@ void checkSubject(const std::string& subject) {
     }
 }
 
+void checkOids(const RequestArguments& arguments) {
+    if (!arguments.paramSet.empty()) {
+        text::checkOid("--param-set", arguments.paramSet);
+    }
+    for (const std::string& oid : arguments.enhancedKeyUsage) {
+        text::checkOid("--eku", oid);
+    }
+    for (const std::string& oid : arguments.policies) {
+        text::checkOid("--policy", oid);
+    }
+}
+
+auto makeRequest(const boost::shared_ptr<orvik::plugin::crypto::CsrCreatorParams>& params, const std::string& container,
+                 const std::string& pin) {
+    try {
+        return orvik::plugin::wincrypt::CsrCreator().create(params, pin);
+    } catch (...) {
+        throw currentFailure("cannot make a key pair in container " + container);
+    }
+}
+
 } // namespace
 
 ExitCode request(Session& session, const RequestArguments& arguments) {
     checkSubject(arguments.subject);
+    checkOids(arguments);
     // The output is claimed first: a key pair whose request cannot be written is of no use.
     OutputFile out(arguments.out.empty() ? arguments.container + ".csr" : arguments.out, session.options.force);
 
@@ -63,7 +86,7 @@ ExitCode request(Session& session, const RequestArguments& arguments) {
     params->exportable = arguments.exportable;
 
     const std::string pin = session.pin.source().askNew("New PIN for container " + arguments.container + ": ");
-    const auto result = orvik::plugin::wincrypt::CsrCreator().create(params, pin);
+    const auto result = makeRequest(params, arguments.container, pin);
     const std::string der = orvik::plugin::base64::decode(result->request);
     out.write(session.options.pem ? toPem(der, "CERTIFICATE REQUEST") : der);
     out.commit();

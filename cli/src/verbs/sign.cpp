@@ -15,8 +15,11 @@
 #include "progress.hpp"
 #include "text.hpp"
 
+#include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
 #include <nlohmann/json.hpp>
+
+#include <set>
 
 namespace klunortredi::cli {
 
@@ -30,14 +33,15 @@ using orvik::plugin::crypto::format::SignatureRequest;
 constexpr std::size_t chunkSize = 1024 * 1024;
 
 /// "OID=TYPE:VALUE" into its three texts.
-SignatureRequest::Attribute parseAttribute(const std::string& text) {
-    const auto equals = text.find('=');
-    const auto colon = text.find(':', equals == std::string::npos ? 0 : equals);
+SignatureRequest::Attribute parseAttribute(const std::string& option) {
+    const auto equals = option.find('=');
+    const auto colon = option.find(':', equals == std::string::npos ? 0 : equals);
     if (equals == std::string::npos || colon == std::string::npos || equals == 0) {
-        throw Failure(ExitCode::usage, "cannot use --attribute " + text, "it is not of the form OID=TYPE:VALUE",
+        throw Failure(ExitCode::usage, "cannot use --attribute " + option, "it is not of the form OID=TYPE:VALUE",
                       "for example 1.2.3.4=UTF8String:text");
     }
-    return {text.substr(equals + 1, colon - equals - 1), text.substr(0, equals), text.substr(colon + 1)};
+    text::checkOid("--attribute", option.substr(0, equals));
+    return {option.substr(equals + 1, colon - equals - 1), option.substr(0, equals), option.substr(colon + 1)};
 }
 
 /// One batch: a signer, a format, and where the signatures go.
@@ -77,6 +81,25 @@ public:
         return {{"input", file}, {"output", out.path()}, {"format", arguments_.format}, {"bytes", signature.size()}};
     }
 
+    /// Refuses, before anything is written, a batch in which one signature would replace another, or a file yet to be
+    /// signed.
+    void checkOutputs() const {
+        std::set<boost::filesystem::path> taken;
+        if (session_.options.force) {
+            for (const std::string& file : arguments_.files) {
+                taken.insert(boost::filesystem::weakly_canonical(file));
+            }
+        }
+        for (const std::string& file : arguments_.files) {
+            const std::string out = outputOf(file);
+            if (out != "-" && !taken.insert(boost::filesystem::weakly_canonical(out)).second) {
+                throw Failure(ExitCode::usage, "cannot sign " + file,
+                              "its signature would replace " + out + ", another file of this batch",
+                              "sign it by itself, or use --out or --out-dir");
+            }
+        }
+    }
+
     [[nodiscard]] const orvik::plugin::crypto::ICertificate& certificate() const { return *certificate_; }
 
 private:
@@ -95,8 +118,6 @@ private:
     }
 
     std::vector<unsigned char> signatureOf(Input& input, const std::string& what) {
-        Progress progress(session_.console.showsProgress(), "signing " + input.name(), input.size());
-        input.watch([&progress](std::uint64_t octets) { progress.advance(octets); });
         std::vector<unsigned char> out;
         try {
             const auto creator = factory_.creator(request_);
@@ -114,13 +135,17 @@ private:
         return out;
     }
 
-    static void feed(Input& input, orvik::plugin::IDataHandler& handler) {
+    /// The bar is gone when this returns: what comes behind it may ask for the PIN.
+    void feed(Input& input, orvik::plugin::IDataHandler& handler) const {
+        Progress progress(session_.console.showsProgress(), "signing " + input.name(), input.size());
+        input.watch([&progress](std::uint64_t octets) { progress.advance(octets); });
         std::vector<char> chunk(chunkSize);
         std::istream& stream = input.raw();
         while (stream.read(chunk.data(), static_cast<std::streamsize>(chunk.size())), stream.gcount() > 0) {
             handler.update(reinterpret_cast<const unsigned char*>(chunk.data()),
                            static_cast<std::size_t>(stream.gcount()));
         }
+        input.watch({});
         input.check();
     }
 
@@ -139,6 +164,7 @@ ExitCode sign(Session& session, const SignArguments& arguments) {
                       "use --out-dir");
     }
     Batch batch(session, arguments);
+    batch.checkOutputs();
     Json list = Json::array();
     ExitCode worst = ExitCode::done;
     for (const std::string& file : arguments.files) {

@@ -262,6 +262,9 @@ Verdict verifyCms(Session& session, const VerifyArguments& arguments, Input& inp
 } // namespace
 
 ExitCode verify(Session& session, const VerifyArguments& arguments) {
+    if (arguments.file == "-" && arguments.content == "-") {
+        throw Failure(ExitCode::usage, "cannot verify", "standard input cannot be both the signature and its content");
+    }
     Input input(arguments.file);
     Verdict verdict;
     if (input.peek(1).empty()) {
