@@ -41,6 +41,10 @@ void checkSubject(const std::string& subject) {
         throw Failure(ExitCode::usage, "cannot use --subject", "it is not of the form OID=VALUE;OID=VALUE",
                       "for example '2.5.4.3=Ivan Ivanov;2.5.4.6=RU'");
     }
+    const auto tooLong = [](const auto& pair) { return pair.first == "2.5.4.6" && pair.second.size() != 2; };
+    if (std::any_of(pairs.begin(), pairs.end(), tooLong)) {
+        throw Failure(ExitCode::usage, "cannot use --subject", "a country (2.5.4.6) has two letters", "for example RU");
+    }
 }
 
 void checkOids(const RequestArguments& arguments) {
