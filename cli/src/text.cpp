@@ -96,7 +96,12 @@ unsigned keyUsageBits(const std::string& list) {
 std::string lower(std::string_view text) {
     // Names are Unicode whatever the person's own locale is.
     static const locale_t letters = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-    std::wstring result = wide(std::string(text));
+    std::wstring result;
+    try {
+        result = wide(std::string(text));
+    } catch (const std::exception&) {
+        return std::string(text); // octets that are no UTF-8 have no letters
+    }
     std::transform(result.begin(), result.end(), result.begin(), [](wchar_t c) {
         return static_cast<wchar_t>(letters == nullptr ? std::towlower(static_cast<wint_t>(c))
                                                        : ::towlower_l(static_cast<wint_t>(c), letters));

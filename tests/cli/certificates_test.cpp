@@ -70,6 +70,7 @@ TEST(Certificates, AreFoundByAPartOfTheSubjectInAnyCaseOfAnyScript) {
         EXPECT_EQ(place.cli({"certs", "show", which}).exit, 0) << which;
     }
     EXPECT_EQ(place.cli({"certs", "show", "печаль"}).exit, 1);
+    EXPECT_EQ(place.cli({"certs", "show", "\xff\xfe"}).exit, 1);
 }
 
 } // namespace
