@@ -66,7 +66,10 @@ Failure make(const Meaning* meaning, ExitCode otherwise, const std::string& what
         return {otherwise, what, text.empty() ? "refused" : text, {}, code};
     }
     std::string why = meaning->why;
-    if (const auto* value = boost::get_error_info<orvik::plugin::exception::Value_>(e); value != nullptr) {
+    // Only the value of an attribute tells more than the words do; other attached texts say the same in Russian.
+    constexpr auto badAttribute = static_cast<std::uint32_t>(CryptoException::Code::badAttribute);
+    const auto* value = boost::get_error_info<orvik::plugin::exception::Value_>(e);
+    if (value != nullptr && code == badAttribute) {
         why += ": " + *value;
     }
     return {meaning->exit, what, why, meaning->next, code};

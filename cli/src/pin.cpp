@@ -1,5 +1,6 @@
 #include "pin.hpp"
 
+#include "capi/constants.hpp"
 #include "orvik/plugin/converter.hpp"
 #include "orvik/plugin/crypto/auth_provider.hpp"
 #include "orvik/plugin/crypto/i_auth_handle.hpp"
@@ -62,12 +63,16 @@ Failure PinDialog::refusal(const std::string& what) const {
     const auto left = triesLeft_ ? triesLeft_() : std::nullopt;
     if (left == 0U) {
         return {ExitCode::pin, what, "the container is locked after too many wrong PINs",
-                "unlock it with 'klunortredi-csp container unlock'"};
+                "unlock it with 'klunortredi-csp container unlock'", capi::SCARD_W_CHV_BLOCKED};
     }
     if (left) {
-        return {ExitCode::pin, what, "the PIN is wrong, " + std::to_string(*left) + " tries left"};
+        return {ExitCode::pin,
+                what,
+                "the PIN is wrong, " + std::to_string(*left) + " tries left",
+                {},
+                capi::SCARD_W_WRONG_CHV};
     }
-    return {ExitCode::pin, what, "the PIN is wrong"};
+    return {ExitCode::pin, what, "the PIN is wrong", {}, capi::SCARD_W_WRONG_CHV};
 }
 
 } // namespace klunortredi::cli
