@@ -15,7 +15,7 @@ cli::ExitCode run(const admin::Command& command) {
     admin::Session session{command.options, console};
     try {
         try {
-            admin::prepareOpenssl();
+            const admin::OpensslSetup setup;
             return command.run(session);
         } catch (...) {
             throw admin::currentRefusal("cannot do this");
