@@ -140,6 +140,7 @@ int runSuite(int argc, char** argv) {
         conformance::knownDeviations() = conformance::Deviations(test_support::readFile(options.deviations));
     }
     int count = static_cast<int>(rest.size());
+    rest.push_back(nullptr); // as behind argv
     testing::InitGoogleTest(&count, rest.data());
     return options.isolate ? runIsolated(options, home) : RUN_ALL_TESTS();
 }
