@@ -9,6 +9,7 @@
 #include "keys/container.hpp"
 #include "orvik/plugin/crypto/auth_provider.hpp"
 #include "orvik/plugin/crypto/i_auth_handle.hpp"
+#include "orvik/plugin/log.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
 
@@ -66,6 +67,8 @@ std::filesystem::path newHome() {
 } // namespace
 
 Signer::Signer() : home_(newHome()) {
+    orvik::plugin::log::setSink([](orvik::plugin::log::Severity, std::string_view) {});
+    orvik::plugin::log::setLevel(orvik::plugin::log::Severity::error);
     orvik::plugin::crypto::AuthProvider::setDialog(
         [](const orvik::plugin::crypto::IAuthHandle&, unsigned attempt) -> boost::optional<std::string> {
             return attempt == 0 ? boost::optional<std::string>(pin) : boost::none;
