@@ -15,7 +15,8 @@
  *     parameters  parenthesised parameter list
  *     arguments   parenthesised argument list for passing on
  *
- * A row stands on one line, "X(" first and the symbol quoted: the build reads the embedded service's export map from it.
+ * A row stands on one line, "X(" first and the symbol quoted: the build reads the embedded service's export map from
+ * it.
  */
 #ifndef CAPI_ENTRY_POINTS_H
 #define CAPI_ENTRY_POINTS_H

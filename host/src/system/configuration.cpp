@@ -18,7 +18,7 @@ fs::path fromEnvironment(const char* variable) {
     return value == nullptr ? fs::path() : fs::path(value);
 }
 
-/// By the XDG Base Directory Specification, which has relative paths ignored.
+/// By the XDG base directory rules, which have relative paths ignored.
 fs::path configurationFile() {
     auto base = fromEnvironment("XDG_CONFIG_HOME");
     if (!base.is_absolute()) {
