@@ -1,6 +1,7 @@
 #pragma once
 
 #include "service_double/double_fixture.hpp"
+#include "service_double/thrown.hpp"
 
 #include "crypto/wincrypt/certificate.hpp"
 #include "crypto/wincrypt/provider.hpp"
@@ -94,36 +95,8 @@ protected:
     }
 };
 
-/// What an exception of the framework tells: its number and its source location.
-struct Thrown {
-    int code;
-    std::string file;
-    std::string function;
-    int line;
-    friend bool operator==(const Thrown&, const Thrown&) = default;
-    friend std::ostream& operator<<(std::ostream& out, const Thrown& thrown) {
-        return out << thrown.code << " at " << thrown.file << ", " << thrown.function << ", " << thrown.line;
-    }
-};
-
-inline Thrown describe(const orvik::plugin::exception::Exception& e) {
-    const auto* const* file = boost::get_error_info<boost::throw_file>(e);
-    const auto* const* function = boost::get_error_info<boost::throw_function>(e);
-    const int* line = boost::get_error_info<boost::throw_line>(e);
-    return {e.code().value(), file != nullptr ? *file : "", function != nullptr ? *function : "",
-            line != nullptr ? *line : 0};
-}
-
-/// Runs `action`, which must throw an E, and tells what it threw.
-template <class E, class Action>
-Thrown thrownBy(Action&& action) {
-    try {
-        action();
-    } catch (const E& e) {
-        return describe(e);
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    return {};
-}
+using service_double::describe;
+using service_double::Thrown;
+using service_double::thrownBy;
 
 } // namespace wincrypt_keys
