@@ -51,7 +51,9 @@ Coding codingOf(std::string_view head) {
 /// The file descriptor as a stream buffer, with room to look ahead.
 class Input::Descriptor : public std::streambuf {
 public:
-    Descriptor(int fd, std::uint64_t size) : fd_(fd), size_(size), buffer_(bufferSize) {}
+    Descriptor(int fd, std::uint64_t size) : fd_(fd), size_(size), buffer_(bufferSize) {
+        setg(buffer_.data(), buffer_.data(), buffer_.data());
+    }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
     ~Descriptor() override {

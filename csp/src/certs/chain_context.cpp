@@ -1,8 +1,10 @@
 #include "certs/chain_context.hpp"
 
+#include "core/immortal.hpp"
+
 #include <deque>
+#include <map>
 #include <mutex>
-#include <unordered_map>
 
 namespace klunortredi::csp {
 
@@ -42,7 +44,7 @@ struct Layout {
 
 struct Registry {
     std::mutex mutex;
-    std::unordered_map<PCCERT_CHAIN_CONTEXT, std::unique_ptr<Layout>> chains;
+    std::map<PCCERT_CHAIN_CONTEXT, std::unique_ptr<Layout>> chains;
 
     auto find(PCCERT_CHAIN_CONTEXT chain) {
         const auto found = chains.find(chain);
@@ -55,7 +57,7 @@ struct Registry {
 
 Registry& registry() {
     // Never destroyed, as the registry of certificate contexts.
-    static auto* const instance = new Registry;
+    static Immortal<Registry> instance;
     return *instance;
 }
 

@@ -1,8 +1,10 @@
 #include "certs/context.hpp"
 
+#include "core/immortal.hpp"
+
 #include <algorithm>
+#include <map>
 #include <mutex>
-#include <unordered_map>
 
 namespace klunortredi::csp {
 
@@ -16,7 +18,7 @@ struct Entry {
 
 struct Registry {
     std::mutex mutex;
-    std::unordered_map<PCCERT_CONTEXT, std::unique_ptr<Entry>> entries;
+    std::map<PCCERT_CONTEXT, std::unique_ptr<Entry>> entries;
 
     auto find(PCCERT_CONTEXT context) {
         const auto found = entries.find(context);
@@ -29,7 +31,7 @@ struct Registry {
 
 Registry& registry() {
     // Never destroyed: a host's static objects may free their contexts after ours are gone.
-    static auto* const instance = new Registry;
+    static Immortal<Registry> instance;
     return *instance;
 }
 

@@ -1,5 +1,7 @@
 #include "certs/store.hpp"
 
+#include "core/immortal.hpp"
+
 namespace klunortredi::csp {
 
 namespace {
@@ -8,7 +10,7 @@ using StoreTable = HandleTable<OpenStore, HandleKind::Store>;
 
 StoreTable& stores() {
     // Never destroyed: a host's static objects may close their stores after ours are gone.
-    static auto* const table = new StoreTable(capi::ERROR_INVALID_HANDLE);
+    static Immortal<StoreTable> table(capi::ERROR_INVALID_HANDLE);
     return *table;
 }
 

@@ -5,6 +5,7 @@
 #include "certs/store_file.hpp"
 #include "core/files.hpp"
 #include "core/home.hpp"
+#include "core/immortal.hpp"
 
 #include <sys/stat.h>
 
@@ -69,13 +70,20 @@ std::shared_ptr<SystemStore> SystemStore::open(std::string_view name) {
         std::mutex mutex;
         std::map<fs::path, std::weak_ptr<SystemStore>> stores;
     };
-    static auto* const known = new Known; // never destroyed, as the tables of handles and contexts
+    static Immortal<Known> known; // as the tables of handles and contexts
     const fs::path directory = dataDirectory() / "stores" / folderName(name);
     const std::lock_guard lock(known->mutex);
     std::weak_ptr<SystemStore>& shared = known->stores[directory];
     auto store = shared.lock();
     if (!store) {
-        store = std::make_shared<SystemStore>(directory);
+        store = {new SystemStore(directory), [](SystemStore* last) {
+                     const std::unique_ptr<SystemStore> owned(last);
+                     const std::lock_guard forgetting(known->mutex);
+                     const auto found = known->stores.find(last->directory_);
+                     if (found != known->stores.end() && found->second.expired()) { // not opened again meanwhile
+                         known->stores.erase(found);
+                     }
+                 }};
         shared = store;
     }
     return store;

@@ -4,9 +4,9 @@
 
 #include "core/error.hpp"
 
+#include <map>
 #include <memory>
 #include <mutex>
-#include <unordered_map>
 
 namespace klunortredi::csp {
 
@@ -56,7 +56,8 @@ public:
 private:
     const DWORD badHandle_;
     mutable std::mutex mutex_;
-    std::unordered_map<unsigned long, std::shared_ptr<T>> objects_;
+    /// A map, since an empty one keeps no memory: the tables are never destroyed.
+    std::map<unsigned long, std::shared_ptr<T>> objects_;
     unsigned long last_ = 0;
 };
 

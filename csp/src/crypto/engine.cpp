@@ -35,14 +35,40 @@ ENGINE* loadGost() {
 
 const EVP_MD* fetchMethod(const DigestAlgorithm& algorithm) {
     const ossl::ErrorMark mark;
-    const EVP_MD* const method =
-        algorithm.gost ? ENGINE_get_digest(gostEngine(), OBJ_sn2nid(algorithm.name))
-                       : EVP_MD_fetch(nullptr, algorithm.name, nullptr); // kept for the life of the process
+    const EVP_MD* const method = algorithm.gost ? ENGINE_get_digest(gostEngine(), OBJ_sn2nid(algorithm.name))
+                                                : EVP_MD_fetch(nullptr, algorithm.name, nullptr);
     if (method == nullptr) {
         fail(capi::NTE_BAD_ALGID);
     }
     return method;
 }
+
+void giveBack(const DigestAlgorithm& algorithm, const EVP_MD* method) noexcept {
+    if (!algorithm.gost) { // those are the engine's
+        EVP_MD_free(const_cast<EVP_MD*>(method));
+    }
+}
+
+/// The digests found so far, by their place in digestAlgorithms().
+constexpr std::size_t mostMethods = 16;
+constinit std::array<std::atomic<const EVP_MD*>, mostMethods> methods{};
+
+/// Gives the fetched ones back at the end, and leaves the table empty: what a host's static objects still hash then is
+/// looked up anew.
+struct FetchedMethods {
+    FetchedMethods() { OPENSSL_init_crypto(0, nullptr); } // so that OpenSSL's own end comes after this one
+    FetchedMethods(const FetchedMethods&) = delete;
+    FetchedMethods& operator=(const FetchedMethods&) = delete;
+    ~FetchedMethods() {
+        for (const DigestAlgorithm& algorithm : digestAlgorithms()) {
+            giveBack(algorithm, methods[rowOf(algorithm)].exchange(nullptr));
+        }
+    }
+
+    static std::size_t rowOf(const DigestAlgorithm& algorithm) noexcept {
+        return static_cast<std::size_t>(&algorithm - digestAlgorithms().data());
+    }
+};
 
 } // namespace
 
@@ -52,16 +78,19 @@ ENGINE* gostEngine() {
 }
 
 const EVP_MD* digestMethod(const DigestAlgorithm& algorithm) {
-    constexpr std::size_t rows = 16;
-    static std::array<std::atomic<const EVP_MD*>, rows> methods{};
-    const auto index = static_cast<std::size_t>(&algorithm - digestAlgorithms().data());
-    if (index >= digestAlgorithms().size() || index >= rows) {
+    static const FetchedMethods givenBackAtTheEnd;
+    const std::size_t index = FetchedMethods::rowOf(algorithm);
+    if (index >= digestAlgorithms().size() || index >= methods.size()) {
         fail(capi::NTE_BAD_ALGID);
     }
     const EVP_MD* method = methods[index].load(std::memory_order_acquire);
     if (method == nullptr) {
-        method = fetchMethod(algorithm);
-        methods[index].store(method, std::memory_order_release);
+        const EVP_MD* const fetched = fetchMethod(algorithm);
+        if (methods[index].compare_exchange_strong(method, fetched, std::memory_order_acq_rel)) {
+            method = fetched;
+        } else {
+            giveBack(algorithm, fetched); // another thread was first
+        }
     }
     return method;
 }

@@ -1,6 +1,7 @@
 #include "keys/context.hpp"
 
 #include "core/error.hpp"
+#include "core/immortal.hpp"
 #include "keys/provider_context.hpp"
 
 #include <vector>
@@ -11,7 +12,7 @@ namespace {
 
 HandleTable<ProviderContext, HandleKind::Context>& contexts() {
     // Never destroyed: what a host leaves open would be freed after OpenSSL has cleaned up at exit.
-    static auto* const table = new HandleTable<ProviderContext, HandleKind::Context>(capi::ERROR_INVALID_HANDLE);
+    static Immortal<HandleTable<ProviderContext, HandleKind::Context>> table(capi::ERROR_INVALID_HANDLE);
     return *table;
 }
 

@@ -1,6 +1,7 @@
 #include "keys/hash_object.hpp"
 
 #include "core/error.hpp"
+#include "core/immortal.hpp"
 #include "core/output.hpp"
 #include "crypto/signature.hpp"
 
@@ -29,7 +30,7 @@ Bytes reordered(ByteView signature, const KeyAlgorithm& key) {
 
 HandleTable<HashObject, HandleKind::Hash>& hashes() {
     // Never destroyed: what a host leaves open would be freed after OpenSSL has cleaned up at exit.
-    static auto* const table = new HandleTable<HashObject, HandleKind::Hash>(capi::NTE_BAD_HASH);
+    static Immortal<HandleTable<HashObject, HandleKind::Hash>> table(capi::NTE_BAD_HASH);
     return *table;
 }
 

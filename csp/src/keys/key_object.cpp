@@ -1,6 +1,7 @@
 #include "keys/key_object.hpp"
 
 #include "core/error.hpp"
+#include "core/immortal.hpp"
 #include "core/output.hpp"
 #include "crypto/key_pair.hpp"
 #include "crypto/signature.hpp"
@@ -12,7 +13,7 @@ namespace {
 
 HandleTable<KeyObject, HandleKind::Key>& keys() {
     // Never destroyed: what a host leaves open would be freed after OpenSSL has cleaned up at exit.
-    static auto* const table = new HandleTable<KeyObject, HandleKind::Key>(capi::NTE_BAD_KEY);
+    static Immortal<HandleTable<KeyObject, HandleKind::Key>> table(capi::NTE_BAD_KEY);
     return *table;
 }
 

@@ -2,6 +2,7 @@
 
 #include "core/error.hpp"
 #include "core/handle_table.hpp"
+#include "core/immortal.hpp"
 
 #include <algorithm>
 
@@ -13,7 +14,7 @@ using MessageTable = HandleTable<Message, HandleKind::Message>;
 
 MessageTable& messages() {
     // Never destroyed: a host's static objects may close their messages after ours are gone.
-    static auto* const table = new MessageTable(capi::ERROR_INVALID_HANDLE);
+    static Immortal<MessageTable> table(capi::ERROR_INVALID_HANDLE);
     return *table;
 }
 
