@@ -6,6 +6,8 @@
 #include "orvik/plugin/path_registry.hpp"
 #include "pin.hpp"
 
+#include <boost/filesystem/operations.hpp>
+
 #include <algorithm>
 #include <csignal>
 #include <iostream>
@@ -31,6 +33,19 @@ void setUpLog(int verbosity) {
     });
 }
 
+/// Takes the service library that was named instead of the one that is found.
+void useService(const std::string& path) {
+    if (path.empty()) {
+        return;
+    }
+    boost::system::error_code ignored;
+    if (!boost::filesystem::is_regular_file(path, ignored)) {
+        throw Failure(ExitCode::service, "cannot use --service " + path, "there is no CryptoAPI service library",
+                      "'klunortredi info' without the option tells what is installed");
+    }
+    orvik::plugin::PathRegistry::setService(path);
+}
+
 ExitCode run(const Command& command) {
     const Console console(command.options);
     PinDialog pin(command.options.pin);
@@ -38,9 +53,7 @@ ExitCode run(const Command& command) {
     Session session{command.options, console, pin};
     try {
         try {
-            if (!command.options.service.empty()) {
-                orvik::plugin::PathRegistry::setService(command.options.service);
-            }
+            useService(command.options.service);
             return command.run(session);
         } catch (...) {
             throw currentFailure("cannot do this");

@@ -112,7 +112,10 @@ TEST_F(BadInput, NoService) {
     RunOptions none;
     none.environment = {{"KLUNORTREDI_CRYPTOPRO", ""}, {"KLUNORTREDI_VIPNET", ""}};
     refused(place_.cli({"providers"}, none), 4, "no CryptoAPI service");
-    refused(place_.cli({"providers", "--service", "/nowhere/lib.so"}), 4, "no CryptoAPI service");
+    for (const char* verb : {"providers", "info"}) {
+        refused(place_.cli({verb, "--service", "/nowhere/lib.so"}), 4, "no CryptoAPI service");
+        refused(place_.cli({verb, "--service", "/tmp"}), 4, "no CryptoAPI service");
+    }
     const Outcome info = place_.cli({"info"}, none);
     EXPECT_EQ(info.exit, 0);
     EXPECT_THAT(info.out, HasSubstr("none found"));

@@ -82,6 +82,7 @@ TEST(SmallThings, HashAgreesWithOpenssl) {
                                                          {"streebog512", "md_gost12_512"},
                                                          {"md_gost94", "md_gost94"},
                                                          {"sha1", "sha1"},
+                                                         {"SHA-256", "sha256"},
                                                          {"sha256", "sha256"},
                                                          {"sha512", "sha512"}};
     for (const auto& [ours, theirs] : names) {

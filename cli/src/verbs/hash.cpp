@@ -27,16 +27,21 @@ struct HashName {
 };
 
 constexpr HashName hashNames[] = {
-    {"streebog256", "1.2.643.7.1.1.2.2"},   {"streebog512", "1.2.643.7.1.1.2.3"},
-    {"md_gost12_256", "1.2.643.7.1.1.2.2"}, {"md_gost12_512", "1.2.643.7.1.1.2.3"},
-    {"md_gost94", "1.2.643.2.2.9"},         {"sha1", "1.3.14.3.2.26"},
-    {"sha256", "2.16.840.1.101.3.4.2.1"},   {"sha384", "2.16.840.1.101.3.4.2.2"},
-    {"sha512", "2.16.840.1.101.3.4.2.3"},
+    {"streebog256", "1.2.643.7.1.1.2.2"}, {"streebog512", "1.2.643.7.1.1.2.3"}, {"mdgost12256", "1.2.643.7.1.1.2.2"},
+    {"mdgost12512", "1.2.643.7.1.1.2.3"}, {"mdgost94", "1.2.643.2.2.9"},        {"sha1", "1.3.14.3.2.26"},
+    {"sha256", "2.16.840.1.101.3.4.2.1"}, {"sha384", "2.16.840.1.101.3.4.2.2"}, {"sha512", "2.16.840.1.101.3.4.2.3"},
 };
+
+/// One name has many spellings: SHA-256, sha256, md_gost12_256 (openssl's).
+std::string plainName(const std::string& algorithm) {
+    std::string name = text::lower(algorithm);
+    std::erase_if(name, [](char c) { return c == '-' || c == '_'; });
+    return name;
+}
 
 std::string oidOf(const std::string& algorithm) {
     const auto* known = std::find_if(std::begin(hashNames), std::end(hashNames),
-                                     [&](const HashName& row) { return text::lower(algorithm) == row.name; });
+                                     [name = plainName(algorithm)](const HashName& row) { return name == row.name; });
     return known == std::end(hashNames) ? algorithm : known->oid;
 }
 

@@ -10,6 +10,8 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdlib>
+#include <pwd.h>
+#include <unistd.h>
 
 namespace klunortredi::cli {
 
@@ -32,17 +34,26 @@ std::vector<std::string> libraries() {
     return found;
 }
 
-/// Where the embedded service keeps its data.
+std::string variable(const char* name) {
+    const char* value = std::getenv(name);
+    return value == nullptr ? "" : value;
+}
+
+std::string homeOfUser() {
+    if (std::string home = variable("HOME"); !home.empty()) {
+        return home;
+    }
+    const passwd* const user = ::getpwuid(::getuid());
+    return user == nullptr ? "" : user->pw_dir;
+}
+
+/// Where the embedded service keeps its data; it goes by the same rules.
 std::string dataDirectory() {
-    const auto variable = [](const char* name) {
-        const char* value = std::getenv(name);
-        return std::string(value == nullptr ? "" : value);
-    };
     if (const std::string home = variable("KLUNORTREDI_HOME"); !home.empty()) {
         return home;
     }
     const std::string data = variable("XDG_DATA_HOME");
-    return (data.empty() ? variable("HOME") + "/.local/share" : data) + "/klunortredi";
+    return (data.empty() ? homeOfUser() + "/.local/share" : data) + "/klunortredi";
 }
 
 struct Row {

@@ -2,6 +2,7 @@
 
 #include "core/error.hpp"
 #include "crypto/algorithms.hpp"
+#include "crypto/gost_params.hpp"
 #include "crypto/ossl.hpp"
 
 #include <openssl/crypto.h>
@@ -13,6 +14,28 @@
 namespace klunortredi::csp {
 
 namespace {
+
+/// The engine makes the group of a curve at its first use and keeps it, without a lock: two threads with their first
+/// keys would meet there. Making all of them at once costs half a millisecond.
+void makeCurves(ENGINE* engine) {
+    for (const KeyAlgorithm& algorithm : keyAlgorithms()) {
+        if (!algorithm.gost) {
+            continue;
+        }
+        const ossl::PkeyCtx context(EVP_PKEY_CTX_new_id(algorithm.pkeyType, engine));
+        for (const GostParamSet& set : gostParamSets()) {
+            if (findGostParamSet(algorithm, set.oid) == nullptr) {
+                continue;
+            }
+            EVP_PKEY* made = nullptr; // stays null for a set that this engine does not know
+            if (context && EVP_PKEY_paramgen_init(context.get()) == 1 &&
+                EVP_PKEY_CTX_ctrl_str(context.get(), "paramset", set.engineName) == 1) {
+                EVP_PKEY_paramgen(context.get(), &made);
+            }
+            EVP_PKEY_free(made);
+        }
+    }
+}
 
 /// ENGINE_by_id takes the engine that the host has loaded already, or loads the installed one. What it implements
 /// is registered for the GOST algorithms alone; without that OpenSSL does not decode their keys.
@@ -30,6 +53,7 @@ ENGINE* loadGost() {
     ENGINE_register_digests(engine);
     ENGINE_register_pkey_meths(engine);
     ENGINE_register_pkey_asn1_meths(engine);
+    makeCurves(engine);
     return engine;
 }
 

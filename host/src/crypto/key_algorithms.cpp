@@ -49,6 +49,14 @@ constexpr std::array paramSets = {
     ParamSet{oids::rsa, rsa, "", "RSA"},
 };
 
+/// By either OID; null when unknown.
+const KeyAlgorithm* keyAlgorithm(boost::string_view oid) {
+    const auto* found = std::find_if(keyAlgorithms.begin(), keyAlgorithms.end(), [&](const KeyAlgorithm& row) {
+        return !oid.empty() && (oid == row.oid || oid == row.agreement);
+    });
+    return found == keyAlgorithms.end() ? nullptr : found;
+}
+
 } // namespace
 
 boost::optional<ParamSetInfo> algorithmParamSet(boost::string_view oid) {
@@ -61,11 +69,26 @@ boost::optional<ParamSetInfo> algorithmParamSet(boost::string_view oid) {
     return ParamSetInfo{found->oid, key.oid, found->second, key.hash, key.signature, found->name};
 }
 
+boost::optional<ParamSetInfo> algorithmParamSet(boost::string_view oid, const std::vector<std::string>& algorithms) {
+    auto set = algorithmParamSet(oid);
+    if (!set) {
+        return set;
+    }
+    const auto has = [&](const std::string& wanted) {
+        return std::find(algorithms.begin(), algorithms.end(), wanted) != algorithms.end();
+    };
+    const KeyAlgorithm* const second = keyAlgorithm(set->secondAlgorithm);
+    if (!has(set->algorithm) && has(set->secondAlgorithm) && second != nullptr) {
+        std::swap(set->algorithm, set->secondAlgorithm);
+        set->hashAlgorithm = second->hash;
+        set->signatureAlgorithm = second->signature;
+    }
+    return set;
+}
+
 std::string hashOidFromPublicKeyAlgOid(boost::string_view oid) {
-    const auto* found = std::find_if(keyAlgorithms.begin(), keyAlgorithms.end(), [&](const KeyAlgorithm& row) {
-        return !oid.empty() && (oid == row.oid || oid == row.agreement);
-    });
-    return found == keyAlgorithms.end() ? std::string() : found->hash;
+    const KeyAlgorithm* const found = keyAlgorithm(oid);
+    return found == nullptr ? std::string() : found->hash;
 }
 
 } // namespace orvik::plugin::crypto::tools

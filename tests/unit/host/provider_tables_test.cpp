@@ -101,6 +101,20 @@ TEST(ParamSet, OfCryptoProServesTheOlderAlgorithmToo) {
     }
 }
 
+TEST(ParamSet, SignsWithTheOlderAlgorithmWhereTheProviderHasNoOther) {
+    const auto old = tools::algorithmParamSet("1.2.643.2.2.35.1", {"1.2.643.2.2.19"});
+    ASSERT_TRUE(old);
+    EXPECT_EQ(old->algorithm, "1.2.643.2.2.19");
+    EXPECT_EQ(old->secondAlgorithm, "1.2.643.7.1.1.1.1");
+    EXPECT_EQ(old->hashAlgorithm, "1.2.643.2.2.9");
+    EXPECT_EQ(old->signatureAlgorithm, "1.2.643.2.2.3");
+
+    const std::vector<std::string> both = {"1.2.643.2.2.19", "1.2.643.7.1.1.1.1"};
+    EXPECT_EQ(tools::algorithmParamSet("1.2.643.2.2.35.1", both)->signatureAlgorithm, "1.2.643.7.1.1.3.2");
+    EXPECT_EQ(tools::algorithmParamSet("1.2.643.2.2.35.1", {})->signatureAlgorithm, "1.2.643.7.1.1.3.2");
+    EXPECT_FALSE(tools::algorithmParamSet("1.2.643.2.2.35.0", both));
+}
+
 TEST(ParamSet, OfRsaGoesByTheAlgorithmsOwnOid) {
     const auto set = tools::algorithmParamSet(rsa);
     ASSERT_TRUE(set);

@@ -82,8 +82,27 @@ std::string EmbeddedFixture::issue(const std::string& publicKey) const {
     }
     static_cast<void>(folder_.write("public.der", publicKey));
     openssl_.must({"pkey", "-pubin", "-inform", "DER", "-in", "public.der", "-pubout", "-out", "public.pem"});
-    openssl_.must({"x509", "-req", "-in", "any.csr", "-force_pubkey", "public.pem", "-CA", "ca.pem", "-CAkey", "ca.key",
-                   "-CAcreateserial", "-days", "30", "-outform", "DER", "-out", "certificate.der"});
+    openssl_.must({"x509",
+                   "-req",
+                   "-in",
+                   "any.csr",
+                   "-force_pubkey",
+                   "public.pem",
+                   "-CA",
+                   "ca.pem",
+                   "-CAkey",
+                   "ca.key",
+                   "-CAcreateserial",
+                   "-days",
+                   "30",
+                   "-extfile",
+                   "openssl.cnf",
+                   "-extensions",
+                   "signer_extensions",
+                   "-outform",
+                   "DER",
+                   "-out",
+                   "certificate.der"});
     return folder_.read("certificate.der");
 }
 

@@ -119,7 +119,8 @@ void generateKey(const CsrCreatorParams& params, unsigned long hProv, HCRYPTKEY&
 
 ParamSetInfo paramSet(const CsrCreatorParams& params) {
     const auto set =
-        crypto::tools::algorithmParamSet(params.paramSet.empty() ? defaultAgreementAlgorithm : params.paramSet);
+        crypto::tools::algorithmParamSet(params.paramSet.empty() ? defaultAgreementAlgorithm : params.paramSet,
+                                         crypto::tools::algorithms(*params.provider));
     if (!set) {
         refuse(CryptoException::Code::parameterSetUnsupported, "create");
     }

@@ -48,6 +48,10 @@ ORVIK_EXPORT bool isCNG(const IProvider& provider);
 /// Algorithm OIDs of the provider's record; empty when it has none.
 ORVIK_EXPORT std::vector<std::string> algorithms(const IProvider& provider);
 ORVIK_EXPORT boost::optional<ParamSetInfo> algorithmParamSet(boost::string_view oid);
+/// The parameter set as a provider with these key `algorithms` (OIDs) uses it: one that has only the set's older
+/// algorithm (GOST R 34.10-2001 on a CryptoPro curve) signs with that one's hash and signature algorithm.
+ORVIK_EXPORT boost::optional<ParamSetInfo> algorithmParamSet(boost::string_view oid,
+                                                             const std::vector<std::string>& algorithms);
 /// The hash that is paired with a public-key algorithm (agreement OIDs too); empty when unknown.
 ORVIK_EXPORT std::string hashOidFromPublicKeyAlgOid(boost::string_view oid);
 /// The text without armour lines and white space.

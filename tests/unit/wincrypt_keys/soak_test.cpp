@@ -1,0 +1,105 @@
+// Ten thousand signatures of 1 KiB in one process: after the first hundred neither memory nor open files grow.
+#include "embedded_fixture.hpp"
+
+#include "crypto/wincrypt/signature_factory.hpp"
+#include "crypto/wincrypt/tools_verify.hpp"
+#include "orvik/plugin/crypto/i_hash.hpp"
+
+#include <filesystem>
+#include <iterator>
+#include <malloc.h>
+#include <sstream>
+
+#if defined(__SANITIZE_ADDRESS__)
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes(); // its header comes with other compilers only
+#endif
+
+namespace wincrypt_keys {
+namespace {
+
+using orvik::plugin::wincrypt::Certificate;
+
+/// Octets that the process has allocated and not freed: exact, where the size of the process is not.
+std::size_t heap() {
+#if defined(__SANITIZE_ADDRESS__)
+    return __sanitizer_get_current_allocated_bytes();
+#else
+    const auto info = ::mallinfo2();
+    return info.uordblks + info.hblkhd;
+#endif
+}
+
+std::ptrdiff_t openFiles() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+class EmbeddedSoak : public EmbeddedFixture, public testing::WithParamInterface<KeyKind> {
+protected:
+    static constexpr int warmUp = 100;
+    static constexpr int rounds = 10'000;
+    /// Room for caches that settle late; one octet lost per signature is more.
+    static constexpr std::size_t allowance = 8192;
+
+    /// Runs `sign(round)` ten thousand times.
+    template <class Sign>
+    static void soak(Sign sign) {
+        std::size_t heapBefore = 0;
+        std::ptrdiff_t filesBefore = 0;
+        for (int round = 0; round < rounds; ++round) {
+            if (round == warmUp) {
+                heapBefore = heap();
+                filesBefore = openFiles();
+            }
+            ASSERT_NO_FATAL_FAILURE(sign(round));
+        }
+        EXPECT_LE(heap(), heapBefore + allowance);
+        EXPECT_EQ(openFiles(), filesBefore);
+    }
+
+    static std::string text(int round) {
+        auto text = std::to_string(round);
+        text.resize(1024, '.');
+        return text;
+    }
+};
+
+TEST_P(EmbeddedSoak, HashSignaturesKeepNothing) {
+    const auto certificate = signer(GetParam(), L"soak");
+    const auto own = provider(GetParam());
+    soak([&](int round) {
+        const auto hash = own.hash(certificate, GetParam().hashOid);
+        std::istringstream stream(text(round));
+        hash->create(stream);
+        const std::string signature = hash->sign();
+        ASSERT_TRUE(round % 100 != 0 || hash->verify(signature)) << round;
+    });
+    EXPECT_EQ(dialogues_, 1U);
+}
+
+TEST_P(EmbeddedSoak, MessagesMadeAndCheckedKeepNothing) {
+    const auto certificate = signer(GetParam(), L"soak");
+    soak([&](int round) {
+        const orvik::plugin::wincrypt::SignatureFactory factory("detached");
+        const auto creator = factory.creator({});
+        const auto params = creator->params();
+        dynamic_cast<orvik::plugin::crypto::SignatureFactory::Creator::Params&>(*params).certificate = certificate;
+        creator->initialize(*params);
+        const std::string data = text(round);
+        creator->update(reinterpret_cast<const unsigned char*>(data.data()), data.size());
+        std::vector<unsigned char> signature;
+        ASSERT_TRUE(creator->finalize(signature)) << round;
+        if (round % 10 == 0) {
+            std::istringstream message(std::string(signature.begin(), signature.end()));
+            std::istringstream content(data);
+            ASSERT_TRUE(orvik::plugin::wincrypt::tools::verify(message, boost::optional<std::istream&>(content)))
+                << round;
+        }
+    });
+    EXPECT_EQ(dialogues_, 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, EmbeddedSoak, testing::Values(gost256, gost512, rsa),
+                         testing::PrintToStringParamName());
+
+} // namespace
+} // namespace wincrypt_keys
