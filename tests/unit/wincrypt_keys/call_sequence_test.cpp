@@ -45,7 +45,7 @@ protected:
     static boost::shared_ptr<Certificate> linked() {
         auto certificate = boost::make_shared<Certificate>(der(gostCertificate));
         EXPECT_TRUE(certificate->link(plain(), L"box"));
-        certificate->provider(true);
+        EXPECT_TRUE(certificate->provider(true));
         service().clearCalls();
         return certificate;
     }
