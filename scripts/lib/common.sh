@@ -68,7 +68,9 @@ build_preset() {
 # has checked nothing then, so such a test is run once more and that run counts; leaks and failed tests are not repeated.
 repeat_where_the_leak_checker_died() {
     local preset=$1 log=$2 numbers
-    numbers=$(sed -nE 's/^([0-9]+): .*LeakSanitizer has encountered a fatal error.*/\1/p' "$log" | sort -un | paste -sd,)
+    numbers=$(comm -23 \
+        <(sed -nE 's/^([0-9]+): .*LeakSanitizer has encountered a fatal error.*/\1/p' "$log" | sort -u) \
+        <(sed -nE 's/^([0-9]+): \[  FAILED  \].*/\1/p' "$log" | sort -u) | paste -sd,)
     [ -n "$numbers" ] || return 0
     say "the leak checker died in tests $numbers: once more"
     sed -i -E "/ Test +#(${numbers//,/|}): /d" "$log"
