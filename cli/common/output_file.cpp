@@ -1,6 +1,7 @@
 #include "output_file.hpp"
 
 #include "failure.hpp"
+#include "leftover.hpp"
 #include "orvik/plugin/base64.hpp"
 
 #include <fcntl.h>
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 namespace klunortredi::cli {
@@ -21,6 +21,9 @@ std::string folderOf(const std::string& path) {
     const auto slash = path.rfind('/');
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
+
+/// What the name of an unfinished file ends with, where it must have one.
+constexpr const char* meanwhile = ".unfinished";
 
 } // namespace
 
@@ -48,15 +51,15 @@ OutputFile::OutputFile(std::string path, bool force) : path_(std::move(path)), f
         }
         return;
     }
-    openTemporary();
+    open();
 }
 
 OutputFile::~OutputFile() {
+    if (!temporary_.empty()) {
+        ::unlink(temporary_.c_str()); // while the lock is held: afterwards the name may be another process's
+    }
     if (fd_ >= 0 && fd_ != STDOUT_FILENO) {
         ::close(fd_);
-    }
-    if (!temporary_.empty()) {
-        ::unlink(temporary_.c_str());
     }
 }
 
@@ -83,24 +86,38 @@ void OutputFile::commit() {
     publish();
 }
 
-void OutputFile::openTemporary() {
-    // A file without a name leaves nothing behind, whatever ends the process.
-    fd_ = ::open(folderOf(path_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
-    if (fd_ >= 0) {
+void OutputFile::nameMeanwhile(const std::string& name) {
+    if (direct_) {
         return;
     }
-    if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
+    if (const auto left = Leftover::find(name)) {
+        left->remove();
+    }
+    if (temporary_.empty()) {
+        const std::string link = "/proc/self/fd/" + std::to_string(fd_);
+        if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+            fail(errno);
+        }
+    } else if (std::rename(temporary_.c_str(), name.c_str()) != 0) {
         fail(errno);
     }
-    temporary_ = path_ + ".XXXXXX";
-    fd_ = ::mkostemp(temporary_.data(), O_CLOEXEC);
-    if (fd_ < 0) {
-        temporary_.clear();
+    temporary_ = name;
+}
+
+void OutputFile::open() {
+    // A file without a name leaves nothing behind, whatever ends the process.
+    fd_ = ::open(folderOf(path_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+    if (fd_ < 0 && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)) {
+        const std::string name = path_ + meanwhile;
+        if (const auto left = Leftover::find(name)) {
+            left->remove();
+        }
+        fd_ = ::open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
+        temporary_ = fd_ < 0 ? std::string{} : name;
+    }
+    if (fd_ < 0 || !lockFile(fd_)) {
         fail(errno);
     }
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    ::fchmod(fd_, 0666 & ~mask);
 }
 
 void OutputFile::publish() {
@@ -112,22 +129,28 @@ void OutputFile::publish() {
         if (errno != EEXIST || !force_) {
             fail(errno);
         }
-        // A link cannot replace a file, a rename can: take a temporary name for that moment.
-        temporary_ = path_ + ".new-" + std::to_string(::getpid());
-        if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, temporary_.c_str(), AT_SYMLINK_FOLLOW) != 0) {
-            temporary_.clear();
-            fail(errno);
-        }
-    } else if (!force_) {
-        if (::link(temporary_.c_str(), path_.c_str()) != 0) {
-            fail(errno);
-        }
-        return; // the destructor takes the temporary name away
+        // A link cannot replace a file, a rename can.
+        nameMeanwhile(path_ + meanwhile);
     }
-    if (std::rename(temporary_.c_str(), path_.c_str()) != 0) {
+    rename();
+    temporary_.clear();
+}
+
+void OutputFile::rename() const {
+    if (force_) {
+        if (std::rename(temporary_.c_str(), path_.c_str()) != 0) {
+            fail(errno);
+        }
+        return;
+    }
+    if (::renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE) == 0) {
+        return;
+    }
+    // Not every file system can do that in one step.
+    if (errno != EINVAL || ::link(temporary_.c_str(), path_.c_str()) != 0) {
         fail(errno);
     }
-    temporary_.clear();
+    ::unlink(temporary_.c_str());
 }
 
 void OutputFile::fail(int error) const {

@@ -7,7 +7,7 @@
 
 namespace klunortredi::cli {
 
-/// A new file under a temporary life: it has no name (or a temporary one) until commit(). "-" is standard output; a
+/// A new file in the making: it has no name (or a temporary one) until commit(). "-" is standard output; a
 /// device or pipe is written to directly.
 class OutputFile {
 public:
@@ -19,14 +19,18 @@ public:
     ~OutputFile();
 
     void write(std::string_view octets);
+    /// Gives the file that temporary name until commit(). A process killed between leaves it behind, empty or not
+    /// (Leftover), and never together with a file of the real name that it made. Nothing for "-", a device or a pipe.
+    void nameMeanwhile(const std::string& name);
     /// Gives the file its name, after everything has reached the disk.
     void commit();
 
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
 private:
-    void openTemporary();
+    void open();
     void publish();
+    void rename() const;
     [[noreturn]] void fail(int error) const;
 
     std::string path_;

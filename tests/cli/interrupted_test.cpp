@@ -4,86 +4,137 @@
 
 #include <gmock/gmock.h>
 
-#include <csignal>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 namespace cli_test {
 namespace {
 
-using std::chrono::microseconds;
+using test_support::killAtEachChange;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
 
-/// How long a whole run takes here, so that the kills fall all over it.
-template <class Command>
-microseconds duration(Command&& command) {
-    const auto start = std::chrono::steady_clock::now();
-    command();
-    return std::chrono::duration_cast<microseconds>(std::chrono::steady_clock::now() - start);
-}
-
-constexpr int kills = 12;
-
-TEST(Interrupted, ARequestCanBeMadeAgainUnderTheSameName) {
-    Workplace place;
-    const auto request = [&](const std::string& container, RunOptions options) {
+class Interrupted : public testing::Test {
+protected:
+    [[nodiscard]] Outcome request(const std::string& container, RunOptions options = {}) const {
         return place.cliWithPin(
             {"request", "--container", container, "--subject", "2.5.4.3=X", "--out", container + ".csr"},
             std::move(options));
-    };
-    const auto whole = duration([&] { ASSERT_EQ(request("warm", {}).exit, 0); });
-    int killed = 0;
-    for (int i = 1; i <= kills; ++i) {
-        const std::string container = "c" + std::to_string(i);
-        RunOptions options;
-        options.killAfter = whole * i / (kills + 1);
-        const Outcome first = request(container, options);
-        killed += first.signal == SIGKILL ? 1 : 0;
-        EXPECT_EQ(place.cli({"containers"}).exit, 0);
-        if (first.exit != 0) {
-            EXPECT_FALSE(place.folder().has(container + ".csr"));
-            const Outcome second = request(container, {});
-            EXPECT_EQ(second.exit, 0) << second.err;
-        }
     }
-    EXPECT_GT(killed, 0);
+    [[nodiscard]] std::vector<std::string> unfinished() const {
+        std::vector<std::string> names;
+        for (const std::string& name : place.folder().names()) {
+            if (name.find(".unfinished") != std::string::npos) {
+                names.push_back(name);
+            }
+        }
+        return names;
+    }
+
+    /// Has a request killed between its new container and its file. Gives the container's name.
+    [[nodiscard]] std::string containerWithoutRequest() const {
+        for (int n = 1; n < 100; ++n) {
+            RunOptions options;
+            options.killAtChange = n;
+            const std::string name = "c" + std::to_string(n);
+            static_cast<void>(request(name, options));
+            if (!place.json({"containers"})["containers"].empty()) {
+                return place.folder().has(name + ".csr") ? "" : name;
+            }
+            for (const std::string& left : unfinished()) {
+                place.folder().remove(left);
+            }
+        }
+        return "";
+    }
+
+    Workplace place;
+};
+
+/// Every change before the last one of a request leaves nothing that would stand in the way of the same request; after
+/// it both the container and the request are there.
+TEST_F(Interrupted, ARequestCanBeMadeAgainUnderTheSameName) {
+    int delivered = 0;
+    const int kills = killAtEachChange(
+        [&](const RunOptions& options, int n) { return request("c" + std::to_string(n), options); },
+        [&](int n) {
+            const std::string name = "c" + std::to_string(n);
+            const bool there = place.folder().has(name + ".csr");
+            delivered += there ? 1 : 0;
+            const Outcome again = request(name);
+            EXPECT_EQ(again.exit, there ? 3 : 0) << "killed before change " << n << ": " << again.err;
+            EXPECT_EQ(place.openssl().run({"req", "-inform", "DER", "-verify", "-noout", "-in", name + ".csr"}).exit,
+                      0);
+            EXPECT_EQ(place.cli({"containers"}).exit, 0);
+        });
+    EXPECT_GT(kills, 10);
+    EXPECT_GT(delivered, 0) << "the end of the process comes after everything";
+    EXPECT_THAT(place.json({"containers"})["containers"], SizeIs(static_cast<std::size_t>(kills) + 1));
+    EXPECT_THAT(unfinished(), IsEmpty());
 }
 
-TEST(Interrupted, AnInstallationCanBeMadeAgainAndTheKeyStays) {
-    Workplace place;
+TEST_F(Interrupted, ARequestIsNotTakenForUnfinishedWhileItsProcessLives) {
+    const std::string name = containerWithoutRequest();
+    ASSERT_THAT(unfinished(), SizeIs(1));
+    const int file = ::open((place.folder() / unfinished().front()).c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(file, LOCK_EX), 0);
+    const Outcome meanwhile = request(name);
+    EXPECT_EQ(meanwhile.exit, 3);
+    EXPECT_THAT(meanwhile.err, HasSubstr("another process is writing it"));
+    EXPECT_THAT(place.json({"containers"})["containers"], SizeIs(1));
+    ::close(file);
+    EXPECT_EQ(request(name).exit, 0);
+}
+
+TEST_F(Interrupted, AKeyWhoseRequestWasDeliveredIsKept) {
+    const std::string name = containerWithoutRequest();
+    ASSERT_THAT(unfinished(), SizeIs(1));
+    // What a file system leaves that gives a file its name in two steps.
+    std::filesystem::create_hard_link(place.folder() / unfinished().front(), place.folder() / "sent.csr");
+    const Outcome again = request(name);
+    EXPECT_EQ(again.exit, 4);
+    EXPECT_THAT(again.err, HasSubstr("a container of that name is there already"));
+    EXPECT_THAT(place.json({"containers"})["containers"], SizeIs(1));
+    EXPECT_THAT(unfinished(), IsEmpty());
+}
+
+TEST_F(Interrupted, AnInstallationCanBeMadeAgainAndTheKeyStays) {
     place.makeSigner("one");
-    const auto install = [&](RunOptions options) {
-        return place.cliWithPin({"install", "one.pem", "--container", "one"}, std::move(options));
+    const auto install = [&](const RunOptions& options) {
+        return place.cliWithPin({"install", "one.pem", "--container", "one"}, options);
     };
-    const auto whole = duration([&] { ASSERT_EQ(install({}).exit, 0); });
-    for (int i = 1; i <= kills; ++i) {
-        RunOptions options;
-        options.killAfter = whole * i / (kills + 1);
-        static_cast<void>(install(options));
-        const Outcome again = install({});
-        EXPECT_EQ(again.exit, 0) << again.err;
-    }
+    const int kills = killAtEachChange([&](const RunOptions& options, int) { return install(options); },
+                                       [&](int n) {
+                                           const Outcome again = install({});
+                                           EXPECT_EQ(again.exit, 0)
+                                               << "killed before change " << n << ": " << again.err;
+                                       });
+    EXPECT_GT(kills, 3);
     EXPECT_EQ(place.cliWithPin({"sign", "report.txt", "--cert", "Signer one"}).exit, 0);
-    EXPECT_EQ(place.json({"certs", "list"})["certificates"].size(), 1U);
+    EXPECT_THAT(place.json({"certs", "list"})["certificates"], SizeIs(1));
 }
 
-TEST(Interrupted, ASignatureIsThereWholeOrNotAtAll) {
-    Workplace place;
+TEST_F(Interrupted, ASignatureIsThereWholeOrNotAtAll) {
     place.makeSigner("one");
-    place.folder().write("large.bin", std::string(32UL * 1024 * 1024, 'x'));
-    const auto sign = [&](RunOptions options) {
+    place.folder().write("large.bin", std::string(200'000, 'x'));
+    const auto sign = [&](const RunOptions& options) {
         return place.cliWithPin({"sign", "large.bin", "--cert", "Signer one", "--format", "attached", "--force"},
-                                std::move(options));
+                                options);
     };
-    const auto whole = duration([&] { ASSERT_EQ(sign({}).exit, 0); });
+    ASSERT_EQ(sign({}).exit, 0);
     const std::size_t files = place.folder().count();
-    const std::string old = place.folder().read("large.bin.p7s");
-    for (int i = 1; i <= kills; ++i) {
-        RunOptions options;
-        options.killAfter = whole * i / (kills + 1);
-        if (sign(options).signal == SIGKILL) {
-            EXPECT_EQ(place.folder().read("large.bin.p7s").size(), old.size());
-        }
-        EXPECT_EQ(place.folder().count(), files);
-    }
-    EXPECT_EQ(place.cli({"verify", "large.bin.p7s"}).exit, 0);
+    const auto wrong = place.folder().read("large.bin.p7s").size();
+    const int kills = killAtEachChange([&](const RunOptions& options, int) { return sign(options); },
+                                       [&](int n) {
+                                           EXPECT_EQ(place.folder().read("large.bin.p7s").size(), wrong) << n;
+                                           EXPECT_EQ(place.cli({"verify", "large.bin.p7s"}).exit, 0) << n;
+                                       });
+    EXPECT_GT(kills, 3);
+    EXPECT_EQ(place.folder().count(), files);
     // Being killed while it signs costs the container no PIN tries.
     EXPECT_EQ(sign({}).exit, 0);
 }

@@ -1,5 +1,7 @@
 #include "support/process.hpp"
 
+#include "support/kill_at_change.hpp"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
@@ -43,6 +45,9 @@ struct Pipe {
     }
     if (!options.folder.empty() && ::chdir(options.folder.c_str()) != 0) {
         ::_exit(126);
+    }
+    if (options.killAtChange > 0) {
+        allowWatching();
     }
     std::vector<std::string> words = command;
     std::vector<char*> arguments;
@@ -103,22 +108,17 @@ Outcome run(const std::vector<std::string>& command, const RunOptions& options) 
     ::close(in.ends[0]);
     ::close(out.ends[1]);
     ::close(err.ends[1]);
-    std::thread killer;
-    if (options.killAfter.count() > 0) {
-        killer = std::thread([&] {
-            std::this_thread::sleep_for(options.killAfter);
-            ::kill(child, SIGKILL);
-        });
-    }
     Outcome result;
     std::signal(SIGPIPE, SIG_IGN);
-    exchange(in.ends[1], out.ends[0], err.ends[0], options.input, result);
-    if (killer.joinable()) {
-        killer.join();
-    }
+    std::thread reader([&] { exchange(in.ends[1], out.ends[0], err.ends[0], options.input, result); });
     int status = 0;
     rusage usage{};
-    ::wait4(child, &status, 0, &usage);
+    if (options.killAtChange > 0) {
+        status = killAtChange(child, options.killAtChange);
+    } else {
+        ::wait4(child, &status, 0, &usage);
+    }
+    reader.join();
     result.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     result.peakKiB = usage.ru_maxrss;

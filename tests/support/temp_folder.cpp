@@ -39,8 +39,12 @@ bool TempFolder::has(const std::string& name) const {
     return fs::exists(path_ / name);
 }
 
-std::size_t TempFolder::count() const {
-    return static_cast<std::size_t>(std::distance(fs::directory_iterator(path_), fs::directory_iterator()));
+std::vector<std::string> TempFolder::names() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(path_)) {
+        names.push_back(entry.path().filename().string());
+    }
+    return names;
 }
 
 std::string readFile(const std::string& path) {

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace test_support {
 
@@ -20,8 +21,12 @@ public:
     std::string write(const std::string& name, std::string_view octets) const;
     [[nodiscard]] std::string read(const std::string& name) const;
     [[nodiscard]] bool has(const std::string& name) const;
+    /// Removes a file, when it is there.
+    void remove(const std::string& name) const { std::filesystem::remove(path_ / name); }
     /// Names of everything in the folder.
-    [[nodiscard]] std::size_t count() const;
+    [[nodiscard]] std::vector<std::string> names() const;
+    /// How many there are.
+    [[nodiscard]] std::size_t count() const { return names().size(); }
 
 private:
     std::filesystem::path path_;

@@ -13,6 +13,7 @@
 #include "output_file.hpp"
 #include "pin.hpp"
 #include "text.hpp"
+#include "unfinished_request.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
 #include <nlohmann/json.hpp>
@@ -75,9 +76,11 @@ ExitCode request(Session& session, const RequestArguments& arguments) {
     checkOids(arguments);
     // The output is claimed first: a key pair whose request cannot be written is of no use.
     OutputFile out(arguments.out.empty() ? arguments.container + ".csr" : arguments.out, session.options.force);
+    const auto chosen = chooseProvider(arguments.provider);
+    UnfinishedRequest unfinished(out, chosen, arguments.container);
 
     auto params = boost::make_shared<orvik::plugin::crypto::CsrCreatorParams>();
-    params->provider = chooseProvider(arguments.provider);
+    params->provider = chosen;
     params->container = text::wide(arguments.container);
     params->subject = arguments.subject;
     params->paramSet = arguments.paramSet.empty() ? usualParamSet(*params->provider) : arguments.paramSet;
@@ -90,6 +93,7 @@ ExitCode request(Session& session, const RequestArguments& arguments) {
     params->exportable = arguments.exportable;
 
     const std::string pin = session.pin.source().askNew("New PIN for container " + arguments.container + ": ");
+    unfinished.begin();
     const auto result = makeRequest(params, arguments.container, pin);
     const std::string der = orvik::plugin::base64::decode(result->request);
     out.write(session.options.pem ? toPem(der, "CERTIFICATE REQUEST") : der);

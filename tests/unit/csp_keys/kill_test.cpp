@@ -12,26 +12,13 @@ namespace csp_keys {
 
 using klunortredi::csp::ApiError;
 using klunortredi::csp::Container;
+using test_support::killAtEachChange;
 
 namespace {
 
 constexpr DWORD gost = capi::PROV_GOST_2012_256;
 
-class Killed : public ServiceTest {
-protected:
-    static void killed(const std::vector<std::string>& words, std::chrono::microseconds after) {
-        test_support::RunOptions options;
-        options.killAfter = after;
-        helper(words, options);
-    }
-
-    /// How long the command takes when it is left alone.
-    static std::chrono::microseconds duration(const std::vector<std::string>& words) {
-        const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(helper(words).exit, 0);
-        return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
-    }
-};
+class Killed : public ServiceTest {};
 
 bool opensWith(const char* pin) {
     try {
@@ -55,36 +42,46 @@ TEST_F(Killed, BeforeANewContainerIsLetGoThereIsNone) {
 }
 
 TEST_F(Killed, AnywhereInARequestLeavesNoneOrAWholeContainer) {
-    const auto whole = duration({"request", "warm-up", "1234"});
-    constexpr int steps = 16;
     int unfinished = 0;
-    for (int step = 1; step <= steps; ++step) {
-        killed({"request", "c", "1234"}, whole * step / steps);
-        const auto names = containerNames(gost, 0);
-        if (std::ranges::find(names, "c") == names.end()) {
-            ++unfinished;
-            EXPECT_EQ(helper({"request", "c", "1234"}).exit, 0);
-        }
-        Container::open({"c", gost}).check();
-        EXPECT_TRUE(opensWith("1234"));
-        klunortredi::csp::deleteContainer({"c", gost});
-    }
-    EXPECT_GT(unfinished, 0) << "no kill came before the end";
+    int whole = 0;
+    const int kills = killAtEachChange(
+        [](const auto& options, int) {
+            return helper({"request", "c", "1234"}, options);
+        },
+        [&](int n) {
+            const auto names = containerNames(gost, 0);
+            if (std::ranges::find(names, "c") == names.end()) {
+                ++unfinished;
+                EXPECT_EQ(helper({"request", "c", "1234"}).exit, 0) << n;
+            } else {
+                ++whole;
+            }
+            Container::open({"c", gost}).check();
+            EXPECT_TRUE(opensWith("1234")) << n;
+            klunortredi::csp::deleteContainer({"c", gost});
+        });
+    EXPECT_GT(kills, 5);
+    EXPECT_GT(unfinished, 0);
+    EXPECT_GT(whole, 0) << "the end of the process comes after everything";
 }
 
 TEST_F(Killed, AnywhereInAPinChangeLeavesTheOldOrTheNewOne) {
     makeContainer(gost, L"c", "a");
-    const auto whole = duration({"change", "c", "a", "b"});
-    std::string current = "b";
-    constexpr int steps = 12;
-    for (int step = 1; step <= steps; ++step) {
-        const std::string wanted = current == "a" ? "b" : "a";
-        killed({"change", "c", current, wanted}, whole * step / steps);
-        Container::open({"c", gost}).check();
-        const bool changed = opensWith(wanted.c_str());
-        EXPECT_NE(changed, opensWith(current.c_str())) << "exactly one of them";
-        current = changed ? wanted : current;
-    }
+    std::string current = "a";
+    std::string wanted = "b";
+    const int kills = killAtEachChange(
+        [&](const auto& options, int) {
+            return helper({"change", "c", current, wanted}, options);
+        },
+        [&](int n) {
+            Container::open({"c", gost}).check();
+            const bool changed = opensWith(wanted.c_str());
+            EXPECT_NE(changed, opensWith(current.c_str())) << "exactly one of them, " << n;
+            if (changed) {
+                std::swap(current, wanted);
+            }
+        });
+    EXPECT_GT(kills, 5);
 }
 
 } // namespace csp_keys
