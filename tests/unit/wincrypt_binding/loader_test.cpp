@@ -1,9 +1,11 @@
 // Which service is picked, and how its entry points are found.
 
 #include "binding.hpp"
+#include "support/temp_folder.hpp"
 
 #include <boost/filesystem/operations.hpp>
 
+#include <cstdlib>
 #include <fstream>
 
 namespace wincrypt_binding {
@@ -14,6 +16,7 @@ using testing::IsEmpty;
 
 constexpr unsigned vipNetFamily = 3;
 constexpr unsigned cryptoProFamily = 4;
+constexpr const char* unloadRecord = "KLUNORTREDI_UNLOAD_RECORD";
 const std::string absentFile = "/nonexistent/library.so";
 
 template <class Tag>
@@ -138,6 +141,25 @@ TEST_F(TwoLibraries, ReadsTheLastErrorFromTheSecond) {
     service().failFunction("CryptGenRandom", 0x80090020);
     EXPECT_FALSE(wincrypt::CryptGenRandom(1, 0, nullptr));
     EXPECT_EQ(wincrypt::GetLastErrorEx(), 0x80090020U);
+}
+
+/// Registered before the service is looked for, so it runs after the loader is gone, but before what is still loaded is
+/// unloaded by the system.
+void recordExit() {
+    std::ofstream(std::getenv(unloadRecord), std::ios::app) << "exit\n";
+}
+
+TEST_F(TwoLibraries, AreClosedInOrderWhenTheProcessEnds) {
+    const test_support::TempFolder folder;
+    setenv(unloadRecord, (folder / "record").c_str(), 1);
+    EXPECT_EXIT(
+        {
+            std::atexit(recordExit);
+            libraryCalled();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_EQ(folder.read("record"), "first\nsecond\nexit\n");
 }
 
 TEST_F(MissingKernel32, LeavesTheMissingLibraryOut) {
