@@ -18,6 +18,8 @@ constexpr Meaning serviceMeanings[] = {
     {capi::SCARD_W_CARD_NOT_AUTHENTICATED, ExitCode::service, "the container wants its PIN", ""},
     {capi::ERROR_FILE_NOT_FOUND, ExitCode::service, "the service's data folder cannot be used",
      "see it in 'klunortredi info'; KLUNORTREDI_HOME names another"},
+    {capi::ERROR_PATH_NOT_FOUND, ExitCode::service, "the service's data folder cannot be used",
+     "see it in 'klunortredi info'; KLUNORTREDI_HOME names another"},
     {capi::ERROR_DISK_FULL, ExitCode::input, "the disk is full", "free some space and try again"},
     {capi::ERROR_WRITE_FAULT, ExitCode::input, "the service cannot write its data", ""},
     {capi::ERROR_ACCESS_DENIED, ExitCode::service, "access to the service's data is denied", ""},

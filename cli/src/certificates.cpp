@@ -2,6 +2,8 @@
 
 #include "crypto/wincrypt/certificate.hpp"
 #include "crypto/wincrypt/certificate_store.hpp"
+#include "crypto/wincrypt/scoped_handle.hpp"
+#include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "current_failure.hpp"
 #include "failure.hpp"
 #include "input.hpp"
@@ -34,6 +36,23 @@ bool matches(const ICertificate& certificate, const std::string& which) {
            text::lower(subjectOf(certificate)).find(which) != std::string::npos;
 }
 
+void checkHasNoCertificates(const std::string& store) {
+    namespace wincrypt = orvik::plugin::wincrypt;
+    std::uint32_t error = 0;
+    const orvik::plugin::scoped_handle<void*> opened(
+        [&](void*& held) { held = wincrypt::CertOpenSystemStore(0, store.c_str()); },
+        [](void*& held) { wincrypt::CertCloseStore(held, 0); });
+    // A certificate that came meanwhile is one that the next call shows.
+    if (!opened) {
+        error = wincrypt::GetLastErrorEx();
+    } else if (const auto* first = wincrypt::CertEnumCertificatesInStore(opened.get(), nullptr)) {
+        wincrypt::CertFreeCertificateContext(first);
+    } else {
+        error = wincrypt::GetLastErrorEx();
+    }
+    checkEmptyList("cannot list the certificates of store " + store, error);
+}
+
 } // namespace
 
 CertificatePtr readCertificate(const std::string& path) {
@@ -58,6 +77,9 @@ CertificatePtr certificateFromDer(const std::string& der) {
 std::vector<CertificatePtr> storeCertificates(const std::string& store) {
     const orvik::plugin::wincrypt::RegistryCertificateStore registry(store, ICertificateStore::system);
     const auto found = registry.certificates();
+    if (found.empty()) {
+        checkHasNoCertificates(store);
+    }
     std::vector<CertificatePtr> certificates(found.begin(), found.end());
     std::sort(certificates.begin(), certificates.end(), [](const CertificatePtr& a, const CertificatePtr& b) {
         return std::pair(subjectOf(*a), thumbprintOf(*a)) < std::pair(subjectOf(*b), thumbprintOf(*b));

@@ -1,5 +1,6 @@
 #include "current_failure.hpp"
 
+#include "capi/constants.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/exception/application_exception.hpp"
@@ -7,6 +8,8 @@
 
 #include <boost/exception/get_error_info.hpp>
 
+#include <algorithm>
+#include <iterator>
 #include <new>
 #include <system_error>
 
@@ -98,6 +101,20 @@ Failure currentFailure(const std::string& what) {
         return {ExitCode::defect, what, std::string("unexpected: ") + e.what(), "please report this"};
     } catch (...) {
         return {ExitCode::defect, what, "unexpected", "please report this"};
+    }
+}
+
+void checkEmptyList(const std::string& what, std::uint32_t error) {
+    // Services differ in how they say that there is nothing more, or that a store was never made.
+    constexpr std::uint32_t nothing[] = {capi::ERROR_SUCCESS, capi::ERROR_FILE_NOT_FOUND, capi::ERROR_NO_MORE_FILES,
+                                         capi::ERROR_NO_MORE_ITEMS, capi::CRYPT_E_NOT_FOUND};
+    if (std::find(std::begin(nothing), std::end(nothing), error) != std::end(nothing)) {
+        return;
+    }
+    try {
+        throw SystemException(error);
+    } catch (...) {
+        throw currentFailure(what);
     }
 }
 

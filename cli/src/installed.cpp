@@ -5,6 +5,7 @@
 #include "crypto/wincrypt/provider.hpp"
 #include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
+#include "current_failure.hpp"
 #include "failure.hpp"
 #include "orvik/plugin/session.hpp"
 #include "text.hpp"
@@ -17,6 +18,20 @@ namespace {
 
 using orvik::plugin::crypto::IProvider;
 using orvik::plugin::wincrypt::Provider;
+
+/// An empty list of containers is also what the library gives when the service could not list them: the service itself
+/// tells which.
+void checkHasNoContainers(const IProvider& provider) {
+    unsigned error = 0;
+    const orvik::plugin::wincrypt::HCRYPTPROV context(provider, &error);
+    DWORD length = 0;
+    if (context.get() != 0 &&
+        orvik::plugin::wincrypt::CryptGetProvParam(context.get(), capi::PP_ENUMCONTAINERS, nullptr, &length,
+                                                   capi::CRYPT_FIRST | capi::CRYPT_FQCN) == 0) {
+        error = orvik::plugin::wincrypt::GetLastErrorEx();
+    }
+    checkEmptyList("cannot list the containers of " + text::utf8(provider.name()), error);
+}
 
 } // namespace
 
@@ -55,7 +70,11 @@ ProviderPtr chooseProvider(const std::string& name) {
 std::vector<Container> containersOf(const std::vector<ProviderPtr>& providers) {
     std::vector<Container> result;
     for (const auto& provider : providers) {
-        for (const std::wstring& path : provider->containers()) {
+        const auto paths = provider->containers();
+        if (paths.empty()) {
+            checkHasNoContainers(*provider);
+        }
+        for (const std::wstring& path : paths) {
             const std::string full = text::utf8(path);
             result.push_back({full.substr(full.find_last_of("/\\") + 1), full, provider});
         }

@@ -121,6 +121,22 @@ TEST_F(BadInput, NoService) {
     EXPECT_THAT(info.out, HasSubstr("none found"));
 }
 
+TEST_F(BadInput, AnUnusableDataFolderIsToldApartFromAnEmptyOne) {
+    RunOptions file;
+    file.environment = {{"KLUNORTREDI_HOME", place_.folder() / "report.txt"}};
+    const std::string reason = "the service's data folder cannot be used";
+    refused(place_.cli({"containers"}, file), 4, reason);
+    refused(place_.cli({"certs", "list"}, file), 4, reason);
+    refused(place_.cliWithPin({"sign", "report.txt", "--cert", "Signer one", "--out", "out.sig"}, file), 4, reason);
+    refused(place_.cliWithPin({"request", "--container", "c", "--subject", "2.5.4.3=X"}, file), 4, reason);
+    nothingWritten();
+
+    RunOptions fresh;
+    fresh.environment = {{"KLUNORTREDI_HOME", place_.folder() / "none-yet"}};
+    EXPECT_EQ(place_.cli({"containers"}, fresh).out, "no containers\n");
+    EXPECT_EQ(place_.cli({"certs", "list"}, fresh).out, "no certificates in store my\n");
+}
+
 TEST_F(BadInput, RandomOctetsAreNoMessage) {
     std::mt19937 random(7); // any fixed seed: the point is octets that nobody chose
     for (std::size_t size : {1U, 2U, 16U, 1000U, 100000U}) {

@@ -50,15 +50,11 @@ std::string_view text(const Bytes& bytes) {
 /// Names of the files in a folder that end in `suffix`, in order. A folder that is not there has none.
 std::set<std::string> filesIn(const fs::path& directory, std::string_view suffix) {
     std::set<std::string> names;
-    std::error_code missing;
-    for (fs::directory_iterator entry(directory, missing), end; !missing && entry != end; entry.increment(missing)) {
-        const std::string name = entry->path().filename().string();
+    for (const fs::path& entry : files::entries(directory)) {
+        std::string name = entry.filename().string();
         if (name.ends_with(suffix) && !name.starts_with('.')) {
-            names.insert(name);
+            names.insert(std::move(name));
         }
-    }
-    if (missing && missing != std::errc::no_such_file_or_directory) {
-        fail(files::errorCode(missing.value()));
     }
     return names;
 }

@@ -99,6 +99,8 @@ DWORD errorCode(int errnoValue) noexcept {
         return capi::ERROR_ACCESS_DENIED;
     case ENOENT:
         return capi::ERROR_FILE_NOT_FOUND;
+    case ENOTDIR:
+        return capi::ERROR_PATH_NOT_FOUND;
     default:
         return capi::ERROR_WRITE_FAULT;
     }
@@ -182,15 +184,25 @@ std::vector<fs::path> entries(const fs::path& directory) {
     for (fs::directory_iterator at(directory, error); !error && at != fs::directory_iterator(); at.increment(error)) {
         found.push_back(at->path());
     }
+    if (error && error != std::errc::no_such_file_or_directory) {
+        fail(errorCode(error.value()));
+    }
     return found;
 }
 
 void removeStaleTemporaries(const fs::path& directory) {
-    std::error_code ignored;
-    for (const fs::path& entry : entries(directory)) {
-        if (entry.filename().string().starts_with(temporaryMark)) {
-            fs::remove(entry, ignored);
+    removeFiles(directory, [](const fs::path& file) { return file.filename().string().starts_with(temporaryMark); });
+}
+
+void removeFiles(const fs::path& directory, const std::function<bool(const fs::path&)>& unwanted) {
+    try {
+        std::error_code ignored;
+        for (const fs::path& entry : entries(directory)) {
+            if (unwanted(entry)) {
+                fs::remove(entry, ignored);
+            }
         }
+    } catch (const ApiError&) { // what cannot be seen stays
     }
 }
 

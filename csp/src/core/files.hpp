@@ -6,12 +6,13 @@
 #include "core/error.hpp"
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 
 namespace klunortredi::csp::files {
 
 /// The CryptoAPI code of an errno value: ENOSPC and EDQUOT are ERROR_DISK_FULL, EACCES and its like
-/// ERROR_ACCESS_DENIED, ENOENT ERROR_FILE_NOT_FOUND, anything else ERROR_WRITE_FAULT.
+/// ERROR_ACCESS_DENIED, ENOENT ERROR_FILE_NOT_FOUND, ENOTDIR ERROR_PATH_NOT_FOUND, anything else ERROR_WRITE_FAULT.
 DWORD errorCode(int errnoValue) noexcept;
 
 /// Owner of a file descriptor.
@@ -45,11 +46,15 @@ void writeAtomically(const std::filesystem::path& file, ByteView contents);
 /// Makes the directory's entries last.
 void syncDirectory(const std::filesystem::path& directory);
 
-/// Paths of the directory's entries; none when it is not there or cannot be read.
+/// Paths of the directory's entries; none when it is not there. Throws ApiError when it cannot be read.
 std::vector<std::filesystem::path> entries(const std::filesystem::path& directory);
 
 /// Removes what killed writers left in `directory`. Call with the lock held that the writers hold.
 void removeStaleTemporaries(const std::filesystem::path& directory);
+
+/// Removes the directory's entries that are `unwanted`, as far as that goes: it is never worth a failure.
+void removeFiles(const std::filesystem::path& directory,
+                 const std::function<bool(const std::filesystem::path&)>& unwanted);
 
 /// Advisory exclusive lock (flock) on a file or directory, across processes and threads, until destroyed.
 class Lock {

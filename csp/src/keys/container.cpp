@@ -174,13 +174,10 @@ void Container::replaceMeta(ContainerMeta next) {
 
 /// Key files that the description does not name: of an earlier PIN, or of a change that did not come to its end.
 void Container::removeUnused() const {
-    std::error_code ignored;
-    for (const fs::path& file : files::entries(directory_)) {
+    files::removeFiles(directory_, [this](const fs::path& file) {
         const auto named = [&](const KeyEntry& key) { return file.filename() == keyFileName(key); };
-        if (file.extension() == keyFileSuffix && std::ranges::none_of(meta_.keys, named)) {
-            fs::remove(file, ignored);
-        }
-    }
+        return file.extension() == keyFileSuffix && std::ranges::none_of(meta_.keys, named);
+    });
 }
 
 void Container::changePin(const UnlockedKeys& keys, std::string_view pin) {

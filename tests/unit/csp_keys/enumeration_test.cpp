@@ -70,6 +70,16 @@ TEST_F(Enumerations, NoContainersAreNoItems) {
         capi::ERROR_NO_MORE_ITEMS));
 }
 
+TEST_F(Enumerations, ContainersThatCannotBeLookedForAreNotNone) {
+    const Context context(gost, nullptr, verifyOnly);
+    const test_support::TempFolder folder;
+    ::setenv("KLUNORTREDI_HOME", folder.write("file", "").c_str(), 1);
+    DWORD size = 0;
+    EXPECT_TRUE(refused(
+        CryptGetProvParam(context.get(), capi::PP_ENUMCONTAINERS, nullptr, &size, capi::CRYPT_FIRST | capi::CRYPT_FQCN),
+        capi::ERROR_PATH_NOT_FOUND));
+}
+
 TEST_F(Enumerations, ContainersByPlainAndByQualifiedName) {
     makeContainer(gost, L"b", "");
     makeContainer(gost, cyrillicWide, "");
