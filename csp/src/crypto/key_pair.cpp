@@ -7,6 +7,8 @@
 
 #include <openssl/rsa.h>
 
+#include <algorithm>
+
 namespace klunortredi::csp {
 
 namespace {
@@ -74,6 +76,9 @@ Bytes publicKeyInfo(EVP_PKEY* key) {
 }
 
 bool samePublicKey(ByteView left, ByteView right) {
+    if (std::ranges::equal(left, right)) { // decoding takes a third of the time of a signature
+        return true;
+    }
     const ossl::Pkey one = publicKeyFromInfo(left);
     const ossl::Pkey other = publicKeyFromInfo(right);
     const ossl::ErrorMark mark;

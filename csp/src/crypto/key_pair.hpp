@@ -19,7 +19,8 @@ ossl::Pkey generateRsaKey(DWORD bits);
 Bytes publicKeyInfo(EVP_PKEY* key);
 
 /// Whether two SubjectPublicKeyInfos are the same key, however their parameters are written (with or without the
-/// digest's OID, under the signature's or the agreement's OID). Throws as publicKeyFromInfo does.
+/// digest's OID, under the signature's or the agreement's OID). The same octets are the same key whatever they are;
+/// otherwise throws as publicKeyFromInfo does.
 bool samePublicKey(ByteView left, ByteView right);
 
 /// Size of a key in bits: the RSA modulus, the GOST coordinate.
