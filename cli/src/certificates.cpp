@@ -38,19 +38,15 @@ bool matches(const ICertificate& certificate, const std::string& which) {
 
 void checkHasNoCertificates(const std::string& store) {
     namespace wincrypt = orvik::plugin::wincrypt;
-    std::uint32_t error = 0;
     const orvik::plugin::scoped_handle<void*> opened(
         [&](void*& held) { held = wincrypt::CertOpenSystemStore(0, store.c_str()); },
         [](void*& held) { wincrypt::CertCloseStore(held, 0); });
-    // A certificate that came meanwhile is one that the next call shows.
-    if (!opened) {
-        error = wincrypt::GetLastErrorEx();
-    } else if (const auto* first = wincrypt::CertEnumCertificatesInStore(opened.get(), nullptr)) {
+    const auto* first = opened ? wincrypt::CertEnumCertificatesInStore(opened.get(), nullptr) : nullptr;
+    if (first != nullptr) { // it came meanwhile; the next call shows it
         wincrypt::CertFreeCertificateContext(first);
-    } else {
-        error = wincrypt::GetLastErrorEx();
+        return;
     }
-    checkEmptyList("cannot list the certificates of store " + store, error);
+    checkEmptyList("cannot list the certificates of store " + store, wincrypt::GetLastErrorEx());
 }
 
 } // namespace

@@ -87,6 +87,25 @@ TEST_F(Verify, AnUntrustedChainIsToldApartFromAnInvalidSignature) {
     EXPECT_EQ(after.exit, 0) << after.out << after.err;
 }
 
+TEST_F(Verify, TheChainOfEverySignerCounts) {
+    const auto& openssl = place_.openssl();
+    openssl.must({"req", "-new", "-newkey", "rsa:2048", "-nodes", "-keyout", "a.key", "-subj", "/CN=A", "-outform",
+                  "DER", "-out", "a.csr"});
+    openssl.issue("a.csr", "a.pem");
+    openssl.must(
+        {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "b.key", "-subj", "/CN=B", "-out", "b.pem"});
+    std::vector<std::string> words{"cms", "-sign",   "-binary", "-nodetach", "-in",   "report.txt", "-outform",
+                                   "DER", "-signer", "a.pem",   "-inkey",    "a.key", "-out",       "a.p7s"};
+    openssl.must(words);
+    words.back() = "ab.p7s";
+    words.insert(words.end(), {"-signer", "b.pem", "-inkey", "b.key"});
+    openssl.must(words);
+    ASSERT_EQ(place_.cli({"certs", "add", "ca.pem", "--store", "root"}).exit, 0);
+    EXPECT_EQ(place_.cli({"verify", "a.p7s", "--chain"}).exit, 0);
+    EXPECT_EQ(place_.cli({"verify", "ab.p7s"}).exit, 0);
+    EXPECT_EQ(place_.cli({"verify", "ab.p7s", "--chain"}).exit, 8);
+}
+
 TEST_F(Verify, EveryShorterSignatureIsRefused) {
     const std::string whole = place_.folder().read("report.txt.sig");
     for (std::size_t length = 0; length < whole.size(); length += length < 40 ? 1 : 41) {

@@ -195,11 +195,6 @@ private:
                 verdict_.notChecked.emplace_back("time-stamp");
             }
         }
-        if (!arguments_.chain) {
-            verdict_.notChecked.emplace_back("certificate chain");
-        } else if (!verdict_.signers.empty() && verdict_.signers.front().certificate) {
-            verdict_.trust = judgeChain(*verdict_.signers.front().certificate);
-        }
     }
 
     Session& session_;
@@ -230,6 +225,8 @@ void print(std::ostream& out, const std::string& name, const Verdict& verdict) {
             out << "  signer       " << subjectOf(*signer.certificate) << '\n';
             out << "  serial       " << serialOf(*signer.certificate) << '\n';
             out << "  thumbprint   " << thumbprintOf(*signer.certificate) << '\n';
+        } else {
+            out << "  signer       unknown: the signature carries a key and no certificate\n";
         }
         const std::string time = text::time(signer.signingTime);
         out << "  signing time " << (time.empty() ? "not stated" : time + " (the signer's own statement)") << '\n';
@@ -259,6 +256,39 @@ Verdict verifyCms(Session& session, const VerifyArguments& arguments, Input& inp
     return CmsVerification(session, arguments, input, detached).run();
 }
 
+Verdict verifyXmlDocument(const VerifyArguments& arguments, Input& input) {
+    const std::pair<const char*, bool> ofMessages[] = {{"--content", !arguments.content.empty()},
+                                                       {"--extract", !arguments.extract.empty()},
+                                                       {"--signer-cert", !arguments.signerCertificate.empty()}};
+    for (const auto& [option, given] : ofMessages) {
+        if (given) {
+            throw Failure(ExitCode::usage, "cannot verify " + input.name(),
+                          std::string(option) + " is not for signed XML documents");
+        }
+    }
+    XmlVerdict xml = verifyXml(input);
+    Verdict verdict;
+    verdict.valid = xml.valid;
+    verdict.format = constant::signature_xmldsig;
+    verdict.reason = std::move(xml.reason);
+    verdict.signers = std::move(xml.signers);
+    return verdict;
+}
+
+/// Of several signers' chains the first that is not trusted, for one is enough not to rely on the whole.
+Trust judgeChains(const std::vector<Signer>& signers) {
+    Trust trust;
+    for (const Signer& signer : signers) {
+        // A key that nobody certified has no chain at all.
+        trust = signer.certificate ? judgeChain(*signer.certificate)
+                                   : Trust{false, capi::CERT_TRUST_IS_PARTIAL_CHAIN, {"CERT_TRUST_IS_PARTIAL_CHAIN"}};
+        if (!trust.trusted) {
+            break;
+        }
+    }
+    return trust;
+}
+
 } // namespace
 
 ExitCode verify(Session& session, const VerifyArguments& arguments) {
@@ -273,12 +303,14 @@ ExitCode verify(Session& session, const VerifyArguments& arguments) {
     }
     if (arguments.format == constant::signature_xmldsig ||
         (arguments.format.empty() && signatureShape(input.peek(headSize)) == SignatureShape::xml)) {
-        verdict.format = constant::signature_xmldsig;
-        verdict.valid = xmlSignatureIsValid(input);
-        verdict.reason = verdict.valid ? "" : "a signature is missing or not valid";
-        verdict.notChecked = {"certificate chain"};
+        verdict = verifyXmlDocument(arguments, input);
     } else {
         verdict = verifyCms(session, arguments, input);
+    }
+    if (verdict.valid && arguments.chain) {
+        verdict.trust = judgeChains(verdict.signers);
+    } else if (verdict.valid) {
+        verdict.notChecked.emplace_back("certificate chain");
     }
 
     Json signers = Json::array();

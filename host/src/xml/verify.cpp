@@ -108,6 +108,7 @@ xmlSecKeyDataPtr keyData(EVP_PKEY* key) {
     xmlSecKeyDataPtr data = xmlSecOpenSSLEvpKeyAdopt(key);
     if (data == nullptr) {
         EVP_PKEY_free(key);
+        internal::takeXmlsecReport(); // that xmlsec has no use for GOST keys is no news of this signature
         data = placeholder();
     }
     return data;
