@@ -13,6 +13,13 @@ namespace klunortredi::cli {
 
 namespace {
 
+/// A whole number; its upper bound is the verb's to judge.
+std::string octetCount(const std::string& text) {
+    return text.empty() || text.find_first_not_of("0123456789") != std::string::npos
+               ? "'" + text + "' is no number of octets"
+               : std::string{};
+}
+
 /// Builds the verbs; each remembers how to run what it was given.
 class Grammar {
 public:
@@ -164,7 +171,7 @@ private:
 
         auto randomness = std::make_shared<RandomArguments>();
         verb = add(app_, "random", "Random octets", randomness, random);
-        verb->add_option("N", randomness->count, "How many")->check(CLI::NonNegativeNumber)->required();
+        verb->add_option("N", randomness->count, "How many")->check(octetCount)->required();
         CLI::Option* hex = verb->add_flag("--hex", randomness->hex, "As hexadecimal text");
         verb->add_flag("--base64", randomness->base64, "As Base64 text")->excludes(hex);
 

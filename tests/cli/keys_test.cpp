@@ -101,7 +101,11 @@ TEST(SmallThings, RandomOctetsComeInTheFormAskedFor) {
     EXPECT_EQ(first.size(), 33U);
     EXPECT_NE(first, place.cli({"random", "16", "--hex"}).out);
     EXPECT_EQ(place.cli({"random", "0", "--hex"}).out, "\n");
-    EXPECT_EQ(place.cli({"random", "nonsense"}).exit, 2);
+    for (const char* none : {"nonsense", "-5", "1.5"}) {
+        const Outcome refused = place.cli({"random", none});
+        EXPECT_EQ(refused.exit, 2) << none;
+        EXPECT_THAT(refused.err, HasSubstr("is no number of octets")) << none;
+    }
 }
 
 } // namespace
