@@ -145,6 +145,20 @@ TEST_F(Acquisition, OfAProviderWithContainerOpensIt) {
     EXPECT_THAT(service().trace(), ElementsAre(acquireCall("\"box\"", cryptoPro, 80, "0")));
 }
 
+TEST_F(Acquisition, OfAProviderWithAnEmptyContainerNameMayShowADialogue) {
+    const wincrypt::Provider provider(gost256, cryptoProName, std::wstring());
+    { const HCRYPTPROV context(provider, nullptr); }
+    EXPECT_THAT(service().trace(), testing::Contains(acquireCall("null", cryptoPro, 80, "0")));
+}
+
+TEST_F(Acquisition, OfAProviderReportsAFailureToo) {
+    service().failFunction("CryptAcquireContextW", 0x80090016);
+    unsigned error = 0;
+    const HCRYPTPROV context(wincrypt::Provider(gost256, cryptoProName), &error);
+    EXPECT_EQ(context.get(), 0U);
+    EXPECT_EQ(error, 0x80090016U);
+}
+
 TEST_F(Acquisition, OfAHandleTakesItAsItIs) {
     unsigned long handle = 0;
     ASSERT_TRUE(wincrypt::CryptAcquireContextW(&handle, nullptr, cryptoProName, gost256, capi::CRYPT_VERIFYCONTEXT));

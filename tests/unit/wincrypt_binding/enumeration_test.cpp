@@ -68,6 +68,31 @@ TEST_F(ProviderEnumeration, StopsAtASizeOfZero) {
     EXPECT_THAT(wincrypt::EnumProvidersEx(), ElementsAre(Pair(75, L"One")));
 }
 
+TEST_F(ProviderEnumeration, StopsAtAFailureWhateverSizeItLeaves) {
+    service().providers[""] = {scripted("One", 75)};
+    service().on.CryptEnumProviders = [](DWORD index, DWORD* reserved, DWORD flags, DWORD* type, char* name,
+                                         DWORD* size) -> BOOL {
+        if (index == 0) {
+            return Defaults::CryptEnumProviders(index, reserved, flags, type, name, size);
+        }
+        EXPECT_EQ(index, 1U);
+        *size = 4;
+        return index > 2 ? throw std::runtime_error("no end") : BOOL(fail(259));
+    };
+    EXPECT_THAT(wincrypt::EnumProvidersEx(), ElementsAre(Pair(75, L"One")));
+}
+
+TEST_F(ProviderEnumeration, AsksNothingOfAProviderWithoutAName) {
+    service().providers[""] = {scripted("One", 75), scripted("Two", 80), scripted("Three", 81)};
+    service().on.CryptEnumProviders = [](DWORD index, DWORD* reserved, DWORD flags, DWORD* type, char* name,
+                                         DWORD* size) {
+        const BOOL result = Defaults::CryptEnumProviders(index, reserved, flags, type, name, size);
+        *size = index == 1 ? 0 : *size;
+        return result;
+    };
+    EXPECT_THAT(wincrypt::EnumProvidersEx(), ElementsAre(Pair(75, L"One"))) << "the third is never asked for";
+}
+
 class TwoServices : public DoubleFixture {
 protected:
     TwoServices() : DoubleFixture(Slots{.vipNet = "vipnet", .cryptoPro = "full"}) {}

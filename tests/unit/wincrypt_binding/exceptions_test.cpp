@@ -66,6 +66,13 @@ TEST_F(SystemExceptionTest, TellsTheAttachedTextInPlaceOfTheServices) {
     EXPECT_STREQ(exception.what(), "of the thrower");
 }
 
+TEST_F(SystemExceptionTest, TheLastErrorOfAServiceThatThrowsIsZero) {
+    service().on.GetLastError = []() -> DWORD { throw std::runtime_error("broken"); };
+    service().on.SetLastError = [](DWORD) { throw std::runtime_error("broken"); };
+    EXPECT_EQ(wincrypt::GetLastErrorEx(), 0U);
+    EXPECT_NO_THROW(wincrypt::SetLastErrorEx(5));
+}
+
 class SystemCategoryTest : public DoubleFixture {
 protected:
     static std::string message(DWORD number) {
@@ -93,6 +100,11 @@ TEST_F(SystemCategoryTest, ConvertsTheTextFromWindows1251WithoutLineEnds) {
 
 TEST_F(SystemCategoryTest, HasNoTextForACodeUnknownToTheService) {
     EXPECT_EQ(message(0x12345678), "");
+}
+
+TEST_F(SystemCategoryTest, HasNoTextWhereTheServicesCannotBeConverted) {
+    service().messages[5] = "\x98"; // the one octet that Windows-1251 leaves out
+    EXPECT_EQ(message(5), "");
 }
 
 TEST_F(SystemCategoryTest, TakesExactlyTheReportedNumberOfCharacters) {

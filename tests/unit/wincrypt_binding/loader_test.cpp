@@ -93,6 +93,18 @@ TEST_F(OnlyCryptoApi, EnumeratesNoProviders) {
     EXPECT_THAT(wincrypt::EnumProvidersEx(), IsEmpty());
 }
 
+TEST_F(BothServices, AreChosenBetweenByTheFirstQuestionForTheLastError) {
+    service().on.GetLastError = [] { return DWORD{7}; };
+    EXPECT_EQ(wincrypt::GetLastError(), 0U) << "which asks nobody";
+    EXPECT_EQ(wincrypt::GetLastErrorEx(), 7U);
+    setenv("KLUNORTREDI_VIPNET", "", 1);
+    EXPECT_EQ(libraryCalled(), "vipnet") << "chosen already";
+}
+
+TEST_F(OnlyCryptoApi, ReportsNoErrorOfItsOwn) {
+    EXPECT_EQ(wincrypt::GetLastError(), 0U);
+}
+
 TEST_F(OnlyVipNet, ReportsWhichFamilyIsInstalled) {
     EXPECT_EQ(wincrypt::CoInitializeEx(cryptoProFamily), 0U);
     EXPECT_EQ(libraryCalled(), "vipnet");

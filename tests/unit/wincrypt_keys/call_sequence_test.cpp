@@ -120,21 +120,54 @@ TEST_F(CallSequence, OfTheContainerOfAKey) {
                                               "CertComparePublicKeyInfo(0x10001, pointer, pointer)"}));
 }
 
+/// How a certificate is read from its container, as the n-th context, after which the reader still holds it.
+std::vector<std::string> certificateReading(const std::string& context, const std::string& probe,
+                                            const std::string& key, const std::string& certificate) {
+    const auto parameter = [&](const std::string& number, const std::string& size) {
+        return std::vector<std::string>{"CryptGetProvParam(" + context + ", " + number + ", null, &0, 0)",
+                                        "CryptGetProvParam(" + context + ", " + number + ", pointer, &" + size +
+                                            ", 0)"};
+    };
+    const std::string acquisition = R"(CryptAcquireContextW(&, "box", ")" + narrow(embeddedName) + R"(", 80, 0))";
+    const std::string nameSize = std::to_string(narrow(embeddedName).size() + 1);
+    return std::vector<std::string>{acquisition,
+                                    "CryptGetUserKey(" + context + ", 1, &)",
+                                    "CryptDestroyKey(" + probe + ")",
+                                    "CryptGetUserKey(" + context + ", 1, &)",
+                                    "CryptGetKeyParam(" + key + ", 26, null, &0, 0)",
+                                    "CryptGetKeyParam(" + key + ", 26, pointer, &287, 0)",
+                                    "CryptDestroyKey(" + key + ")",
+                                    "CertCreateCertificateContext(0x10001, pointer, 287)",
+                                    "CertGetCertificateContextProperty(" + certificate + ", 2, null, &0)"} +
+           parameter("4", nameSize) + parameter("16", "4") +
+           // The container has no unique name; its name's encoding goes by the type.
+           std::vector<std::string>{"CryptGetProvParam(" + context + ", 36, null, &0, 0)"} + parameter("6", "4") +
+           parameter("16", "4") +
+           std::vector<std::string>{"CertSetCertificateContextProperty(" + certificate + ", 2, 0, pointer)",
+                                    "CertNameToStrW(0x10001, pointer, 0x50000002, null, 0)",
+                                    "CertNameToStrW(0x10001, pointer, 0x50000002, pointer, 20)",
+                                    "CryptReleaseContext(" + context + ", 0)"};
+}
+
 TEST_F(CallSequence, OfAContainersCertificate) {
-    install([] {
-        auto provider = scripted(embeddedName);
-        provider.containers = installed().containers;
-        return provider;
-    }());
+    const auto containers = installed().containers;
+    install(scripted(embeddedName));
+    installed().containers = containers;
     EXPECT_TRUE(provider().certificate(std::wstring(L"box")));
-    const auto trace = calls();
-    ASSERT_GE(trace.size(), 8U);
-    EXPECT_THAT(std::vector<std::string>(trace.begin() + 1, trace.begin() + 8),
-                ElementsAre("CryptGetUserKey(context1, 1, &)", "CryptDestroyKey(key1)",
-                            "CryptGetUserKey(context1, 1, &)", "CryptGetKeyParam(key2, 26, null, &0, 0)",
-                            "CryptGetKeyParam(key2, 26, pointer, &287, 0)", "CryptDestroyKey(key2)",
-                            "CertCreateCertificateContext(0x10001, pointer, 287)"));
-    EXPECT_THAT(trace, testing::Contains("CertSetCertificateContextProperty(certificate1, 2, 0, pointer)"));
+    EXPECT_THAT(calls(), ElementsAreArray(certificateReading("context1", "key1", "key2", "certificate1") +
+                                          std::vector<std::string>{"CertFreeCertificateContext(certificate1)"}));
+
+    const auto like = boost::make_shared<Certificate>(der(gostCertificate));
+    service().clearCalls();
+    EXPECT_TRUE(provider().certificate(like));
+    const std::string listing = R"(CryptAcquireContextW(&, null, ")" + narrow(embeddedName) + R"(", 80, 0xF0000040))";
+    EXPECT_THAT(calls(),
+                ElementsAreArray(std::vector<std::string>{listing, "CryptGetProvParam(context2, 2, null, &0, 9)",
+                                                          "CryptGetProvParam(context2, 2, pointer, &4, 9)",
+                                                          "CryptGetProvParam(context2, 2, pointer, &4, 10)",
+                                                          "CryptReleaseContext(context2, 0)"} +
+                                 certificateReading("context3", "key3", "key4", "certificate3") +
+                                 std::vector<std::string>{"CertFreeCertificateContext(certificate3)"}));
 }
 
 TEST_F(CallSequence, OfDeletions) {
@@ -169,6 +202,17 @@ TEST_F(CallSequence, OfAPrivateKeysContext) {
     service().clearCalls();
     key->resetAuthentication();
     EXPECT_THAT(calls(), ElementsAre("CryptReleaseContext(context1, 0)"));
+}
+
+TEST_F(CallSequence, OfAPrivateKeysContextThatIsTheCertificates) {
+    service().callerFrees = false;
+    const auto certificate = linked();
+    const auto key = certificate->privateKey();
+    EXPECT_NE(key->context(), nullptr);
+    const auto trace = calls();
+    ASSERT_GE(trace.size(), 2U);
+    EXPECT_EQ(trace[trace.size() - 2], "CryptGetProvParam(context1, 16, pointer, &4, 0)") << "it is described first";
+    EXPECT_EQ(trace.back(), "CryptContextAddRef(context1, null, 0)");
 }
 
 TEST_F(CallSequence, OfACertificatesHash) {

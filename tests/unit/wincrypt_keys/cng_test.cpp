@@ -10,7 +10,8 @@
 namespace wincrypt_keys {
 namespace {
 
-bool providersAreCng = false; ///< by name: such providers are not opened
+bool providersAreCng = false;       ///< by name: such providers are not opened
+bool providerObjectsAreCng = false; ///< by the provider itself
 bool handlesAreCng = false;
 
 } // namespace
@@ -21,7 +22,7 @@ bool isCNG(boost::wstring_view) {
     return wincrypt_keys::providersAreCng;
 }
 bool isCNG(const IProvider&) {
-    return wincrypt_keys::providersAreCng;
+    return wincrypt_keys::providersAreCng || wincrypt_keys::providerObjectsAreCng;
 }
 } // namespace orvik::plugin::crypto::tools
 
@@ -39,7 +40,7 @@ using testing::IsEmpty;
 class CngTest : public KeysFixture {
 protected:
     CngTest() { installed().containers = {containerNamed(L"box")}; }
-    ~CngTest() override { providersAreCng = handlesAreCng = false; }
+    ~CngTest() override { providersAreCng = providerObjectsAreCng = handlesAreCng = false; }
 };
 
 TEST_F(CngTest, ProvidersHaveNoAlgorithmsContainersOrVersion) {
@@ -62,6 +63,23 @@ TEST_F(CngTest, ProvidersThatDoNotOpenAnswerWithNothing) {
     EXPECT_EQ(service().count("CryptAcquireContextW"), 0U);
 }
 
+TEST_F(CngTest, ContainersAreNotDeletedByAName) {
+    providerObjectsAreCng = true;
+    Provider::deleteContainers(provider(), L"");
+    EXPECT_THAT(service().trace(), IsEmpty());
+    providerObjectsAreCng = false;
+    EXPECT_THAT(provider().containers(), testing::ElementsAre(L"box"));
+}
+
+TEST_F(CngTest, ACertificateIsReadWithoutOpeningAKey) {
+    installed().containers.front().certificate = der(gostCertificate);
+    handlesAreCng = true;
+    EXPECT_EQ(provider().certificate(std::wstring(L"box")), nullptr) << "no key, no certificate beside it";
+    handlesAreCng = false;
+    EXPECT_EQ(service().count("CryptGetUserKey"), 0U);
+    EXPECT_EQ(service().count("CryptGetKeyParam"), 1U);
+}
+
 TEST_F(CngTest, AlgorithmsAreComparedByTheirCngNames) {
     service().oids["1.2.643.7.1.1.2.2"] = {0x8021, L"GR 34.11-2012 256"};
     PROV_ENUMALGS algorithm{};
@@ -78,6 +96,9 @@ TEST_F(CngTest, AlgorithmsAreComparedByTheirCngNames) {
 TEST_F(CngTest, KeysLogInWithoutAnyProviderParameterBeingSet) {
     const orvik::plugin::wincrypt::HCRYPTPROV context(provider(std::wstring(L"box")), nullptr);
     orvik::plugin::wincrypt::WincryptAuth auth(context.get());
+    service().failFunction("CryptSetProvParam", 5);
+    EXPECT_FALSE(auth.login("1234"));
+    service().clearCalls();
     handlesAreCng = true;
     EXPECT_TRUE(auth.login("1234"));
     handlesAreCng = false;

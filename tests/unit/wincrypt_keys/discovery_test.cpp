@@ -5,6 +5,7 @@
 #include "crypto/wincrypt/public_key.hpp"
 #include "orvik/plugin/crypto/i_public_key.hpp"
 #include "orvik/plugin/exception/application_exception.hpp"
+#include "orvik/plugin/hex.hpp"
 #include "orvik/plugin/session.hpp"
 
 namespace wincrypt_keys {
@@ -182,7 +183,7 @@ TEST_F(ContainerKey, IsReadFromTheExchangeSlotSilently) {
     EXPECT_EQ(key->key(), "public key");
     EXPECT_EQ(key->algObjId(), "1.2.643.7.1.1.1.1");
     EXPECT_EQ(service().count("CryptAcquireContextW"), 1U);
-    EXPECT_TRUE(logged(Severity::debug, "wincrypt: get provider's publicKey (cng:0): container: \"box\""));
+    EXPECT_TRUE(logged(Severity::debug, "wincrypt: get provider's publicKey (cng:false): container: \"box\""));
 }
 
 TEST_F(ContainerKey, ThatNeedsADialogueIsAskedSilentlyFirst) {
@@ -211,6 +212,40 @@ TEST_F(ContainerKey, IsNullWhenTheContainerDoesNotOpen) {
                                               quotedProvider() + " error: no such key set"));
 }
 
+/// A container of a provider outside CryptoPro's family, whose acquisitions fail: silently, then with the given code.
+class ContainerThatStaysClosed : public ContainerKey {
+protected:
+    ContainerThatStaysClosed() {
+        service().on.CryptAcquireContextW = [this](unsigned long*, const wchar_t*, const wchar_t*, DWORD, DWORD asked) {
+            flags_.push_back(asked);
+            return service_double::fail(asked == 0x40 ? 0x80090022 : code_);
+        };
+    }
+
+    Provider closed_{77UL, vipNetName, std::wstring(L"box")};
+    DWORD code_ = 0x80090016;
+    std::vector<DWORD> flags_;
+};
+
+TEST_F(ContainerThatStaysClosed, IsAskedTwiceAndItsKeyIsNull) {
+    service().messages[0x80090016] = "no such key set";
+    EXPECT_EQ(Provider::publicKey(closed_), nullptr);
+    EXPECT_THAT(flags_, ElementsAre(0x40U, 0U));
+    EXPECT_TRUE(logged(Severity::warning, "wincrypt: get public key for provider failed, provider: \"" +
+                                              narrow(vipNetName) + "\" error: no such key set"));
+}
+
+TEST_F(ContainerThatStaysClosed, BecauseThePersonCancelledTheDialogueIsToldApart) {
+    for (const DWORD code : {1223U, 0x8010006EU}) {
+        code_ = code;
+        EXPECT_EQ(thrownBy<ApplicationException>([&] { Provider::publicKey(closed_); }),
+                  (Thrown{20003, "provider", "publicKey", 0}));
+        clearLog();
+        EXPECT_EQ(closed_.publicKey(), nullptr);
+        EXPECT_TRUE(logged(Severity::warning, "wincrypt: get provider's public key failed - user cancelled: \"box\""));
+    }
+}
+
 TEST_F(ContainerKey, IsNullWhenTheServiceExportsNothing) {
     service().on.CryptExportPublicKeyInfo = [](unsigned long, DWORD, DWORD, CERT_PUBLIC_KEY_INFO*, DWORD* size) {
         *size = 0;
@@ -231,6 +266,7 @@ TEST_F(ContainerKey, IsNullWhenTheServiceExportsLessThanAKey) {
 TEST_F(ContainerKey, IsNullWhenTheExportFails) {
     service().failFunction("CryptExportPublicKeyInfo", 0x8009000D);
     EXPECT_EQ(Provider::publicKey(box_), nullptr);
+    EXPECT_THAT(logTexts(Severity::debug), IsEmpty()) << "no key was got";
     EXPECT_THAT(logTexts(Severity::warning), ElementsAre("wincrypt: get public key for provider failed, provider: " +
                                                          quotedProvider() + " error: CryptoError: 2148073485"));
 }
@@ -265,13 +301,17 @@ TEST_F(DiscoveryTest, FindsTheContainerOfAKey) {
     second.publicKey = {wanted->algObjId(), wanted->algParams(), wanted->key()};
     installed().containers = {first, locked, second, second};
     EXPECT_EQ(provider().container(*wanted), std::wstring(L"/keys/второй"));
-    const auto records = logTexts(Severity::debug);
-    EXPECT_THAT(records, testing::IsSupersetOf({"wincrypt: try provider, name: " + narrow(embeddedName),
-                                                std::string("wincrypt: try container: /keys/first"),
-                                                // "public key" in hexadecimal
-                                                std::string("wincrypt: try container public key: 7075626c6963206b6579"),
-                                                std::string("wincrypt: try container: /keys/locked"),
-                                                std::string("wincrypt: found certificate container: /keys/второй")}));
+    const auto got = [](const std::string& name) {
+        return "wincrypt: get provider's publicKey (cng:false): container: \"" + name + "\"";
+    };
+    EXPECT_THAT(logTexts(Severity::debug),
+                ElementsAre("wincrypt: try provider, name: " + narrow(embeddedName),
+                            "wincrypt: try container: /keys/first", got("/keys/first"),
+                            "wincrypt: try container public key: 7075626c6963206b6579", // "public key"
+                            "wincrypt: try container: /keys/locked", "wincrypt: try container: /keys/второй",
+                            got("/keys/второй"),
+                            "wincrypt: try container public key: " + orvik::plugin::hex::encode(wanted->key()),
+                            "wincrypt: found certificate container: /keys/второй"));
     EXPECT_EQ(service().count("CertComparePublicKeyInfo"), 2U);
 }
 

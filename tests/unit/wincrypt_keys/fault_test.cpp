@@ -33,6 +33,11 @@ using service_double::walkFaults;
 constexpr DWORD faultCode = 0x8009000E;
 constexpr const char* streebog = "1.2.643.7.1.1.2.2";
 
+std::string place(const orvik::plugin::exception::Exception& e) {
+    const Thrown thrown = describe(e);
+    return std::to_string(thrown.code) + " at " + thrown.file + ", " + thrown.function;
+}
+
 /// Where and with which number the run ended; empty when it returned.
 std::string ending(const FaultOutcome& outcome) {
     if (!outcome.thrown) {
@@ -42,11 +47,11 @@ std::string ending(const FaultOutcome& outcome) {
     try {
         std::rethrow_exception(outcome.thrown);
     } catch (const SystemException& e) {
-        text << "SystemException " << describe(e);
+        text << "SystemException " << place(e);
     } catch (const CryptoException& e) {
-        text << "CryptoException " << describe(e);
+        text << "CryptoException " << place(e);
     } catch (const ApplicationException& e) {
-        text << "ApplicationException " << describe(e);
+        text << "ApplicationException " << place(e);
     } catch (const std::exception& e) {
         text << "unexpected: " << e.what();
     }
@@ -54,7 +59,7 @@ std::string ending(const FaultOutcome& outcome) {
 }
 
 std::string system(DWORD code, const std::string& place) {
-    return "SystemException " + std::to_string(static_cast<int>(code)) + " at " + place + ", 0";
+    return "SystemException " + std::to_string(static_cast<int>(code)) + " at " + place;
 }
 
 class FaultWalkTest : public KeysFixture {
@@ -170,8 +175,7 @@ TEST_F(FaultWalkTest, PublicKeyOfAContainer) {
     EXPECT_TRUE(key);
     EXPECT_EQ(walk(
                   "Provider::publicKey(provider), cancelled", [&] { key = Provider::publicKey(box()); },
-                  {{"CryptExportPublicKeyInfo", "ApplicationException 20003 at provider, publicKey, 0"}}, arrange,
-                  1223),
+                  {{"CryptExportPublicKeyInfo", "ApplicationException 20003 at provider, publicKey"}}, arrange, 1223),
               4U);
     EXPECT_TRUE(key);
     EXPECT_EQ(walk(
@@ -195,7 +199,14 @@ TEST_F(FaultWalkTest, ContainerOfAKey) {
 
 TEST_F(FaultWalkTest, CertificatesInContainers) {
     std::size_t found = 0;
-    EXPECT_GT(walk("Provider::certificates", [&] { found = provider().certificates().size(); }), 20U);
+    const auto scenario = [&] { found = provider().certificates().size(); };
+    EXPECT_GT(walkFaults({"Provider::certificates", arrange, scenario,
+                          [&](const FaultOutcome& outcome) {
+                              EXPECT_EQ(ending(outcome), "");
+                              // What fails in one container leaves the other's certificate; the first calls list both.
+                              EXPECT_GE(found, outcome.index <= 5 ? 0U : 1U) << outcome.call;
+                          }}),
+              20U);
     EXPECT_EQ(found, 2U);
     bool one = false;
     EXPECT_GT(walk("Provider::certificate(container)",
@@ -309,7 +320,7 @@ TEST_F(FaultWalkTest, ContextOfAKey) {
 }
 
 TEST_F(FaultWalkTest, KeySpec) {
-    const std::string unavailable = "CryptoException 30001 at private_key, keySpec, 0";
+    const std::string unavailable = "CryptoException 30001 at private_key, keySpec";
     EXPECT_GT(walk(
                   "PrivateKey::keySpec", [] { EXPECT_EQ(PrivateKey(linkedCertificate()).keySpec(), 1U); },
                   {{"CertCreateCertificateContext", keyEndings.at("CertCreateCertificateContext")},
@@ -322,7 +333,7 @@ TEST_F(FaultWalkTest, KeySpec) {
 TEST_F(FaultWalkTest, AuthenticationOfAKey) {
     AuthProvider::setDialog({});
     auto endings = keyEndings;
-    endings["CryptSetProvParam"] = "CryptoException 30053 at private_key, authenticate, 0";
+    endings["CryptSetProvParam"] = "CryptoException 30053 at private_key, authenticate";
     EXPECT_GT(walk(
                   "PrivateKey::authenticate",
                   [] {
@@ -372,7 +383,7 @@ TEST_F(FaultWalkTest, HashOfAProvider) {
                        std::istringstream stream(std::string(0x80001, 'x'));
                        EXPECT_EQ(provider().hash(nullptr, streebog)->create(stream).size(), 32U);
                    },
-                   {{"CryptAcquireContextW", "CryptoException 30004 at hash, CryptHash, 0"},
+                   {{"CryptAcquireContextW", "CryptoException 30004 at hash, CryptHash"},
                     {"CryptCreateHash", system(faultCode, "hash, CryptHash")},
                     {"CryptHashData", system(faultCode, "hash, update")},
                     {"CryptGetHashParam", system(faultCode, "hash, finalize")}}),

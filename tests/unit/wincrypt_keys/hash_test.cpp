@@ -130,6 +130,16 @@ TEST_F(HashTest, WithoutCertificateThereIsNoCertificateBoundHash) {
               (Thrown{30003, "hash", "CryptHash", 0}));
 }
 
+TEST_F(HashTest, OfACertificateWithoutKeyHasNoProvider) {
+    class Keyless : public Certificate {
+    public:
+        Keyless() : Certificate(der(gostCertificate)) {}
+        [[nodiscard]] boost::shared_ptr<orvik::plugin::crypto::IPrivateKey> privateKey() const override { return {}; }
+    };
+    EXPECT_EQ(thrownBy<CryptoException>([] { CryptHash(boost::make_shared<Keyless>(), streebog); }),
+              (Thrown{30004, "hash", "CryptHash", 0}));
+}
+
 TEST_F(HashTest, OfACertificateWhoseKeyCannotBeHadTellsWhy) {
     service().failFunction("CryptAcquireCertificatePrivateKey", 0x80090016);
     EXPECT_EQ(thrownBy<SystemException>([&] { certificateHash(); }),
@@ -142,6 +152,9 @@ TEST_F(HashTest, RefusedAlgorithmIsLoggedAndThrown) {
               (Thrown{static_cast<int>(0x80090008), "hash", "CryptHash", 0}));
     EXPECT_THAT(logTexts(Severity::error),
                 ElementsAre("wincrypt: createHash error: algId: 32801, algorithm: 1.2.643.7.1.1.2.2"));
+    clearLog();
+    EXPECT_THROW(CryptHash(provider(), streebogId), SystemException);
+    EXPECT_THAT(logTexts(Severity::error), ElementsAre("wincrypt: createHash error: algId: 32801, algorithm: "));
 }
 
 TEST_F(HashTest, AnAlgorithmThatTheServiceDoesNotKnowIsLeftToItToRefuse) {
@@ -208,25 +221,54 @@ TEST_F(HashTest, EitherFailureOfFinalizeIsThrown) {
     }
 }
 
-/// Sizes of the pieces in which create() hands a stream of `size` octets over.
-std::vector<DWORD> piecesOf(CryptHash& hash, std::size_t size) {
+/// Sizes of the pieces in which create() hands a stream over, all from one buffer.
+std::vector<DWORD> piecesOf(CryptHash& hash, std::istream& stream) {
     std::vector<DWORD> pieces;
-    service().on.CryptHashData = [&](unsigned long, const BYTE*, DWORD piece, DWORD) {
+    std::set<const BYTE*> buffers;
+    service().on.CryptHashData = [&](unsigned long, const BYTE* data, DWORD piece, DWORD) {
         pieces.push_back(piece);
+        buffers.insert(data);
         return 1;
     };
-    std::istringstream stream(std::string(size, 'x'));
     EXPECT_FALSE(hash.create(stream).empty());
+    EXPECT_LE(buffers.size(), 1U);
     return pieces;
 }
 
+std::vector<DWORD> piecesOf(CryptHash& hash, std::size_t size) {
+    std::istringstream stream(std::string(size, 'x'));
+    return piecesOf(hash, stream);
+}
+
+constexpr DWORD chunk = 0x80000;
+
 TEST_F(HashTest, StreamsAreHashedInPiecesOf512KiB) {
-    constexpr DWORD chunk = 0x80000;
     auto hash = providerHash();
     EXPECT_THAT(piecesOf(hash, 1), ElementsAre(1U));
     EXPECT_THAT(piecesOf(hash, chunk), ElementsAre(chunk));
     EXPECT_THAT(piecesOf(hash, chunk + 1), ElementsAre(chunk, 1U));
     EXPECT_THAT(piecesOf(hash, 2 * chunk), ElementsAre(chunk, chunk));
+}
+
+TEST_F(HashTest, AStreamThatFailsIsHashedUpToThere) {
+    class Failing : public std::stringbuf {
+    public:
+        Failing() : std::stringbuf(std::string(chunk, 'x')) {}
+
+    protected:
+        int_type underflow() override {
+            const auto next = std::stringbuf::underflow();
+            if (next == traits_type::eof()) {
+                throw std::runtime_error("the device is gone");
+            }
+            return next;
+        }
+    };
+    Failing device;
+    std::istream stream(&device);
+    auto hash = providerHash();
+    EXPECT_THAT(piecesOf(hash, stream), ElementsAre(chunk));
+    EXPECT_TRUE(stream.bad()) << "which is for the caller to see";
 }
 
 TEST_F(HashTest, AnEmptyStreamIsNotHashedAtAll) {
@@ -248,6 +290,9 @@ TEST_F(HashTest, AsksForThePinBeforeTheFirstSignatureOnly) {
     EXPECT_EQ(hash.sign(), "signature");
     EXPECT_EQ(hash.sign(), "signature");
     EXPECT_EQ(dialogues_, 1U);
+    using service_double::ParameterSet;
+    EXPECT_THAT(service().parametersSet, ElementsAre(ParameterSet{32, "1234", 0}, ParameterSet{32, "1234", 1}))
+        << "no PIN is tried but the one that the dialogue gave";
     EXPECT_TRUE(certificate_->privateKey()->authenticated());
 }
 
@@ -293,6 +338,17 @@ TEST_F(HashTest, AFailureOfTheSecondCallLeadsToTheSecondAttemptToo) {
     signFailures_[{1, true}] = noKey;
     EXPECT_EQ(certificateHash().sign(), "signature");
     EXPECT_EQ(signCalls_.back().keySpec, 2U);
+}
+
+TEST_F(HashTest, OnlyARefusedPinKeepsTheSecondAttemptFromBeingMade) {
+    service().on.CryptSignHashW = [](unsigned long, DWORD keySpec, const char*, DWORD, BYTE* buffer,
+                                     DWORD* size) -> BOOL {
+        if (keySpec == 1) {
+            throw CryptoException(CryptoException::Code::wrongProviderType);
+        }
+        return service_double::give("second", buffer, size);
+    };
+    EXPECT_EQ(certificateHash().sign(), "second");
 }
 
 TEST_F(HashTest, WhatWentWrongWithTheExchangeKeyIsThrownWhenBothFail) {

@@ -107,6 +107,37 @@ TEST_F(PrivateKeyTest, WithoutAReferenceThereIsNoContext) {
     EXPECT_EQ(service().count("CryptReleaseContext"), 0U);
 }
 
+/// Writes down when it is asked where its key lies.
+class Asked : public Certificate {
+public:
+    explicit Asked(std::vector<std::string>& log) : Certificate(der(gostCertificate)), log_(log) {}
+    [[nodiscard]] boost::shared_ptr<IProvider> provider(bool search) const override {
+        log_.push_back(search ? "provider, searching" : "provider");
+        return Certificate::provider(search);
+    }
+    [[nodiscard]] boost::optional<std::wstring> container() const override {
+        log_.emplace_back("container");
+        return Certificate::container();
+    }
+
+private:
+    std::vector<std::string>& log_;
+};
+
+TEST_F(PrivateKeyTest, AsksTheCertificateForItsBindingBeforeTheService) {
+    std::vector<std::string> order;
+    const auto certificate = boost::make_shared<Asked>(order);
+    ASSERT_TRUE(certificate->link(provider(), std::wstring(L"box")));
+    service().on.CryptAcquireCertificatePrivateKey = [&](PCCERT_CONTEXT context, DWORD flags, void* reserved,
+                                                         unsigned long* handle, DWORD* keySpec, BOOL* callerFrees) {
+        order.emplace_back("acquisition");
+        return Defaults::CryptAcquireCertificatePrivateKey(context, flags, reserved, handle, keySpec, callerFrees);
+    };
+    order.clear();
+    EXPECT_NE(PrivateKey(certificate).context(), nullptr);
+    EXPECT_THAT(order, ElementsAre("provider, searching", "container", "acquisition"));
+}
+
 TEST_F(PrivateKeyTest, DescribesTheProviderFromTheContext) {
     const auto provider = key_->provider();
     ASSERT_TRUE(provider);
@@ -237,6 +268,9 @@ TEST_F(PrivateKeyTest, TakesNoPinFromTheStartWithSignalCom) {
     certificate_ = boost::make_shared<Certificate>(der(gostCertificate));
     certificate_->link(Provider(80UL, signalComName), L"box");
     EXPECT_FALSE(PrivateKey(certificate_).supportsAuthentication());
+    install(scripted(embeddedName));
+    installed().containers = {containerNamed(L"box")};
+    EXPECT_FALSE(key_->supportsAuthentication()) << "the first answer stands for the process";
 }
 
 TEST_F(PrivateKeyTest, TheAnswerIsNotKeptWhenTheFirstKeyCannotBeHad) {

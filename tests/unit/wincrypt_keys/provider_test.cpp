@@ -1,6 +1,8 @@
 // Identity, algorithms, random octets, version and the signing tool of a provider.
 #include "keys_fixture.hpp"
 
+#include "crypto/wincrypt/exceptions.hpp"
+#include "crypto/wincrypt/handles.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/i_hash.hpp"
 #include "orvik/plugin/crypto/tools.hpp"
@@ -11,6 +13,7 @@ namespace wincrypt_keys {
 namespace {
 
 using orvik::plugin::crypto::exception::CryptoException;
+using orvik::plugin::crypto::exception::SystemException;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -24,6 +27,15 @@ PROV_ENUMALGS algorithm(ALG_ID id, const std::string& name, DWORD length) {
 
 class ProviderTest : public KeysFixture {
 protected:
+    /// What the failure to open a provider without a name says of itself.
+    static std::string withoutNameText() {
+        try {
+            const orvik::plugin::wincrypt::HCRYPTPROV none(L"", L"", IProvider::gost2012_256, 0, nullptr);
+        } catch (const CryptoException& e) {
+            return e.what();
+        }
+        return "nothing was thrown";
+    }
     static std::string recordText(const wchar_t* name) {
         return orvik::plugin::crypto::tools::providerInfo(narrow(name))->subjectSignTool;
     }
@@ -50,6 +62,38 @@ TEST_F(ProviderTest, OfACertificateIsProviderWide) {
     const Provider provider(*certificateIn(L"box"));
     EXPECT_EQ(provider.type(), IProvider::gost2012_256);
     EXPECT_EQ(provider.name(), embeddedName);
+    EXPECT_FALSE(provider.container());
+}
+
+/// A certificate whose provider, under one of its aliases, is narrowed to a container.
+class BoundElsewhere : public Certificate {
+public:
+    BoundElsewhere() : Certificate(der(gostCertificate)) {}
+    [[nodiscard]] boost::shared_ptr<IProvider> provider(bool find) const override {
+        asked_.push_back(find);
+        return boost::make_shared<Alias>();
+    }
+    [[nodiscard]] const std::vector<bool>& asked() const { return asked_; }
+
+private:
+    class Alias : public Provider {
+    public:
+        Alias() : Provider(IProvider::gost2012_512, unknownName, std::wstring(L"box")) {}
+        [[nodiscard]] const std::wstring& name() const override { return name_; }
+
+    private:
+        std::wstring name_ = L"Crypto-Pro GOST R 34.10-2012 KC1 CSP";
+    };
+
+    mutable std::vector<bool> asked_;
+};
+
+TEST_F(ProviderTest, OfACertificateTakesTypeAndCanonicalNameButNoContainer) {
+    const BoundElsewhere certificate;
+    const Provider provider(certificate);
+    EXPECT_THAT(certificate.asked(), ElementsAre(true));
+    EXPECT_EQ(provider.type(), IProvider::gost2012_512);
+    EXPECT_EQ(provider.name(), cryptoProName);
     EXPECT_FALSE(provider.container());
 }
 
@@ -103,9 +147,29 @@ TEST_F(ProviderTest, EnumeratesAlgorithmsFromFirstToNextWithTheWholeRecordEachTi
 }
 
 TEST_F(ProviderTest, AnEnumerationThatThrowsIsLoggedAndKeepsWhatItFound) {
-    const Provider nameless(80UL, L"");
-    EXPECT_THAT(nameless.algorithms(), IsEmpty());
+    service().on.CryptGetProvParam = [](unsigned long, DWORD, BYTE* data, DWORD*, DWORD flags) -> BOOL {
+        if (flags == 2) {
+            throw SystemException(5);
+        }
+        const auto record = algorithm(0x8021, "GOST R 34.11-2012", 18);
+        std::memcpy(data, &record, sizeof(record));
+        return 1;
+    };
+    EXPECT_THAT(provider().algorithms(), ElementsAre("1.2.643.7.1.1.2.2"));
+    EXPECT_THAT(logTexts(Severity::warning),
+                ElementsAre("wincrypt: get provider algoritms failed, provider: \"" + narrow(embeddedName) + "\""));
+}
+
+TEST_F(ProviderTest, WithoutANameHasNoAlgorithms) {
+    EXPECT_THAT(Provider(80UL, L"").algorithms(), IsEmpty());
     EXPECT_THAT(logTexts(Severity::warning), ElementsAre("wincrypt: get provider algoritms failed, provider: \"\""));
+}
+
+TEST_F(ProviderTest, WithANameThatIsNoUnicodeAnswersWithNothing) {
+    const Provider unreadable(80UL, std::wstring(L"P") + wchar_t(0x110000));
+    EXPECT_THAT(unreadable.algorithms(), IsEmpty());
+    EXPECT_THAT(unreadable.randomBytes(4), IsEmpty());
+    EXPECT_FALSE(unreadable.version());
 }
 
 TEST_F(ProviderTest, AsksForAlgorithmsOncePerName) {
@@ -120,6 +184,13 @@ TEST_F(ProviderTest, AsksForAlgorithmsOncePerName) {
         ElementsAre("wincrypt: provider " + narrow(embeddedName) + " (80) supports algorithm: 1.2.643.7.1.1.2.2",
                     "wincrypt: provider " + narrow(embeddedName) + " (80) supports algorithm: 1.2.643.7.1.1.2.3",
                     "wincrypt: provider " + narrow(cryptoProName) + " (80) supports algorithm: 1.2.643.7.1.1.2.2"));
+}
+
+TEST_F(ProviderTest, ProvidersOfOneNameShareTheirAlgorithmsWhateverTheirType) {
+    installed().algorithms = {algorithm(0x8021, "GOST R 34.11-2012", 18)};
+    EXPECT_TRUE(provider().hasAlgorithm("1.2.643.7.1.1.2.2"));
+    EXPECT_TRUE(Provider(81UL, embeddedName).hasAlgorithm("1.2.643.7.1.1.2.2"));
+    EXPECT_EQ(service().count("CryptAcquireContextW"), 1U);
 }
 
 TEST_F(ProviderTest, AsksAgainWhenAProviderReportedNothing) {
@@ -149,6 +220,8 @@ TEST_F(ProviderTest, GivesRandomOctetsOfTheProvider) {
 
 TEST_F(ProviderTest, NoRandomOctetsAreAnEmptyVector) {
     EXPECT_THAT(provider().randomBytes(0), IsEmpty());
+    EXPECT_EQ(service().count("CryptGenRandom"), 1U);
+    EXPECT_THAT(logTexts(Severity::warning), IsEmpty()) << "which is no failure";
 }
 
 TEST_F(ProviderTest, RandomFailureIsLoggedWithTheServicesText) {
@@ -169,7 +242,21 @@ TEST_F(ProviderTest, RandomOfAProviderThatDoesNotOpenIsEmptyWithoutItsOwnRecord)
 TEST_F(ProviderTest, RandomExceptionIsLoggedTheSameWay) {
     EXPECT_THAT(Provider(80UL, L"").randomBytes(7), IsEmpty());
     EXPECT_THAT(logTexts(Severity::warning),
-                ElementsAre(testing::StartsWith("wincrypt: get random bytes failed, provider: \"\", length=7, ")));
+                ElementsAre("wincrypt: get random bytes failed, provider: \"\", length=7, " + withoutNameText()));
+}
+
+TEST_F(ProviderTest, FailuresThrownByTheServiceAreLoggedWithTheirTexts) {
+    service().messages[5] = "access denied";
+    service().on.CryptGenRandom = [](unsigned long, DWORD, BYTE*) -> BOOL { throw SystemException(5); };
+    service().on.CryptGetProvParam = [](unsigned long, DWORD, BYTE*, DWORD*, DWORD) -> BOOL {
+        throw SystemException(5);
+    };
+    EXPECT_THAT(provider().randomBytes(7), IsEmpty());
+    EXPECT_FALSE(provider().version());
+    const std::string name = "\"" + narrow(embeddedName) + "\"";
+    EXPECT_THAT(logTexts(Severity::warning),
+                ElementsAre("wincrypt: get random bytes failed, provider: " + name + ", length=7, access denied",
+                            "wincrypt: get provider version failed, provider: " + name + ", error: access denied"));
 }
 
 // ---- version
@@ -206,7 +293,7 @@ TEST_F(ProviderTest, RefusedVersionIsLogged) {
 TEST_F(ProviderTest, VersionExceptionIsLoggedWithItsText) {
     EXPECT_FALSE(Provider(80UL, L"").version());
     EXPECT_THAT(logTexts(Severity::warning),
-                ElementsAre(testing::StartsWith("wincrypt: get provider version failed, provider: \"\", error: ")));
+                ElementsAre("wincrypt: get provider version failed, provider: \"\", error: " + withoutNameText()));
 }
 
 // ---- the signing tool
@@ -228,7 +315,9 @@ TEST_F(ProviderTest, SignToolOfCryptoProDependsOnVersionsBelowFive) {
     const std::pair<DWORD, std::string> texts[] = {{0x0400, "\"КриптоПро CSP\" версия 4.0"},
                                                    {0x0309, "\"КриптоПро CSP\" версия 4.0"},
                                                    {0x0500, recordText(cryptoProName)},
-                                                   {0x0900, recordText(cryptoProName)}};
+                                                   {0x0900, recordText(cryptoProName)},
+                                                   // the first digit decides, not the number
+                                                   {0x0A00, "\"КриптоПро CSP\" версия 4.0"}};
     for (const auto& [version, text] : texts) {
         installed().version = version;
         EXPECT_EQ(cryptoPro.subjectSignTool(), text) << std::hex << version;
@@ -243,7 +332,8 @@ TEST_F(ProviderTest, SignToolOfSignalComDependsOnVersionsAboveThree) {
     const std::pair<DWORD, std::string> texts[] = {{0x0400, "Крипто-КОМ 3.5"},
                                                    {0x0500, "Крипто-КОМ 3.5"},
                                                    {0x0305, recordText(signalComName)},
-                                                   {0x0100, recordText(signalComName)}};
+                                                   {0x0100, recordText(signalComName)},
+                                                   {0x0A00, recordText(signalComName)}};
     for (const auto& [version, text] : texts) {
         installed().version = version;
         EXPECT_EQ(signalCom.subjectSignTool(), text) << std::hex << version;

@@ -110,12 +110,17 @@ TEST_F(PublicKeyTest, HandsItselfFirstAndTheOtherSecondToTheService) {
     EXPECT_TRUE(equal(mine, theirs));
     EXPECT_EQ(encoding_, 0x00010001U);
     ASSERT_EQ(seen_.size(), 2U);
-    EXPECT_EQ(static_cast<void*>(seen_[0].PublicKey.pbData), static_cast<const void*>(mine.key().data()));
-    EXPECT_EQ(seen_[0].PublicKey.cbData, 4U);
-    EXPECT_EQ(seen_[0].PublicKey.cUnusedBits, 0U);
-    EXPECT_STREQ(seen_[1].Algorithm.pszObjId, "1.2.3");
-    EXPECT_EQ(seen_[1].Algorithm.Parameters.cbData, 16U);
-    EXPECT_EQ(static_cast<void*>(seen_[1].PublicKey.pbData), static_cast<const void*>(theirs.key().data()));
+    const orvik::plugin::crypto::IPublicKey* const keys[] = {&mine, &theirs};
+    for (std::size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(seen_[i].Algorithm.pszObjId, keys[i]->algObjId()) << i;
+        EXPECT_EQ(static_cast<void*>(seen_[i].Algorithm.Parameters.pbData),
+                  static_cast<const void*>(keys[i]->algParams().data()))
+            << i;
+        EXPECT_EQ(seen_[i].Algorithm.Parameters.cbData, keys[i]->algParams().size()) << i;
+        EXPECT_EQ(static_cast<void*>(seen_[i].PublicKey.pbData), static_cast<const void*>(keys[i]->key().data())) << i;
+        EXPECT_EQ(seen_[i].PublicKey.cbData, keys[i]->key().size()) << i;
+        EXPECT_EQ(seen_[i].PublicKey.cUnusedBits, 0U) << i;
+    }
 }
 
 TEST_F(PublicKeyTest, TheServiceDecides) {

@@ -107,6 +107,34 @@ TEST_F(WincryptAuthTest, ThreeFailuresRejectTheHandleForGood) {
     EXPECT_TRUE(auth.isAuthRejected()) << "a later success does not reset the count";
 }
 
+TEST_F(WincryptAuthTest, PinsThatCannotBeSetCountAsFailures) {
+    auto auth = handle();
+    failingFlags_ = 0;
+    for (const char* pin : {"1", "2", "3"}) {
+        EXPECT_FALSE(auth.isAuthRejected()) << pin;
+        EXPECT_FALSE(auth.login(pin));
+    }
+    EXPECT_TRUE(auth.isAuthRejected());
+}
+
+TEST_F(WincryptAuthTest, WithoutAMaximumTheHandleIsRejected) {
+    class Unlimited : public WincryptAuth {
+    public:
+        using WincryptAuth::WincryptAuth;
+        [[nodiscard]] boost::optional<unsigned> maxAttempts() const override { return boost::none; }
+    };
+    EXPECT_TRUE(Unlimited(context_->get()).isAuthRejected());
+}
+
+TEST_F(WincryptAuthTest, AFailureWithoutATextIsToldByItsNumber) {
+    service().messages.clear();
+    failingFlags_ = 1;
+    auto auth = handle();
+    EXPECT_FALSE(auth.login("1"));
+    EXPECT_THAT(logTexts(Severity::error),
+                ElementsAre("wincrypt: authorization error. verify pin failed: CryptoError: 2148532331"));
+}
+
 TEST_F(WincryptAuthTest, ALoginClearsTheStatesOfTheOneBefore) {
     auto auth = handle();
     failingFlags_ = 1;
@@ -131,6 +159,13 @@ TEST_F(WincryptAuthTest, AContainerThatIsAFileGoesByItsFileName) {
         const HCRYPTPROV context(path, embeddedName, IProvider::gost2012_256, 0, nullptr);
         EXPECT_EQ(WincryptAuth(context.get()).container(), exists ? std::wstring(L"ключ.key") : path);
     }
+}
+
+TEST_F(WincryptAuthTest, AContainerThatIsAFolderKeepsItsName) {
+    const auto path = boost::filesystem::temp_directory_path().wstring();
+    installed().containers = {containerNamed(path)};
+    const HCRYPTPROV context(path, embeddedName, IProvider::gost2012_256, 0, nullptr);
+    EXPECT_EQ(WincryptAuth(context.get()).container(), path);
 }
 
 TEST_F(WincryptAuthTest, ProvidersTakePinsUnlessTheyAreSignalComs) {

@@ -3,6 +3,7 @@
 /// Pieces of log records that several components write alike.
 
 #include "crypto/wincrypt/exceptions.hpp"
+#include "lenient.hpp"
 #include "orvik/plugin/converter.hpp"
 #include "orvik/plugin/log.hpp"
 
@@ -13,9 +14,10 @@
 
 namespace orvik::plugin::wincrypt {
 
-/// A provider's or container's name as records show it.
+/// A provider's or container's name as records show it; empty for one that is no Unicode, for a record about a failure
+/// must not fail itself.
 inline std::string quotedName(boost::wstring_view name) {
-    return log::quoted(plugin::converter::utf16_to_utf8(name));
+    return log::quoted(orEmpty([&] { return plugin::converter::utf16_to_utf8(name); }));
 }
 
 inline std::string quotedContainer(const boost::optional<std::wstring>& container) {

@@ -72,13 +72,17 @@ boost::shared_ptr<Certificate> certificate(const crypto::IProvider& provider, co
     return certificate(context, provider);
 }
 
+void reportUnread(const crypto::IProvider& provider, const std::exception& e) {
+    log::warning("wincrypt: get provider certificates failed, provider: " + quotedName(provider.name()) +
+                 ", error: " + e.what());
+}
+
 /// For the walks over all containers: one that fails is logged and skipped.
 boost::shared_ptr<Certificate> certificateIfReadable(const crypto::IProvider& provider, const std::wstring& container) {
     try {
         return certificate(provider, container);
     } catch (const std::exception& e) {
-        log::warning("wincrypt: get provider certificates failed, provider: " + quotedName(provider.name()) +
-                     ", error: " + e.what());
+        reportUnread(provider, e);
         return nullptr;
     }
 }
@@ -111,7 +115,13 @@ Provider::certificate(const boost::shared_ptr<crypto::ICertificate>& like) const
     if (!like) {
         return nullptr;
     }
-    const auto serialNumber = like->serialNumber();
+    std::string serialNumber;
+    try {
+        serialNumber = like->serialNumber();
+    } catch (const std::exception& e) {
+        internal::reportUnread(*this, e);
+        return nullptr;
+    }
     std::set<std::wstring> visited;
     for (const auto& container : containers()) {
         if (!visited.insert(container).second) {

@@ -69,9 +69,8 @@ std::string fileName(const std::wstring& container) {
     return boost::filesystem::path(plugin::converter::utf16_to_utf8(container)).filename().string();
 }
 
-/// The key in the exchange slot of the context's container; null when it has none to show.
-boost::shared_ptr<crypto::IPublicKey> exportedKey(const HCRYPTPROV& context) {
-    auto info = tools::exportPublicKeyInfo(context.get());
+/// The key in an exported CERT_PUBLIC_KEY_INFO; null when there is none to show.
+boost::shared_ptr<crypto::IPublicKey> exportedKey(std::string info) {
     if (info.size() < sizeof(CERT_PUBLIC_KEY_INFO)) {
         log::warning("wincrypt: publicKeyInfo is empty");
         return nullptr;
@@ -147,9 +146,10 @@ boost::shared_ptr<crypto::IPublicKey> Provider::publicKey(const IProvider& provi
             const HCRYPTPROV context(container.value_or(std::wstring()), provider.name(), provider.type(), flags,
                                      &error);
             if (context) {
-                log::debug("wincrypt: get provider's publicKey (cng:" + std::to_string(static_cast<int>(cng)) +
+                auto info = tools::exportPublicKeyInfo(context.get());
+                log::debug("wincrypt: get provider's publicKey (cng:" + std::string(cng ? "true" : "false") +
                            "): container: " + quotedContainer(container));
-                return internal::exportedKey(context);
+                return internal::exportedKey(std::move(info));
             }
         }
         exception::raise(SystemException(error), {"provider", "publicKey"});

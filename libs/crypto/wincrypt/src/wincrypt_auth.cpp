@@ -18,7 +18,8 @@ std::wstring containerTitle(unsigned long context) {
     auto name = tools::exportContainerName(context);
     const boost::filesystem::path path(plugin::converter::utf16_to_utf8(name));
     boost::system::error_code ignored;
-    if (boost::filesystem::exists(path, ignored)) {
+    const auto status = boost::filesystem::status(path, ignored);
+    if (boost::filesystem::exists(status) && !boost::filesystem::is_directory(status)) {
         return plugin::converter::utf8_to_utf16(path.filename().string());
     }
     return name;

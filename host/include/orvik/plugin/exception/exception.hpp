@@ -9,6 +9,7 @@
 #include <boost/exception/info.hpp>
 
 #include <exception>
+#include <source_location>
 #include <string>
 #include <system_error>
 
@@ -47,11 +48,12 @@ E&& setValue(E&& e, const std::string& value) {
     return std::forward<E>(e);
 }
 
-/// Where a throw stands: file name without extension, function, line (0 when it does not matter).
+/// Where a throw stands: file name without extension, function, line (that of the Location unless another is known to
+/// the outside).
 struct Location {
     const char* file;
     const char* function;
-    int line = 0;
+    int line = static_cast<int>(std::source_location::current().line());
 };
 
 /// Throws a copy of `e` with the location attached as boost::throw_file, throw_function and throw_line.
