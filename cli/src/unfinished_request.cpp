@@ -53,7 +53,7 @@ void UnfinishedRequest::begin() {
     out_.nameMeanwhile(name_);
 }
 
-void UnfinishedRequest::clear() const {
+void UnfinishedRequest::clear() {
     const auto left = Leftover::find(name_);
     if (!left) {
         return;
@@ -61,6 +61,7 @@ void UnfinishedRequest::clear() const {
     const auto container = existing(provider_, container_);
     if (container && !left->published()) {
         provider_->deleteContainer(text::wide(container->path), "its request was never finished");
+        deletedContainer_ = true;
     }
     left->remove();
 }

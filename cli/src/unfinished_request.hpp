@@ -21,13 +21,17 @@ public:
     /// To be called before the container is made.
     void begin();
 
+    /// Whether a container of a killed run was deleted.
+    [[nodiscard]] bool deletedContainer() const noexcept { return deletedContainer_; }
+
 private:
-    void clear() const;
+    void clear();
 
     OutputFile& out_;
     ProviderPtr provider_;
     std::string container_;
     std::string name_; ///< of the file meanwhile
+    bool deletedContainer_ = false;
 };
 
 } // namespace klunortredi::cli

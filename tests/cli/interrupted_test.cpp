@@ -8,6 +8,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
 namespace cli_test {
@@ -87,7 +88,9 @@ TEST_F(Interrupted, ARequestIsNotTakenForUnfinishedWhileItsProcessLives) {
     EXPECT_THAT(meanwhile.err, HasSubstr("another process is writing it"));
     EXPECT_THAT(place.json({"containers"})["containers"], SizeIs(1));
     ::close(file);
-    EXPECT_EQ(request(name).exit, 0);
+    const Outcome after = request(name);
+    EXPECT_EQ(after.exit, 0);
+    EXPECT_THAT(after.err, HasSubstr("is deleted, and made anew")) << "a key does not go in silence";
 }
 
 TEST_F(Interrupted, AKeyWhoseRequestWasDeliveredIsKept) {
@@ -116,6 +119,53 @@ TEST_F(Interrupted, AnInstallationCanBeMadeAgainAndTheKeyStays) {
     EXPECT_GT(kills, 3);
     EXPECT_EQ(place.cliWithPin({"sign", "report.txt", "--cert", "Signer one"}).exit, 0);
     EXPECT_THAT(place.json({"certs", "list"})["certificates"], SizeIs(1));
+}
+
+TEST_F(Interrupted, ADeletionLeavesTheWholeContainerOrNone) {
+    const auto there = [&](const std::string& name) {
+        const Json containers = place.json({"containers"})["containers"];
+        return std::any_of(containers.begin(), containers.end(),
+                           [&](const Json& c) { return c["name"] == name && c["keys"] == Json::array({"exchange"}); });
+    };
+    int gone = 0;
+    const int kills = killAtEachChange(
+        [&](const RunOptions& options, int n) {
+            const std::string name = "c" + std::to_string(n);
+            EXPECT_EQ(request(name).exit, 0);
+            return place.cli({"containers", "delete", name}, options);
+        },
+        [&](int n) {
+            const std::string name = "c" + std::to_string(n);
+            gone += there(name) ? 0 : 1;
+            EXPECT_EQ(place.cli({"containers", "delete", name}).exit, there(name) ? 0 : 1) << n;
+        });
+    EXPECT_GT(kills, gone) << "before the first change it is there";
+    EXPECT_GT(gone, 0) << "at the end it is gone";
+    EXPECT_THAT(place.json({"containers"})["containers"], IsEmpty());
+}
+
+TEST_F(Interrupted, AStoreKeepsEveryCertificateThatItHad) {
+    place.makeSigner("one");
+    const auto count = [&] { return place.json({"certs", "list", "--store", "ca"})["certificates"].size(); };
+    ASSERT_EQ(place.cli({"certs", "add", "one.pem", "--store", "ca"}).exit, 0);
+    const int additions = killAtEachChange(
+        [&](const RunOptions& options, int) {
+            return place.cli({"certs", "add", "ca.pem", "--store", "ca"}, options);
+        },
+        [&](int n) {
+            EXPECT_GE(count(), 1U) << n;
+            EXPECT_LE(count(), 2U) << n;
+        });
+    EXPECT_GT(additions, 1);
+    EXPECT_EQ(count(), 2U);
+    const int deletions = killAtEachChange(
+        [&](const RunOptions& options, int) {
+            static_cast<void>(place.cli({"certs", "add", "ca.pem", "--store", "ca"}));
+            return place.cli({"certs", "delete", "Test CA", "--store", "ca"}, options);
+        },
+        [&](int n) { EXPECT_GE(count(), 1U) << n; });
+    EXPECT_GT(deletions, 0);
+    EXPECT_EQ(count(), 1U);
 }
 
 TEST_F(Interrupted, ASignatureIsThereWholeOrNotAtAll) {

@@ -78,6 +78,10 @@ ExitCode request(Session& session, const RequestArguments& arguments) {
     OutputFile out(arguments.out.empty() ? arguments.container + ".csr" : arguments.out, session.options.force);
     const auto chosen = chooseProvider(arguments.provider);
     UnfinishedRequest unfinished(out, chosen, arguments.container);
+    if (unfinished.deletedContainer()) {
+        session.console.note("klunortredi: container " + arguments.container +
+                             " of a run that was killed before its request was written is deleted, and made anew");
+    }
 
     auto params = boost::make_shared<orvik::plugin::crypto::CsrCreatorParams>();
     params->provider = chosen;
