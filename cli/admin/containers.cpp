@@ -1,6 +1,6 @@
 #include "containers.hpp"
 
-#include "certs/hex.hpp"
+#include "core/hex.hpp"
 #include "core/error.hpp"
 #include "crypto/digest.hpp"
 #include "failure.hpp"

@@ -12,7 +12,6 @@ target_sources(klunortredi_csp_core PRIVATE
     src/certs/crl.cpp
     src/certs/enhanced_key_usage.cpp
     src/certs/find.cpp
-    src/certs/hex.cpp
     src/certs/memory_store.cpp
     src/certs/open_store.cpp
     src/certs/properties.cpp

@@ -1,6 +1,6 @@
 #include "certs/store_file.hpp"
 
-#include "certs/hex.hpp"
+#include "core/hex.hpp"
 #include "certs/subject_text.hpp"
 #include "core/error.hpp"
 #include "crypto/ossl.hpp"

@@ -1,7 +1,7 @@
 #include "certs/system_store.hpp"
 
 #include "certs/crl.hpp"
-#include "certs/hex.hpp"
+#include "core/hex.hpp"
 #include "certs/store_file.hpp"
 #include "core/files.hpp"
 #include "core/home.hpp"

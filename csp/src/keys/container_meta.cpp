@@ -2,6 +2,7 @@
 
 #include "capi/constants.hpp"
 #include "core/error.hpp"
+#include "core/hex.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -17,24 +18,6 @@ std::string stem(DWORD spec) {
     return spec == capi::AT_SIGNATURE ? "signature" : "exchange";
 }
 
-std::string toHex(ByteView octets) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string text;
-    for (const std::uint8_t octet : octets) {
-        text += digits[octet >> 4U];
-        text += digits[octet & 0x0FU];
-    }
-    return text;
-}
-
-Bytes fromHex(const std::string& text) {
-    Bytes octets;
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        octets.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
-    }
-    return octets;
-}
-
 json encodeKey(const KeyEntry& key) {
     return {{"spec", key.spec},
             {"generation", key.generation},
@@ -45,8 +28,8 @@ json encodeKey(const KeyEntry& key) {
 
 KeyEntry decodeKey(const json& value) {
     KeyEntry key{value.at("spec").get<DWORD>(), value.at("generation").get<unsigned>(),
-                 fromHex(value.at("fileSha256").get<std::string>()),
-                 fromHex(value.at("publicKeyInfo").get<std::string>()), value.at("exportable").get<bool>()};
+                 fromHex(value.at("fileSha256").get<std::string>()).value(),
+                 fromHex(value.at("publicKeyInfo").get<std::string>()).value(), value.at("exportable").get<bool>()};
     if (key.spec != capi::AT_KEYEXCHANGE && key.spec != capi::AT_SIGNATURE) {
         fail(capi::NTE_KEYSET_ENTRY_BAD);
     }

@@ -1,6 +1,7 @@
 #include "text/binary_text.hpp"
 
 #include "core/error.hpp"
+#include "core/hex.hpp"
 
 #include <openssl/evp.h>
 
@@ -22,17 +23,6 @@ std::string base64(ByteView data) {
     return text;
 }
 
-std::string hexadecimal(ByteView data) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string text;
-    text.reserve(data.size() * 2);
-    for (const std::uint8_t octet : data) {
-        text += digits[octet >> 4U];
-        text += digits[octet & 0xFU];
-    }
-    return text;
-}
-
 struct Format {
     DWORD flag;
     std::string (*encode)(ByteView);
@@ -44,7 +34,7 @@ constexpr std::array formats{
     Format{capi::CRYPT_STRING_BASE64HEADER, base64, Base64Line, "CERTIFICATE"},
     Format{capi::CRYPT_STRING_BASE64, base64, Base64Line, ""},
     Format{capi::CRYPT_STRING_BASE64REQUESTHEADER, base64, Base64Line, "NEW CERTIFICATE REQUEST"},
-    Format{capi::CRYPT_STRING_HEXRAW, hexadecimal, 0, ""},
+    Format{capi::CRYPT_STRING_HEXRAW, toHex, 0, ""},
 };
 
 const Format& findFormat(DWORD flag) {

@@ -165,6 +165,17 @@ TEST_F(Containers, DamagedDescriptionIsReportedAndCanBeDeleted) {
     }
 }
 
+TEST_F(Containers, DescriptionWithOtherThanHexadecimalDigitsIsDamaged) {
+    makeContainer(gost, L"c", "");
+    const auto file = place("c.80") / "container.json";
+    std::string text = test_support::readFile(file);
+    const auto digit = text.find(R"("publicKeyInfo")") + std::string(R"("publicKeyInfo":")").size() + 1;
+    text[digit] = 'g';
+    std::ofstream(file) << text;
+    unsigned long handle = 0;
+    EXPECT_TRUE(refused(CryptAcquireContextW(&handle, L"c", nullptr, gost, 0), capi::NTE_KEYSET_ENTRY_BAD)) << text;
+}
+
 TEST_F(Containers, CopyUnderAnotherNameIsNoContainer) {
     makeContainer(gost, L"c", "");
     std::filesystem::copy(place("c.80"), place("d.80"));

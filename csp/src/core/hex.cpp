@@ -1,4 +1,4 @@
-#include "certs/hex.hpp"
+#include "core/hex.hpp"
 
 #include <charconv>
 
