@@ -56,9 +56,12 @@ ExitCode showCertificate(Session& session, const CertsArguments& arguments) {
 
 ExitCode addCertificate(Session& session, const CertsArguments& arguments) {
     const auto certificate = readCertificate(arguments.which);
+    // Any name is a store's; that it was empty is how a misspelt one shows.
+    const bool first = storeCertificates(arguments.store).empty();
     RegistryCertificateStore(arguments.store, ICertificateStore::system).addCertificate(*certificate);
     session.console.result({{"added", toJson(*certificate)}, {"store", arguments.store}}, [&](std::ostream& out) {
-        out << "added " << subjectOf(*certificate) << " to store " << arguments.store << '\n';
+        out << "added " << subjectOf(*certificate) << " to store " << arguments.store
+            << (first ? ", which was empty" : "") << '\n';
     });
     return ExitCode::done;
 }
