@@ -53,6 +53,15 @@ void UnfinishedRequest::begin() {
     out_.nameMeanwhile(name_);
 }
 
+void UnfinishedRequest::abandon() const noexcept {
+    try {
+        if (const auto container = existing(provider_, container_)) {
+            provider_->deleteContainer(text::wide(container->path), "its request cannot be written");
+        }
+    } catch (...) { // what went wrong before is what the person is told
+    }
+}
+
 void UnfinishedRequest::clear() {
     const auto left = Leftover::find(name_);
     if (!left) {

@@ -20,6 +20,8 @@ public:
 
     /// To be called before the container is made.
     void begin();
+    /// Deletes the container again, as far as that goes: its request could not be written.
+    void abandon() const noexcept;
 
     /// Whether a container of a killed run was deleted.
     [[nodiscard]] bool deletedContainer() const noexcept { return deletedContainer_; }

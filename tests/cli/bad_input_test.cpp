@@ -108,6 +108,15 @@ TEST_F(BadInput, AContainerThatIsThereAlready) {
     EXPECT_EQ(sign("report.txt").exit, 0);
 }
 
+TEST_F(BadInput, ARequestThatCannotBeWrittenLeavesNoContainer) {
+    const auto request = [&](const std::string& out) {
+        return place_.cliWithPin({"request", "--container", "two", "--subject", "2.5.4.3=X", "--out", out});
+    };
+    refused(request("/dev/full"), 3, "No space left");
+    EXPECT_EQ(place_.json({"containers"})["containers"].size(), 1U) << "the other one";
+    EXPECT_EQ(request("two.csr").exit, 0);
+}
+
 TEST_F(BadInput, NoService) {
     RunOptions none;
     none.environment = {{"KLUNORTREDI_CRYPTOPRO", ""}, {"KLUNORTREDI_VIPNET", ""}};

@@ -100,8 +100,13 @@ ExitCode request(Session& session, const RequestArguments& arguments) {
     unfinished.begin();
     const auto result = makeRequest(params, arguments.container, pin);
     const std::string der = orvik::plugin::base64::decode(result->request);
-    out.write(session.options.pem ? toPem(der, "CERTIFICATE REQUEST") : der);
-    out.commit();
+    try {
+        out.write(session.options.pem ? toPem(der, "CERTIFICATE REQUEST") : der);
+        out.commit();
+    } catch (...) {
+        unfinished.abandon();
+        throw;
+    }
 
     const std::string provider = text::utf8(params->provider->name());
     const auto print = [&](std::ostream& stream) {
