@@ -1,7 +1,7 @@
 #include "containers.hpp"
 
-#include "core/hex.hpp"
 #include "core/error.hpp"
+#include "core/hex.hpp"
 #include "crypto/digest.hpp"
 #include "failure.hpp"
 #include "refusal.hpp"

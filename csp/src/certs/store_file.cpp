@@ -1,8 +1,8 @@
 #include "certs/store_file.hpp"
 
-#include "core/hex.hpp"
 #include "certs/subject_text.hpp"
 #include "core/error.hpp"
+#include "core/hex.hpp"
 #include "crypto/ossl.hpp"
 #include "text/unicode.hpp"
 

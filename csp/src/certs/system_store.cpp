@@ -1,9 +1,9 @@
 #include "certs/system_store.hpp"
 
 #include "certs/crl.hpp"
-#include "core/hex.hpp"
 #include "certs/store_file.hpp"
 #include "core/files.hpp"
+#include "core/hex.hpp"
 #include "core/home.hpp"
 #include "core/immortal.hpp"
 
