@@ -59,9 +59,10 @@ void KeyProviderInfo::deliver(void* buffer, DWORD* size) const {
 
 void Properties::set(DWORD id, const void* data) {
     if (id == capi::CERT_KEY_PROV_INFO_PROP_ID) {
-        keyProvider.reset();
-        if (data != nullptr) {
-            keyProvider.emplace(*static_cast<const CRYPT_KEY_PROV_INFO*>(data));
+        if (data == nullptr) {
+            keyProvider.reset();
+        } else {
+            keyProvider = KeyProviderInfo(*static_cast<const CRYPT_KEY_PROV_INFO*>(data)); // or the old one stays
         }
         return;
     }

@@ -144,6 +144,19 @@ TEST_F(CertificateContext, CopiesTheKeyProviderInfoDeeply) {
               (csp::Bytes{1, 2, 3}));
 }
 
+TEST_F(CertificateContext, KeepsItsKeyProviderWhenAnotherIsRefused) {
+    CRYPT_KEY_PROV_INFO info{nullptr, nullptr, 80, 0, 0, nullptr, 1};
+    ASSERT_TRUE(api::CertSetCertificateContextProperty(context_.get(), capi::CERT_KEY_PROV_INFO_PROP_ID, 0, &info));
+    info.dwProvType = 81;
+    info.cProvParam = 1; // of which there are none
+    EXPECT_FALSE(api::CertSetCertificateContextProperty(context_.get(), capi::CERT_KEY_PROV_INFO_PROP_ID, 0, &info));
+    EXPECT_EQ(api::GetLastError(), capi::ERROR_INVALID_PARAMETER);
+    CRYPT_KEY_PROV_INFO held{};
+    DWORD size = sizeof held;
+    ASSERT_TRUE(api::CertGetCertificateContextProperty(context_.get(), capi::CERT_KEY_PROV_INFO_PROP_ID, &held, &size));
+    EXPECT_EQ(held.dwProvType, 80U);
+}
+
 TEST_F(CertificateContext, KeepsNullNamesOfTheKeyProviderNull) {
     const CRYPT_KEY_PROV_INFO info{nullptr, nullptr, 80, 0, 0, nullptr, 1};
     ASSERT_TRUE(api::CertSetCertificateContextProperty(context_.get(), capi::CERT_KEY_PROV_INFO_PROP_ID, 0, &info));
