@@ -5,6 +5,7 @@
 #include "certs/enhanced_key_usage.hpp"
 #include "certs/trust_status.hpp"
 #include "certs/x509_der.hpp"
+#include "crypto/algorithms.hpp"
 #include "crypto/engine.hpp"
 #include "crypto/key_pair.hpp"
 #include "crypto/signature.hpp"
@@ -12,6 +13,7 @@
 #include <openssl/x509_vfy.h>
 
 #include <algorithm>
+#include <optional>
 #include <set>
 
 namespace klunortredi::csp {
@@ -268,12 +270,24 @@ DWORD elementErrors(const Verification& verification, const std::vector<X509*>& 
     return errors;
 }
 
-/// OpenSSL decodes a GOST key only with the engine there. Without it, chains of other keys still work.
-void loadEngine() {
+/// Whether OpenSSL needs the engine to judge the certificate: to decode its key, or to check its issuer's signature.
+bool needsEngine(const X509* certificate) {
+    ASN1_OBJECT* key = nullptr;
+    X509_PUBKEY_get0_param(&key, nullptr, nullptr, nullptr, X509_get_X509_PUBKEY(certificate));
+    const KeyAlgorithm* const own = findKey(ossl::oidText(key));
+    const X509_ALGOR* signature = nullptr;
+    X509_get0_signature(nullptr, &signature, certificate);
+    const SignatureAlgorithm* const issuers = findSignature(ossl::oidText(signature->algorithm));
+    return (own != nullptr && own->gost) || (issuers != nullptr && findKey(issuers->keyOid)->gost);
+}
+
+/// OpenSSL decodes a GOST key only with the engine there. The failure to load it, or nothing.
+std::optional<ApiError> loadEngine() {
     try {
         gostEngine();
-    } catch (const ApiError&) {
-        return;
+        return {};
+    } catch (const ApiError& error) {
+        return error;
     }
 }
 
@@ -281,7 +295,7 @@ void loadEngine() {
 
 BuiltChain buildChain(const ChainRequest& request) {
     const ossl::ErrorMark mark;
-    loadEngine();
+    const std::optional<ApiError> withoutEngine = loadEngine();
     const ChainSources sources(request.additional);
     Verification verification(sources, request);
     verification.run();
@@ -289,6 +303,10 @@ BuiltChain buildChain(const ChainRequest& request) {
     BuiltChain built;
     built.errors = verification.findings().ofChain();
     const std::vector<X509*> chain = verification.chain();
+    // Chains of other keys work without the engine; of these, what was found would be no verdict.
+    if (withoutEngine && std::ranges::any_of(chain, needsEngine)) {
+        throw *withoutEngine;
+    }
     for (std::size_t i = 0; i < chain.size(); ++i) {
         ChainElement element;
         const Candidate* const known = i == 0 ? nullptr : sources.find(chain[i]);

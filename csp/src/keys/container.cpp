@@ -2,8 +2,11 @@
 
 #include "certs/cert_info.hpp"
 #include "core/error.hpp"
+#include "crypto/algorithms.hpp"
 #include "crypto/digest.hpp"
+#include "crypto/engine.hpp"
 #include "crypto/key_pair.hpp"
+#include "crypto/public_key_info.hpp"
 #include "crypto/signature.hpp"
 #include "keys/container_place.hpp"
 #include "keys/key_file.hpp"
@@ -134,17 +137,26 @@ UnlockedKeys Container::decrypt(std::string_view pin) const {
     return keys;
 }
 
+/// What is no matter of the PIN must not eat up the attempts of a right one: damage, or a machine without the engine.
+void Container::requireUsable() const {
+    for (const KeyEntry& entry : meta_.keys) {
+        readKeyFile(entry);
+        const KeyAlgorithm* const algorithm = findKey(spki::split(entry.publicKeyInfo).oid);
+        if (algorithm != nullptr && algorithm->gost) {
+            gostEngine();
+        }
+    }
+}
+
 UnlockedKeys Container::unlock(std::string_view pin) {
     const auto held = lock();
+    requireUsable();
     if (!meta_.wantsPin) {
         UnlockedKeys keys = pin.empty() ? decrypt(pin) : UnlockedKeys{};
         if (keys.empty()) {
             fail(pin.empty() ? capi::NTE_KEYSET_ENTRY_BAD : capi::SCARD_W_WRONG_CHV);
         }
         return keys;
-    }
-    for (const KeyEntry& entry : meta_.keys) {
-        readKeyFile(entry); // a damaged container must not eat up the attempts of a right PIN
     }
     const DWORD failed = failedTries();
     if (failed >= pinTryLimit) {

@@ -77,6 +77,7 @@ private:
     Bytes readKeyFile(const KeyEntry& key) const;
     DWORD failedTries() const;
     void writeFailedTries(DWORD count) const;
+    void requireUsable() const;
     [[nodiscard]] UnlockedKeys decrypt(std::string_view pin) const;
     [[nodiscard]] KeyEntry writeKey(KeyEntry entry, EVP_PKEY* key, std::string_view pin) const;
     void replaceMeta(ContainerMeta next);

@@ -1,7 +1,6 @@
 #include "keys/key_file.hpp"
 
 #include "core/error.hpp"
-#include "crypto/engine.hpp"
 
 namespace klunortredi::csp {
 
@@ -41,7 +40,6 @@ Bytes encryptKey(EVP_PKEY* key, std::string_view pin) {
 }
 
 ossl::Pkey decryptKey(ByteView encrypted, std::string_view pin) {
-    gostEngine();
     const ossl::ErrorMark mark;
     const unsigned char* next = encrypted.data();
     const ossl::X509Sig container(d2i_X509_SIG(nullptr, &next, static_cast<long>(encrypted.size())));

@@ -13,7 +13,7 @@ namespace klunortredi::csp {
 Bytes encryptKey(EVP_PKEY* key, std::string_view pin);
 
 /// The key; null when `pin` is not the one it was encrypted with. Throws ApiError(NTE_KEYSET_ENTRY_BAD) when
-/// `encrypted` is no EncryptedPrivateKeyInfo.
+/// `encrypted` is no EncryptedPrivateKeyInfo. A GOST key wants the engine loaded.
 ossl::Pkey decryptKey(ByteView encrypted, std::string_view pin);
 
 } // namespace klunortredi::csp
