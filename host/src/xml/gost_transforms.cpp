@@ -173,6 +173,10 @@ bool registerGostTransforms() {
                        [](const xmlSecTransformKlass& klass) { return xmlSecTransformIdsRegister(&klass) >= 0; });
 }
 
+bool isGostTransform(std::string_view uri) noexcept {
+    return std::any_of(transforms.begin(), transforms.end(), [uri](const auto& known) { return known.uri == uri; });
+}
+
 std::vector<xmlSecTransformId> gostTransforms() {
     std::vector<xmlSecTransformId> ids;
     std::transform(klasses.begin(), klasses.end(), std::back_inserter(ids),

@@ -107,6 +107,20 @@ std::vector<std::string> keyInfoCertificates(const xmlNode* signature) {
     return found;
 }
 
+std::vector<std::string> algorithmUris(const xmlNode* signature) {
+    std::vector<std::string> found;
+    const auto add = [&](const xmlNode* method) {
+        const TextPtr uri(xmlGetNoNsProp(method, toXml("Algorithm")));
+        found.push_back(fromXml(uri.get()));
+    };
+    forEachChild(signature, "SignedInfo", [&](const xmlNode* info) {
+        forEachChild(info, "SignatureMethod", add);
+        forEachChild(info, "Reference",
+                     [&](const xmlNode* reference) { forEachChild(reference, "DigestMethod", add); });
+    });
+    return found;
+}
+
 bool hasOnlyPlainXpath(const xmlNode* signature) {
     bool plain = true;
     forEachChild(signature, "SignedInfo", [&](const xmlNode* info) {

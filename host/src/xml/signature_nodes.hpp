@@ -14,6 +14,9 @@ std::vector<xmlNodePtr> signatureNodes(xmlDocPtr document);
 /// is not Base64 is left out.
 std::vector<std::string> keyInfoCertificates(const xmlNode* signature);
 
+/// URIs of the signature's own algorithm and of its references' digests.
+std::vector<std::string> algorithmUris(const xmlNode* signature);
+
 /// Whether every XPath transform of the signature is the usual one, "not(ancestor-or-self::dsig:Signature)", which
 /// takes all signatures out of the document. Any other expression may leave out more than a reader sees, and cost
 /// without bound.

@@ -1,6 +1,7 @@
 #include "gost_engine.hpp"
 #include "gost_transforms.hpp"
 #include "libxml.hpp"
+#include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/xml/xml_document.hpp"
 #include "signature_nodes.hpp"
 #include "ssl/openssl.hpp"
@@ -13,6 +14,7 @@
 #include <xmlsec/openssl/evp.h>
 #include <xmlsec/xmldsig.h>
 
+#include <algorithm>
 #include <array>
 
 namespace orvik::plugin::xml {
@@ -176,6 +178,17 @@ XmlSignatureResult check(xmlNodePtr signature) {
     return {false, certificates.front(), refusal(true)};
 }
 
+/// Without the engine a GOST signature cannot be told from a wrong one, and to call it wrong would be a lie.
+void requireEngineFor(xmlNodePtr signature) {
+    using crypto::exception::CryptoException;
+    const auto uris = internal::algorithmUris(signature);
+    if (internal::gostEngine() == nullptr && std::any_of(uris.begin(), uris.end(), internal::isGostTransform)) {
+        plugin::exception::raise(CryptoException(CryptoException::Code::algorithmUnsupported)
+                                     << plugin::exception::Message_("OpenSSL's GOST engine is not installed"),
+                                 {"xml_document", "verifyXmlSignatures"});
+    }
+}
+
 } // namespace
 
 std::vector<XmlSignatureResult> verifyXmlSignatures(XmlDocument& document,
@@ -186,6 +199,7 @@ std::vector<XmlSignatureResult> verifyXmlSignatures(XmlDocument& document,
     const bool unambiguous = internal::registerIds(native);
     std::vector<XmlSignatureResult> results;
     for (const xmlNodePtr signature : internal::signatureNodes(native)) {
+        requireEngineFor(signature);
         results.push_back(unambiguous ? check(signature)
                                       : XmlSignatureResult{false, {}, "two elements have the same identifier"});
     }

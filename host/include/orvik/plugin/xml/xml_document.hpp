@@ -42,7 +42,8 @@ struct XmlSignatureResult {
 /// Checks every XML-DSig signature of the document, in document order, with the key of a certificate in its KeyInfo, or
 /// else a bare key there. Neither the certificate's chain nor what the references leave out is judged. Nothing outside
 /// the document is fetched; of XPath only the expression that takes signatures out is allowed, XSLT and HMAC are not.
-/// `provider` is not needed for it and may be null.
+/// `provider` is not needed for it and may be null. Throws CryptoException algorithmUnsupported for a GOST signature
+/// when OpenSSL's GOST engine is not installed: that is no verdict.
 ORVIK_EXPORT std::vector<XmlSignatureResult> verifyXmlSignatures(XmlDocument& document,
                                                                  const boost::shared_ptr<crypto::IProvider>& provider);
 
