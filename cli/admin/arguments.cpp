@@ -55,7 +55,9 @@ private:
     CLI::App* add(CLI::App& parent, const char* name, const char* help, const std::shared_ptr<Arguments>& arguments,
                   Run<Arguments> run) {
         CLI::App* verb = parent.add_subcommand(name, help)->fallthrough();
-        verb->final_callback([this, arguments, run] {
+        const std::string words = parent.get_name() + ' ' + name;
+        verb->final_callback([this, words, arguments, run] {
+            command_.verb = words;
             command_.run = [arguments, run](Session& session) { return run(session, *arguments); };
         });
         return verb;

@@ -6,6 +6,7 @@
 #include "verbs/verbs.hpp"
 
 #include <functional>
+#include <string>
 
 namespace klunortredi::admin {
 
@@ -13,6 +14,7 @@ namespace klunortredi::admin {
 struct Command {
     AdminOptions options;
     std::function<cli::ExitCode(Session&)> run; ///< empty: everything is said already (help, version, wrong usage)
+    std::string verb;                           ///< what it calls for, as it is written there: "container check"
     cli::ExitCode exit = cli::ExitCode::done;   ///< of an empty `run`
 };
 

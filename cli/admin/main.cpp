@@ -18,7 +18,7 @@ cli::ExitCode run(const admin::Command& command) {
             const admin::OpensslSetup setup;
             return command.run(session);
         } catch (...) {
-            throw admin::currentRefusal("cannot do this");
+            throw admin::currentRefusal(command.verb + " failed");
         }
     } catch (const cli::Failure& failure) {
         console.failure(failure);

@@ -58,9 +58,11 @@ private:
     CLI::App* add(CLI::App& parent, const char* name, const char* help, const std::shared_ptr<Arguments>& arguments,
                   Run<Arguments> run) {
         CLI::App* verb = parent.add_subcommand(name, help)->fallthrough();
-        verb->final_callback([this, verb, arguments, run] {
+        const std::string words = &parent == &app_ ? name : parent.get_name() + ' ' + name;
+        verb->final_callback([this, verb, words, arguments, run] {
             // A verb with sub-verbs of its own runs only when none of them was named.
             if (verb->get_subcommands().empty()) {
+                command_.verb = words;
                 command_.run = [arguments, run](Session& session) { return run(session, *arguments); };
             }
         });
@@ -68,7 +70,10 @@ private:
     }
 
     void addPlain(const char* name, const char* help, ExitCode (*run)(Session&)) {
-        app_.add_subcommand(name, help)->fallthrough()->final_callback([this, run] { command_.run = run; });
+        app_.add_subcommand(name, help)->fallthrough()->final_callback([this, name, run] {
+            command_.verb = name;
+            command_.run = run;
+        });
     }
 
     void addProviders() {

@@ -6,6 +6,7 @@
 #include "verbs/verbs.hpp"
 
 #include <functional>
+#include <string>
 
 namespace klunortredi::cli {
 
@@ -13,6 +14,7 @@ namespace klunortredi::cli {
 struct Command {
     Options options;
     std::function<ExitCode(Session&)> run; ///< empty: everything is said already (help, version, wrong usage)
+    std::string verb;                      ///< what it calls for, as it is written there: "certs list"
     ExitCode exit = ExitCode::done;        ///< of an empty `run`
 };
 

@@ -86,8 +86,7 @@ Failure currentFailure(const std::string& what) {
     } catch (const Failure& e) {
         return e;
     } catch (const SystemException& e) {
-        const auto code = static_cast<std::uint32_t>(e.code().value());
-        return make(serviceMeaning(code), ExitCode::service, what, e);
+        return make(serviceMeaning(static_cast<std::uint32_t>(e.code().value())), ExitCode::service, what, e);
     } catch (const CryptoException& e) {
         return make(find(cryptoMeanings, static_cast<std::uint32_t>(e.code().value())), ExitCode::service, what, e);
     } catch (const ApplicationException& e) {
@@ -104,6 +103,18 @@ Failure currentFailure(const std::string& what) {
     }
 }
 
+Failure serviceFailure(const std::string& what, std::uint32_t code) {
+    return make(serviceMeaning(code), ExitCode::service, what, SystemException(code));
+}
+
+std::string refusalReason(std::uint32_t code) {
+    std::string why = serviceReason(code);
+    if (why.empty()) {
+        why = SystemException(code).code().message();
+    }
+    return why.empty() ? "the service refused it" : why;
+}
+
 void checkEmptyList(const std::string& what, std::uint32_t error) {
     // Services differ in how they say that there is nothing more, or that a store was never made.
     constexpr std::uint32_t nothing[] = {capi::ERROR_SUCCESS, capi::ERROR_FILE_NOT_FOUND, capi::ERROR_NO_MORE_FILES,
@@ -111,11 +122,7 @@ void checkEmptyList(const std::string& what, std::uint32_t error) {
     if (std::find(std::begin(nothing), std::end(nothing), error) != std::end(nothing)) {
         return;
     }
-    try {
-        throw SystemException(error);
-    } catch (...) {
-        throw currentFailure(what);
-    }
+    throw serviceFailure(what, error);
 }
 
 } // namespace klunortredi::cli

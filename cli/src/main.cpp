@@ -56,7 +56,7 @@ ExitCode run(const Command& command) {
             useService(command.options.service);
             return command.run(session);
         } catch (...) {
-            throw currentFailure("cannot do this");
+            throw currentFailure(command.verb + " failed");
         }
     } catch (const Failure& failure) {
         console.failure(failure);

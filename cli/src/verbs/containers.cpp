@@ -5,6 +5,7 @@
 #include "console.hpp"
 #include "crypto/wincrypt/handles.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
+#include "current_failure.hpp"
 #include "installed.hpp"
 #include "text.hpp"
 
@@ -26,6 +27,7 @@ std::vector<ProviderPtr> chosen(const std::string& provider) {
 struct Contents {
     std::vector<std::string> keys;
     std::string certificate; ///< thumbprint, empty when none
+    std::string trouble;     ///< why they cannot be told, empty when they can
 };
 
 Contents contentsOf(const Container& container) {
@@ -34,6 +36,7 @@ Contents contentsOf(const Container& container) {
     const HCRYPTPROV context(text::wide(container.path), container.provider->name(), container.provider->type(),
                              capi::CRYPT_SILENT, &error);
     if (context.get() == 0) {
+        contents.trouble = refusalReason(error);
         return contents;
     }
     constexpr std::pair<DWORD, const char*> specs[] = {{capi::AT_KEYEXCHANGE, "exchange"},
@@ -41,6 +44,10 @@ Contents contentsOf(const Container& container) {
     for (const auto& [spec, name] : specs) {
         HCRYPTKEY key;
         if (orvik::plugin::wincrypt::CryptGetUserKey(context.get(), spec, key.put()) == 0) {
+            const auto refusal = orvik::plugin::wincrypt::GetLastErrorEx();
+            if (refusal != capi::NTE_NO_KEY) {
+                contents.trouble = refusalReason(refusal);
+            }
             continue;
         }
         contents.keys.emplace_back(name);
@@ -49,7 +56,18 @@ Contents contentsOf(const Container& container) {
             contents.certificate = thumbprintOf(*certificateFromDer(der));
         }
     }
+    if (!contents.keys.empty()) {
+        contents.trouble.clear(); // services differ in how they say that the other key is not there
+    }
     return contents;
+}
+
+std::string describe(const Contents& contents) {
+    if (!contents.trouble.empty()) {
+        return "unusable: " + contents.trouble;
+    }
+    return (contents.keys.empty() ? "no key" : text::joined(contents.keys) + " key") + ", " +
+           (contents.certificate.empty() ? "no certificate" : "certificate " + contents.certificate.substr(0, 8));
 }
 
 } // namespace
@@ -66,12 +84,13 @@ ExitCode listContainers(Session& session, const ContainersArguments& arguments) 
                         {"type", static_cast<unsigned>(container.provider->type())},
                         {"keys", contents.back().keys},
                         {"certificate", contents.back().certificate}});
+        if (!contents.back().trouble.empty()) {
+            list.back()["error"] = contents.back().trouble;
+        }
     }
     session.console.result({{"containers", list}}, [&](std::ostream& out) {
         for (std::size_t i = 0; i < containers.size(); ++i) {
-            const std::string& certificate = contents[i].certificate;
-            out << containers[i].name << "  (" << text::joined(contents[i].keys) << " key, "
-                << (certificate.empty() ? "no certificate" : "certificate " + certificate.substr(0, 8)) << ")  "
+            out << containers[i].name << "  (" << describe(contents[i]) << ")  "
                 << text::utf8(containers[i].provider->name()) << '\n';
         }
         if (containers.empty()) {

@@ -3,7 +3,6 @@
 #include "capi/constants.hpp"
 #include "certificates.hpp"
 #include "console.hpp"
-#include "crypto/wincrypt/exceptions.hpp"
 #include "crypto/wincrypt/tools_verify.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "current_failure.hpp"
@@ -13,7 +12,6 @@
 #include "orvik/plugin/crypto/constant.hpp"
 #include "output_file.hpp"
 #include "progress.hpp"
-#include "service_words.hpp"
 #include "signature_shape.hpp"
 #include "signers.hpp"
 #include "text.hpp"
@@ -74,6 +72,11 @@ std::string contentBeside(const std::string& file) {
     }
     const std::string candidate = file.substr(0, dot);
     return ::access(candidate.c_str(), F_OK) == 0 ? candidate : std::string{};
+}
+
+/// Whether a check failed for what the machine lacks, which says nothing about the signature.
+bool isOfTheMachine(std::uint32_t code) {
+    return code == capi::NTE_PROV_TYPE_NOT_DEF || code == capi::ERROR_NOT_ENOUGH_MEMORY || code == capi::NTE_NO_MEMORY;
 }
 
 class CmsVerification {
@@ -163,33 +166,26 @@ private:
         return hooks;
     }
 
-    /// A refused signature is a verdict; data that is no message at all is an input error.
+    /// A refused signature is a verdict; data that is no message at all is an input error, and what the machine lacks
+    /// is an error of its own.
     void explain(std::uint32_t code) {
-        const orvik::plugin::crypto::exception::SystemException refusal(code);
-        const std::string what = "cannot verify " + signature_.name();
-        try {
-            throw refusal; // NOLINT(hicpp-exception-baseclass): the one table of codes reads exceptions in flight
-        } catch (...) {
-            const Failure failure = currentFailure(what);
-            if (failure.exit() == ExitCode::input) {
-                throw failure;
-            }
+        const Failure failure = serviceFailure("cannot verify " + signature_.name(), code);
+        if (failure.exit() == ExitCode::input || isOfTheMachine(code)) {
+            throw failure;
         }
         verdict_.reason =
-            code == capi::CRYPT_E_NOT_FOUND ? "the signer's certificate is not in the message" : serviceReason(code);
-        if (verdict_.reason.empty()) {
-            const std::string text = refusal.code().message();
-            verdict_.reason = text.empty() ? "the service refused it" : text;
-        }
+            code == capi::CRYPT_E_NOT_FOUND ? "the signer's certificate is not in the message" : refusalReason(code);
     }
 
     void judgeOthers() {
         for (std::size_t i = 0; i < verdict_.signers.size(); ++i) {
             const Signer& signer = verdict_.signers[i];
             if (signer.refusal != 0) {
+                if (isOfTheMachine(signer.refusal)) {
+                    explain(signer.refusal);
+                }
                 verdict_.valid = false;
-                const std::string why = serviceReason(signer.refusal);
-                verdict_.reason = "signer " + std::to_string(i + 1) + ": " + (why.empty() ? "not valid" : why);
+                verdict_.reason = "signer " + std::to_string(i + 1) + ": " + refusalReason(signer.refusal);
             }
             if (signer.timestamped) {
                 verdict_.notChecked.emplace_back("time-stamp");

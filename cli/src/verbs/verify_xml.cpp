@@ -1,10 +1,13 @@
 #include "verbs/verify_xml.hpp"
 
+#include "capi/constants.hpp"
 #include "certificates.hpp"
 #include "crypto/wincrypt/signature_factory.hpp"
+#include "current_failure.hpp"
 #include "failure.hpp"
 #include "input.hpp"
 #include "orvik/plugin/crypto/constant.hpp"
+#include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/xml/xml_document.hpp"
 
 #include <algorithm>
@@ -54,6 +57,19 @@ std::string reasonOf(const std::vector<xml::XmlSignatureResult>& signatures) {
     return refused == signatures.end() ? "the document carries no signature" : refused->reason;
 }
 
+std::vector<xml::XmlSignatureResult> signaturesOf(const std::string& octets, const std::string& name) {
+    using orvik::plugin::crypto::exception::CryptoException;
+    xml::XmlDocument parsed(octets.data(), octets.size());
+    try {
+        return xml::verifyXmlSignatures(parsed, nullptr);
+    } catch (const CryptoException& e) {
+        if (e.code().value() != static_cast<int>(CryptoException::Code::algorithmUnsupported)) {
+            throw;
+        }
+        throw serviceFailure("cannot verify " + name, capi::NTE_PROV_TYPE_NOT_DEF);
+    }
+}
+
 } // namespace
 
 XmlVerdict verifyXml(Input& document) {
@@ -61,8 +77,7 @@ XmlVerdict verifyXml(Input& document) {
     XmlVerdict verdict;
     verdict.valid = accepted(octets);
     // The validator answers yes or no; who signed, and what is wrong, is asked of the document.
-    xml::XmlDocument parsed(octets.data(), octets.size());
-    const auto signatures = xml::verifyXmlSignatures(parsed, nullptr);
+    const auto signatures = signaturesOf(octets, document.name());
     if (verdict.valid) {
         std::transform(signatures.begin(), signatures.end(), std::back_inserter(verdict.signers), signer);
     } else {

@@ -1,0 +1,127 @@
+// A machine without OpenSSL's GOST engine: what needs it is refused with the package's name, never judged; the rest
+// works.
+
+#include "cli/workplace.hpp"
+
+#include <gmock/gmock.h>
+
+namespace cli_test {
+namespace {
+
+using testing::HasSubstr;
+
+class WithoutEngine : public testing::Test {
+protected:
+    WithoutEngine() {
+        place_.makeSigner("gost");
+        place_.makeSigner("rsa", "24");
+        for (const std::string signer : {"gost", "rsa"}) {
+            place_.openssl().must({"x509", "-in", signer + ".pem", "-outform", "DER", "-out", signer + ".cer"});
+            for (const std::string format : {"detached", "attached"}) {
+                const Outcome signing = place_.cliWithPin({"sign", "report.txt", "--cert", "Signer " + signer,
+                                                           "--format", format, "--out", signer + "." + format});
+                EXPECT_EQ(signing.exit, 0) << signing.err;
+            }
+        }
+    }
+
+    /// Runs the command where OpenSSL finds no engine.
+    [[nodiscard]] Outcome cli(const std::vector<std::string>& words) const {
+        RunOptions options;
+        options.environment["OPENSSL_ENGINES"] = place_.folder() / "none";
+        return place_.cliWithPin(words, options);
+    }
+
+    void expectNamesThePackage(const std::vector<std::string>& words) const {
+        const Outcome outcome = cli(words);
+        EXPECT_EQ(outcome.exit, 4) << testing::PrintToString(words) << outcome.out;
+        EXPECT_THAT(outcome.err, HasSubstr("install the package libengine-gost-openssl"))
+            << testing::PrintToString(words);
+        EXPECT_EQ(outcome.out, "");
+    }
+
+    /// A self-signed certificate with an RSA key.
+    void makeOwn() const {
+        place_.openssl().must({"req", "-x509", "-newkey", "rsa:2048", "-noenc", "-keyout", "own.key", "-out", "own.pem",
+                               "-subj", "/CN=Own", "-days", "2"});
+    }
+
+    Workplace place_;
+};
+
+TEST_F(WithoutEngine, GostSignaturesAreNeitherValidNorInvalid) {
+    expectNamesThePackage({"verify", "gost.attached"});
+    expectNamesThePackage({"verify", "gost.detached", "--content", "report.txt"});
+}
+
+TEST_F(WithoutEngine, ASecondSignerWithAGostKeyIsNotCalledInvalid) {
+    makeOwn();
+    // Signers are sorted, short ones first: a long name puts the one with the GOST key behind the other.
+    std::string subject;
+    for (const char letter : std::string("abcdefgh")) {
+        subject += "/OU=" + std::string(64, letter);
+    }
+    place_.openssl().must({"req", "-x509", "-newkey", "gost2012_256", "-pkeyopt", "paramset:A", "-noenc", "-keyout",
+                           "long.key", "-out", "long.pem", "-subj", subject, "-days", "2"});
+    place_.openssl().must({"cms", "-sign", "-binary", "-nodetach", "-in", "report.txt", "-signer", "own.pem", "-inkey",
+                           "own.key", "-signer", "long.pem", "-inkey", "long.key", "-outform", "DER", "-out",
+                           "both.cms"});
+    const Json both = place_.json({"verify", "both.cms"});
+    ASSERT_EQ(both["signers"][0]["subject"], "CN=Own") << both;
+    ASSERT_EQ(both["signers"].size(), 2U);
+    expectNamesThePackage({"verify", "both.cms"});
+}
+
+TEST_F(WithoutEngine, GostDocumentsAreNeitherValidNorInvalid) {
+    place_.folder().write("order.xml", "<order><sum>100</sum></order>");
+    ASSERT_EQ(
+        place_.cliWithPin({"sign", "order.xml", "--cert", "Signer gost", "--format", "xmldsig", "--out", "s.xml"}).exit,
+        0);
+    expectNamesThePackage({"verify", "s.xml"});
+}
+
+TEST_F(WithoutEngine, ChainsOfGostKeysAreNotJudged) {
+    ASSERT_EQ(place_.cli({"certs", "add", "ca.pem", "--store", "root"}).exit, 0);
+    expectNamesThePackage({"chain", "gost.pem"});
+    expectNamesThePackage({"chain", "rsa.pem"}); // its authority's key is a GOST one
+    expectNamesThePackage({"verify", "rsa.attached", "--chain"});
+}
+
+TEST_F(WithoutEngine, ChainsOfOtherKeysAreJudged) {
+    makeOwn();
+    EXPECT_EQ(cli({"chain", "own.pem"}).exit, 8);
+    ASSERT_EQ(place_.cli({"certs", "add", "own.pem", "--store", "root"}).exit, 0);
+    EXPECT_EQ(cli({"chain", "own.pem"}).exit, 0);
+}
+
+TEST_F(WithoutEngine, GostKeysAreNotMadeAndDoNotSign) {
+    expectNamesThePackage({"request", "--container", "new", "--subject", "2.5.4.3=New"});
+    expectNamesThePackage({"sign", "report.txt", "--cert", "Signer gost", "--out", "new.sig"});
+    expectNamesThePackage({"hash", "report.txt"});
+    EXPECT_THAT(place_.cli({"containers"}).out, testing::Not(HasSubstr("new")));
+}
+
+TEST_F(WithoutEngine, NoPinTryIsLost) {
+    expectNamesThePackage({"sign", "report.txt", "--cert", "Signer gost", "--out", "new.sig"});
+    place_.folder().write("pin.txt", "wrong");
+    const Outcome wrong = place_.cliWithPin({"sign", "report.txt", "--cert", "Signer gost", "--out", "new.sig"});
+    EXPECT_EQ(wrong.exit, 6);
+    EXPECT_THAT(wrong.err, HasSubstr("9 tries left"));
+}
+
+TEST_F(WithoutEngine, RsaWorks) {
+    EXPECT_EQ(cli({"request", "--container", "new", "--provider", "24", "--subject", "2.5.4.3=New"}).exit, 0);
+    EXPECT_EQ(cli({"sign", "report.txt", "--cert", "Signer rsa", "--out", "new.sig"}).exit, 0);
+    EXPECT_EQ(cli({"verify", "new.sig", "--content", "report.txt"}).exit, 0);
+    EXPECT_EQ(cli({"verify", "rsa.attached"}).exit, 0);
+}
+
+TEST_F(WithoutEngine, ContainersAreListedAndSayWhyTheyAreOfNoUse) {
+    const Outcome list = cli({"containers"});
+    EXPECT_EQ(list.exit, 0) << list.err;
+    EXPECT_THAT(list.out, HasSubstr("gost  (unusable: the provider's algorithms are not installed)"));
+    EXPECT_THAT(list.out, HasSubstr("rsa  (exchange key, certificate "));
+}
+
+} // namespace
+} // namespace cli_test
