@@ -9,10 +9,15 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 # A checkout in another place finds what this one has compiled.
 export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
 
+# Debian 13 ships a newer Boost under its own version's names, and no package of the GOST engine.
+debian=$(. /etc/os-release && echo "${VERSION_ID:-}")
+boost=1.81 gost_engine=(libengine-gost-openssl)
+[ "$debian" = 13 ] && boost=1.83 gost_engine=()
+
 build_packages=(
     g++ cmake ninja-build ccache pkg-config
-    libboost-filesystem1.81-dev libboost-log1.81-dev libboost-date-time1.81-dev libboost1.81-dev
-    libssl-dev libengine-gost-openssl libxml2-dev libxmlsec1-dev libcurl4-openssl-dev
+    "libboost-filesystem$boost-dev" "libboost-log$boost-dev" "libboost-date-time$boost-dev" "libboost$boost-dev"
+    libssl-dev "${gost_engine[@]}" libxml2-dev libxmlsec1-dev libcurl4-openssl-dev
     libcli11-dev nlohmann-json3-dev
     openssl
 )
@@ -29,10 +34,6 @@ install_packages() {
     local missing=() package
     for package in "$@"; do
         if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed'; then
-            # Debian 13 ships a newer Boost under its own version's names.
-            if [[ $package == libboost* ]] && dpkg-query -W -f='${Status}' "${package/1.81/1.83}" 2>/dev/null | grep -q 'ok installed'; then
-                continue
-            fi
             missing+=("$package")
         fi
     done
@@ -44,10 +45,13 @@ install_packages() {
         sudo=(sudo)
     fi
     "${sudo[@]}" apt-get update -qq
-    if ! apt-cache show libboost1.81-dev >/dev/null 2>&1; then
-        missing=("${missing[@]/1.81/1.83}")
-    fi
     DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# Tells it where the GOST engine cannot be installed from a package, since everything with a GOST key is refused then.
+tell_about_engine() {
+    openssl engine gost >/dev/null 2>&1 ||
+        say "OpenSSL's GOST engine is not installed, and Debian $debian has no package of it: GOST keys will be refused"
 }
 
 # Configures and builds a preset: build_preset NAME [cmake options ...] -- [targets ...]
