@@ -109,6 +109,13 @@ TEST_F(WithoutEngine, NoPinTryIsLost) {
     EXPECT_THAT(wrong.err, HasSubstr("9 tries left"));
 }
 
+TEST_F(WithoutEngine, TheTourStopsAtItsFirstKey) {
+    const Outcome tour = cli({"demo"});
+    EXPECT_EQ(tour.exit, 4);
+    EXPECT_THAT(tour.out, HasSubstr("install the package libengine-gost-openssl"));
+    EXPECT_THAT(tour.err, HasSubstr("the tour stops at"));
+}
+
 TEST_F(WithoutEngine, RsaWorks) {
     EXPECT_EQ(cli({"request", "--container", "new", "--provider", "24", "--subject", "2.5.4.3=New"}).exit, 0);
     EXPECT_EQ(cli({"sign", "report.txt", "--cert", "Signer rsa", "--out", "new.sig"}).exit, 0);
