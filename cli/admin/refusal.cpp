@@ -11,10 +11,6 @@ using cli::ExitCode;
 using cli::Failure;
 
 Failure refusal(const std::string& what, const csp::ApiError& error) {
-    if (error.code() == capi::NTE_KEYSET_ENTRY_BAD) {
-        return {ExitCode::input, what, "the container is damaged", "see 'klunortredi-csp container check'",
-                error.code()};
-    }
     const cli::Meaning* const meaning = cli::serviceMeaning(error.code());
     return meaning == nullptr ? Failure(ExitCode::service, what, "the service refused", {}, error.code())
                               : Failure(meaning->exit, what, meaning->why, meaning->next, error.code());

@@ -27,6 +27,7 @@ constexpr Meaning serviceMeanings[] = {
     {capi::NTE_EXISTS, ExitCode::service, "a container of that name is there already",
      "choose another name, or remove it with 'klunortredi containers delete'"},
     {capi::NTE_BAD_KEYSET, ExitCode::service, "there is no such key container", "see 'klunortredi containers'"},
+    {capi::NTE_KEYSET_ENTRY_BAD, ExitCode::input, "the container is damaged", "see 'klunortredi-csp container check'"},
     {capi::NTE_KEYSET_NOT_DEF, ExitCode::service, "there is no such provider", "see 'klunortredi providers'"},
     {capi::NTE_BAD_KEYSET_PARAM, ExitCode::service, "the container name cannot be used", ""},
     {capi::NTE_PROV_TYPE_NOT_DEF, ExitCode::service, "the provider's algorithms are not installed",

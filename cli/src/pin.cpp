@@ -1,13 +1,32 @@
 #include "pin.hpp"
 
 #include "capi/constants.hpp"
+#include "crypto/wincrypt/wincrypt_handler.hpp"
+#include "current_failure.hpp"
 #include "orvik/plugin/converter.hpp"
 #include "orvik/plugin/crypto/auth_provider.hpp"
 #include "orvik/plugin/crypto/i_auth_handle.hpp"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace klunortredi::cli {
+
+namespace {
+
+/// Whether a login failed with a code that says nothing about the PIN. Services have many for a wrong one, so it is
+/// these that are named.
+bool saysNothingOfThePin(std::uint32_t code) {
+    constexpr std::uint32_t codes[] = {capi::ERROR_FILE_NOT_FOUND, capi::ERROR_PATH_NOT_FOUND,
+                                       capi::ERROR_ACCESS_DENIED,  capi::ERROR_NOT_ENOUGH_MEMORY,
+                                       capi::ERROR_WRITE_FAULT,    capi::ERROR_DISK_FULL,
+                                       capi::ERROR_BUSY,           capi::NTE_NO_MEMORY,
+                                       capi::NTE_KEYSET_ENTRY_BAD, capi::NTE_PROV_TYPE_NOT_DEF};
+    return std::find(std::begin(codes), std::end(codes), code) != std::end(codes);
+}
+
+} // namespace
 
 PinDialog::PinDialog(const PinOptions& options) : source_(options) {}
 
@@ -24,8 +43,12 @@ void PinDialog::install() {
 }
 
 std::optional<std::string> PinDialog::answer(const std::string& container, unsigned attempt) {
-    if (attempt > 0) {
-        outcome_ = Outcome::wrong;
+    if (attempt > 0) { // asked again because of the login before
+        trouble_ = orvik::plugin::wincrypt::GetLastErrorEx();
+        outcome_ = saysNothingOfThePin(trouble_) ? Outcome::notJudged : Outcome::wrong;
+        if (outcome_ == Outcome::notJudged) {
+            return std::nullopt;
+        }
     }
     try {
         if (!source_.fromTerminal() && attempt > 0) {
@@ -59,6 +82,9 @@ Failure PinDialog::refusal(const std::string& what) const {
     }
     if (outcome_ == Outcome::noSource && sourceFailure_) {
         return *sourceFailure_;
+    }
+    if (outcome_ == Outcome::notJudged) {
+        return serviceFailure(what, trouble_);
     }
     const auto left = triesLeft_ ? triesLeft_() : std::nullopt;
     if (left == 0U) {

@@ -5,6 +5,7 @@
 #include "failure.hpp"
 #include "pin_source.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -28,11 +29,12 @@ public:
     /// Tells how many tries are left, where the service knows it.
     void setTriesLeft(std::function<std::optional<unsigned>()> triesLeft);
 
-    /// The failure to report after a login was refused: cancelled, no source, wrong or locked.
+    /// The failure to report after a login was refused: cancelled, no source, wrong or locked, or what kept the service
+    /// from judging the PIN.
     [[nodiscard]] Failure refusal(const std::string& what) const;
 
 private:
-    enum class Outcome { none, cancelled, noSource, wrong };
+    enum class Outcome { none, cancelled, noSource, wrong, notJudged };
 
     std::optional<std::string> answer(const std::string& container, unsigned attempt);
 
@@ -40,6 +42,7 @@ private:
     std::function<std::optional<unsigned>()> triesLeft_;
     Outcome outcome_ = Outcome::none;
     std::optional<Failure> sourceFailure_;
+    std::uint32_t trouble_ = 0; ///< of notJudged
 };
 
 } // namespace klunortredi::cli

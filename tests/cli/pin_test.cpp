@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <fstream>
+
 namespace cli_test {
 namespace {
 
@@ -56,6 +59,25 @@ TEST_F(Pin, TheRightOneStartsTheCountAnew) {
     const int left = triesLeft(sign({"--pin-file", "wrong.txt"}));
     ASSERT_EQ(sign({"--pin-file", "pin.txt"}).exit, 0);
     EXPECT_EQ(triesLeft(sign({"--pin-file", "wrong.txt"})), left);
+}
+
+TEST_F(Pin, IsNotCalledWrongWhenTheContainerIsDamaged) {
+    const std::filesystem::path key = place_.home() + "/containers/one.80/exchange.1.p8";
+    std::ofstream(key, std::ios::app) << 'x';
+    const Outcome damaged = sign({"--pin-file", "pin.txt"});
+    EXPECT_EQ(damaged.exit, 3);
+    EXPECT_THAT(damaged.err, HasSubstr("the container is damaged"));
+    std::filesystem::resize_file(key, std::filesystem::file_size(key) - 1);
+    EXPECT_EQ(sign({"--pin-file", "pin.txt"}).exit, 0) << "no try was lost, and nothing else";
+}
+
+TEST_F(Pin, IsNotCalledWrongWhenItsTryCannotBeCounted) {
+    RunOptions fullDisk;
+    fullDisk.fileSizeLimit = 1; // the count of tries is longer
+    const Outcome uncounted = sign({"--pin-file", "pin.txt"}, fullDisk);
+    EXPECT_EQ(uncounted.exit, 3);
+    EXPECT_THAT(uncounted.err, HasSubstr("the disk is full"));
+    EXPECT_THAT(uncounted.err, Not(HasSubstr("PIN")));
 }
 
 TEST_F(Pin, TooManyWrongOnesLockTheContainer) {
