@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 namespace cli_test {
 namespace {
 
@@ -78,6 +80,27 @@ TEST(JsonOutput, AnInvalidSignatureIsAVerdictNotAnError) {
     EXPECT_EQ(verdict["valid"], false);
     EXPECT_FALSE(verdict["reason"].get<std::string>().empty());
     EXPECT_FALSE(verdict.contains("error"));
+}
+
+TEST(DataFolder, IsWhereInfoSaysItIs) {
+    const Workplace place;
+    const std::string folder = place.folder().path();
+    const std::pair<std::map<std::string, std::string>, std::string> rows[] = {
+        {{{"KLUNORTREDI_HOME", "own"}}, folder + "/own"},
+        {{{"KLUNORTREDI_HOME", ""}, {"XDG_DATA_HOME", folder + "/xdg"}}, folder + "/xdg/klunortredi"},
+        {{{"KLUNORTREDI_HOME", ""}, {"XDG_DATA_HOME", "relative"}, {"HOME", folder + "/me"}},
+         folder + "/me/.local/share/klunortredi"},
+    };
+    for (const auto& [environment, expected] : rows) {
+        RunOptions options;
+        options.environment = environment;
+        const Outcome info = place.cli({"info", "--json"}, options);
+        EXPECT_EQ(Json::parse(info.out)["data_directory"], expected);
+        ASSERT_EQ(
+            place.cliWithPin({"request", "--container", "one", "--subject", "2.5.4.3=One", "--force"}, options).exit,
+            0);
+        EXPECT_TRUE(std::filesystem::exists(expected + "/containers/one.80/container.json")) << expected;
+    }
 }
 
 } // namespace

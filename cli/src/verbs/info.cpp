@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdlib>
+#include <filesystem>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -50,10 +51,10 @@ std::string homeOfUser() {
 /// Where the embedded service keeps its data; it goes by the same rules.
 std::string dataDirectory() {
     if (const std::string home = variable("KLUNORTREDI_HOME"); !home.empty()) {
-        return home;
+        return std::filesystem::absolute(home).string();
     }
     const std::string data = variable("XDG_DATA_HOME");
-    return (data.empty() ? homeOfUser() + "/.local/share" : data) + "/klunortredi";
+    return (data.starts_with('/') ? data : homeOfUser() + "/.local/share") + "/klunortredi";
 }
 
 struct Row {

@@ -38,7 +38,8 @@ std::filesystem::path dataDirectory() {
     if (const auto own = fromEnvironment("KLUNORTREDI_HOME")) {
         return std::filesystem::absolute(*own); // what is open stays open when the process changes its directory
     }
-    if (const auto data = fromEnvironment("XDG_DATA_HOME")) {
+    // The XDG base directory specification has a relative path ignored.
+    if (const auto data = fromEnvironment("XDG_DATA_HOME"); data && data->is_absolute()) {
         return *data / "klunortredi";
     }
     return homeOfUser() / ".local" / "share" / "klunortredi";

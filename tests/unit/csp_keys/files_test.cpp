@@ -31,8 +31,10 @@ TEST(DataDirectory, IsReadFromTheEnvironmentAtEachCall) {
     ::setenv("XDG_DATA_HOME", "/data", 1);
     EXPECT_EQ(dataDirectory(), "/data/klunortredi");
     ::unsetenv("KLUNORTREDI_HOME");
-    ::unsetenv("XDG_DATA_HOME");
     ::setenv("HOME", "/home/me", 1);
+    ::setenv("XDG_DATA_HOME", "not/absolute", 1);
+    EXPECT_EQ(dataDirectory(), "/home/me/.local/share/klunortredi");
+    ::unsetenv("XDG_DATA_HOME");
     EXPECT_EQ(dataDirectory(), "/home/me/.local/share/klunortredi");
     ::unsetenv("HOME");
     EXPECT_TRUE(dataDirectory().is_absolute()) << "from the user database";
