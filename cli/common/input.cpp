@@ -194,9 +194,15 @@ std::istream& Input::raw() {
 
 std::istream& Input::decoded() {
     if (!stream_) {
-        const Coding coding = codingOf(descriptor_->ahead(sniffed));
+        std::string_view head = descriptor_->ahead(sniffed);
+        const bool marked = head.starts_with(byteOrderMark);
+        head.remove_prefix(marked ? byteOrderMark.size() : 0);
+        const Coding coding = codingOf(head);
         if (coding == Coding::binary) {
             return raw();
+        }
+        for (std::size_t i = 0; marked && i < byteOrderMark.size(); ++i) {
+            descriptor_->sbumpc();
         }
         armor_ = std::make_unique<Armor>(*descriptor_, coding == Coding::pem);
         stream_ = std::make_unique<std::istream>(armor_.get());

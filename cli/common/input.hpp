@@ -7,8 +7,12 @@
 #include <istream>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace klunortredi::cli {
+
+/// The byte order mark of UTF-8, with which some editors begin a text file.
+inline constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 
 /// An open input. Reads through a buffer of its own, so that pipes, devices and files larger than memory are all alike.
 class Input {

@@ -1,5 +1,7 @@
 #include "signature_shape.hpp"
 
+#include "input.hpp"
+
 #include <algorithm>
 #include <cstddef>
 #include <optional>
@@ -93,8 +95,8 @@ private:
 };
 
 bool looksLikeXml(std::string_view head) {
-    if (head.starts_with("\xEF\xBB\xBF")) {
-        head.remove_prefix(3);
+    if (head.starts_with(byteOrderMark)) {
+        head.remove_prefix(byteOrderMark.size());
     }
     const auto first = head.find_first_not_of(" \t\r\n");
     return first != std::string_view::npos && head[first] == '<';

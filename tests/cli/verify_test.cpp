@@ -44,7 +44,10 @@ TEST_F(Verify, ReadsPemAndBareBase64AsWell) {
         place_.folder().write("armour.pem", "-----BEGIN CMS-----\n" + base64 + "-----END CMS-----\n");
         place_.folder().write("remarks.pem",
                               "A remark before.\n-----BEGIN PKCS7-----\n" + base64 + "-----END PKCS7-----\n");
-        for (const char* file : {"bare.b64", "armour.pem", "remarks.pem"}) {
+        for (const std::string file : {"bare.b64", "armour.pem"}) { // as some editors save a text
+            place_.folder().write("marked-" + file, "\xEF\xBB\xBF" + place_.folder().read(file));
+        }
+        for (const char* file : {"bare.b64", "armour.pem", "remarks.pem", "marked-bare.b64", "marked-armour.pem"}) {
             std::vector<std::string> words{"verify", file};
             if (kind == std::string("sig")) {
                 words.insert(words.end(), {"--content", "report.txt"});
@@ -147,10 +150,19 @@ TEST_F(Verify, ASignatureWithoutCertificatesNeedsTheSignersOwn) {
                            "-outform", "DER", "-nocerts", "-md", "md_gost12_256", "-out", "nocerts.sig"});
     const Outcome without = place_.cli({"verify", "nocerts.sig", "--content", "report.txt"});
     EXPECT_EQ(without.exit, 1) << without.err;
+    EXPECT_THAT(without.out, HasSubstr("name it with --signer-cert"));
     const Outcome with = place_.cli({"verify", "nocerts.sig", "--content", "report.txt", "--signer-cert", "ca.pem"});
     EXPECT_EQ(with.exit, 0) << with.err << with.out;
     const Outcome wrong = place_.cli({"verify", "nocerts.sig", "--content", "report.txt", "--signer-cert", "one.pem"});
     EXPECT_EQ(wrong.exit, 1) << wrong.err << wrong.out;
+    EXPECT_THAT(wrong.out, HasSubstr("the certificate given with --signer-cert is not the signer's"));
+}
+
+TEST_F(Verify, CertificatesAloneAreNoSignature) {
+    place_.openssl().must({"crl2pkcs7", "-nocrl", "-certfile", "ca.pem", "-outform", "DER", "-out", "certs.p7b"});
+    const Outcome checking = place_.cli({"verify", "certs.p7b", "--content", "report.txt"});
+    EXPECT_EQ(checking.exit, 1) << checking.err;
+    EXPECT_THAT(checking.out, HasSubstr("the message carries no such signature"));
 }
 
 TEST_F(Verify, ASecondSignerThatIsNotValidMakesTheSignatureInvalid) {

@@ -173,8 +173,10 @@ private:
         if (failure.exit() == ExitCode::input || isOfTheMachine(code)) {
             throw failure;
         }
-        verdict_.reason =
-            code == capi::CRYPT_E_NOT_FOUND ? "the signer's certificate is not in the message" : refusalReason(code);
+        const bool noCertificate = code == capi::CRYPT_E_NOT_FOUND || code == capi::CRYPT_E_SIGNER_NOT_FOUND;
+        verdict_.reason = !noCertificate ? refusalReason(code)
+                          : outside_     ? "the certificate given with --signer-cert is not the signer's"
+                                         : "the signer's certificate is not in the message; name it with --signer-cert";
     }
 
     void judgeOthers() {
