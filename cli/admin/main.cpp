@@ -1,5 +1,4 @@
 #include "arguments.hpp"
-#include "openssl_setup.hpp"
 #include "refusal.hpp"
 
 #include <sys/stat.h>
@@ -15,7 +14,6 @@ cli::ExitCode run(const admin::Command& command) {
     admin::Session session{command.options, console};
     try {
         try {
-            const admin::OpensslSetup setup;
             return command.run(session);
         } catch (...) {
             throw admin::currentRefusal(command.verb + " failed");

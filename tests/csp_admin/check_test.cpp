@@ -35,6 +35,16 @@ TEST_F(Check, FindsAHealthyContainerGood) {
     EXPECT_THAT(damaged(), IsEmpty());
 }
 
+TEST_F(Check, GostContainersAreNotCalledDamagedWithoutTheEngine) {
+    RunOptions options;
+    options.environment["OPENSSL_ENGINES"] = place_.folder() / "none";
+    const Outcome checking = place_.admin({"check"}, options);
+    EXPECT_EQ(checking.exit, 4) << checking.out;
+    EXPECT_THAT(checking.err, HasSubstr("install the package libengine-gost-openssl"));
+    EXPECT_EQ(place_.admin({"list"}, options).exit, 0);
+    EXPECT_EQ(place_.admin({"unlock", "one"}, options).exit, 0);
+}
+
 TEST_F(Check, LooksAtAllWhenNoneIsNamed) {
     place_.makeKey("rsa", {"rsa:2048"});
     place_.mustImport({"rsa.key", "rsa.pem"});

@@ -1,6 +1,7 @@
 #include "containers.hpp"
 #include "core/error.hpp"
 #include "failure.hpp"
+#include "openssl_setup.hpp"
 #include "output_file.hpp"
 #include "pfx_writer.hpp"
 #include "refusal.hpp"
@@ -39,6 +40,7 @@ const csp::KeyEntry& chooseKey(const csp::Container& container, const std::strin
 } // namespace
 
 ExitCode exportKey(Session& session, const ExportArguments& arguments) {
+    const OpensslSetup setup;
     const csp::ContainerId id = findContainer(arguments.name, arguments.provider);
     const std::string what = "cannot export container " + id.name;
     csp::Container container = csp::Container::open(id);

@@ -2,6 +2,7 @@
 #include "core/error.hpp"
 #include "failure.hpp"
 #include "link.hpp"
+#include "openssl_setup.hpp"
 #include "refusal.hpp"
 #include "secrets.hpp"
 #include "text/unicode.hpp"
@@ -63,6 +64,7 @@ void store(const ContainerId& id, const Identity& identity, bool exportable, cli
 } // namespace
 
 ExitCode importKey(Session& session, const ImportArguments& arguments) {
+    const OpensslSetup setup;
     cli::PinSource password(session.options.password, "password", "--password");
     cli::PinSource pin(session.options.pin);
     const KeyFiles files = splitPair(arguments.files);

@@ -247,7 +247,11 @@ std::vector<std::string> Container::damagedFiles() const {
     const auto inspect = [&damaged](const std::string& file, const auto& read) {
         try {
             read();
-        } catch (const ApiError&) {
+        } catch (const ApiError& error) {
+            // What the machine lacks, or the user may not read, is not damaged.
+            if (error.code() == capi::NTE_PROV_TYPE_NOT_DEF || error.code() == capi::ERROR_ACCESS_DENIED) {
+                throw;
+            }
             damaged.push_back(file);
         }
     };
@@ -265,12 +269,6 @@ std::vector<std::string> Container::damagedFiles() const {
         damaged.emplace_back(metaFileName);
     }
     return damaged;
-}
-
-void Container::check() const {
-    if (!damagedFiles().empty()) {
-        fail(capi::NTE_KEYSET_ENTRY_BAD);
-    }
 }
 
 } // namespace klunortredi::csp

@@ -62,10 +62,9 @@ public:
     void setCertificate(DWORD spec, ByteView der);
 
     /// Names of the damaged files, as far as that can be told without the PIN: a key file, a public key (it stands in
-    /// the description), the count or a certificate that is missing, malformed or does not match.
+    /// the description), the count or a certificate that is missing, malformed or does not match. Throws ApiError for
+    /// what is no damage: ERROR_ACCESS_DENIED, and NTE_PROV_TYPE_NOT_DEF where the GOST engine is not installed.
     [[nodiscard]] std::vector<std::string> damagedFiles() const;
-    /// Throws ApiError(NTE_KEYSET_ENTRY_BAD) when there are any.
-    void check() const;
 
 private:
     friend class NewContainer;
