@@ -101,14 +101,6 @@ TEST_F(WithoutEngine, GostKeysAreNotMadeAndDoNotSign) {
     EXPECT_THAT(place_.cli({"containers"}).out, testing::Not(HasSubstr("new")));
 }
 
-TEST_F(WithoutEngine, NoPinTryIsLost) {
-    expectNamesThePackage({"sign", "report.txt", "--cert", "Signer gost", "--out", "new.sig"});
-    place_.folder().write("pin.txt", "wrong");
-    const Outcome wrong = place_.cliWithPin({"sign", "report.txt", "--cert", "Signer gost", "--out", "new.sig"});
-    EXPECT_EQ(wrong.exit, 6);
-    EXPECT_THAT(wrong.err, HasSubstr("9 tries left"));
-}
-
 TEST_F(WithoutEngine, TheTourStopsAtItsFirstKey) {
     const Outcome tour = cli({"demo"});
     EXPECT_EQ(tour.exit, 4);

@@ -61,6 +61,16 @@ TEST_F(Pin, StaysWhenTheDiskIsFull) {
     EXPECT_THAT(place_.signingProblem("Signer one", "pin.txt"), IsEmpty());
 }
 
+TEST_F(Pin, TriesAreNotLostWithoutTheEngine) {
+    RunOptions options;
+    options.environment["OPENSSL_ENGINES"] = place_.folder() / "none";
+    const Outcome changing =
+        place_.admin({"change-pin", "one", "--pin-file", "pin.txt", "--new-pin-file", "other-pin.txt"}, options);
+    EXPECT_EQ(changing.exit, 4);
+    EXPECT_THAT(changing.err, HasSubstr("install the package libengine-gost-openssl"));
+    EXPECT_EQ(place_.json({"list"})["containers"][0]["tries_left"], 10);
+}
+
 TEST_F(Pin, ComesFromTheEnvironmentOrADescriptor) {
     RunOptions options;
     options.environment = {{"OLD", "12345678"}};
