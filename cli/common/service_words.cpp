@@ -64,6 +64,10 @@ const Meaning* serviceMeaning(std::uint32_t code) {
     return found == std::end(serviceMeanings) ? nullptr : found;
 }
 
+bool isOfTheMachine(std::uint32_t code) {
+    return code == capi::NTE_PROV_TYPE_NOT_DEF || code == capi::ERROR_NOT_ENOUGH_MEMORY || code == capi::NTE_NO_MEMORY;
+}
+
 std::string serviceReason(std::uint32_t code) {
     const Meaning* meaning = serviceMeaning(code);
     return meaning == nullptr ? std::string{} : meaning->why;

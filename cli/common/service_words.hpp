@@ -23,4 +23,7 @@ const Meaning* serviceMeaning(std::uint32_t code);
 /// Why the code was given; empty for a code without words of its own.
 std::string serviceReason(std::uint32_t code);
 
+/// Whether the code tells what the machine lacks, which says nothing about a signature or a PIN.
+bool isOfTheMachine(std::uint32_t code);
+
 } // namespace klunortredi::cli

@@ -6,6 +6,7 @@
 #include "orvik/plugin/converter.hpp"
 #include "orvik/plugin/crypto/auth_provider.hpp"
 #include "orvik/plugin/crypto/i_auth_handle.hpp"
+#include "service_words.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -18,12 +19,10 @@ namespace {
 /// Whether a login failed with a code that says nothing about the PIN. Services have many for a wrong one, so it is
 /// these that are named.
 bool saysNothingOfThePin(std::uint32_t code) {
-    constexpr std::uint32_t codes[] = {capi::ERROR_FILE_NOT_FOUND, capi::ERROR_PATH_NOT_FOUND,
-                                       capi::ERROR_ACCESS_DENIED,  capi::ERROR_NOT_ENOUGH_MEMORY,
-                                       capi::ERROR_WRITE_FAULT,    capi::ERROR_DISK_FULL,
-                                       capi::ERROR_BUSY,           capi::NTE_NO_MEMORY,
-                                       capi::NTE_KEYSET_ENTRY_BAD, capi::NTE_PROV_TYPE_NOT_DEF};
-    return std::find(std::begin(codes), std::end(codes), code) != std::end(codes);
+    constexpr std::uint32_t codes[] = {
+        capi::ERROR_FILE_NOT_FOUND, capi::ERROR_PATH_NOT_FOUND, capi::ERROR_ACCESS_DENIED, capi::ERROR_WRITE_FAULT,
+        capi::ERROR_DISK_FULL,      capi::ERROR_BUSY,           capi::NTE_KEYSET_ENTRY_BAD};
+    return isOfTheMachine(code) || std::find(std::begin(codes), std::end(codes), code) != std::end(codes);
 }
 
 } // namespace

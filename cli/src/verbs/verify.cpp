@@ -12,6 +12,7 @@
 #include "orvik/plugin/crypto/constant.hpp"
 #include "output_file.hpp"
 #include "progress.hpp"
+#include "service_words.hpp"
 #include "signature_shape.hpp"
 #include "signers.hpp"
 #include "text.hpp"
@@ -72,11 +73,6 @@ std::string contentBeside(const std::string& file) {
     }
     const std::string candidate = file.substr(0, dot);
     return ::access(candidate.c_str(), F_OK) == 0 ? candidate : std::string{};
-}
-
-/// Whether a check failed for what the machine lacks, which says nothing about the signature.
-bool isOfTheMachine(std::uint32_t code) {
-    return code == capi::NTE_PROV_TYPE_NOT_DEF || code == capi::ERROR_NOT_ENOUGH_MEMORY || code == capi::NTE_NO_MEMORY;
 }
 
 class CmsVerification {

@@ -38,7 +38,7 @@ std::filesystem::path dataDirectory() {
     if (const auto own = fromEnvironment("KLUNORTREDI_HOME")) {
         return std::filesystem::absolute(*own); // what is open stays open when the process changes its directory
     }
-    // The XDG base directory specification has a relative path ignored.
+    // XDG directories are absolute by definition; a relative one is to be ignored.
     if (const auto data = fromEnvironment("XDG_DATA_HOME"); data && data->is_absolute()) {
         return *data / "klunortredi";
     }
