@@ -1,6 +1,5 @@
 #include "keys/container_place.hpp"
 
-#include "core/files.hpp"
 #include "core/home.hpp"
 
 #include <cerrno>
@@ -48,6 +47,10 @@ fs::path newGraveDirectory() {
         fail(files::errorCode(errno));
     }
     return path;
+}
+
+files::Lock lockNames() {
+    return files::Lock(containersDirectory());
 }
 
 void sweepContainers() {

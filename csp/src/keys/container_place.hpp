@@ -2,6 +2,7 @@
 
 /// Where containers lie, and what is left there by processes that were killed.
 
+#include "core/files.hpp"
 #include "keys/container_name.hpp"
 
 #include <filesystem>
@@ -15,7 +16,12 @@ std::filesystem::path draftDirectory(const ContainerId& id);
 /// A new empty directory for a container on its way out.
 std::filesystem::path newGraveDirectory();
 
-/// Removes drafts that nobody is making any more, and deleted containers of which something is left.
+/// Held while a name is looked up and reserved, and while a container comes under its name: whoever looks sees one of
+/// the two. The folder must be there.
+files::Lock lockNames();
+
+/// Call with the lock on names held. Removes drafts that nobody is making any more, and deleted containers of which
+/// something is left.
 void sweepContainers();
 
 } // namespace klunortredi::csp

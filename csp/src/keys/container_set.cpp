@@ -17,22 +17,13 @@ namespace fs = std::filesystem;
 
 constexpr mode_t directoryMode = 0700;
 
-/// Creates and locks the draft's directory. A sweeper may take a directory away between the two; then again.
+/// Creates and locks the draft's directory. Call with the lock on names held: a sweeper takes a draft that is not
+/// locked yet for one whose maker died.
 files::Lock reserve(const fs::path& draft) {
-    while (true) {
-        if (mkdir(draft.c_str(), directoryMode) != 0) {
-            fail(errno == EEXIST ? capi::NTE_EXISTS : files::errorCode(errno));
-        }
-        try {
-            if (auto lock = files::Lock::tryTake(draft)) {
-                return *std::move(lock);
-            }
-        } catch (const ApiError& e) {
-            if (e.code() != capi::ERROR_FILE_NOT_FOUND) {
-                throw;
-            }
-        }
+    if (mkdir(draft.c_str(), directoryMode) != 0) {
+        fail(errno == EEXIST ? capi::NTE_EXISTS : files::errorCode(errno));
     }
+    return files::Lock(draft);
 }
 
 void moveDirectory(const fs::path& from, const fs::path& to) {
@@ -47,6 +38,7 @@ void moveDirectory(const fs::path& from, const fs::path& to) {
 NewContainer::NewContainer(const ContainerId& id) : container_(draftDirectory(id), {id, false, {}}) {
     checkNewName(id);
     files::makeDirectories(containersDirectory());
+    const files::Lock names = lockNames();
     sweepContainers();
     if (fs::exists(containerDirectory(id))) {
         fail(capi::NTE_EXISTS);
@@ -67,6 +59,7 @@ Container NewContainer::commit() {
         fail(capi::NTE_NO_KEY);
     }
     const fs::path place = container_.directory_.parent_path() / directoryName(container_.id());
+    const files::Lock names = lockNames();
     moveDirectory(container_.directory_, place);
     reservation_.reset();
     return {place, container_.meta_};

@@ -16,43 +16,51 @@ HandleTable<ProviderContext, HandleKind::Context>& contexts() {
     return *table;
 }
 
-/// The contexts that make a container.
+/// The contexts that make a container, with its name: whoever looks for one of them does not wait for another's key
+/// pair, which takes its context as long as it takes.
 class Makers {
 public:
-    void add(const std::shared_ptr<ProviderContext>& context) {
+    using Maker = std::shared_ptr<ProviderContext>;
+
+    void add(const ContainerId& id, const Maker& context) {
         const std::lock_guard lock(mutex_);
-        std::erase_if(makers_, [](const auto& maker) { return maker.expired(); });
-        makers_.push_back(context);
+        std::erase_if(makers_, [](const auto& maker) { return maker.context.expired(); });
+        makers_.push_back({id, context});
     }
 
-    [[nodiscard]] std::vector<std::shared_ptr<ProviderContext>> all() const {
-        const std::lock_guard lock(mutex_);
-        std::vector<std::shared_ptr<ProviderContext>> alive;
-        for (const auto& maker : makers_) {
-            if (auto context = maker.lock()) {
-                alive.push_back(std::move(context));
-            }
-        }
-        return alive;
+    [[nodiscard]] std::vector<Maker> of(const ContainerId& id) const {
+        return alive([&id](const ContainerId& made) { return made == id; });
+    }
+
+    [[nodiscard]] std::vector<Maker> all() const {
+        return alive([](const ContainerId&) { return true; });
     }
 
 private:
+    struct Entry {
+        ContainerId id;
+        std::weak_ptr<ProviderContext> context;
+    };
+
+    template <class Predicate>
+    std::vector<Maker> alive(Predicate wanted) const {
+        const std::lock_guard lock(mutex_);
+        std::vector<Maker> found;
+        for (const Entry& maker : makers_) {
+            if (auto context = wanted(maker.id) ? maker.context.lock() : nullptr) {
+                found.push_back(std::move(context));
+            }
+        }
+        return found;
+    }
+
     mutable std::mutex mutex_;
-    std::vector<std::weak_ptr<ProviderContext>> makers_;
+    std::vector<Entry> makers_;
 };
 
 Makers& makers() {
     static Makers instance;
     return instance;
-}
-
-/// A container that this process is making is there for whoever names it.
-void settle(const ContainerId& id) {
-    for (const auto& maker : makers().all()) {
-        if (maker->isMaking(id)) {
-            maker->settle();
-        }
-    }
 }
 
 enum class Purpose { Open, Create, Delete, Verify };
@@ -78,7 +86,7 @@ std::shared_ptr<ProviderContext> contextOfContainer(const ProviderRecord& provid
         return std::make_shared<ProviderContext>(provider, Container::open(id));
     }
     auto made = std::make_shared<ProviderContext>(provider, std::make_unique<NewContainer>(id));
-    makers().add(made);
+    makers().add(id, made);
     return made;
 }
 
@@ -97,7 +105,9 @@ unsigned long acquireContext(std::wstring_view container, std::wstring_view prov
         fail(purpose == Purpose::Open ? capi::NTE_BAD_KEYSET : capi::NTE_BAD_KEYSET_PARAM);
     }
     const ContainerId id = parseContainerName(container, type);
-    settle(id);
+    for (const auto& maker : makers().of(id)) { // what this process is making is there for whoever names it
+        maker->settle();
+    }
     if (purpose == Purpose::Delete) {
         deleteContainer(id);
         return 0;
@@ -109,7 +119,7 @@ void releaseContext(unsigned long hProv) {
     const auto context = contexts().get(hProv);
     if (context->removeReference()) {
         contexts().remove(hProv);
-        context->settle();
+        context->close();
     }
 }
 

@@ -38,11 +38,6 @@ ContainerId ProviderContext::containerId() const {
     return container().id();
 }
 
-bool ProviderContext::isMaking(const ContainerId& id) const {
-    const std::lock_guard lock(mutex_);
-    return draft_ && draft_->container().id() == id;
-}
-
 void ProviderContext::addReference() {
     const std::lock_guard lock(mutex_);
     ++references_;
@@ -63,6 +58,12 @@ void ProviderContext::requireAlive() const {
 void ProviderContext::settle() {
     const std::lock_guard lock(mutex_);
     settleLocked();
+}
+
+void ProviderContext::close() {
+    const std::lock_guard lock(mutex_);
+    settleLocked();
+    draft_.reset();
 }
 
 void ProviderContext::settleLocked() {

@@ -26,8 +26,6 @@ public:
     [[nodiscard]] const ProviderRecord& provider() const noexcept { return provider_; }
     /// Throws ApiError(NTE_BAD_KEYSET) without a container.
     [[nodiscard]] ContainerId containerId() const;
-    /// Whether it is of that container, and still making it.
-    [[nodiscard]] bool isMaking(const ContainerId& id) const;
 
     void addReference();
     /// True when that was the last one.
@@ -37,6 +35,9 @@ public:
 
     /// Puts a container that is being made into place, once it has a key pair. Nothing to do otherwise.
     void settle();
+    /// The last reference is gone: settles, and gives up a container without a key pair. Its name is free at once, also
+    /// when somebody still holds the context.
+    void close();
 
     [[nodiscard]] Bytes publicKeyInfo(DWORD keySpec) const override;
     Bytes sign(DWORD keySpec, const DigestAlgorithm& algorithm, ByteView digest) override;

@@ -1,9 +1,12 @@
 // First use, and everything after it, from several threads.
 
+#include "keys/provider_context.hpp"
 #include "service.hpp"
 
 #include <atomic>
 #include <barrier>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 namespace csp_keys {
@@ -66,6 +69,44 @@ TEST_F(Threads, ShareOneContext) {
     });
     EXPECT_EQ(right, threadCount);
     EXPECT_EQ(provNumber(context.get(), capi::PP_PIN_TRIES_REMAINING), 10U);
+}
+
+TEST_F(Threads, EachMakesContainersOfOtherNames) {
+    std::atomic<int> refusals = 0;
+    together([&](int number) {
+        for (int round = 0; round < 100; ++round) {
+            const std::wstring name = L"c" + std::to_wstring(number);
+            unsigned long handle = 0;
+            refusals += CryptAcquireContextW(&handle, name.c_str(), nullptr, gost, capi::CRYPT_NEWKEYSET) == 0 ? 1 : 0;
+            CryptReleaseContext(handle, 0);
+        }
+    });
+    EXPECT_EQ(refusals, 0) << "without a key pair, a name is free again when its context is released";
+}
+
+TEST_F(Threads, ANameIsFreeOnceItsContextIsReleasedAlsoWhereOneStillLooksAtIt) {
+    Context first(gost, L"c", capi::CRYPT_NEWKEYSET);
+    const auto looking = klunortredi::csp::providerContext(first.get());
+    first.release();
+    const Context second(gost, L"c", capi::CRYPT_NEWKEYSET);
+}
+
+TEST_F(Threads, EachMakesAContainerWhereAKilledProcessLeftOne) {
+    std::atomic<int> refusals = 0;
+    for (int round = 0; round < 10; ++round) {
+        for (int number = 0; number < threadCount; ++number) {
+            const std::string draft = home_ / ("containers/.new-c" + std::to_string(number) + ".80");
+            std::filesystem::create_directories(draft);
+            std::ofstream(draft + "/container.json") << "{";
+        }
+        together([&](int number) {
+            const std::wstring name = L"c" + std::to_wstring(number);
+            unsigned long handle = 0;
+            refusals += CryptAcquireContextW(&handle, name.c_str(), nullptr, gost, capi::CRYPT_NEWKEYSET) == 0 ? 1 : 0;
+            CryptReleaseContext(handle, 0);
+        });
+    }
+    EXPECT_EQ(refusals, 0);
 }
 
 TEST_F(Threads, OneOfThemMakesAContainerOfOneName) {
