@@ -67,6 +67,17 @@ TEST(Raise, AttachesTheLocationAndKeepsTheType) {
     }
 }
 
+TEST(Raise, TellsTheLineOfTheThrowNotOfTheLocation) {
+    const exception::Location shared{"some_file", "someFunction"};
+    int line = 0;
+    try {
+        line = __LINE__ + 1;
+        exception::raise(CryptoException(CryptoException::Code::noProvider), shared);
+    } catch (const CryptoException& e) {
+        EXPECT_EQ(*boost::get_error_info<boost::throw_line>(e), line);
+    }
+}
+
 TEST(Diagnostic, TellsTheTypeTheTextAndThePlace) {
     try {
         exception::raise(CryptoException(CryptoException::Code::noProvider), {"some_file", "someFunction", 12});

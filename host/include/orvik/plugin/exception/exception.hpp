@@ -48,18 +48,19 @@ E&& setValue(E&& e, const std::string& value) {
     return std::forward<E>(e);
 }
 
-/// Where a throw stands: file name without extension, function, line (that of the Location unless another is known to
-/// the outside).
+/// Where a throw stands: file name without extension, function, and the line when another than the throw's own is known
+/// to the outside.
 struct Location {
     const char* file;
     const char* function;
-    int line = static_cast<int>(std::source_location::current().line());
+    int line = 0;
 };
 
 /// Throws a copy of `e` with the location attached as boost::throw_file, throw_function and throw_line.
 template <class E>
-[[noreturn]] void raise(E e, const Location& where) {
-    e << boost::throw_file(where.file) << boost::throw_function(where.function) << boost::throw_line(where.line);
+[[noreturn]] void raise(E e, const Location& where, std::source_location at = std::source_location::current()) {
+    const int line = where.line != 0 ? where.line : static_cast<int>(at.line());
+    e << boost::throw_file(where.file) << boost::throw_function(where.function) << boost::throw_line(line);
     throw e; // NOLINT(hicpp-exception-baseclass)
 }
 
