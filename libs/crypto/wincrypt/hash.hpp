@@ -28,8 +28,8 @@ public:
     /// does not offer the algorithm.
     CryptHash(const crypto::IProvider& provider, unsigned int algId);
     CryptHash(const crypto::IProvider& provider, boost::string_view algorithm);
-    /// On the context of the certificate's private key, so that sign() signs with that key. Throws also as
-    /// IPrivateKey::context() does.
+    /// On the context of the certificate's private key, so that sign() signs with that key; it stays with that context
+    /// when the key's authentication is reset. Throws also as IPrivateKey::context() does.
     CryptHash(const boost::shared_ptr<crypto::ICertificate>& certificate, boost::string_view algorithm);
     ~CryptHash() override;
 
@@ -38,6 +38,7 @@ public:
     std::string create(std::istream& stream) override;
     /// Signs with the exchange key, or else the signature key, asking for the PIN where it is needed. Throws
     /// CryptoException authorizationRefused when the PIN is refused, otherwise what went wrong with the exchange key.
+    /// After a reset of the key's authentication, make a new hash: the PIN given then is for the key's new context.
     std::string sign() override;
     /// Does nothing: the constructors have prepared the hash.
     void initialize() override;

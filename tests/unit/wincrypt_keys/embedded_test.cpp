@@ -11,6 +11,7 @@
 #include "orvik/plugin/crypto/i_public_key.hpp"
 #include "orvik/plugin/hex.hpp"
 #include "orvik/plugin/session.hpp"
+#include "service_double/thrown.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
 
@@ -23,6 +24,7 @@ namespace {
 using namespace orvik::plugin;
 using crypto::exception::CryptoException;
 using crypto::exception::SystemException;
+using service_double::thrownBy;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -193,6 +195,22 @@ TEST_P(EmbeddedKeys, AfterResetTheNextSigningAsksForThePinAgain) {
     key->resetAuthentication();
     own().hash(certificate, kind().hashOid)->sign();
     EXPECT_EQ(dialogues_, 2U);
+}
+
+TEST_P(EmbeddedKeys, AHashStaysWithTheContextItWasMadeInWhenTheLoginIsReset) {
+    const auto certificate = signer(kind(), L"box");
+    const auto key = certificate->privateKey();
+    const auto without = own().hash(certificate, kind().hashOid);
+    key->resetAuthentication();
+    EXPECT_EQ(static_cast<DWORD>(thrownBy<SystemException>([&] { without->sign(); }).code),
+              capi::SCARD_W_CARD_NOT_AUTHENTICATED)
+        << "the PIN went to the key's new context";
+
+    const auto with = own().hash(certificate, kind().hashOid);
+    EXPECT_FALSE(with->sign().empty());
+    key->resetAuthentication();
+    EXPECT_FALSE(with->sign().empty());
+    EXPECT_EQ(dialogues_, 2U) << "asked again all the same";
 }
 
 TEST_P(EmbeddedKeys, WithoutThePinNothingIsSigned) {

@@ -188,6 +188,19 @@ TEST_F(HashTest, UpdatePassesTheOctetsOn) {
     EXPECT_THAT(pieces, ElementsAre(text));
 }
 
+TEST_F(HashTest, UpdateOfMoreThanALengthCanTellIsHashedInPieces) {
+    std::vector<std::pair<const BYTE*, DWORD>> pieces;
+    service().on.CryptHashData = [&](unsigned long, const BYTE* data, DWORD size, DWORD) {
+        pieces.emplace_back(data, size);
+        return 1;
+    };
+    const unsigned char* const start = reinterpret_cast<const unsigned char*>("never read");
+    constexpr std::size_t most = 0xFFFFFFFF;
+    auto hash = providerHash();
+    hash.update(start, most + 5);
+    EXPECT_THAT(pieces, ElementsAre(std::pair(start, DWORD{0xFFFFFFFF}), std::pair(start + most, DWORD{5})));
+}
+
 TEST_F(HashTest, RefusedUpdateIsThrown) {
     service().failFunction("CryptHashData", 0x8009000C);
     auto hash = providerHash();
@@ -218,6 +231,28 @@ TEST_F(HashTest, EitherFailureOfFinalizeIsThrown) {
         auto hash = providerHash();
         EXPECT_EQ(thrownBy<SystemException>([&] { hash.finalize(); }),
                   (Thrown{static_cast<int>(0x80090002), "hash", "finalize", 0}));
+    }
+}
+
+TEST_F(HashTest, ASecondSizeShortensAValueAndNeverLengthensIt) {
+    for (const auto& [second, expected] : {std::pair{2U, "di"}, std::pair{6U, "digest"}, std::pair{7U, "digest"}}) {
+        const DWORD told = second;
+        const auto answer = [told](BYTE* data, DWORD* size) -> BOOL {
+            if (data != nullptr) {
+                std::memcpy(data, "digest", 6);
+            }
+            *size = data != nullptr ? told : 6;
+            return 1;
+        };
+        service().on.CryptGetHashParam = [&](unsigned long, DWORD, BYTE* data, DWORD* size, DWORD) {
+            return answer(data, size);
+        };
+        service().on.CryptSignHashW = [&](unsigned long, DWORD, const char*, DWORD, BYTE* data, DWORD* size) {
+            return answer(data, size);
+        };
+        auto hash = certificateHash();
+        EXPECT_EQ(hash.finalize(), expected);
+        EXPECT_EQ(hash.sign(), expected);
     }
 }
 
@@ -391,6 +426,13 @@ TEST_F(HashTest, ACancelledKeyDialogueIsKeptForAfterTheSecondAttempt) {
     service().failFunction("CryptAcquireCertificatePrivateKey", 1223);
     EXPECT_EQ(thrownBy<ApplicationException>([&] { hash.sign(); }).code, 20003);
     EXPECT_EQ(service().count("CryptAcquireCertificatePrivateKey"), 5U) << "one for the hash, two for each attempt";
+}
+
+TEST_F(HashTest, ADialogueOfTheServiceCancelledWhileSigningIsKeptForAfterTheSecondAttempt) {
+    signFailures_ = {{{1, true}, 1223}, {{2, false}, noKey}};
+    auto hash = certificateHash();
+    EXPECT_EQ(thrownBy<SystemException>([&] { hash.sign(); }), (Thrown{1223, "hash", "signImpl", 0}));
+    EXPECT_EQ(signCalls_.size(), 3U);
 }
 
 TEST_F(HashTest, ProviderBoundHashSignsWithTheProvidersContainerWithoutPinRequest) {

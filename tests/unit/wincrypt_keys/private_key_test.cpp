@@ -1,5 +1,6 @@
 #include "keys_fixture.hpp"
 
+#include "capi/constants.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
 #include "crypto/wincrypt/private_key.hpp"
 #include "crypto/wincrypt/tools.hpp"
@@ -154,6 +155,17 @@ TEST_F(PrivateKeyTest, ReadsCyrillicContainerNamesOfGostProviders) {
     EXPECT_EQ(key.provider()->container(), std::wstring(L"Ключ Ивана"));
 }
 
+TEST_F(PrivateKeyTest, IsUsableWhereTheContextsNamesAreNoText) {
+    installed().parameters[capi::PP_NAME] = "\xC3(";
+    installed().parameters[capi::PP_CONTAINER] = "\xC3(";
+    installed().parameters[capi::PP_PROVTYPE] = std::string("\x4B\0\0\0", 4);
+    const auto provider = key_->provider();
+    EXPECT_EQ(provider->name(), L"");
+    EXPECT_FALSE(provider->container());
+    EXPECT_EQ(provider->type(), 75U);
+    EXPECT_NE(key_->context(), nullptr);
+}
+
 // ---- failed acquisitions
 
 TEST_F(PrivateKeyTest, IsAcquiredASecondTimeAfterAFailure) {
@@ -192,6 +204,12 @@ TEST_F(PrivateKeyTest, TheFirstAttemptsErrorDecides) {
     EXPECT_EQ(thrownBy<ApplicationException>([&] { static_cast<void>(key_->context()); }).code, 20003);
 }
 
+TEST_F(PrivateKeyTest, TheFirstAttemptsErrorDecidesAlsoWhereTheSecondWasCancelled) {
+    errors_ = {0x80090016, 1223};
+    EXPECT_EQ(thrownBy<SystemException>([&] { static_cast<void>(key_->context()); }).code,
+              static_cast<int>(0x80090016));
+}
+
 TEST_F(PrivateKeyTest, AFailedAcquisitionIsTriedAgainByTheNextOperation) {
     errors_ = {0x80090016, 0x80090016};
     EXPECT_THROW(static_cast<void>(key_->context()), SystemException);
@@ -220,6 +238,12 @@ TEST_F(PrivateKeyTest, AuthenticatesWithTheRightPin) {
 TEST_F(PrivateKeyTest, RefusedAuthorizationIsThrown) {
     EXPECT_EQ(thrownBy<CryptoException>([&] { key_->authenticate("0000"); }),
               (Thrown{30053, "private_key", "authenticate", 0}));
+    EXPECT_FALSE(key_->authenticated());
+}
+
+TEST_F(PrivateKeyTest, AWrongPinEndsAnEarlierLogin) {
+    key_->authenticate("1234");
+    EXPECT_THROW(key_->authenticate("0000"), CryptoException);
     EXPECT_FALSE(key_->authenticated());
 }
 

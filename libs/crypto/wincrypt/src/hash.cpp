@@ -141,7 +141,7 @@ std::string CryptHash::signImpl(unsigned int keySpec) {
     if (CryptSignHashW(hash_.get(), keySpec, nullptr, 0, internal::bytes(signature), &length) == 0) {
         exception::raise(SystemException(), here);
     }
-    signature.resize(length);
+    signature.resize(std::min<std::size_t>(length, signature.size()));
     return signature;
 }
 
@@ -168,7 +168,7 @@ std::string CryptHash::finalize() {
     if (CryptGetHashParam(hash_.get(), capi::HP_HASHVAL, internal::bytes(digest), &length, 0) == 0) {
         exception::raise(SystemException(), here);
     }
-    digest.resize(length);
+    digest.resize(std::min<std::size_t>(length, digest.size()));
     return digest;
 }
 

@@ -90,6 +90,7 @@ public:
 
     void authenticate(const std::string& pin) {
         const auto handle = boost::make_shared<WincryptAuth>(tools::toHCRYPTPROV(context()));
+        authenticated_ = false; // a wrong PIN ends what an earlier one allowed
         if (!crypto::AuthProvider::authorize(handle, pin)) {
             exception::raise(CryptoException(CryptoException::Code::authorizationRefused),
                              {"private_key", "authenticate"});
