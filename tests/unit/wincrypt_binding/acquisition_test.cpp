@@ -69,6 +69,20 @@ TEST_F(Acquisition, TriesACryptoProContainerOnceMoreUnderTheFileReadersPrefix) {
     EXPECT_THAT(log(), IsEmpty());
 }
 
+TEST_F(Acquisition, FromAProviderWhoseNameIsNoUnicodeEndsInTheErrorNumber) {
+    const std::wstring name = std::wstring(L"P") + wchar_t(0x110000);
+    for (const wchar_t* container : {L"", L"box"}) {
+        unsigned error = 0;
+        clearLog();
+        const HCRYPTPROV context(container, name, gost256, 0, &error);
+        EXPECT_EQ(context.get(), 0U);
+        EXPECT_EQ(error, capi::NTE_KEYSET_NOT_DEF);
+        EXPECT_THAT(log(), ElementsAre(LogRecord{Severity::warning,
+                                                 "wincrypt: acquire context failed, provider: \"\", reason: " +
+                                                     std::to_string(capi::NTE_KEYSET_NOT_DEF)}));
+    }
+}
+
 TEST_F(Acquisition, TriesNoThirdTime) {
     unsigned error = 0;
     const HCRYPTPROV context(L"box", cryptoProName, gost256, 0, &error);

@@ -57,6 +57,13 @@ TEST_F(ProviderEnumeration, SkipsAProviderWhoseNameCannotBeRead) {
     EXPECT_THAT(wincrypt::EnumProvidersEx(), ElementsAre(Pair(75, L"One"), Pair(81, L"Three")));
 }
 
+TEST_F(ProviderEnumeration, SkipsAProviderWhoseNameIsNoUtf8) {
+    service().providers[""] = {scripted("One", 75), scripted("\xCF\xF0", 80), scripted("Three", 81)};
+    EXPECT_THAT(wincrypt::EnumProvidersEx(), ElementsAre(Pair(75, L"One"), Pair(81, L"Three")));
+    EXPECT_THAT(
+        log(), testing::Contains(LogRecord{Severity::warning, "wincrypt: provider without a readable name, type: 80"}));
+}
+
 TEST_F(ProviderEnumeration, StopsAtASizeOfZero) {
     service().providers[""] = {scripted("One", 75), scripted("Two", 80)};
     service().on.CryptEnumProviders = [](DWORD index, DWORD* reserved, DWORD flags, DWORD* type, char* name,

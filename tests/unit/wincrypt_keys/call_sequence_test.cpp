@@ -139,7 +139,7 @@ std::vector<std::string> certificateReading(const std::string& context, const st
                                     "CryptDestroyKey(" + key + ")",
                                     "CertCreateCertificateContext(0x10001, pointer, 287)",
                                     "CertGetCertificateContextProperty(" + certificate + ", 2, null, &0)"} +
-           parameter("4", nameSize) + parameter("16", "4") +
+           parameter("16", "4") + parameter("4", nameSize) +
            // The container has no unique name; its name's encoding goes by the type.
            std::vector<std::string>{"CryptGetProvParam(" + context + ", 36, null, &0, 0)"} + parameter("6", "4") +
            parameter("16", "4") +

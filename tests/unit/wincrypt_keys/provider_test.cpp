@@ -168,8 +168,15 @@ TEST_F(ProviderTest, WithoutANameHasNoAlgorithms) {
 TEST_F(ProviderTest, WithANameThatIsNoUnicodeAnswersWithNothing) {
     const Provider unreadable(80UL, std::wstring(L"P") + wchar_t(0x110000));
     EXPECT_THAT(unreadable.algorithms(), IsEmpty());
+    EXPECT_FALSE(unreadable.hasAlgorithm("1.2.643.7.1.1.2.2"));
     EXPECT_THAT(unreadable.randomBytes(4), IsEmpty());
     EXPECT_FALSE(unreadable.version());
+    EXPECT_THAT(unreadable.containers(), IsEmpty());
+    EXPECT_FALSE(unreadable.publicKey());
+    EXPECT_FALSE(unreadable.containerPrefix());
+    EXPECT_EQ(unreadable.subjectSignTool(), Provider(80UL, L"Unknown").subjectSignTool());
+    EXPECT_EQ(thrownBy<SystemException>([&] { unreadable.deleteContainer(L"box", "done"); }).function,
+              "deleteContainer");
 }
 
 TEST_F(ProviderTest, AsksForAlgorithmsOncePerName) {

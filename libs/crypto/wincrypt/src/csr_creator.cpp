@@ -18,6 +18,7 @@
 #include "orvik/plugin/crypto/tools.hpp"
 #include "orvik/plugin/exception/application_exception.hpp"
 #include "orvik/plugin/log.hpp"
+#include "provider_record.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
 
@@ -62,7 +63,7 @@ std::string getAgreementAlgorithm(const crypto::IProvider& provider, const std::
         return cng ? plugin::converter::utf16_to_utf8(crypto::constant::BCRYPT_ITCS_SIGN_2012_256_ALGORITHM)
                    : defaultAgreementAlgorithm;
     }
-    const auto info = crypto::tools::providerInfo(plugin::converter::utf16_to_utf8(provider.name()));
+    const auto info = providerRecord(provider.name());
     if (!info || !contains(info->paramSets, paramSet)) {
         refuse(CryptoException::Code::parameterSetUnsupported, function);
     }

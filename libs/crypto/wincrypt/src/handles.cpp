@@ -4,8 +4,9 @@
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 
 #include "capi/constants.hpp"
+#include "log_text.hpp"
+#include "provider_record.hpp"
 
-#include "orvik/plugin/converter.hpp"
 #include "orvik/plugin/crypto/constant.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/tools.hpp"
@@ -20,13 +21,13 @@ namespace {
 using crypto::IProvider;
 
 bool isCryptoPro(const std::wstring& provider) {
-    const auto info = crypto::tools::providerInfo(plugin::converter::utf16_to_utf8(provider));
+    const auto info = providerRecord(provider);
     return info && info->family == IProvider::Family::cryptoPro;
 }
 
 void reportFailure(const std::wstring& provider, unsigned code, unsigned* error) {
-    log::warning("wincrypt: acquire context failed, provider: " +
-                 log::quoted(plugin::converter::utf16_to_utf8(provider)) + ", reason: " + std::to_string(code));
+    log::warning("wincrypt: acquire context failed, provider: " + quotedName(provider) +
+                 ", reason: " + std::to_string(code));
     if (error != nullptr) {
         *error = code;
     }

@@ -9,6 +9,7 @@
 #include "orvik/plugin/crypto/constant.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/tools.hpp"
+#include "provider_record.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
 
@@ -27,7 +28,7 @@ namespace {
 
 /// The framework's record of the provider.
 boost::optional<crypto::tools::ProviderInfo> record(const crypto::IProvider& provider) {
-    return crypto::tools::providerInfo(plugin::converter::utf16_to_utf8(provider.name()));
+    return providerRecord(provider.name());
 }
 
 boost::shared_ptr<crypto::IProvider> providerOf(const crypto::ICertificate& certificate) {
@@ -181,8 +182,8 @@ bool Provider::hasAlgorithm(const std::string& oid) const {
     const auto algorithms = supports.of(*this);
     const std::string wanted =
         crypto::tools::isCNG(*this) ? tools::oid_to_cng_alg_id(oid).value_or(std::string()) : oid;
-    log::trace("wincrypt: provider " + plugin::converter::utf16_to_utf8(name_) + " (" + std::to_string(type_) + ")" +
-               " supports algorithm: " + oid);
+    log::trace("wincrypt: provider " + orEmpty([this] { return plugin::converter::utf16_to_utf8(name_); }) + " (" +
+               std::to_string(type_) + ")" + " supports algorithm: " + oid);
     return algorithms.count(wanted) != 0;
 }
 

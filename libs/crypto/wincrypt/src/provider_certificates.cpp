@@ -8,7 +8,7 @@
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "log_text.hpp"
 #include "orvik/plugin/crypto/i_public_key.hpp"
-#include "orvik/plugin/crypto/tools.hpp"
+#include "provider_record.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
 
@@ -35,9 +35,18 @@ std::string storedCertificate(const HCRYPTPROV& context) {
 /// Whether the provider's record lists the algorithm. RSA never counts: an RSA certificate in a container of these
 /// providers is not one that the provider signs with.
 bool supports(const crypto::IProvider& provider, const std::string& algorithm) {
-    const auto record = crypto::tools::providerInfo(plugin::converter::utf16_to_utf8(provider.name()));
+    const auto record = providerRecord(provider.name());
     return record && algorithm != rsaOid &&
            std::find(record->algorithms.begin(), record->algorithms.end(), algorithm) != record->algorithms.end();
+}
+
+/// The provider as the context tells it; where it does not tell, the one that the context was opened with, for a
+/// certificate must not be tied to a provider without a name.
+Provider homeOf(const HCRYPTPROV& context, const crypto::IProvider& opened) {
+    const unsigned type = tools::exportProviderType(context.get());
+    const auto name = tools::exportProviderName(context.get());
+    return {type != 0 ? static_cast<crypto::IProvider::Type>(type) : opened.type(),
+            name.empty() ? opened.name() : name};
 }
 
 /// The certificate in the context's container, tied to it; null when there is none, or none of the provider's kind.
@@ -54,8 +63,7 @@ boost::shared_ptr<Certificate> certificate(const HCRYPTPROV& context, const cryp
         return nullptr;
     }
     if (!certificate->container()) {
-        const Provider home(static_cast<crypto::IProvider::Type>(tools::exportProviderType(context.get())),
-                            tools::exportProviderName(context.get()));
+        const Provider home = homeOf(context, provider);
         static_cast<void>(certificate->link(home, tools::exportContainerPath(context.get())));
     }
     log::debug("wincrypt: provider certificate: " + certificate->subject());

@@ -178,7 +178,7 @@ boost::optional<std::wstring> Provider::container(const crypto::IPublicKey& key)
     if (key.key().empty()) {
         return boost::none;
     }
-    log::debug("wincrypt: try provider, name: " + plugin::converter::utf16_to_utf8(name_));
+    log::debug("wincrypt: try provider, name: " + orEmpty([this] { return plugin::converter::utf16_to_utf8(name_); }));
     for (const auto& name : containers()) {
         const auto text = plugin::converter::utf16_to_utf8(name);
         log::debug("wincrypt: try container: " + text);
@@ -197,8 +197,9 @@ boost::optional<std::wstring> Provider::container(const crypto::IPublicKey& key)
 
 void Provider::deleteContainer(const std::wstring& container, const std::string& reason) const {
     unsigned error = 0;
-    const HCRYPTPROV deleted(container, name_, type_, capi::CRYPT_DELETEKEYSET, &error);
+    HCRYPTPROV deleted(container, name_, type_, capi::CRYPT_DELETEKEYSET, &error);
     if (error == 0) {
+        static_cast<void>(deleted.detach()); // a context that deletes its container is no context afterwards
         return;
     }
     log::warning("wincrypt: delete container failed, provider: " + quotedName(name_) +
@@ -214,7 +215,7 @@ void Provider::deleteContainers(const IProvider& provider, const std::wstring& f
         return;
     }
     for (const auto& name : containers(provider, filter)) {
-        unsigned long none = 0; // a context that deletes its container is no context afterwards
+        unsigned long none = 0; // not to be released, as above
         if (CryptAcquireContextW(&none, name.c_str(), provider.name().c_str(), provider.type(),
                                  capi::CRYPT_DELETEKEYSET) == 0) {
             log::warning("wincrypt: delete container failed, provider: " + quotedName(provider.name()));

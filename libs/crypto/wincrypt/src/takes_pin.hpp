@@ -1,7 +1,6 @@
 #pragma once
 
-#include "orvik/plugin/converter.hpp"
-#include "orvik/plugin/crypto/tools.hpp"
+#include "provider_record.hpp"
 
 #include <boost/utility/string_view.hpp>
 
@@ -9,7 +8,7 @@ namespace orvik::plugin::wincrypt {
 
 /// Whether the provider of that name takes PINs from its callers. Signal-COM's ask for theirs themselves.
 inline bool takesPin(boost::wstring_view providerName) {
-    const auto record = crypto::tools::providerInfo(plugin::converter::utf16_to_utf8(providerName));
+    const auto record = providerRecord(providerName);
     return !record || record->kind != crypto::IProvider::Kind::signalCom;
 }
 

@@ -4,6 +4,7 @@
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 
 #include "capi/constants.hpp"
+#include "lenient.hpp"
 
 #include "orvik/plugin/converter.hpp"
 #include "orvik/plugin/crypto/constant.hpp"
@@ -40,11 +41,13 @@ boost::optional<std::wstring> canonicalName(const std::wstring& name) {
     return boost::none;
 }
 
-/// The GOST 2012 providers name their containers in Windows-1251, all others in UTF-8.
+/// The GOST 2012 providers name their containers in Windows-1251, all others in UTF-8. Empty for what is no text in the
+/// encoding, as for what cannot be read.
 std::wstring containerText(unsigned long hProv, const std::string& text) {
     const unsigned type = exportProviderType(hProv);
     const bool cp1251 = type == capi::PROV_GOST_2012_256 || type == capi::PROV_GOST_2012_512;
-    return cp1251 ? plugin::converter::cp1251_to_utf16(text) : plugin::converter::utf8_to_utf16(text);
+    return orEmpty(
+        [&] { return cp1251 ? plugin::converter::cp1251_to_utf16(text) : plugin::converter::utf8_to_utf16(text); });
 }
 
 PCCRYPT_OID_INFO findOid(boost::string_view oid) {
@@ -75,7 +78,7 @@ std::wstring formatProviderName(const std::wstring& name) {
 }
 
 std::wstring exportProviderName(unsigned long hProv) {
-    return plugin::converter::utf8_to_utf16(CryptGetProvParamEx(hProv, capi::PP_NAME));
+    return orEmpty([&] { return plugin::converter::utf8_to_utf16(CryptGetProvParamEx(hProv, capi::PP_NAME)); });
 }
 
 unsigned exportProviderType(unsigned long hProv) {

@@ -6,6 +6,7 @@
 #include "orvik/plugin/converter.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/i_provider.hpp"
+#include "orvik/plugin/log.hpp"
 #include "orvik/plugin/path_registry.hpp"
 
 #include <boost/filesystem/operations.hpp>
@@ -276,8 +277,13 @@ void enumerateProviders(const WincryptLoader& loader, std::map<unsigned, std::ws
             return;
         }
         std::string name(size, '\0');
-        if (loader.CryptEnumProviders(index, nullptr, 0, &type, name.data(), &size)) {
+        if (!loader.CryptEnumProviders(index, nullptr, 0, &type, name.data(), &size)) {
+            continue;
+        }
+        try {
             providers.emplace(type, providerName(name));
+        } catch (const std::range_error&) { // no UTF-8: nobody could ask for it, and the others are there
+            log::warning("wincrypt: provider without a readable name, type: " + std::to_string(type));
         }
     }
 }
