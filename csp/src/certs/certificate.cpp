@@ -66,6 +66,14 @@ void Certificate::setKeyHandle(KeyHandle handle) {
     std::swap(keyHandle_, handle);
 }
 
+KeyHandle Certificate::offerKeyHandle(KeyHandle handle, bool (*usable)(unsigned long provider)) {
+    const std::lock_guard lock(mutex_);
+    if (keyHandle_.provider == 0 || !usable(keyHandle_.provider)) {
+        std::swap(keyHandle_, handle); // let go after the lock, as above
+    }
+    return keyHandle_;
+}
+
 bool sameIssuerAndSerial(const CERT_INFO& a, const CERT_INFO& b) noexcept {
     const auto same = [](ByteView left, ByteView right) { return std::ranges::equal(left, right); };
     return same(blobView(a.Issuer), blobView(b.Issuer)) && same(blobView(a.SerialNumber), blobView(b.SerialNumber));

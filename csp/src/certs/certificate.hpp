@@ -47,6 +47,9 @@ public:
 
     [[nodiscard]] KeyHandle keyHandle() const;
     void setKeyHandle(KeyHandle handle);
+    /// Keeps `handle` and gives it back; where one that `usable` takes is kept already, that one stays and is given. Of
+    /// threads that find none at the same time, all get the first one's.
+    KeyHandle offerKeyHandle(KeyHandle handle, bool (*usable)(unsigned long provider));
 
 private:
     CertInfo info_;

@@ -81,10 +81,10 @@ FoundKey findKeyPair(unsigned long provider, DWORD wanted) {
     return {other, context->publicKeyInfo(other)};
 }
 
-void keep(Certificate& certificate, unsigned long provider, DWORD keySpec) {
+KeyHandle keep(Certificate& certificate, unsigned long provider, DWORD keySpec) {
     const std::shared_ptr<void> owner(nullptr,
                                       [provider](void*) { guarded([provider] { releaseContext(provider); }); });
-    certificate.setKeyHandle({provider, keySpec, owner});
+    return certificate.offerKeyHandle({provider, keySpec, owner}, alive);
 }
 
 } // namespace
@@ -109,10 +109,11 @@ AcquiredKey acquireCertificateKey(const ContextTarget& target, DWORD flags) {
         fail(capi::NTE_BAD_PUBLIC_KEY);
     }
     const unsigned long handle = provider.take();
-    if (cached) {
-        keep(certificate, handle, key.keySpec);
+    if (!cached) {
+        return {handle, key.keySpec, true};
     }
-    return {handle, key.keySpec, !cached};
+    const KeyHandle kept = keep(certificate, handle, key.keySpec);
+    return {kept.provider, kept.keySpec, false};
 }
 
 } // namespace klunortredi::csp

@@ -141,7 +141,7 @@ std::shared_ptr<Certificate> SystemStore::add(const Certificate& certificate, Ad
     auto added = addNew(certificate);
     if (added->thumbprint() != existing->thumbprint()) {
         fs::remove(fileOf(*existing));
-        files::syncDirectory(directory_);
+        static_cast<void>(files::syncDirectory(directory_));
         held_.erase(toHex(existing->thumbprint()));
     }
     return added;
@@ -163,7 +163,7 @@ void SystemStore::remove(const Certificate& certificate) {
     if (!removed) {
         fail(capi::CRYPT_E_NOT_FOUND);
     }
-    files::syncDirectory(directory_);
+    static_cast<void>(files::syncDirectory(directory_));
 }
 
 void SystemStore::change(Certificate& certificate, const std::function<void(Properties&)>& change) {

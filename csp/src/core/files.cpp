@@ -164,18 +164,17 @@ std::optional<Bytes> read(const fs::path& file, std::size_t limit) {
     return contents;
 }
 
-void writeAtomically(const fs::path& file, ByteView contents) {
+bool writeAtomically(const fs::path& file, ByteView contents) {
+    const fs::path directory = file.parent_path();
     Temporary temporary(file);
     temporary.write(contents);
     temporary.renameTo(file);
-    syncDirectory(file.parent_path());
+    return syncDirectory(directory);
 }
 
-void syncDirectory(const fs::path& directory) {
+bool syncDirectory(const fs::path& directory) noexcept {
     const Descriptor fd = openForReading(directory);
-    if (!fd || fsync(fd.get()) != 0) {
-        failErrno();
-    }
+    return fd && fsync(fd.get()) == 0;
 }
 
 std::vector<fs::path> entries(const fs::path& directory) {
@@ -206,13 +205,29 @@ void removeFiles(const fs::path& directory, const std::function<bool(const fs::p
     }
 }
 
-Lock::Lock(const fs::path& path) {
+Lock::Lock(const fs::path& path) : owner_(getpid()) {
     do {
         fd_ = openForReading(path);
         if (!fd_ || retried([&] { return flock(fd_.get(), LOCK_EX); }) != 0) {
             failErrno();
         }
     } while (!stillNames(path, fd_.get()));
+}
+
+Lock::Lock(Descriptor fd) noexcept : fd_(std::move(fd)), owner_(getpid()) {}
+
+Lock& Lock::operator=(Lock&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    std::swap(owner_, other.owner_);
+    return *this;
+}
+
+// Closing is not enough: a child forked meanwhile has the file open as well, and would hold the lock until it ends. The
+// child's own copy must not take the lock from its parent.
+Lock::~Lock() {
+    if (fd_ && owner_ == getpid()) {
+        flock(fd_.get(), LOCK_UN);
+    }
 }
 
 std::optional<Lock> Lock::tryTake(const fs::path& path) {

@@ -5,6 +5,8 @@
 #include "core/bytes.hpp"
 #include "core/error.hpp"
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -40,11 +42,13 @@ inline constexpr std::size_t readLimit = 16U << 20U; // far above any key, certi
 std::optional<Bytes> read(const std::filesystem::path& file, std::size_t limit = readLimit);
 
 /// Replaces or creates `file` (mode 0600): written under a temporary name in the same directory, synchronised, renamed,
-/// the directory synchronised. On failure the old contents stand and the temporary file is gone.
-void writeAtomically(const std::filesystem::path& file, ByteView contents);
+/// the directory synchronised. On failure the old contents stand and the temporary file is gone. False when all went
+/// well but the last step: the new contents are there, and a power cut may bring the old ones back.
+bool writeAtomically(const std::filesystem::path& file, ByteView contents);
 
-/// Makes the directory's entries last.
-void syncDirectory(const std::filesystem::path& directory);
+/// Makes the directory's entries last through a power cut. False when that cannot be done: too late to refuse a change
+/// that everybody sees already.
+bool syncDirectory(const std::filesystem::path& directory) noexcept;
 
 /// Paths of the directory's entries; none when it is not there. Throws ApiError when it cannot be read.
 std::vector<std::filesystem::path> entries(const std::filesystem::path& directory);
@@ -56,17 +60,24 @@ void removeStaleTemporaries(const std::filesystem::path& directory);
 void removeFiles(const std::filesystem::path& directory,
                  const std::function<bool(const std::filesystem::path&)>& unwanted);
 
-/// Advisory exclusive lock (flock) on a file or directory, across processes and threads, until destroyed.
+/// Advisory exclusive lock (flock) on a file or directory, across processes and threads, until destroyed. A process
+/// forked meanwhile does not hold it any longer than that.
 class Lock {
 public:
     /// Waits for the lock. Throws ApiError(ERROR_FILE_NOT_FOUND) when `path` is not there, or goes while waiting.
     explicit Lock(const std::filesystem::path& path);
+    Lock(Lock&&) noexcept = default;
+    Lock& operator=(Lock&& other) noexcept;
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+    ~Lock();
     /// Nothing when somebody else holds it.
     static std::optional<Lock> tryTake(const std::filesystem::path& path);
 
 private:
-    explicit Lock(Descriptor fd) noexcept : fd_(std::move(fd)) {}
+    explicit Lock(Descriptor fd) noexcept;
     Descriptor fd_;
+    pid_t owner_;
 };
 
 } // namespace klunortredi::csp::files

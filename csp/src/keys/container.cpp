@@ -38,6 +38,12 @@ ContainerMeta readMeta(const fs::path& directory) {
     return decodeMeta(*text);
 }
 
+bool hasKey(const ContainerMeta& meta, const KeyEntry& wanted) {
+    return std::ranges::any_of(meta.keys, [&wanted](const KeyEntry& key) {
+        return key.spec == wanted.spec && key.publicKeyInfo == wanted.publicKeyInfo;
+    });
+}
+
 /// Throws NTE_BAD_DATA unless `certificate` is one, of the key `publicKey`.
 void checkCertificate(ByteView certificate, ByteView publicKey) {
     Bytes info;
@@ -77,7 +83,11 @@ std::optional<files::Lock> Container::lock() {
     }
     try {
         files::Lock held(directory_);
-        meta_ = readMeta(directory_);
+        ContainerMeta now = readMeta(directory_);
+        if (!std::ranges::all_of(meta_.keys, [&now](const KeyEntry& key) { return hasKey(now, key); })) {
+            fail(capi::NTE_BAD_KEYSET); // another one of the name: this one was deleted
+        }
+        meta_ = std::move(now);
         files::removeStaleTemporaries(directory_);
         return held;
     } catch (const ApiError& e) {
@@ -150,6 +160,10 @@ void Container::requireUsable() const {
 
 UnlockedKeys Container::unlock(std::string_view pin) {
     const auto held = lock();
+    return unlockLocked(pin);
+}
+
+UnlockedKeys Container::unlockLocked(std::string_view pin) {
     requireUsable();
     if (!meta_.wantsPin) {
         UnlockedKeys keys = pin.empty() ? decrypt(pin) : UnlockedKeys{};
@@ -163,7 +177,13 @@ UnlockedKeys Container::unlock(std::string_view pin) {
         fail(capi::SCARD_W_CHV_BLOCKED);
     }
     writeFailedTries(failed + 1);
-    UnlockedKeys keys = decrypt(pin);
+    UnlockedKeys keys;
+    try {
+        keys = decrypt(pin);
+    } catch (...) { // damage, or no memory: the PIN was not judged
+        writeFailedTries(failed);
+        throw;
+    }
     if (keys.empty()) {
         fail(capi::SCARD_W_WRONG_CHV);
     }
@@ -179,9 +199,11 @@ KeyEntry Container::writeKey(KeyEntry entry, EVP_PKEY* key, std::string_view pin
 }
 
 void Container::replaceMeta(ContainerMeta next) {
-    files::writeAtomically(directory_ / metaFileName, encodeMeta(next));
+    const bool lasts = files::writeAtomically(directory_ / metaFileName, encodeMeta(next));
     meta_ = std::move(next);
-    removeUnused();
+    if (lasts) { // else the old description may come back, and wants its key files
+        removeUnused();
+    }
 }
 
 /// Key files that the description does not name: of an earlier PIN, or of a change that did not come to its end.
@@ -205,12 +227,12 @@ void Container::changePin(const UnlockedKeys& keys, std::string_view pin) {
             ++entry.generation;
             entry = writeKey(entry, key->second.get(), pin);
         }
+        writeFailedTries(0); // before the PIN is another: a failure must leave the old one
         replaceMeta(std::move(next));
     } catch (...) {
         removeUnused();
         throw;
     }
-    writeFailedTries(0);
 }
 
 void Container::addKey(DWORD spec, EVP_PKEY* key, bool exportable, std::string_view pin) {
@@ -222,6 +244,8 @@ void Container::addKey(DWORD spec, EVP_PKEY* key, bool exportable, std::string_v
     if (next.keys.empty()) {
         next.wantsPin = !pin.empty();
         writeFailedTries(0);
+    } else {
+        unlockLocked(pin); // another process may have changed it since: one PIN opens all key pairs
     }
     try {
         next.keys.push_back(writeKey({spec, 1, {}, publicKeyInfo(key), exportable}, key, pin));
@@ -242,7 +266,8 @@ void Container::setCertificate(DWORD spec, ByteView der) {
     files::writeAtomically(directory_ / certificateFileName(spec), der);
 }
 
-std::vector<std::string> Container::damagedFiles() const {
+std::vector<std::string> Container::damagedFiles() {
+    const auto held = lock(); // a change half-way is no damage
     std::vector<std::string> damaged;
     const auto inspect = [&damaged](const std::string& file, const auto& read) {
         try {

@@ -52,8 +52,8 @@ public:
     /// Encrypts every key pair anew, all or none, and sets the count of attempts back. `keys` come from `unlock`.
     void changePin(const UnlockedKeys& keys, std::string_view pin);
 
-    /// Adds a key pair. `pin` is the container's, proved by `unlock`; the first key pair decides what it is. Throws
-    /// ApiError(NTE_EXISTS) when there is one of that spec: it is never replaced.
+    /// Adds a key pair. The first one decides what the container's PIN is; for another it is proved, as `unlock` does
+    /// and with its errors. Throws ApiError(NTE_EXISTS) when there is one of that spec: it is never replaced.
     void addKey(DWORD spec, EVP_PKEY* key, bool exportable, std::string_view pin);
 
     /// DER of the certificate beside the key pair; nothing when there is none.
@@ -64,15 +64,17 @@ public:
     /// Names of the damaged files, as far as that can be told without the PIN: a key file, a public key (it stands in
     /// the description), the count or a certificate that is missing, malformed or does not match. Throws ApiError for
     /// what is no damage: ERROR_ACCESS_DENIED, and NTE_PROV_TYPE_NOT_DEF where the GOST engine is not installed.
-    [[nodiscard]] std::vector<std::string> damagedFiles() const;
+    [[nodiscard]] std::vector<std::string> damagedFiles();
 
 private:
     friend class NewContainer;
     Container(std::filesystem::path directory, ContainerMeta meta) noexcept
         : directory_(std::move(directory)), meta_(std::move(meta)) {}
 
-    /// The lock for a change, with the description read anew under it.
+    /// The lock for a change, with the description read anew under it. Throws ApiError(NTE_BAD_KEYSET) when the
+    /// container is gone, also where another one has its name.
     [[nodiscard]] std::optional<files::Lock> lock();
+    UnlockedKeys unlockLocked(std::string_view pin);
     Bytes readKeyFile(const KeyEntry& key) const;
     DWORD failedTries() const;
     void writeFailedTries(DWORD count) const;

@@ -1,9 +1,10 @@
 #include "keys/container_place.hpp"
 
+#include "core/hex.hpp"
 #include "core/home.hpp"
+#include "crypto/random.hpp"
 
-#include <cerrno>
-#include <cstdlib>
+#include <array>
 
 namespace klunortredi::csp {
 
@@ -41,12 +42,10 @@ fs::path draftDirectory(const ContainerId& id) {
     return containersDirectory() / (std::string(draftPrefix) + directoryName(id));
 }
 
-fs::path newGraveDirectory() {
-    std::string path = (containersDirectory() / (std::string(gravePrefix) + "XXXXXX")).string();
-    if (mkdtemp(path.data()) == nullptr) {
-        fail(files::errorCode(errno));
-    }
-    return path;
+fs::path newGrave() {
+    std::array<std::uint8_t, 8> unique{};
+    fillRandom(unique);
+    return containersDirectory() / (std::string(gravePrefix) + toHex(unique));
 }
 
 files::Lock lockNames() {

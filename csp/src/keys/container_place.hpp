@@ -13,8 +13,8 @@ std::filesystem::path containersDirectory();
 std::filesystem::path containerDirectory(const ContainerId& id);
 /// Where the container is built before it is renamed into place.
 std::filesystem::path draftDirectory(const ContainerId& id);
-/// A new empty directory for a container on its way out.
-std::filesystem::path newGraveDirectory();
+/// A name that nothing has, for a container on its way out. Nothing is made: a full disk must not keep it.
+std::filesystem::path newGrave();
 
 /// Held while a name is looked up and reserved, and while a container comes under its name: whoever looks sees one of
 /// the two. The folder must be there.

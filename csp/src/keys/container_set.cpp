@@ -30,7 +30,7 @@ void moveDirectory(const fs::path& from, const fs::path& to) {
     if (std::rename(from.c_str(), to.c_str()) != 0) {
         fail(errno == ENOTEMPTY || errno == EEXIST ? capi::NTE_EXISTS : files::errorCode(errno));
     }
-    files::syncDirectory(to.parent_path());
+    static_cast<void>(files::syncDirectory(to.parent_path()));
 }
 
 } // namespace
@@ -80,7 +80,7 @@ void deleteContainer(const ContainerId& id) {
     const fs::path directory = containerDirectory(id);
     try {
         const files::Lock lock(directory);
-        const fs::path grave = newGraveDirectory();
+        const fs::path grave = newGrave();
         moveDirectory(directory, grave);
         std::error_code ignored;
         fs::remove_all(grave, ignored);

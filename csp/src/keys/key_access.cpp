@@ -8,6 +8,9 @@ void KeyAccess::present(const Container& container, std::string_view pin) {
     if (container.wantsPin() && container.triesRemaining() == 0) {
         fail(capi::SCARD_W_CHV_BLOCKED);
     }
+    if (container.keys().empty() && chosen_) {
+        return compare(pin);
+    }
     if (keys_.empty() || this->pin() != pin) {
         keys_.clear();
         pin_ = secretOf(pin);
@@ -15,10 +18,20 @@ void KeyAccess::present(const Container& container, std::string_view pin) {
 }
 
 void KeyAccess::verify(Container& container, std::string_view pin) {
+    if (container.keys().empty() && pin_) {
+        return compare(pin);
+    }
     keys_.clear();
     pin_.reset();
     keys_ = container.unlock(pin);
     pin_ = secretOf(pin);
+}
+
+/// Before the first key pair there is nothing else to judge a PIN by.
+void KeyAccess::compare(std::string_view pin) const {
+    if (this->pin() != pin) {
+        fail(capi::SCARD_W_WRONG_CHV);
+    }
 }
 
 void KeyAccess::open(Container& container) {

@@ -11,7 +11,8 @@ namespace klunortredi::csp {
 class KeyAccess {
 public:
     /// PIN_PRESENT: remembers the PIN without judging it, so that presenting and then verifying a wrong one counts
-    /// once. Throws ApiError(SCARD_W_CHV_BLOCKED) when the container is locked.
+    /// once. Throws ApiError(SCARD_W_CHV_BLOCKED) when the container is locked. The PIN chosen for a container that has
+    /// no key pair yet is not replaced: SCARD_W_WRONG_CHV for another.
     void present(const Container& container, std::string_view pin);
     /// PIN_VERIFY: judges it; a wrong one leaves the context locked. Throws as Container::unlock does.
     void verify(Container& container, std::string_view pin);
@@ -25,12 +26,18 @@ public:
     void open(Container& container);
 
     /// For a container being made: its PIN, and key pairs that need no unlocking.
-    void choose(std::string_view pin) { pin_ = secretOf(pin); }
+    void choose(std::string_view pin) {
+        pin_ = secretOf(pin);
+        chosen_ = true;
+    }
     [[nodiscard]] std::string_view pin() const noexcept { return pin_ ? view(*pin_) : std::string_view{}; }
     void keep(DWORD spec, std::shared_ptr<EVP_PKEY> key) { keys_[spec] = std::move(key); }
 
 private:
+    void compare(std::string_view pin) const;
+
     std::optional<Secret> pin_; ///< presented, or proved when there are keys
+    bool chosen_ = false;       ///< by the one who makes the container, for good
     UnlockedKeys keys_;
 };
 

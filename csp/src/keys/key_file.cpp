@@ -39,6 +39,21 @@ Bytes encryptKey(EVP_PKEY* key, std::string_view pin) {
     return file;
 }
 
+namespace {
+
+/// Whether OpenSSL ran out of memory since the error mark was set: the derivation wants 16 MiB, and that they were not
+/// there says nothing of the PIN.
+bool ranOutOfMemory() {
+    while (const unsigned long error = ERR_get_error()) {
+        if (ERR_GET_REASON(error) == ERR_R_MALLOC_FAILURE) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
 ossl::Pkey decryptKey(ByteView encrypted, std::string_view pin) {
     const ossl::ErrorMark mark;
     const unsigned char* next = encrypted.data();
@@ -47,7 +62,11 @@ ossl::Pkey decryptKey(ByteView encrypted, std::string_view pin) {
         fail(capi::NTE_KEYSET_ENTRY_BAD);
     }
     const ossl::Pkcs8 plain(PKCS8_decrypt(container.get(), pin.data(), static_cast<int>(pin.size())));
-    return ossl::Pkey(plain ? EVP_PKCS82PKEY(plain.get()) : nullptr);
+    ossl::Pkey key(plain ? EVP_PKCS82PKEY(plain.get()) : nullptr);
+    if (!key && ranOutOfMemory()) {
+        throw std::bad_alloc();
+    }
+    return key;
 }
 
 } // namespace klunortredi::csp

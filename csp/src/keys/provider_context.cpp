@@ -10,7 +10,7 @@ ProviderContext::ProviderContext(const ProviderRecord& provider, Container conta
     : provider_(provider), container_(std::move(container)) {}
 
 ProviderContext::ProviderContext(const ProviderRecord& provider, std::unique_ptr<NewContainer> draft)
-    : provider_(provider), draft_(std::move(draft)) {}
+    : provider_(provider), draft_(std::move(draft)), made_(true) {}
 
 const Container& ProviderContext::container() const {
     if (draft_) {
@@ -141,8 +141,8 @@ void ProviderContext::generateKey(const KeyRequest& request) {
     if (!draft_ && !container_) {
         fail(capi::NTE_PERM);
     }
-    if (container_) {
-        access_.open(*container_);
+    if (!container().keys().empty()) {
+        access_.open(container());
     }
     std::shared_ptr<EVP_PKEY> made(makeKey(request));
     container().addKey(request.keySpec, made.get(), request.exportable, access_.pin());
@@ -176,7 +176,7 @@ void ProviderContext::verifyPin(std::string_view pin) {
 void ProviderContext::setNewPin(std::string_view pin) {
     const std::lock_guard lock(mutex_);
     const bool hasKeys = !container().keys().empty();
-    if (!draft_) {
+    if (!made_) {
         fail(capi::NTE_BAD_FLAGS);
     }
     if (hasKeys) {

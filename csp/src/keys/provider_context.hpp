@@ -60,7 +60,7 @@ public:
 
     void presentPin(std::string_view pin);
     void verifyPin(std::string_view pin);
-    void setNewPin(std::string_view pin); ///< of a container being made; NTE_BAD_FLAGS for another
+    void setNewPin(std::string_view pin); ///< of a container that this context made; NTE_BAD_FLAGS for another
     void changePin(std::string_view pin);
     [[nodiscard]] DWORD pinTriesRemaining() const;
 
@@ -78,6 +78,7 @@ private:
     const ProviderRecord& provider_;
     mutable std::mutex mutex_;
     std::unique_ptr<NewContainer> draft_;
+    const bool made_ = false; ///< CRYPT_NEWKEYSET; another thread may have had the draft put into place already
     std::optional<Container> container_;
     KeyAccess access_;
     std::map<DWORD, std::string> parameters_;     ///< chosen for the next key pair, by key spec

@@ -1,6 +1,7 @@
 #include "objects/oid_info.hpp"
 
 #include "capi/constants.hpp"
+#include "core/immortal.hpp"
 #include "crypto/algorithms.hpp"
 
 #include <algorithm>
@@ -197,8 +198,8 @@ private:
 };
 
 const OidTable& table() {
-    static const OidTable table;
-    return table;
+    static Immortal<OidTable> table; // callers keep pointers into it
+    return *table;
 }
 
 bool isReal(ALG_ID id) {
