@@ -170,6 +170,25 @@ TEST_F(CallSequence, OfAContainersCertificate) {
                                  std::vector<std::string>{"CertFreeCertificateContext(certificate3)"}));
 }
 
+TEST_F(CallSequence, OfTheCertificatesInContainers) {
+    const auto box = installed().containers.front();
+    install(scripted(embeddedName));
+    installed().containers = {box, box};
+    EXPECT_EQ(provider().certificates().size(), 2U);
+    EXPECT_THAT(calls(),
+                ElementsAreArray(
+                    std::vector<std::string>{
+                        R"(CryptAcquireContextW(&, null, ")" + narrow(embeddedName) + R"(", 80, 0xF0000040))",
+                        "CryptGetProvParam(context1, 2, null, &0, 9)", "CryptGetProvParam(context1, 2, pointer, &4, 9)",
+                        "CryptGetProvParam(context1, 2, pointer, &4, 10)",
+                        "CryptGetProvParam(context1, 2, pointer, &4, 10)", "CryptReleaseContext(context1, 0)"} +
+                    // A container is closed before the next is opened; the certificates stay until the list goes.
+                    certificateReading("context2", "key1", "key2", "certificate1") +
+                    certificateReading("context3", "key3", "key4", "certificate2") +
+                    std::vector<std::string>{"CertFreeCertificateContext(certificate1)",
+                                             "CertFreeCertificateContext(certificate2)"}));
+}
+
 TEST_F(CallSequence, OfDeletions) {
     plain().deleteContainer(L"box", "");
     EXPECT_THAT(calls(), ElementsAre(R"(CryptAcquireContextW(&, "box", "P", 80, 16))"));

@@ -5,6 +5,7 @@
 #include "crypto/wincrypt/handles.hpp"
 #include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/wincrypt_auth.hpp"
+#include "orvik/plugin/crypto/i_public_key.hpp"
 #include "orvik/plugin/crypto/tools.hpp"
 
 namespace wincrypt_keys {
@@ -69,6 +70,12 @@ TEST_F(CngTest, ContainersAreNotDeletedByAName) {
     EXPECT_THAT(service().trace(), IsEmpty());
     providerObjectsAreCng = false;
     EXPECT_THAT(provider().containers(), testing::ElementsAre(L"box"));
+}
+
+TEST_F(CngTest, APublicKeysRecordTellsTheKindOfItsProvider) {
+    providerObjectsAreCng = true;
+    EXPECT_TRUE(provider(std::wstring(L"box")).publicKey());
+    EXPECT_TRUE(logged(Severity::debug, "wincrypt: get provider's publicKey (cng:true): container: \"box\""));
 }
 
 TEST_F(CngTest, ACertificateIsReadWithoutOpeningAKey) {

@@ -1,9 +1,12 @@
 // Certificates that lie in a provider's containers.
 #include "keys_fixture.hpp"
 
+#include "crypto/wincrypt/exceptions.hpp"
+
 namespace wincrypt_keys {
 namespace {
 
+using orvik::plugin::crypto::exception::SystemException;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -78,6 +81,25 @@ TEST_F(ContainerCertificate, IsTiedToItsContainerByTheContainersPath) {
     EXPECT_EQ(certificate->provider(false)->name(), embeddedName);
 }
 
+TEST_F(ContainerCertificate, KeepsTheLinkThatItComesWith) {
+    installed().containers = {withCertificate(L"box", gostCertificate)};
+    service().on.CertCreateCertificateContext = [](DWORD encoding, const BYTE* data, DWORD size) {
+        const auto* certificate = Defaults::CertCreateCertificateContext(encoding, data, size);
+        std::wstring container = L"elsewhere";
+        std::wstring name = embeddedName;
+        CRYPT_KEY_PROV_INFO link{};
+        link.pwszContainerName = container.data();
+        link.pwszProvName = name.data();
+        link.dwProvType = IProvider::gost2012_256;
+        Defaults::CertSetCertificateContextProperty(certificate, 2, 0, &link);
+        return certificate;
+    };
+    const auto certificate = provider().certificate(std::wstring(L"box"));
+    ASSERT_TRUE(certificate);
+    EXPECT_EQ(certificate->container(), std::wstring(L"elsewhere"));
+    EXPECT_EQ(service().count("CertSetCertificateContextProperty"), 0U);
+}
+
 TEST_F(ContainerCertificate, ContainersWithoutOneAreSkippedSilently) {
     installed().containers = {containerNamed(L"empty"), withCertificate(L"box", gostCertificate)};
     EXPECT_THAT(serials(provider().certificates()), ElementsAre(gostSerial));
@@ -96,6 +118,8 @@ TEST_F(ContainerCertificate, OfRsaIsNotReturnedByAnRsaProviderEither) {
     install(scripted(rsaName, 24));
     installed().containers = {withCertificate(L"rsa", rsaCertificate)};
     EXPECT_THAT(Provider(24UL, rsaName).certificates(), IsEmpty());
+    EXPECT_THAT(logTexts(Severity::warning),
+                ElementsAre("wincrypt: provider \"" + narrow(rsaName) + "\" doesn't support 1.2.840.113549.1.1.1"));
 }
 
 TEST_F(ContainerCertificate, OfAnAlgorithmOutsideTheProvidersRecordIsNotReturned) {
@@ -151,10 +175,34 @@ TEST_F(ContainerCertificate, IsFoundByTheSerialNumberOfAnother) {
     EXPECT_NE(found, like);
 }
 
+TEST_F(ContainerCertificate, IsTheFirstOfThoseWithTheSerialNumber) {
+    installed().containers = {withCertificate(L"other", otherGostCertificate),
+                              withCertificate(L"first", gostCertificate), withCertificate(L"second", gostCertificate)};
+    const auto found = provider().certificate(boost::make_shared<Certificate>(der(gostCertificate)));
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->container(), std::wstring(L"first"));
+}
+
 TEST_F(ContainerCertificate, ThatNoContainerHoldsIsNotFound) {
     installed().containers = {withCertificate(L"first", gostCertificate)};
     EXPECT_EQ(provider().certificate(boost::make_shared<Certificate>(der(otherGostCertificate))), nullptr);
     EXPECT_EQ(provider().certificate(boost::shared_ptr<orvik::plugin::crypto::ICertificate>()), nullptr);
+}
+
+/// A certificate of another back-end that cannot tell its serial number.
+class WithoutSerialNumber : public Certificate {
+public:
+    WithoutSerialNumber() : Certificate(der(gostCertificate)) {}
+    [[nodiscard]] std::string serialNumber() const override { throw SystemException(5); }
+};
+
+TEST_F(ContainerCertificate, LikeOneWithoutSerialNumberIsNotLookedFor) {
+    installed().containers = {withCertificate(L"box", gostCertificate)};
+    const auto like = boost::make_shared<WithoutSerialNumber>();
+    service().messages[5] = "access denied";
+    EXPECT_EQ(provider().certificate(like), nullptr);
+    EXPECT_THAT(logTexts(Severity::warning), ElementsAre(warningOf("access denied")));
+    EXPECT_EQ(service().count("CryptAcquireContextW"), 0U);
 }
 
 TEST_F(ContainerCertificate, SearchVisitsAContainerOnce) {

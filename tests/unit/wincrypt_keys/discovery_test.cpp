@@ -3,6 +3,7 @@
 
 #include "crypto/wincrypt/exceptions.hpp"
 #include "crypto/wincrypt/public_key.hpp"
+#include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/i_public_key.hpp"
 #include "orvik/plugin/exception/application_exception.hpp"
 #include "orvik/plugin/hex.hpp"
@@ -12,6 +13,7 @@ namespace wincrypt_keys {
 namespace {
 
 using orvik::plugin::Session;
+using orvik::plugin::crypto::exception::CryptoException;
 using orvik::plugin::crypto::exception::SystemException;
 using orvik::plugin::exception::ApplicationException;
 using testing::ElementsAre;
@@ -153,9 +155,15 @@ TEST_F(DiscoveryTest, AnEnumerationThatThrowsIsLoggedAndKeepsWhatItFound) {
         return result;
     };
     EXPECT_THAT(provider().containers(), ElementsAre(L"good"));
+    std::string reason;
+    try {
+        orvik::plugin::converter::utf8_to_utf16("\xFF");
+    } catch (const std::exception& e) {
+        reason = e.what();
+    }
+    ASSERT_FALSE(reason.empty());
     EXPECT_THAT(logTexts(Severity::warning),
-                ElementsAre(testing::StartsWith(
-                    "wincrypt: get provider containers failed, provider: " + quotedProvider() + ", ")));
+                ElementsAre("wincrypt: get provider containers failed, provider: " + quotedProvider() + ", " + reason));
 }
 
 TEST_F(DiscoveryTest, FiltersContainersByTheLastPathComponent) {
@@ -271,6 +279,14 @@ TEST_F(ContainerKey, IsNullWhenTheExportFails) {
                                                          quotedProvider() + " error: CryptoError: 2148073485"));
 }
 
+TEST_F(ContainerKey, IsNullWhenTheContainerHoldsOnlyASignatureKey) {
+    installed().containers.front().keySpecs = {2};
+    service().messages[0x8009000D] = "no such key";
+    EXPECT_EQ(box_.publicKey(), nullptr);
+    EXPECT_THAT(logTexts(Severity::warning), ElementsAre("wincrypt: get public key for provider failed, provider: " +
+                                                         quotedProvider() + " error: no such key"));
+}
+
 TEST_F(ContainerKey, CancellationIsThrownByTheStaticAndLoggedByTheMember) {
     for (const DWORD code : {1223U, 0x8010006EU, 87U}) {
         service().failFunction("CryptExportPublicKeyInfo", code);
@@ -283,8 +299,11 @@ TEST_F(ContainerKey, CancellationIsThrownByTheStaticAndLoggedByTheMember) {
     }
 }
 
-TEST_F(ContainerKey, OtherExceptionsAreLoggedByTheMember) {
+TEST_F(ContainerKey, OtherExceptionsLeaveTheStaticAndAreLoggedByTheMember) {
     const Provider nameless(80UL, L"", std::wstring(L"box"));
+    EXPECT_EQ(thrownBy<CryptoException>([&] { Provider::publicKey(nameless); }),
+              (Thrown{30030, "scoped_handle", "operator()", 65}));
+    EXPECT_THAT(logTexts(Severity::warning), IsEmpty());
     EXPECT_EQ(nameless.publicKey(), nullptr);
     EXPECT_THAT(logTexts(Severity::warning), ElementsAre("wincrypt: get provider's public key failed, provider: \"\""));
 }
