@@ -2,7 +2,7 @@
 #include "fault_fixture.hpp"
 
 #include "crypto/wincrypt/hash.hpp"
-#include "orvik/plugin/crypto/i_public_key.hpp"
+#include "orvik/plugin/crypto/i_hash.hpp"
 
 #include <sstream>
 
