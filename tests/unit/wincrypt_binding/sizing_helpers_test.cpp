@@ -19,7 +19,7 @@ constexpr DWORD refused = 0x80090020;
 /// One answer for every entry point behind a helper: a value, and where the protocol fails.
 struct Protocol {
     std::string value;
-    std::optional<DWORD> reportedSize; ///< other than the value's
+    std::optional<DWORD> askedSize; ///< told to who asks, where it is not the value's
     bool failsFirst = false;
     bool failsSecond = false;
     std::vector<std::pair<bool, DWORD>> asked; ///< whether there was a buffer, and the size going in
@@ -29,10 +29,12 @@ struct Protocol {
         if (buffer == nullptr ? failsFirst : failsSecond) {
             return fail(refused);
         }
+        *size = static_cast<DWORD>(value.size());
         if (buffer != nullptr) {
             std::memcpy(buffer, value.data(), value.size());
+        } else {
+            *size = askedSize.value_or(*size);
         }
-        *size = reportedSize.value_or(static_cast<DWORD>(value.size()));
         return 1;
     }
 };
@@ -123,7 +125,7 @@ TEST_P(SizingHelper, AsksTheSizeThenFetches) {
 
 TEST_P(SizingHelper, KeepsTheSizeOfTheFirstCall) {
     protocol.value = "four";
-    protocol.reportedSize = 6;
+    protocol.askedSize = 6;
     EXPECT_EQ(call(), shortened(std::string("four\0\0", 6)));
 }
 
@@ -158,7 +160,7 @@ TEST_P(SizingHelper, RefusesSizesOutOfBoundsWithoutFetching) {
         }
         protocol = Protocol();
         protocol.value = "x";
-        protocol.reportedSize = size;
+        protocol.askedSize = size;
         EXPECT_EQ(call(), GetParam().bounded ? "" : shortened("x")) << size;
         EXPECT_EQ(protocol.asked.size(), GetParam().bounded ? 1U : 2U) << size;
     }
@@ -176,6 +178,18 @@ TEST_P(SizingHelper, StaysTextForReadersOfTheTerminator) {
     protocol.value = "last octet not zero";
     const std::string result = call();
     EXPECT_EQ(std::strlen(result.c_str()), protocol.value.size());
+}
+
+class SizingHelperWithoutService : public DoubleFixture, public testing::WithParamInterface<Helper> {
+protected:
+    SizingHelperWithoutService() : DoubleFixture(Slots{}) {}
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, SizingHelperWithoutService, testing::ValuesIn(helpers),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST_P(SizingHelperWithoutService, Throws) {
+    EXPECT_EQ(thrownBy<CryptoException>(GetParam().call), noServiceInstalled);
 }
 
 /// What the tests above leave out: the arguments that are passed on.
