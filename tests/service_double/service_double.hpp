@@ -162,6 +162,7 @@ BOOL give(const std::string& value, void* buffer, DWORD* size);
 ///   acquire_w     only CryptAcquireContextW
 ///   acquire_a     only CryptAcquireContextA
 ///   both_spellings only CryptGenRandom and CryptGenRandomA; the second fails with 0xA
+///   unresolved    only CryptGenRandom, beside code that calls a function which is nowhere
 std::string libraryPath(const std::string& name);
 
 } // namespace service_double

@@ -18,11 +18,20 @@ constexpr unsigned vipNetFamily = 3;
 constexpr unsigned cryptoProFamily = 4;
 constexpr const char* unloadRecord = "KLUNORTREDI_UNLOAD_RECORD";
 const std::string absentFile = "/nonexistent/library.so";
+/// A name longer than any may be: asking whether it is there fails, for whichever user.
+const std::string unaskableFile = "/" + std::string(300, 'x') + "/library.so";
 
 template <class Tag>
 class WithSlots : public DoubleFixture {
 protected:
     WithSlots() : DoubleFixture(Tag::slots()) {}
+
+    /// Of the libraries "first" and "second", that the second one is not asked.
+    void expectFirstLibraryAlone() const {
+        EXPECT_EQ(libraryCalled(), "first");
+        EXPECT_FALSE(wincrypt::CertCloseStore(nullptr, 0));
+        EXPECT_THAT(log(), ElementsAre(LogRecord{Severity::info, "0, function=CertCloseStore"}));
+    }
 };
 
 #define WITH_SLOTS(name, ...)                                                                                          \
@@ -40,11 +49,16 @@ WITH_SLOTS(VipNetWithoutItsMainLibrary, .vipNet = absentFile, .kernel32 = "secon
 WITH_SLOTS(OnlyKernel32, .vipNet = absentFile, .kernel32 = "second");
 WITH_SLOTS(OnlyCryptoApi, .kernel32 = "second", .cryptoApi = "full", .cryptoApi2 = "vipnet");
 WITH_SLOTS(TwoLibraries, .vipNet = "first", .kernel32 = "second");
+WITH_SLOTS(SuffixedBeforePlain, .vipNet = "sign_a", .kernel32 = "full");
 WITH_SLOTS(MissingKernel32, .vipNet = "first", .kernel32 = absentFile);
+WITH_SLOTS(UnaskableKernel32, .vipNet = "first", .kernel32 = unaskableFile);
+WITH_SLOTS(UnaskableVipNet, .vipNet = unaskableFile, .cryptoPro = "full");
+WITH_SLOTS(CryptoProBesideKernel32, .kernel32 = "second", .cryptoPro = "first");
 WITH_SLOTS(OnlyCryptSignHashA, .cryptoPro = "sign_a");
 WITH_SLOTS(OnlyCryptAcquireContextW, .cryptoPro = "acquire_w");
 WITH_SLOTS(OnlyCryptAcquireContextA, .cryptoPro = "acquire_a");
 WITH_SLOTS(BothSpellings, .cryptoPro = "both_spellings");
+WITH_SLOTS(UnresolvedFunction, .cryptoPro = "unresolved");
 WITH_SLOTS(NoEntryPoints, .cryptoPro = "empty");
 
 TEST_F(BothServices, PrefersVipNet) {
@@ -58,6 +72,11 @@ TEST_F(BothServices, ReportsTheOtherOneAsInstalledWithoutChangingTheService) {
 }
 
 TEST_F(VipNetWithoutItsMainLibrary, PicksTheOtherService) {
+    EXPECT_EQ(libraryCalled(), "full");
+    EXPECT_EQ(wincrypt::CoInitializeEx(vipNetFamily), 0U);
+}
+
+TEST_F(UnaskableVipNet, PicksTheOtherService) {
     EXPECT_EQ(libraryCalled(), "full");
     EXPECT_EQ(wincrypt::CoInitializeEx(vipNetFamily), 0U);
 }
@@ -174,10 +193,21 @@ TEST_F(TwoLibraries, AreClosedInOrderWhenTheProcessEnds) {
     EXPECT_EQ(folder.read("record"), "first\nsecond\nexit\n");
 }
 
+TEST_F(SuffixedBeforePlain, TakesTheFirstLibrarysSpelling) {
+    wincrypt::CryptSignHashW(1, 2, nullptr, 0, nullptr, nullptr);
+    EXPECT_EQ(service().calls().back().library, "sign_a");
+}
+
 TEST_F(MissingKernel32, LeavesTheMissingLibraryOut) {
-    EXPECT_EQ(libraryCalled(), "first");
-    EXPECT_FALSE(wincrypt::CertCloseStore(nullptr, 0));
-    EXPECT_THAT(log(), ElementsAre(LogRecord{Severity::info, "0, function=CertCloseStore"}));
+    expectFirstLibraryAlone();
+}
+
+TEST_F(UnaskableKernel32, LeavesThatLibraryOut) {
+    expectFirstLibraryAlone();
+}
+
+TEST_F(CryptoProBesideKernel32, IsOneLibraryAlone) {
+    expectFirstLibraryAlone();
 }
 
 TEST_F(OnlyCryptSignHashA, SatisfiesCryptSignHashW) {
@@ -199,6 +229,10 @@ TEST_F(OnlyCryptAcquireContextA, DoesNotSatisfyCryptAcquireContextW) {
 TEST_F(BothSpellings, TakesThePlainOne) {
     service().on.CryptGenRandom = [](unsigned long, DWORD, BYTE*) { return 7; };
     EXPECT_EQ(wincrypt::CryptGenRandom(1, 0, nullptr), 7);
+}
+
+TEST_F(UnresolvedFunction, LeavesTheRestOfItsLibraryUsable) {
+    EXPECT_EQ(libraryCalled(), "unresolved");
 }
 
 TEST_F(NoEntryPoints, SearchesAMissingEntryPointAgainEachTime) {
