@@ -27,6 +27,10 @@ TEST(FileTime, LosesPartsOfASecond) {
     EXPECT_EQ(wincrypt::converter::to_ptime(fileTime(epoch + 19'999'999)), time_from_string("1970-01-01 00:00:01"));
 }
 
+TEST(FileTime, LosesPartsOfASecondBeforeTheEpochDownwardsToo) {
+    EXPECT_EQ(wincrypt::converter::to_ptime(fileTime(epoch - 5'000'000)), time_from_string("1969-12-31 23:59:59"));
+}
+
 TEST(FileTime, OfADateGoesBothWays) {
     const ptime time = time_from_string("2023-11-14 22:13:20");
     EXPECT_EQ(wincrypt::converter::to_filetime(time), 133444736000000000);

@@ -90,6 +90,14 @@ TEST_F(ProviderParameters, GiveTheProvidersNameAndType) {
                                                "CryptGetProvParam(context1, 16, pointer, &4, 0)"));
 }
 
+TEST_F(ProviderParameters, GiveTheProvidersNameFromUtf8WhateverTheType) {
+    for (const DWORD type : {80U, 75U}) {
+        const auto context = open(type, L"box");
+        provider().parameters[capi::PP_NAME] = std::string("Поставщик") + '\0';
+        EXPECT_EQ(tools::exportProviderName(context), L"Поставщик") << type;
+    }
+}
+
 TEST_F(ProviderParameters, GiveTypeZeroWhereTheServiceDoesNotTell) {
     const auto context = open(80, L"box");
     provider().parameters[capi::PP_PROVTYPE] = "";
