@@ -11,6 +11,8 @@
 #include "orvik/plugin/base64.hpp"
 #include "unit/wincrypt_keys/test_certificates.hpp"
 
+#include <boost/optional/optional_io.hpp>
+
 #include <sstream>
 
 namespace wincrypt_binding {
@@ -69,20 +71,46 @@ TEST_F(Faults, InAnAcquisitionEndUpInTheErrorNumber) {
     EXPECT_EQ(walkFaults(walk), 2U);
 }
 
+/// What there is to read of a context.
+struct Values {
+    std::wstring provider = cryptoProName;
+    std::wstring path = L"box";
+    boost::optional<unsigned> version = 0x0500U;
+    unsigned keySpec = capi::AT_SIGNATURE;
+};
+
 TEST_F(Faults, InReadingAContextGiveEmptyValues) {
+    const Values all;
+    const Values nothing{.provider = L"", .path = L"", .version = boost::none, .keySpec = capi::AT_KEYEXCHANGE};
+    const Values noProvider{.provider = L""};
+    const Values noPath{.path = L""};
+    const Values noVersion{.version = boost::none};
+    const Values otherKey{.keySpec = capi::AT_KEYEXCHANGE};
+    // The unique name and the exchange key are not there anyway; a type that is not told leaves the container's name.
+    const std::vector<Values> left{nothing, noProvider, noProvider, all, noPath,   noPath, all,
+                                   all,     noVersion,  noVersion,  all, otherKey, all,    all};
+    Values values;
     const FaultWalk walk{.name = "read a context",
                          .arrange = arrangeService,
                          .scenario =
-                             [] {
+                             [&] {
                                  unsigned error = 0;
                                  const wincrypt::HCRYPTPROV context(L"box", cryptoProName, gost256, 0, &error);
-                                 tools::exportProviderName(context.get());
-                                 tools::exportContainerPath(context.get());
-                                 tools::param(context.get(), capi::PP_VERSION);
-                                 tools::keySpec(context.get());
+                                 values.provider = tools::exportProviderName(context.get());
+                                 values.path = tools::exportContainerPath(context.get());
+                                 values.version = tools::param(context.get(), capi::PP_VERSION);
+                                 values.keySpec = tools::keySpec(context.get());
                              },
-                         .expect = expectNothingThrown};
-    EXPECT_GE(walkFaults(walk), 12U);
+                         .expect =
+                             [&](const FaultOutcome& outcome) {
+                                 expectNothingThrown(outcome);
+                                 const auto& expected = left.at(outcome.index - 1);
+                                 EXPECT_EQ(values.provider, expected.provider);
+                                 EXPECT_EQ(values.path, expected.path);
+                                 EXPECT_EQ(values.version, expected.version);
+                                 EXPECT_EQ(values.keySpec, expected.keySpec);
+                             }};
+    EXPECT_EQ(walkFaults(walk), left.size());
 }
 
 TEST_F(Faults, InListingProvidersLeaveProvidersOut) {
