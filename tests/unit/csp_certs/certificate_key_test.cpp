@@ -2,7 +2,12 @@
 
 #include "certs/sign_and_encode.hpp"
 
+#include <gmock/gmock.h>
+
 #include <array>
+#include <atomic>
+#include <barrier>
+#include <thread>
 
 namespace {
 
@@ -81,6 +86,34 @@ TEST_F(CertificateKey, StaysWithTheCertificateWhenCached) {
     EXPECT_EQ(first, second);
     certificate_.reset();
     EXPECT_FALSE(api::CryptReleaseContext(first, 0)) << "released with the certificate";
+}
+
+TEST_F(CertificateKey, IsOneForAllThreadsThatCacheItAtOnce) {
+    constexpr std::size_t threadCount = 4;
+    std::atomic<int> refusals = 0;
+    for (int round = 0; round < 50; ++round) {
+        const Context certificate = contextOf(pki::make({.subject = "Key", .kind = pki::KeyKind::Gost256}).der);
+        link(certificate.get());
+        std::array<unsigned long, threadCount> handles{};
+        std::barrier start(threadCount);
+        std::vector<std::thread> threads;
+        for (unsigned long& handle : handles) {
+            threads.emplace_back([&] {
+                start.arrive_and_wait();
+                refusals += api::CryptAcquireCertificatePrivateKey(certificate.get(), capi::CRYPT_ACQUIRE_CACHE_FLAG,
+                                                                   nullptr, &handle, nullptr, nullptr)
+                                ? 0
+                                : 1;
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_THAT(handles, testing::Each(handles[0]));
+        DWORD size = 0;
+        EXPECT_TRUE(api::CryptGetProvParam(handles[0], capi::PP_NAME, nullptr, &size, 0)) << "still open";
+    }
+    EXPECT_EQ(refusals, 0);
 }
 
 TEST_F(CertificateKey, IsAcquiredAnewWhenTheCachedHandleIsGone) {

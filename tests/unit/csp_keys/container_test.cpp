@@ -6,6 +6,7 @@
 #include "keys/container.hpp"
 #include "keys/key_file.hpp"
 #include "service.hpp"
+#include "support/open_file_limit.hpp"
 
 #include <gmock/gmock.h>
 
@@ -155,6 +156,37 @@ TEST_F(Containers, DamageIsToldApartFromAWrongPinAndCostsNoAttempt) {
     EXPECT_TRUE(refused(setPin(context.get(), "1234", capi::PIN_VERIFY), capi::NTE_KEYSET_ENTRY_BAD));
     EXPECT_EQ(provNumber(context.get(), capi::PP_PIN_TRIES_REMAINING), klunortredi::csp::pinTryLimit);
     EXPECT_THAT(Container::open({"c", gost}).damagedFiles(), testing::ElementsAre("exchange.1.p8"));
+}
+
+TEST_F(Containers, PublicKeyOfAnotherPairIsDamageThatCostsNoTry) {
+    makeContainer(gost, L"c", "1234");
+    makeContainer(gost, L"other", "1234");
+    const auto publicKeyOf = [](const std::string& text) {
+        const auto at = text.find('"', text.find(R"("publicKeyInfo")") + std::string(R"("publicKeyInfo")").size());
+        return std::pair(at, text.find('"', at + 1) - at);
+    };
+    const auto file = place("c.80") / "container.json";
+    std::string text = test_support::readFile(file);
+    const std::string other = test_support::readFile(place("other.80") / "container.json");
+    const auto [at, length] = publicKeyOf(text);
+    const auto [otherAt, otherLength] = publicKeyOf(other);
+    ASSERT_EQ(length, otherLength);
+    std::ofstream(file) << text.replace(at, length, other, otherAt, otherLength);
+    const Context context(gost, L"c", 0);
+    EXPECT_TRUE(refused(setPin(context.get(), "1234", capi::PIN_VERIFY), capi::NTE_KEYSET_ENTRY_BAD));
+    EXPECT_EQ(provNumber(context.get(), capi::PP_PIN_TRIES_REMAINING), klunortredi::csp::pinTryLimit);
+}
+
+TEST_F(Containers, DirectoryThatCannotBeSyncedCostsNoKey) {
+    makeContainer(gost, L"c", "old");
+    Container container = Container::open({"c", gost});
+    const auto keys = container.unlock("old");
+    {
+        const test_support::OpenFileLimit enoughForAllButTheDirectory(2); // the lock, and one file at a time
+        container.changePin(keys, "new");
+    }
+    EXPECT_THAT(Container::open({"c", gost}).damagedFiles(), testing::IsEmpty());
+    EXPECT_EQ(Container::open({"c", gost}).unlock("new").size(), 1U);
 }
 
 TEST_F(Containers, DamagedDescriptionIsReportedAndCanBeDeleted) {

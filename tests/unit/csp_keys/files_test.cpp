@@ -2,9 +2,12 @@
 #include "core/home.hpp"
 #include "keys/certificate_argument.hpp"
 #include "service.hpp"
+#include "support/open_file_limit.hpp"
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -79,6 +82,33 @@ TEST(Files, FullDiskLeavesTheOldContentsAndNothingElse) {
     EXPECT_EQ(files::read(folder / "f"), bytes("old"));
     EXPECT_EQ(folder.count(), 1U);
     EXPECT_EQ(files::errorCode(ENOSPC), capi::ERROR_DISK_FULL);
+}
+
+TEST(Files, DirectoryThatCannotBeSyncedIsToldAndTheNewContentsStand) {
+    const test_support::TempFolder folder;
+    EXPECT_TRUE(files::writeAtomically(folder / "f", bytes("old")));
+    {
+        const test_support::OpenFileLimit one(1);
+        EXPECT_FALSE(files::writeAtomically(folder / "f", bytes("new")));
+    }
+    EXPECT_EQ(files::read(folder / "f"), bytes("new"));
+    EXPECT_EQ(folder.count(), 1U);
+}
+
+TEST(Files, LockEndsWithItsOwnerAndNotWithAChildForkedMeanwhile) {
+    const test_support::TempFolder folder;
+    auto lock = files::Lock::tryTake(folder.path());
+    const pid_t child = ::fork();
+    if (child == 0) {
+        lock.reset();
+        ::pause();
+        ::_exit(0);
+    }
+    EXPECT_FALSE(files::Lock::tryTake(folder.path())) << "the child's copy takes it from nobody";
+    lock.reset();
+    EXPECT_TRUE(files::Lock::tryTake(folder.path()));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
 }
 
 TEST(Files, WhatAKilledWriterLeftIsRemoved) {

@@ -1,6 +1,7 @@
 // A process of its own for the tests: counts PIN attempts elsewhere, and dies half-way.
 //
 //   csp_keys_helper verify NAME PIN        judges a PIN; prints the error code, 0 for a right one
+//   csp_keys_helper verify-poor NAME PIN   the same with 8 MiB of memory more than the process has
 //   csp_keys_helper die-judging NAME PIN   dies as soon as the attempt is counted
 //   csp_keys_helper die-requesting NAME    makes a container with a key and dies before it lets it go
 //   csp_keys_helper request NAME PIN       makes a container
@@ -10,6 +11,9 @@
 #include "core/home.hpp"
 #include "service.hpp"
 #include "text/unicode.hpp"
+
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <fstream>
@@ -37,13 +41,26 @@ void dieWhenCounted(const std::string& name) {
     }
 }
 
+void limitMemory() {
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlim_t most = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (8U << 20U);
+    const rlimit limit{most, most};
+    if (setrlimit(RLIMIT_AS, &limit) != 0) {
+        throw std::runtime_error("no limit");
+    }
+}
+
 int run(const std::vector<std::string>& words) {
     const std::string& command = words.at(0);
     const std::wstring name = klunortredi::csp::wideFromUtf8(words.at(1)).value();
-    if (command == "verify" || command == "die-judging") {
+    if (command == "verify" || command == "verify-poor" || command == "die-judging") {
         const Context context(type, name.c_str(), 0);
         if (command == "die-judging") {
             std::thread(dieWhenCounted, words.at(1)).detach();
+        }
+        if (command == "verify-poor") {
+            limitMemory();
         }
         outcome(setPin(context.get(), words.at(2).c_str(), capi::PIN_VERIFY));
     } else if (command == "die-requesting") {

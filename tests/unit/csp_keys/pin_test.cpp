@@ -28,6 +28,22 @@ protected:
     }
 };
 
+/// Makes a key pair; for the refusal.
+BOOL generates(unsigned long hProv, DWORD keySpec) {
+    unsigned long key = 0;
+    const BOOL made = CryptGenKey(hProv, keySpec, 0, &key);
+    if (made != 0) {
+        CryptDestroyKey(key);
+    }
+    return made;
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool addressSpaceIsReserved = true;
+#else
+constexpr bool addressSpaceIsReserved = false;
+#endif
+
 } // namespace
 
 TEST_F(Pins, PresentingAndVerifyingAWrongOneCountsOnce) {
@@ -160,6 +176,77 @@ TEST_F(Pins, NewContainerTakesItsOneBeforeOrAfterTheKey) {
     }
     const Context context(gost, L"after", 0);
     EXPECT_TRUE(refused(setPin(context.get(), "x", capi::PIN_SET_NEW), capi::NTE_BAD_FLAGS)) << "not new any more";
+}
+
+TEST_F(Pins, NewContainersOneIsNotReplacedByOneThatIsOnlyPresented) {
+    {
+        const Context context(gost, L"c", capi::CRYPT_NEWKEYSET);
+        ASSERT_TRUE(setPin(context.get(), "1234", capi::PIN_SET_NEW));
+        EXPECT_TRUE(setPin(context.get(), "1234", capi::PIN_VERIFY));
+        EXPECT_TRUE(setPin(context.get(), "1234", capi::PIN_PRESENT));
+        EXPECT_TRUE(refused(setPin(context.get(), "9999", capi::PIN_VERIFY), capi::SCARD_W_WRONG_CHV));
+        EXPECT_TRUE(refused(setPin(context.get(), "9999", capi::PIN_PRESENT), capi::SCARD_W_WRONG_CHV));
+        EXPECT_TRUE(generates(context.get(), capi::AT_KEYEXCHANGE));
+    }
+    EXPECT_EQ(helper({"verify", "c", "1234"}).out, "0\n");
+}
+
+TEST_F(Pins, SecondKeyPairOfANewContainerComesUnderTheSameOne) {
+    {
+        const Context context(gost, L"c", capi::CRYPT_NEWKEYSET);
+        ASSERT_TRUE(setPin(context.get(), "1234", capi::PIN_SET_NEW));
+        ASSERT_TRUE(generates(context.get(), capi::AT_KEYEXCHANGE));
+        EXPECT_TRUE(refused(setPin(context.get(), "9999", capi::PIN_VERIFY), capi::SCARD_W_WRONG_CHV));
+        EXPECT_TRUE(refused(generates(context.get(), capi::AT_SIGNATURE), capi::SCARD_W_CARD_NOT_AUTHENTICATED));
+        ASSERT_TRUE(setPin(context.get(), "9999", capi::PIN_PRESENT));
+        EXPECT_TRUE(refused(generates(context.get(), capi::AT_SIGNATURE), capi::SCARD_W_WRONG_CHV));
+        ASSERT_TRUE(setPin(context.get(), "1234", capi::PIN_PRESENT));
+        EXPECT_TRUE(generates(context.get(), capi::AT_SIGNATURE));
+    }
+    const Context context(gost, L"c", 0);
+    ASSERT_TRUE(setPin(context.get(), "1234", capi::PIN_VERIFY));
+    EXPECT_TRUE(signs(context.get(), capi::AT_KEYEXCHANGE));
+    EXPECT_TRUE(signs(context.get(), capi::AT_SIGNATURE));
+}
+
+TEST_F(Pins, OneThatWasChangedElsewhereAddsNoKeyPair) {
+    makeContainer(gost, L"c", "old");
+    const Context context(gost, L"c", 0);
+    ASSERT_TRUE(setPin(context.get(), "old", capi::PIN_VERIFY));
+    EXPECT_EQ(helper({"change", "c", "old", "new"}).out, "0\n");
+    EXPECT_TRUE(refused(generates(context.get(), capi::AT_SIGNATURE), capi::SCARD_W_WRONG_CHV));
+    EXPECT_EQ(helper({"verify", "c", "new"}).out, "0\n");
+}
+
+TEST_F(Pins, OfADeletedContainerIsNotThatOfAnotherOneOfItsName) {
+    makeContainer(gost, L"c", "old");
+    const Context context(gost, L"c", 0);
+    ASSERT_TRUE(setPin(context.get(), "old", capi::PIN_VERIFY));
+    unsigned long none = 0;
+    ASSERT_TRUE(CryptAcquireContextW(&none, L"c", nullptr, gost, capi::CRYPT_DELETEKEYSET));
+    makeContainer(gost, L"c", "new");
+    EXPECT_TRUE(refused(generates(context.get(), capi::AT_SIGNATURE), capi::NTE_BAD_KEYSET));
+    EXPECT_TRUE(refused(setPin(context.get(), "old", capi::PIN_VERIFY), capi::NTE_BAD_KEYSET));
+    EXPECT_EQ(provNumber(Context(gost, L"c", 0).get(), capi::PP_PIN_TRIES_REMAINING), pinTryLimit);
+    EXPECT_EQ(helper({"verify", "c", "new"}).out, "0\n");
+}
+
+TEST_F(Pins, NewContainerTakesItsOneAlsoWhenAListingHasPutItIntoPlace) {
+    const Context context(gost, L"c", capi::CRYPT_NEWKEYSET);
+    ASSERT_TRUE(generates(context.get(), capi::AT_KEYEXCHANGE));
+    ASSERT_EQ(containerNames(gost, 0), std::vector<std::string>{"c"});
+    EXPECT_TRUE(setPin(context.get(), "1234", capi::PIN_SET_NEW));
+    EXPECT_EQ(helper({"verify", "c", "1234"}).out, "0\n");
+    EXPECT_EQ(helper({"verify", "c", ""}).out, std::to_string(capi::SCARD_W_WRONG_CHV) + '\n');
+}
+
+TEST_F(Pins, RightOneIsNotCountedWhereThereIsNoMemoryToJudgeIt) {
+    if (addressSpaceIsReserved) {
+        GTEST_SKIP() << "the sanitizer takes more address space than the limit leaves";
+    }
+    makeContainer(gost, L"c", "1234");
+    EXPECT_EQ(helper({"verify-poor", "c", "1234"}).out, std::to_string(capi::ERROR_NOT_ENOUGH_MEMORY) + '\n');
+    EXPECT_EQ(provNumber(Context(gost, L"c", 0).get(), capi::PP_PIN_TRIES_REMAINING), pinTryLimit);
 }
 
 TEST_F(Pins, EveryProviderKeepsKeysUnderOne) {

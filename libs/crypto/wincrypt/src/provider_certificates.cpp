@@ -64,7 +64,10 @@ boost::shared_ptr<Certificate> certificate(const HCRYPTPROV& context, const cryp
     }
     if (!certificate->container()) {
         const Provider home = homeOf(context, provider);
-        static_cast<void>(certificate->link(home, tools::exportContainerPath(context.get())));
+        const auto path = tools::exportContainerPath(context.get());
+        if (!path.empty()) { // a link without a container would lead to the default one
+            static_cast<void>(certificate->link(home, path));
+        }
     }
     log::debug("wincrypt: provider certificate: " + certificate->subject());
     return certificate;
