@@ -4,6 +4,7 @@
 #include "core/hex.hpp"
 #include "crypto/digest.hpp"
 #include "failure.hpp"
+#include "only_container.hpp"
 #include "refusal.hpp"
 #include "secrets.hpp"
 
@@ -55,15 +56,7 @@ std::vector<ContainerId> allContainers(const std::string& provider) {
 ContainerId findContainer(const std::string& name, const std::string& provider) {
     std::vector<ContainerId> found = allContainers(provider);
     std::erase_if(found, [&](const ContainerId& id) { return id.name != name && csp::qualifiedName(id) != name; });
-    if (found.empty()) {
-        throw Failure(ExitCode::no, "no container '" + name + "'", "there is none of that name",
-                      "see 'klunortredi-csp container list'");
-    }
-    if (found.size() > 1) {
-        throw Failure(ExitCode::usage, "cannot tell which container '" + name + "' is",
-                      "several providers have one of that name", "choose with --provider");
-    }
-    return found.front();
+    return cli::onlyContainer(std::move(found), name, "klunortredi-csp container list");
 }
 
 const csp::ProviderRecord& providerOf(const ContainerId& id) {

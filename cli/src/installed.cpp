@@ -7,6 +7,7 @@
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "current_failure.hpp"
 #include "failure.hpp"
+#include "only_container.hpp"
 #include "orvik/plugin/session.hpp"
 #include "text.hpp"
 
@@ -83,14 +84,9 @@ std::vector<Container> containersOf(const std::vector<ProviderPtr>& providers) {
 }
 
 Container findContainer(const std::vector<ProviderPtr>& providers, const std::string& name) {
-    const auto containers = containersOf(providers);
-    const auto found = std::find_if(containers.begin(), containers.end(),
-                                    [&](const Container& c) { return c.name == name || c.path == name; });
-    if (found == containers.end()) {
-        throw Failure(ExitCode::no, "no container '" + name + "'", "there is none of that name",
-                      "see 'klunortredi containers'");
-    }
-    return *found;
+    auto found = containersOf(providers);
+    std::erase_if(found, [&](const Container& c) { return c.name != name && c.path != name; });
+    return onlyContainer(std::move(found), name, "klunortredi containers");
 }
 
 std::optional<unsigned> pinTriesLeft(const IProvider& provider, const std::wstring& container) {

@@ -31,7 +31,8 @@ struct Container {
 /// The containers of the given providers.
 std::vector<Container> containersOf(const std::vector<ProviderPtr>& providers);
 
-/// The container of that plain or fully qualified name. Throws Failure (exit 1) when there is none.
+/// The one container of that plain or fully qualified name. Throws Failure: none (exit 1), one in each of several
+/// providers (exit 2).
 Container findContainer(const std::vector<ProviderPtr>& providers, const std::string& name);
 
 /// PIN attempts left before the container locks; none when the service does not tell.

@@ -100,6 +100,21 @@ TEST_F(BadInput, AContainerThatIsNotThere) {
     refused(place_.cli({"containers", "delete", "nowhere"}), 1, "nowhere");
 }
 
+TEST_F(BadInput, AContainerNameThatSeveralProvidersHave) {
+    ASSERT_EQ(place_
+                  .cliWithPin({"request", "--container", "one", "--provider", "24", "--subject", "2.5.4.3=Other",
+                               "--out", "other.csr"})
+                  .exit,
+              0);
+    refused(place_.cli({"containers", "delete", "one"}), 2,
+            "several providers have one of that name; choose with --provider");
+    refused(place_.cliWithPin({"install", "one.pem", "--container", "one"}), 2, "--provider");
+    EXPECT_EQ(place_.json({"containers"})["containers"].size(), 2U);
+    EXPECT_EQ(place_.cliWithPin({"install", "one.pem", "--container", "one", "--provider", "80"}).exit, 0);
+    EXPECT_EQ(place_.cli({"containers", "delete", "one", "--provider", "24"}).exit, 0);
+    EXPECT_EQ(sign("report.txt").exit, 0) << "the other one was deleted";
+}
+
 TEST_F(BadInput, AContainerThatIsThereAlready) {
     refused(place_.cliWithPin({"request", "--container", "one", "--subject", "2.5.4.3=Again", "--out", "again.csr"}), 4,
             "already");
