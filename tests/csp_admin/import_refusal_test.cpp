@@ -132,6 +132,17 @@ TEST_F(RefusedImport, WhereTheDataCannotBeWritten) {
     EXPECT_EQ(place_.import({"one.p12"}).exit, 0);
 }
 
+TEST_F(RefusedImport, WhereTheCertificateCannotBeLinked) {
+    place_.home().write("stores", "no folder");
+    const Outcome importing = place_.import({"one.p12"});
+    EXPECT_NE(importing.exit, 0);
+    expectNothing();
+    place_.home().remove("stores");
+    const Outcome again = place_.import({"one.p12"});
+    EXPECT_EQ(again.exit, 0) << again.err;
+    EXPECT_THAT(place_.signingProblem("Signer one"), IsEmpty());
+}
+
 TEST_F(RefusedImport, WrongUsage) {
     EXPECT_EQ(place_.admin({}).exit, 2);
     EXPECT_EQ(place_.admin({"import"}).exit, 2);

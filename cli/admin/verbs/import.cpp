@@ -61,6 +61,19 @@ void store(const ContainerId& id, const Identity& identity, bool exportable, cli
     draft.commit();
 }
 
+/// The container stays only with its certificate linked: a failed import is repeated under the same name.
+void linkOrRemove(const ContainerId& id, const csp::Bytes& certificate) {
+    try {
+        linkInStoreMy(certificate, id);
+    } catch (...) {
+        try {
+            csp::deleteContainer(id);
+        } catch (const csp::ApiError&) { // what made the import fail is the one to tell
+        }
+        throw;
+    }
+}
+
 } // namespace
 
 ExitCode importKey(Session& session, const ImportArguments& arguments) {
@@ -73,7 +86,7 @@ ExitCode importKey(Session& session, const ImportArguments& arguments) {
     try {
         store(id, identity, arguments.exportable, pin);
         if (identity.certificate) {
-            linkInStoreMy(*identity.certificate, id);
+            linkOrRemove(id, *identity.certificate);
         }
     } catch (const csp::ApiError& e) {
         throw refusal("cannot import into container " + id.name, e);
