@@ -1,12 +1,12 @@
 #include "containers.hpp"
 
-#include "core/error.hpp"
 #include "core/hex.hpp"
 #include "crypto/digest.hpp"
 #include "failure.hpp"
 #include "only_container.hpp"
 #include "refusal.hpp"
 #include "secrets.hpp"
+#include "service_words.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -68,6 +68,11 @@ nlohmann::ordered_json describe(const ContainerId& id) {
             {"path", csp::qualifiedName(id)},
             {"provider", std::string(providerOf(id).name)},
             {"type", id.providerType}};
+}
+
+bool isDamage(const csp::ApiError& error) {
+    return error.code() != capi::NTE_BAD_KEYSET && error.code() != capi::ERROR_ACCESS_DENIED &&
+           !cli::isOfTheMachine(error.code());
 }
 
 std::vector<std::string> keyNames(const csp::Container& container) {

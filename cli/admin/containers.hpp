@@ -2,6 +2,7 @@
 
 /// The containers of the embedded service, as the command speaks of them.
 
+#include "core/error.hpp"
 #include "core/secret.hpp"
 #include "keys/container.hpp"
 #include "keys/providers.hpp"
@@ -26,6 +27,11 @@ const csp::ProviderRecord& providerOf(const csp::ContainerId& id);
 
 /// The fields by which every document of the command names a container.
 nlohmann::ordered_json describe(const csp::ContainerId& id);
+
+/// Whether a container that could not be read is damaged: not when it was deleted meanwhile, may not be read, or the
+/// machine lacks something.
+bool isDamage(const csp::ApiError& error);
+
 /// "exchange" and "signature".
 std::vector<std::string> keyNames(const csp::Container& container);
 /// SHA-1 of the certificate beside a key in hexadecimal; empty when there is none.

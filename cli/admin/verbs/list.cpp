@@ -1,10 +1,12 @@
 #include "containers.hpp"
 #include "core/error.hpp"
+#include "service_words.hpp"
 #include "verbs/verbs.hpp"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <optional>
 
 namespace klunortredi::admin {
 
@@ -12,8 +14,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// A container in a row; of a damaged one the name is all there is.
-Json row(const csp::ContainerId& id) {
+/// A container in a row; of one that cannot be read the name is all there is. Nothing when it was deleted meanwhile.
+std::optional<Json> row(const csp::ContainerId& id) {
     Json document = describe(id);
     try {
         const csp::Container container = csp::Container::open(id);
@@ -24,8 +26,14 @@ Json row(const csp::ContainerId& id) {
                          {"pin", container.wantsPin()},
                          {"tries_left", container.triesRemaining()},
                          {"damaged", false}});
-    } catch (const csp::ApiError&) {
-        document.update({{"keys", Json::array()}, {"certificate", ""}, {"damaged", true}});
+    } catch (const csp::ApiError& e) {
+        if (e.code() == capi::NTE_BAD_KEYSET) {
+            return std::nullopt;
+        }
+        document.update({{"keys", Json::array()}, {"certificate", ""}, {"damaged", isDamage(e)}});
+        if (!isDamage(e)) {
+            document["error"] = cli::serviceReason(e.code());
+        }
     }
     return document;
 }
@@ -33,6 +41,9 @@ Json row(const csp::ContainerId& id) {
 std::string remark(const Json& document) {
     if (document["damaged"] == true) {
         return "damaged, see 'klunortredi-csp container check'";
+    }
+    if (document.contains("error")) {
+        return "cannot be read: " + document["error"].get<std::string>();
     }
     std::string text = document["exportable"] == true ? "exportable" : "not exportable";
     if (document["pin"] == false) {
@@ -47,7 +58,9 @@ std::string remark(const Json& document) {
 cli::ExitCode list(Session& session, const ContainerArguments& arguments) {
     Json rows = Json::array();
     for (const csp::ContainerId& id : allContainers(arguments.provider)) {
-        rows.push_back(row(id));
+        if (auto document = row(id)) {
+            rows.push_back(*std::move(document));
+        }
     }
     session.console.result({{"containers", rows}}, [&](std::ostream& out) {
         for (const Json& document : rows) {

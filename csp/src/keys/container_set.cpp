@@ -33,6 +33,13 @@ void moveDirectory(const fs::path& from, const fs::path& to) {
     static_cast<void>(files::syncDirectory(to.parent_path()));
 }
 
+/// A stray file is no container: opening a pipe would wait for ever. What cannot be looked at may be one.
+bool mayBeContainer(const fs::path& entry) {
+    std::error_code ignored;
+    const fs::file_type type = fs::status(entry, ignored).type();
+    return type == fs::file_type::directory || type == fs::file_type::none || type == fs::file_type::unknown;
+}
+
 } // namespace
 
 NewContainer::NewContainer(const ContainerId& id) : container_(draftDirectory(id), {id, false, {}}) {
@@ -68,7 +75,8 @@ Container NewContainer::commit() {
 std::vector<std::string> listContainers(DWORD providerType) {
     std::vector<std::string> names;
     for (const fs::path& entry : files::entries(containersDirectory())) {
-        if (auto name = nameOfDirectory(entry.filename().string(), providerType)) {
+        auto name = nameOfDirectory(entry.filename().string(), providerType);
+        if (name && mayBeContainer(entry)) {
             names.push_back(*std::move(name));
         }
     }
