@@ -20,8 +20,9 @@ namespace {
 /// these that are named.
 bool saysNothingOfThePin(std::uint32_t code) {
     constexpr std::uint32_t codes[] = {
-        capi::ERROR_FILE_NOT_FOUND, capi::ERROR_PATH_NOT_FOUND, capi::ERROR_ACCESS_DENIED, capi::ERROR_WRITE_FAULT,
-        capi::ERROR_DISK_FULL,      capi::ERROR_BUSY,           capi::NTE_KEYSET_ENTRY_BAD};
+        capi::ERROR_FILE_NOT_FOUND, capi::ERROR_PATH_NOT_FOUND, capi::ERROR_ACCESS_DENIED,
+        capi::ERROR_WRITE_FAULT,    capi::ERROR_DISK_FULL,      capi::ERROR_BUSY,
+        capi::NTE_KEYSET_ENTRY_BAD, capi::NTE_BAD_KEYSET,       capi::NTE_BAD_LEN};
     return isOfTheMachine(code) || std::find(std::begin(codes), std::end(codes), code) != std::end(codes);
 }
 

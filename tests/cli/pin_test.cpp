@@ -2,8 +2,13 @@
 
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 namespace cli_test {
 namespace {
@@ -78,6 +83,22 @@ TEST_F(Pin, IsNotCalledWrongWhenItsTryCannotBeCounted) {
     EXPECT_EQ(uncounted.exit, 3);
     EXPECT_THAT(uncounted.err, HasSubstr("the disk is full"));
     EXPECT_THAT(uncounted.err, Not(HasSubstr("PIN")));
+}
+
+TEST_F(Pin, IsNotCalledWrongWhenTheContainerGoesWhileItIsAskedFor) {
+    const std::string pipe = place_.folder() / "pin.pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), 0);
+    std::thread person([&] {
+        std::ofstream answer(pipe); // opens when the command reads the PIN
+        EXPECT_EQ(place_.cli({"containers", "delete", "one"}).exit, 0);
+        answer << "00000000\n";
+    });
+    const Outcome signing = sign({"--pin-file", "pin.pipe"});
+    ::close(::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)); // lets the person go when nobody asked
+    person.join();
+    EXPECT_EQ(signing.exit, 4);
+    EXPECT_THAT(signing.err, HasSubstr("there is no such key container"));
+    EXPECT_THAT(signing.err, Not(HasSubstr("PIN")));
 }
 
 TEST_F(Pin, TooManyWrongOnesLockTheContainer) {
