@@ -1,9 +1,8 @@
 #include "arguments.hpp"
+#include "output_signals.hpp"
 #include "refusal.hpp"
 
 #include <sys/stat.h>
-
-#include <csignal>
 
 namespace {
 
@@ -27,8 +26,7 @@ cli::ExitCode run(const admin::Command& command) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // A reader that goes away is an output error like any other, not a death.
-    std::signal(SIGPIPE, SIG_IGN);
+    cli::surviveFailedOutput();
     // Whatever this program writes is a key or lies beside one.
     ::umask(S_IRWXG | S_IRWXO);
     const admin::Command command = admin::parse(argc, argv);

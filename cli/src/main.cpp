@@ -4,12 +4,12 @@
 #include "failure.hpp"
 #include "orvik/plugin/log.hpp"
 #include "orvik/plugin/path_registry.hpp"
+#include "output_signals.hpp"
 #include "pin.hpp"
 
 #include <boost/filesystem/operations.hpp>
 
 #include <algorithm>
-#include <csignal>
 #include <iostream>
 #include <iterator>
 
@@ -67,8 +67,7 @@ ExitCode run(const Command& command) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // A reader that goes away is an output error like any other, not a death.
-    std::signal(SIGPIPE, SIG_IGN);
+    surviveFailedOutput();
     const Command command = parse(argc, argv);
     if (!command.run) {
         return static_cast<int>(command.exit);

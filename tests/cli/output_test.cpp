@@ -71,5 +71,16 @@ TEST_F(Output, PemOnDemand) {
     EXPECT_EQ(judged.exit, 0) << judged.err;
 }
 
+TEST_F(Output, AtTheSizeLimitOfTheUserAnErrorIsTold) {
+    RunOptions options;
+    options.environment = {{"KLUNORTREDI_HOME", place_.home()}};
+    options.folder = place_.folder().path();
+    const std::string sign = " sign report.txt --cert 'Signer one' --pin-file pin.txt";
+    const Outcome signing =
+        test_support::run({"sh", "-c", std::string("ulimit -f 0; exec '") + KLUNORTREDI + "'" + sign}, options);
+    EXPECT_EQ(signing.exit, 3) << "signal " << signing.signal;
+    EXPECT_THAT(signing.err, HasSubstr("the disk is full"));
+}
+
 } // namespace
 } // namespace cli_test

@@ -132,6 +132,16 @@ TEST_F(RefusedImport, WhereTheDataCannotBeWritten) {
     EXPECT_EQ(place_.import({"one.p12"}).exit, 0);
 }
 
+TEST_F(RefusedImport, AtTheSizeLimitOfTheUser) {
+    const Outcome importing =
+        place_.tool({"sh", "-c",
+                     std::string("ulimit -f 0; exec '") + KLUNORTREDI_CSP +
+                         "' container import one.p12 --pin-file pin.txt --password-file password.txt"});
+    EXPECT_EQ(importing.exit, 3) << "signal " << importing.signal;
+    EXPECT_THAT(importing.err, HasSubstr("the disk is full"));
+    expectNothing();
+}
+
 TEST_F(RefusedImport, WhereTheCertificateCannotBeLinked) {
     place_.home().write("stores", "no folder");
     const Outcome importing = place_.import({"one.p12"});
