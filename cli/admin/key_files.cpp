@@ -22,14 +22,13 @@ using csp::Secret;
 
 constexpr std::size_t largestFile = 1024 * 1024; // octets; a key with a long chain has a few thousand
 constexpr std::string_view pemStart = "-----BEGIN ";
-constexpr std::size_t sniffed = 4096;
 
 using Sig = ossl::X509Sig;
 
 /// The octets of a key file: PEM as it stands, Base64 taken off.
 Secret readKeyFile(const std::string& path) {
     cli::Input input(path);
-    const bool pem = input.peek(sniffed).find(pemStart) != std::string::npos;
+    const bool pem = input.peek(largestFile).find(pemStart) != std::string::npos;
     std::istream& stream = pem ? input.raw() : input.decoded();
     Secret octets(largestFile + 1);
     stream.read(octets.data(), static_cast<std::streamsize>(octets.size()));
@@ -143,7 +142,7 @@ ossl::Pkcs8 readDer(const Secret& octets, const std::string& path, cli::PinSourc
 }
 
 ossl::X509Ptr readCertificate(const std::string& path) {
-    const std::string octets = cli::readSmall(path, largestFile);
+    const std::string octets = cli::readSmall(path, largestFile, cli::certificateLabel);
     const auto* const start = reinterpret_cast<const unsigned char*>(octets.data()); // NOLINT(*-reinterpret-cast)
     const unsigned char* next = start;
     ossl::X509Ptr certificate(d2i_X509(nullptr, &next, static_cast<long>(octets.size())));

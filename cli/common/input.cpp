@@ -20,7 +20,9 @@ namespace klunortredi::cli {
 namespace {
 
 constexpr std::size_t bufferSize = std::size_t{256} * 1024;
-constexpr std::size_t sniffed = 4096; // armour further in than this is no armour
+constexpr std::size_t sniffed = 4096; // octets that tell Base64 from anything else
+constexpr std::string_view armorStart = "-----BEGIN ";
+constexpr std::string_view armorEnd = "-----";
 
 bool isBase64(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/' ||
@@ -33,14 +35,32 @@ bool isBlank(char c) {
 
 enum class Coding { binary, pem, base64 };
 
+/// Where the armour starts whose label ends in `label`, else the first of any label; npos without any. Text goes before
+/// it as openssl writes it, which may be long.
+std::size_t findArmor(std::string_view text, std::string_view label) {
+    std::size_t first = std::string_view::npos;
+    for (auto at = text.find(armorStart); at != std::string_view::npos; at = text.find(armorStart, at + 1)) {
+        if (at > 0 && text[at - 1] != '\n') {
+            continue;
+        }
+        first = std::min(first, at);
+        const auto from = at + armorStart.size();
+        if (text.substr(from, text.find(armorEnd, from) - from).ends_with(label)) {
+            return at;
+        }
+    }
+    return first;
+}
+
 /// DER and BER of everything we read start with a SEQUENCE (0x30), whose Base64 starts with 'M'.
-Coding codingOf(std::string_view head) {
+Coding codingOf(std::string_view head, bool armored) {
     if (!head.empty() && head.front() == '\x30' && (head.size() < 2 || !isBase64(head[1]) || head[1] == '0')) {
         return Coding::binary;
     }
-    if (head.starts_with("-----BEGIN ") || head.find("\n-----BEGIN ") != std::string_view::npos) {
+    if (armored) {
         return Coding::pem;
     }
+    head = head.substr(0, sniffed);
     const auto first = std::find_if_not(head.begin(), head.end(), isBlank);
     const bool text = std::all_of(first, head.end(), [](char c) { return isBase64(c) || isBlank(c); });
     return first != head.end() && *first == 'M' && text ? Coding::base64 : Coding::binary;
@@ -154,7 +174,7 @@ private:
                 line.push_back(static_cast<char>(c));
                 continue;
             }
-            if (line.starts_with("-----BEGIN ")) {
+            if (line.starts_with(armorStart)) {
                 return;
             }
             line.clear();
@@ -192,16 +212,19 @@ std::istream& Input::raw() {
     return *stream_;
 }
 
-std::istream& Input::decoded() {
+std::istream& Input::decoded(std::string_view label) {
     if (!stream_) {
-        std::string_view head = descriptor_->ahead(sniffed);
+        std::string_view head = descriptor_->ahead(bufferSize);
         const bool marked = head.starts_with(byteOrderMark);
         head.remove_prefix(marked ? byteOrderMark.size() : 0);
-        const Coding coding = codingOf(head);
+        const std::size_t armor = findArmor(head, label);
+        const Coding coding = codingOf(head, armor != std::string_view::npos);
         if (coding == Coding::binary) {
             return raw();
         }
-        for (std::size_t i = 0; marked && i < byteOrderMark.size(); ++i) {
+        const std::size_t skipped =
+            (marked ? byteOrderMark.size() : 0) + (coding == Coding::pem ? armor : std::size_t{0});
+        for (std::size_t i = 0; i < skipped; ++i) {
             descriptor_->sbumpc();
         }
         armor_ = std::make_unique<Armor>(*descriptor_, coding == Coding::pem);
@@ -228,9 +251,9 @@ void Input::check() const {
     }
 }
 
-std::string readSmall(const std::string& path, std::size_t limit) {
+std::string readSmall(const std::string& path, std::size_t limit, std::string_view label) {
     Input input(path);
-    std::istream& stream = input.decoded();
+    std::istream& stream = input.decoded(label);
     std::string data(limit + 1, '\0');
     stream.read(data.data(), static_cast<std::streamsize>(data.size()));
     input.check();

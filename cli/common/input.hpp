@@ -27,8 +27,10 @@ public:
 
     /// The octets as they stand.
     std::istream& raw();
-    /// The same octets, with PEM armour or Base64 taken off where the input has it. Use either this or raw().
-    std::istream& decoded();
+    /// The same octets, with PEM armour or Base64 taken off where the input has it. Use either this or raw(). Armour is
+    /// looked for in the first 256 KiB; of several blocks the first is taken whose label ends in `label`, else the
+    /// first.
+    std::istream& decoded(std::string_view label = {});
     /// The first octets of `decoded()` (or of `raw()`, when that was asked for first), without consuming them.
     std::string peek(std::size_t most);
 
@@ -50,7 +52,11 @@ private:
     std::unique_ptr<std::istream> stream_;
 };
 
-/// The whole input, armour off, refused above `limit` octets (exit 3): for certificates and other small things.
-std::string readSmall(const std::string& path, std::size_t limit);
+/// The label of a certificate's PEM block ends so, whatever stands before it ("X509", "TRUSTED").
+inline constexpr std::string_view certificateLabel = "CERTIFICATE";
+
+/// The whole input, armour off as `Input::decoded` takes it, refused above `limit` octets (exit 3): for certificates
+/// and other small things.
+std::string readSmall(const std::string& path, std::size_t limit, std::string_view label = {});
 
 } // namespace klunortredi::cli

@@ -52,7 +52,7 @@ void checkHasNoCertificates(const std::string& store) {
 } // namespace
 
 CertificatePtr readCertificate(const std::string& path) {
-    const std::string data = readSmall(path, largestCertificate);
+    const std::string data = readSmall(path, largestCertificate, certificateLabel);
     try {
         return certificateFromDer(data);
     } catch (...) {

@@ -28,6 +28,31 @@ TEST(Certificates, AreFoundByThumbprintSerialAndSubject) {
     EXPECT_EQ(place.cli({"certs", "show", "nobody"}).exit, 1);
 }
 
+TEST(Certificates, AreReadBehindALongText) {
+    const Workplace place;
+    std::string pem = place.folder().read("ca.pem");
+    pem.erase(0, pem.find("-----BEGIN"));
+    std::string text = "Certificate:\n";
+    for (int line = 0; line < 400; ++line) {
+        text += "                    00:11:22:33:44:55:66:77:88:99:aa:bb:cc:dd:ee:\n";
+    }
+    place.folder().write("text.pem", text + pem);
+    const Outcome added = place.cli({"certs", "add", "text.pem", "--store", "root"});
+    EXPECT_EQ(added.exit, 0) << added.err;
+    EXPECT_EQ(place.cli({"chain", "text.pem"}).exit, 0);
+}
+
+TEST(Certificates, AreFoundAmongOtherBlocksOfAFile) {
+    const Workplace place;
+    place.openssl().must({"req", "-new", "-key", "ca.key", "-subj", "/CN=Request", "-out", "ca.csr"});
+    place.folder().write("all.pem",
+                         place.folder().read("ca.key") + place.folder().read("ca.csr") + place.folder().read("ca.pem"));
+    const Outcome added = place.cli({"certs", "add", "all.pem", "--store", "root"});
+    EXPECT_EQ(added.exit, 0) << added.err;
+    EXPECT_THAT(added.out, HasSubstr("Test CA"));
+    EXPECT_EQ(place.cli({"certs", "add", "ca.csr"}).exit, 3) << "a request is no certificate";
+}
+
 TEST(Certificates, GoInAndOutOfStores) {
     const Workplace place;
     EXPECT_EQ(place.cli({"certs", "add", "ca.pem", "--store", "root"}).out,

@@ -37,6 +37,29 @@ TEST(ImportOfPair, TakesDerAndBase64) {
     EXPECT_EQ(place.import({"base64.key", "one.pem"}).exit, 0);
 }
 
+TEST(ImportOfPair, TakesFilesThatBeginWithLongText) {
+    const Place place;
+    place.makeKey("one");
+    std::string text;
+    for (int line = 0; line < 400; ++line) {
+        text += "    00:11:22:33:44:55:66:77:88:99:aa:bb:cc:dd:ee:\n";
+    }
+    for (const char* file : {"one.key", "one.pem"}) {
+        place.folder().write(file, text + place.folder().read(file));
+    }
+    const Outcome importing = place.import({"one.key", "one.pem"});
+    EXPECT_EQ(importing.exit, 0) << importing.err;
+}
+
+TEST(ImportOfPair, TakesBothFromAFileThatHoldsTheKeyFirst) {
+    const Place place;
+    place.makeKey("one");
+    place.folder().write("both.pem", place.folder().read("one.key") + place.folder().read("one.pem"));
+    const Outcome importing = place.import({"both.pem", "both.pem"});
+    EXPECT_EQ(importing.exit, 0) << importing.err;
+    EXPECT_THAT(place.signingProblem("Signer one"), IsEmpty());
+}
+
 TEST(ImportOfPair, AsksForThePasswordOfAnEncryptedKey) {
     const Place place;
     place.makeKey("one");
