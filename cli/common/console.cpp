@@ -1,5 +1,7 @@
 #include "console.hpp"
 
+#include "printable.hpp"
+
 #include <nlohmann/json.hpp>
 
 #include <unistd.h>
@@ -34,12 +36,12 @@ void Console::result(const nlohmann::ordered_json& document, const std::function
 
 void Console::note(const std::string& line) const {
     if (!options_.quiet) {
-        std::cerr << line << '\n';
+        std::cerr << printable(line) << '\n';
     }
 }
 
 void Console::failure(const Failure& failure) const {
-    std::cerr << program_ << ": " << failure.what() << '\n';
+    std::cerr << program_ << ": " << printable(failure.what()) << '\n';
     if (options_.json) {
         printJson({{"error", {{"kind", failure.kind()}, {"code", failure.code()}, {"message", failure.what()}}}});
         std::cout.flush();

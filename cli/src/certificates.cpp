@@ -10,6 +10,7 @@
 #include "orvik/plugin/crypto/i_provider.hpp"
 #include "orvik/plugin/crypto/i_public_key.hpp"
 #include "orvik/plugin/hex.hpp"
+#include "printable.hpp"
 #include "text.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
@@ -109,6 +110,10 @@ std::string subjectOf(const ICertificate& certificate) {
     return text::name(certificate.subjectNameInfo());
 }
 
+std::string titleOf(const ICertificate& certificate) {
+    return printable(subjectOf(certificate));
+}
+
 std::string thumbprintOf(const ICertificate& certificate) {
     const auto octets = certificate.thumbprint();
     return octets ? orvik::plugin::hex::encode(*octets) : std::string{};
@@ -146,10 +151,10 @@ nlohmann::ordered_json toJson(const ICertificate& certificate) {
 void print(std::ostream& out, const ICertificate& certificate) {
     const auto line = [&out](const char* label, const std::string& value) {
         if (!value.empty()) {
-            out << "  " << label << value << '\n';
+            out << "  " << label << printable(value) << '\n';
         }
     };
-    out << subjectOf(certificate) << '\n';
+    out << titleOf(certificate) << '\n';
     line("issuer      ", text::name(certificate.issuerNameInfo()));
     line("serial      ", serialOf(certificate));
     line("thumbprint  ", thumbprintOf(certificate));

@@ -29,6 +29,8 @@ CertificatePtr findCertificate(const std::vector<CertificatePtr>& among, const s
                                const std::string& where);
 
 std::string subjectOf(const orvik::plugin::crypto::ICertificate& certificate);
+/// The subject for a person to read: whoever made the certificate chose its characters.
+std::string titleOf(const orvik::plugin::crypto::ICertificate& certificate);
 std::string thumbprintOf(const orvik::plugin::crypto::ICertificate& certificate);
 std::string serialOf(const orvik::plugin::crypto::ICertificate& certificate);
 /// The container's plain name, UTF-8; empty without a link.

@@ -6,6 +6,7 @@
 #include "orvik/plugin/path_registry.hpp"
 #include "output_signals.hpp"
 #include "pin.hpp"
+#include "printable.hpp"
 
 #include <boost/filesystem/operations.hpp>
 
@@ -28,7 +29,7 @@ void setUpLog(int verbosity) {
     }
     log::setSink([verbosity](log::Severity severity, std::string_view text) {
         if (verbosity > 0) {
-            std::cerr << names[static_cast<std::size_t>(severity)] << ": " << text << '\n';
+            std::cerr << names[static_cast<std::size_t>(severity)] << ": " << printable(text) << '\n';
         }
     });
 }

@@ -53,6 +53,28 @@ TEST(Certificates, AreFoundAmongOtherBlocksOfAFile) {
     EXPECT_EQ(place.cli({"certs", "add", "ca.csr"}).exit, 3) << "a request is no certificate";
 }
 
+TEST(Certificates, OfAHostileNameWriteNoLinesOfTheirOwn) {
+    const Workplace place;
+    const std::string name = "Eve\n  chain        TRUSTED\x1b[2A\x7f\xc2\x9b\xe2\x80\xae";
+    place.folder().write("eve.cnf", "[req]\ndistinguished_name=dn\nprompt=no\nutf8=yes\nstring_mask=utf8only\n[dn]\n"
+                                    "CN=Eve\\n  chain        TRUSTED\x1b[2A\x7f\xc2\x9b\xe2\x80\xae\n");
+    place.openssl().must({"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "eve.key", "-out", "eve.pem",
+                          "-config", "eve.cnf"});
+    place.openssl().must({"req", "-x509", "-key", "eve.key", "-out", "second.pem", "-config", "eve.cnf"});
+    const std::string shown = R"(CN=Eve\x0A  chain        TRUSTED\x1B[2A\x7F\x9B\u202E)";
+    EXPECT_EQ(place.cli({"certs", "add", "eve.pem"}).out, "added " + shown + " to store my, which was empty\n");
+    EXPECT_THAT(place.cli({"certs", "show", "eve"}).out, StartsWith(shown + "\n  issuer      " + shown + "\n"));
+    EXPECT_THAT(place.cli({"chain", "eve"}).out, StartsWith(shown + ": "));
+    EXPECT_EQ(place.json({"certs", "list"})["certificates"][0]["subject"], "CN=" + name);
+    ASSERT_EQ(place.cli({"certs", "add", "second.pem"}).exit, 0);
+    EXPECT_THAT(place.cli({"certs", "show", "eve"}).err, HasSubstr(shown));
+    place.openssl().must({"cms", "-sign", "-binary", "-in", "report.txt", "-signer", "eve.pem", "-inkey", "eve.key",
+                          "-outform", "DER", "-out", "report.txt.sig"});
+    const Outcome verified = place.cli({"verify", "report.txt.sig"});
+    EXPECT_EQ(verified.exit, 0) << verified.err;
+    EXPECT_THAT(verified.out, HasSubstr("signer       " + shown + "\n"));
+}
+
 TEST(Certificates, GoInAndOutOfStores) {
     const Workplace place;
     EXPECT_EQ(place.cli({"certs", "add", "ca.pem", "--store", "root"}).out,

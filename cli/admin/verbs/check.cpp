@@ -1,6 +1,7 @@
 #include "arguments.hpp"
 #include "containers.hpp"
 #include "core/error.hpp"
+#include "printable.hpp"
 #include "refusal.hpp"
 #include "secrets.hpp"
 #include "verbs/verbs.hpp"
@@ -80,7 +81,7 @@ nlohmann::ordered_json toJson(const Finding& finding) {
 }
 
 void print(std::ostream& out, const Finding& finding) {
-    out << finding.id.name << "  (" << providerOf(finding.id).name << ")  ";
+    out << cli::printable(finding.id.name) << "  (" << providerOf(finding.id).name << ")  ";
     if (finding.trouble) {
         out << "NOT CHECKED\n";
         return;

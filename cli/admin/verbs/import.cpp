@@ -3,6 +3,7 @@
 #include "failure.hpp"
 #include "link.hpp"
 #include "openssl_setup.hpp"
+#include "printable.hpp"
 #include "refusal.hpp"
 #include "secrets.hpp"
 #include "text/unicode.hpp"
@@ -97,7 +98,7 @@ ExitCode importKey(Session& session, const ImportArguments& arguments) {
                      {"certificate", certificateThumbprint(container)},
                      {"store", identity.certificate ? "my" : ""}});
     session.console.result(document, [&](std::ostream& out) {
-        out << "imported into container " << id.name << "\n  of " << providerOf(id).name << '\n';
+        out << "imported into container " << cli::printable(id.name) << "\n  of " << providerOf(id).name << '\n';
         if (identity.certificate) {
             out << "  certificate " << certificateThumbprint(container) << ", also in store my\n";
         }

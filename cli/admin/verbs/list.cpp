@@ -1,5 +1,6 @@
 #include "containers.hpp"
 #include "core/error.hpp"
+#include "printable.hpp"
 #include "service_words.hpp"
 #include "verbs/verbs.hpp"
 
@@ -64,7 +65,7 @@ cli::ExitCode list(Session& session, const ContainerArguments& arguments) {
     }
     session.console.result({{"containers", rows}}, [&](std::ostream& out) {
         for (const Json& document : rows) {
-            out << document["name"].get<std::string>() << "  (" << remark(document) << ")  "
+            out << cli::printable(document["name"].get<std::string>()) << "  (" << remark(document) << ")  "
                 << document["provider"].get<std::string>() << '\n';
         }
         if (rows.empty()) {

@@ -60,7 +60,7 @@ ExitCode addCertificate(Session& session, const CertsArguments& arguments) {
     const bool first = storeCertificates(arguments.store).empty();
     RegistryCertificateStore(arguments.store, ICertificateStore::system).addCertificate(*certificate);
     session.console.result({{"added", toJson(*certificate)}, {"store", arguments.store}}, [&](std::ostream& out) {
-        out << "added " << subjectOf(*certificate) << " to store " << arguments.store
+        out << "added " << titleOf(*certificate) << " to store " << arguments.store
             << (first ? ", which was empty" : "") << '\n';
     });
     return ExitCode::done;
@@ -70,7 +70,7 @@ ExitCode deleteCertificate(Session& session, const CertsArguments& arguments) {
     const auto certificate = findCertificate(storeCertificates(arguments.store), arguments.which, placeOf(arguments));
     RegistryCertificateStore(arguments.store, ICertificateStore::system).deleteCertificate(*certificate);
     session.console.result({{"deleted", toJson(*certificate)}, {"store", arguments.store}}, [&](std::ostream& out) {
-        out << "deleted " << subjectOf(*certificate) << " from store " << arguments.store << '\n';
+        out << "deleted " << titleOf(*certificate) << " from store " << arguments.store << '\n';
     });
     return ExitCode::done;
 }
@@ -85,7 +85,7 @@ ExitCode exportCertificate(Session& session, const CertsArguments& arguments) {
         return ExitCode::done;
     }
     session.console.result({{"exported", toJson(*certificate)}, {"output", out.path()}}, [&](std::ostream& stream) {
-        stream << "wrote " << subjectOf(*certificate) << " to " << out.path() << '\n';
+        stream << "wrote " << titleOf(*certificate) << " to " << out.path() << '\n';
     });
     return ExitCode::done;
 }

@@ -15,8 +15,8 @@ ExitCode chain(Session& session, const ChainArguments& arguments) {
     const auto certificate = isFile ? readCertificate(arguments.which)
                                     : findCertificate(storeCertificates("my"), arguments.which, "store my");
     const Trust trust = judgeChain(*certificate);
-    session.console.result(
-        toJson(trust), [&](std::ostream& out) { out << subjectOf(*certificate) << ": " << describe(trust) << '\n'; });
+    session.console.result(toJson(trust),
+                           [&](std::ostream& out) { out << titleOf(*certificate) << ": " << describe(trust) << '\n'; });
     return trust.trusted ? ExitCode::done : ExitCode::untrusted;
 }
 

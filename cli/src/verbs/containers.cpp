@@ -7,6 +7,7 @@
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "current_failure.hpp"
 #include "installed.hpp"
+#include "printable.hpp"
 #include "text.hpp"
 
 #include <nlohmann/json.hpp>
@@ -90,7 +91,7 @@ ExitCode listContainers(Session& session, const ContainersArguments& arguments) 
     }
     session.console.result({{"containers", list}}, [&](std::ostream& out) {
         for (std::size_t i = 0; i < containers.size(); ++i) {
-            out << containers[i].name << "  (" << describe(contents[i]) << ")  "
+            out << printable(containers[i].name) << "  (" << describe(contents[i]) << ")  "
                 << text::utf8(containers[i].provider->name()) << '\n';
         }
         if (containers.empty()) {
@@ -103,8 +104,9 @@ ExitCode listContainers(Session& session, const ContainersArguments& arguments) 
 ExitCode deleteContainer(Session& session, const ContainersArguments& arguments) {
     const Container container = findContainer(chosen(arguments.provider), arguments.name);
     container.provider->deleteContainer(text::wide(container.path), "asked for on the command line");
-    session.console.result({{"deleted", container.name}, {"provider", text::utf8(container.provider->name())}},
-                           [&](std::ostream& out) { out << "deleted container " << container.name << '\n'; });
+    session.console.result(
+        {{"deleted", container.name}, {"provider", text::utf8(container.provider->name())}},
+        [&](std::ostream& out) { out << "deleted container " << printable(container.name) << '\n'; });
     return ExitCode::done;
 }
 

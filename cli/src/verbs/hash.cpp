@@ -9,6 +9,7 @@
 #include "orvik/plugin/crypto/i_hash.hpp"
 #include "orvik/plugin/hex.hpp"
 #include "output_file.hpp"
+#include "printable.hpp"
 #include "progress.hpp"
 #include "text.hpp"
 
@@ -70,7 +71,7 @@ ExitCode hash(Session& session, const HashArguments& arguments) {
     Input input(arguments.file);
     const std::string digest = digestOf(session, input, oid);
     session.console.result({{"file", input.name()}, {"algorithm", oid}, {"digest", digest}},
-                           [&](std::ostream& out) { out << digest << "  " << input.name() << '\n'; });
+                           [&](std::ostream& out) { out << digest << "  " << printable(input.name()) << '\n'; });
     return ExitCode::done;
 }
 

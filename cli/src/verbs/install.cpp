@@ -8,6 +8,7 @@
 #include "installed.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "pin.hpp"
+#include "printable.hpp"
 #include "text.hpp"
 
 #include <nlohmann/json.hpp>
@@ -25,8 +26,7 @@ ExitCode install(Session& session, const InstallArguments& arguments) {
     const std::string what = "cannot install the certificate into container " + container.name;
     session.pin.setTriesLeft([&] { return pinTriesLeft(*container.provider, name); });
     try {
-        certificate->install(*container.provider, name,
-                             session.pin.source().ask("PIN for container " + container.name + ": "));
+        certificate->install(*container.provider, name, session.pin.source().ask("PIN for container " + container.name + ": "));
     } catch (const CryptoException& e) {
         if (e.code().value() == static_cast<int>(CryptoException::Code::authorizationRefused)) {
             throw session.pin.refusal(what);
@@ -38,8 +38,9 @@ ExitCode install(Session& session, const InstallArguments& arguments) {
 
     session.console.result({{"certificate", toJson(*certificate)}, {"container", container.name}, {"store", "my"}},
                            [&](std::ostream& out) {
-                               out << "installed " << subjectOf(*certificate) << "\n  into container " << container.name
-                                   << " and store my\n  thumbprint " << thumbprintOf(*certificate) << '\n';
+                               out << "installed " << titleOf(*certificate) << "\n  into container "
+                                   << printable(container.name) << " and store my\n  thumbprint "
+                                   << thumbprintOf(*certificate) << '\n';
                            });
     return ExitCode::done;
 }

@@ -12,6 +12,7 @@
 #include "orvik/plugin/crypto/i_provider.hpp"
 #include "output_file.hpp"
 #include "pin.hpp"
+#include "printable.hpp"
 #include "progress.hpp"
 #include "text.hpp"
 
@@ -187,9 +188,9 @@ ExitCode sign(Session& session, const SignArguments& arguments) {
     session.console.result({{"files", list}}, [&](std::ostream& out) {
         for (const Json& file : list) {
             if (file.contains("output")) {
-                out << file["input"].get<std::string>() << " -> " << file["output"].get<std::string>() << " ("
-                    << arguments.format << ", " << file["bytes"] << " bytes), signed by "
-                    << subjectOf(batch.certificate()) << '\n';
+                out << printable(file["input"].get<std::string>()) << " -> "
+                    << printable(file["output"].get<std::string>()) << " (" << arguments.format << ", " << file["bytes"]
+                    << " bytes), signed by " << titleOf(batch.certificate()) << '\n';
             }
         }
     });

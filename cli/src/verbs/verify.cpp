@@ -11,6 +11,7 @@
 #include "options.hpp"
 #include "orvik/plugin/crypto/constant.hpp"
 #include "output_file.hpp"
+#include "printable.hpp"
 #include "progress.hpp"
 #include "service_words.hpp"
 #include "signature_shape.hpp"
@@ -212,11 +213,11 @@ Json signerJson(const Signer& signer) {
 }
 
 void print(std::ostream& out, const std::string& name, const Verdict& verdict) {
-    out << name << ": " << (verdict.valid ? "valid " + verdict.format + " signature" : "INVALID: " + verdict.reason)
-        << '\n';
+    out << printable(name) << ": "
+        << (verdict.valid ? "valid " + verdict.format + " signature" : "INVALID: " + printable(verdict.reason)) << '\n';
     for (const Signer& signer : verdict.signers) {
         if (signer.certificate) {
-            out << "  signer       " << subjectOf(*signer.certificate) << '\n';
+            out << "  signer       " << titleOf(*signer.certificate) << '\n';
             out << "  serial       " << serialOf(*signer.certificate) << '\n';
             out << "  thumbprint   " << thumbprintOf(*signer.certificate) << '\n';
         } else {
