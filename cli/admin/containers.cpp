@@ -92,6 +92,10 @@ std::string certificateThumbprint(const csp::Container& container) {
     return {};
 }
 
+csp::Secret askNewPin(cli::PinSource& pin, const ContainerId& id) {
+    return takeSecret(cli::checkedPin(pin.askNew("New PIN for container " + id.name + ": ")));
+}
+
 csp::UnlockedKeys unlock(csp::Container& container, cli::PinSource& pin, const std::string& what) {
     try {
         if (!container.wantsPin()) {

@@ -37,6 +37,10 @@ std::vector<std::string> keyNames(const csp::Container& container);
 /// SHA-1 of the certificate beside a key in hexadecimal; empty when there is none.
 std::string certificateThumbprint(const csp::Container& container);
 
+/// Asks for the PIN that a container is to have. Throws cli::Failure: as PinSource::askNew, or a PIN that no login
+/// could give (exit 2).
+csp::Secret askNewPin(cli::PinSource& pin, const csp::ContainerId& id);
+
 /// Asks for the PIN, where the container has one, and opens it. Throws cli::Failure (exit 6 for a PIN that is wrong,
 /// with the tries left, or locked).
 csp::UnlockedKeys unlock(csp::Container& container, cli::PinSource& pin, const std::string& what);

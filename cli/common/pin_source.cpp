@@ -14,7 +14,8 @@ namespace klunortredi::cli {
 
 namespace {
 
-constexpr std::size_t longestPin = 1024; // octets; a source that never ends is a mistake
+constexpr std::size_t longestSecret = 1024; // octets; a source that never ends is a mistake
+constexpr std::size_t longestPin = 255;     // octets, for the service
 
 class Descriptor {
 public:
@@ -116,7 +117,7 @@ std::string PinSource::fixed() {
 std::string PinSource::readLine(int fd, const std::string& name) const {
     std::string line;
     char c = '\0';
-    while (line.size() <= longestPin) {
+    while (line.size() <= longestSecret) {
         const ssize_t got = ::read(fd, &c, 1);
         if (got < 0 && errno == EINTR) {
             continue;
@@ -132,7 +133,7 @@ std::string PinSource::readLine(int fd, const std::string& name) const {
     if (!line.empty() && line.back() == '\r') {
         line.pop_back();
     }
-    if (line.empty() || line.size() > longestPin) {
+    if (line.empty() || line.size() > longestSecret) {
         throw Failure(ExitCode::input, "cannot read the " + word_ + " from " + name,
                       line.empty() ? "its first line is empty" : "its first line is too long");
     }
@@ -156,7 +157,7 @@ std::optional<std::string> PinSource::askTerminal(const std::string& prompt) con
         const Silence silence(terminal.get()); // before the prompt: what answers the prompt must not be echoed
         say(prompt);
         char c = '\0';
-        while (line.size() <= longestPin && ::read(terminal.get(), &c, 1) == 1 && c != '\n' && c != interrupted) {
+        while (line.size() <= longestSecret && ::read(terminal.get(), &c, 1) == 1 && c != '\n' && c != interrupted) {
             line.push_back(c);
         }
         if (c == interrupted) {
@@ -165,6 +166,18 @@ std::optional<std::string> PinSource::askTerminal(const std::string& prompt) con
     }
     say("\n");
     return line.empty() ? std::nullopt : std::optional(line);
+}
+
+std::string checkedPin(std::string pin) {
+    if (pin.size() > longestPin) {
+        throw Failure(ExitCode::usage, "cannot use the PIN",
+                      "it has " + std::to_string(pin.size()) + " octets, the service takes at most " +
+                          std::to_string(longestPin));
+    }
+    if (pin.find('\0') != std::string::npos) {
+        throw Failure(ExitCode::usage, "cannot use the PIN", "it holds a zero octet, which would end it");
+    }
+    return pin;
 }
 
 } // namespace klunortredi::cli

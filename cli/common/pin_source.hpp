@@ -37,4 +37,8 @@ private:
     std::optional<std::string> fixed_; ///< what the file, variable or descriptor said; read once
 };
 
+/// The PIN. Throws Failure (exit 2) for one that the service never takes at a login, which no container should
+/// therefore get: it ends a PIN at the first zero octet, and none is longer than 255.
+std::string checkedPin(std::string pin);
+
 } // namespace klunortredi::cli

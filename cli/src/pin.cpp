@@ -63,8 +63,9 @@ std::optional<std::string> PinDialog::answer(const std::string& container, unsig
         auto pin = source_.answer(prompt);
         if (!pin) {
             outcome_ = Outcome::cancelled;
+            return pin;
         }
-        return pin;
+        return checkedPin(*std::move(pin));
     } catch (const Failure& e) {
         outcome_ = Outcome::noSource;
         sourceFailure_ = e;

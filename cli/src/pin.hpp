@@ -23,8 +23,10 @@ public:
     /// Makes this the dialogue of the framework.
     void install();
 
-    /// For PINs that are asked for outside a login.
-    PinSource& source() noexcept { return source_; }
+    /// A container's PIN outside a login, and the one that it is to have. Throw Failure: as PinSource does, or for a
+    /// PIN that cannot be used (exit 2).
+    std::string ask(const std::string& prompt) { return checkedPin(source_.ask(prompt)); }
+    std::string askNew(const std::string& prompt) { return checkedPin(source_.askNew(prompt)); }
 
     /// Tells how many tries are left, where the service knows it.
     void setTriesLeft(std::function<std::optional<unsigned>()> triesLeft);

@@ -134,6 +134,27 @@ TEST_F(Pin, ASourceThatCannotBeReadIsAnInputError) {
     EXPECT_EQ(sign({"--pin-env", "KLUNORTREDI_NO_SUCH_VARIABLE"}).exit, 2);
 }
 
+TEST_F(Pin, ThatTheServiceNeverTakesIsRefusedAndCostsNoTry) {
+    const int before = triesLeft(sign({"--pin-file", "wrong.txt"}));
+    place_.folder().write("long.txt", std::string(256, '1'));
+    place_.folder().write("zero.txt", std::string("12345678\0"
+                                                  "9",
+                                                  10));
+    for (const char* file : {"long.txt", "zero.txt"}) {
+        const Outcome signing = sign({"--pin-file", file});
+        EXPECT_EQ(signing.exit, 2) << file;
+        EXPECT_THAT(signing.err, HasSubstr("cannot use the PIN")) << file;
+        EXPECT_EQ(place_.cli({"install", "one.pem", "--container", "one", "--pin-file", file}).exit, 2) << file;
+        EXPECT_EQ(place_.cli({"request", "--container", "two", "--subject", "2.5.4.3=Two", "--pin-file", file}).exit, 2)
+            << file;
+    }
+    EXPECT_EQ(triesLeft(sign({"--pin-file", "wrong.txt"})), before - 1);
+    EXPECT_EQ(place_.json({"containers"})["containers"].size(), 1U);
+    RunOptions variable;
+    variable.environment = {{"MY_PIN", std::string(256, '1')}};
+    EXPECT_EQ(sign({"--pin-env", "MY_PIN"}, variable).exit, 2);
+}
+
 TEST_F(Pin, AWrongOneAtInstallIsTold) {
     const Outcome installing = place_.cli({"install", "one.pem", "--container", "one", "--pin-file", "wrong.txt"});
     EXPECT_EQ(installing.exit, 6) << installing.err;

@@ -51,6 +51,24 @@ TEST_F(Pin, StaysWhenTheNewOneCannotBeHad) {
     EXPECT_THAT(place_.signingProblem("Signer one", "pin.txt"), IsEmpty());
 }
 
+TEST_F(Pin, ThatNoLoginCouldGiveIsRefused) {
+    place_.folder().write("long.txt", std::string(256, '1'));
+    place_.folder().write("zero.txt", std::string("12345678\0"
+                                                  "9",
+                                                  10));
+    for (const char* file : {"long.txt", "zero.txt"}) {
+        const Outcome changing = change("pin.txt", file);
+        EXPECT_EQ(changing.exit, 2) << file;
+        EXPECT_THAT(changing.err, HasSubstr("cannot use the PIN")) << file;
+        EXPECT_EQ(place_.admin({"import", "one.key", "one.pem", "--name", "two", "--pin-file", file}).exit, 2) << file;
+    }
+    EXPECT_EQ(place_.json({"list"})["containers"].size(), 1U);
+    EXPECT_THAT(place_.signingProblem("Signer one"), IsEmpty());
+    place_.folder().write("longest.txt", std::string(255, '1'));
+    ASSERT_EQ(change("pin.txt", "longest.txt").exit, 0);
+    EXPECT_THAT(place_.signingProblem("Signer one", "longest.txt"), IsEmpty());
+}
+
 TEST_F(Pin, StaysWhenTheDiskIsFull) {
     RunOptions options;
     options.fileSizeLimit = 64; // the count of tries still fits, the key does not

@@ -1,7 +1,6 @@
 #include "containers.hpp"
 #include "core/error.hpp"
 #include "refusal.hpp"
-#include "secrets.hpp"
 #include "verbs/verbs.hpp"
 
 #include <nlohmann/json.hpp>
@@ -15,7 +14,7 @@ cli::ExitCode changePin(Session& session, const ContainerArguments& arguments) {
     cli::PinSource old(session.options.pin);
     const csp::UnlockedKeys keys = unlock(container, old, what);
     cli::PinSource chosen(session.options.newPin, "new PIN", "--new-pin");
-    const csp::Secret secret = takeSecret(chosen.askNew("New PIN for container " + id.name + ": "));
+    const csp::Secret secret = askNewPin(chosen, id);
     try {
         container.changePin(keys, csp::view(secret));
     } catch (const csp::ApiError& e) {

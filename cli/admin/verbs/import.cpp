@@ -5,7 +5,6 @@
 #include "openssl_setup.hpp"
 #include "printable.hpp"
 #include "refusal.hpp"
-#include "secrets.hpp"
 #include "text/unicode.hpp"
 #include "verbs/verbs.hpp"
 
@@ -54,7 +53,7 @@ ContainerId chooseName(const ImportArguments& arguments, const Identity& identit
 /// Makes the container, whole or not at all.
 void store(const ContainerId& id, const Identity& identity, bool exportable, cli::PinSource& pin) {
     csp::NewContainer draft(id);
-    const csp::Secret secret = takeSecret(pin.askNew("New PIN for container " + id.name + ": "));
+    const csp::Secret secret = askNewPin(pin, id);
     draft.container().addKey(capi::AT_KEYEXCHANGE, identity.key.key.get(), exportable, csp::view(secret));
     if (identity.certificate) {
         draft.container().setCertificate(capi::AT_KEYEXCHANGE, *identity.certificate);

@@ -26,7 +26,7 @@ ExitCode install(Session& session, const InstallArguments& arguments) {
     const std::string what = "cannot install the certificate into container " + container.name;
     session.pin.setTriesLeft([&] { return pinTriesLeft(*container.provider, name); });
     try {
-        certificate->install(*container.provider, name, session.pin.source().ask("PIN for container " + container.name + ": "));
+        certificate->install(*container.provider, name, session.pin.ask("PIN for container " + container.name + ": "));
     } catch (const CryptoException& e) {
         if (e.code().value() == static_cast<int>(CryptoException::Code::authorizationRefused)) {
             throw session.pin.refusal(what);

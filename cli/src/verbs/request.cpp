@@ -96,7 +96,7 @@ ExitCode request(Session& session, const RequestArguments& arguments) {
     params->subjectSignTool = params->provider->subjectSignTool().value_or("");
     params->exportable = arguments.exportable;
 
-    const std::string pin = session.pin.source().askNew("New PIN for container " + arguments.container + ": ");
+    const std::string pin = session.pin.askNew("New PIN for container " + arguments.container + ": ");
     unfinished.begin();
     const auto result = makeRequest(params, arguments.container, pin);
     const std::string der = orvik::plugin::base64::decode(result->request);
