@@ -13,14 +13,23 @@ using cli::Failure;
 using KeyBag = Bag<csp::ossl::Pkcs8>;
 using CertificateBag = Bag<csp::ossl::X509Ptr>;
 
+/// Whether both hold the same octets of a private key. Identifiers do not tell: some makers write one for all keys.
+bool sameKey(const KeyBag& a, const KeyBag& b) {
+    const auto octets = [](const KeyBag& bag) {
+        const unsigned char* key = nullptr;
+        int size = 0;
+        PKCS8_pkey_get0(nullptr, &key, &size, nullptr, bag.object.get());
+        return csp::ByteView(key, static_cast<std::size_t>(size));
+    };
+    return std::ranges::equal(octets(a), octets(b));
+}
+
 /// The same key under several certificates is still one key.
 void dropRepeated(std::vector<KeyBag>& keys) {
     for (std::size_t i = 0; i < keys.size(); ++i) {
-        const csp::Bytes& id = keys[i].localKeyId;
         const auto rest = keys.begin() + static_cast<std::ptrdiff_t>(i) + 1;
-        keys.erase(
-            std::remove_if(rest, keys.end(), [&](const auto& other) { return !id.empty() && other.localKeyId == id; }),
-            keys.end());
+        keys.erase(std::remove_if(rest, keys.end(), [&](const KeyBag& other) { return sameKey(keys[i], other); }),
+                   keys.end());
     }
 }
 
@@ -62,13 +71,17 @@ KeyBag chooseKey(std::vector<KeyBag> keys, const std::string& wanted) {
 const CertificateBag* chooseCertificate(const std::vector<CertificateBag>& certificates, const PrivateKey& key,
                                         const csp::Bytes& localKeyId) {
     const CertificateBag* chosen = nullptr;
+    bool linkedToAnother = false;
     for (const CertificateBag& bag : certificates) {
         const bool linked = !localKeyId.empty() && bag.localKeyId == localKeyId;
         if (belongsTo(bag.object.get(), key)) {
             chosen = chosen == nullptr || linked ? &bag : chosen;
-        } else if (linked) {
-            throw Failure(ExitCode::service, "cannot import the key", "the certificate beside it is of another key");
+        } else {
+            linkedToAnother = linkedToAnother || linked;
         }
+    }
+    if (chosen == nullptr && linkedToAnother) {
+        throw Failure(ExitCode::service, "cannot import the key", "the certificate beside it is of another key");
     }
     if (chosen == nullptr && !certificates.empty()) {
         throw Failure(ExitCode::service, "cannot import the key", "no certificate of the file belongs to it");

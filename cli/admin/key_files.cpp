@@ -4,6 +4,7 @@
 #include "failure.hpp"
 #include "input.hpp"
 #include "secrets.hpp"
+#include "work_factor.hpp"
 
 #include <openssl/pem.h>
 
@@ -91,6 +92,7 @@ int answer(char* buffer, int size, int /*writing*/, void* data) noexcept {
 }
 
 ossl::Pkcs8 decrypt(const X509_SIG* encrypted, const std::string& path, cli::PinSource& password) {
+    checkIterations(encryptionOf(encrypted), "cannot take the private key");
     const Secret given = ask(password, path);
     ossl::Pkcs8 key(PKCS8_decrypt(encrypted, given.data(), static_cast<int>(given.size())));
     if (!key) {

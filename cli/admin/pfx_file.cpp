@@ -1,6 +1,7 @@
 #include "pfx_file.hpp"
 
 #include "failure.hpp"
+#include "work_factor.hpp"
 
 namespace klunortredi::admin {
 
@@ -23,8 +24,10 @@ void freeSafes(STACK_OF(PKCS7) * safes) {
 using Bags = std::unique_ptr<STACK_OF(PKCS12_SAFEBAG), ossl::Deleter<freeBags>>;
 using Safes = std::unique_ptr<STACK_OF(PKCS7), ossl::Deleter<freeSafes>>;
 
+constexpr const char* cannotRead = "cannot read the PKCS#12 file";
+
 [[noreturn]] void refuse(const std::string& why) {
-    throw Failure(ExitCode::input, "cannot read the PKCS#12 file", why);
+    throw Failure(ExitCode::input, cannotRead, why);
 }
 
 /// Thrown where a wrong password shows in a file without a MAC.
@@ -61,6 +64,7 @@ public:
             }
             walk(bags.get(), 0);
         } else if (PKCS7_type_is_encrypted(safe)) {
+            checkIterations(safe->d.encrypted->enc_data->algorithm, cannotRead);
             const Bags bags(PKCS12_unpack_p7encdata(safe, password_, size_));
             if (!bags) {
                 throw Undecryptable();
@@ -85,6 +89,7 @@ private:
         case NID_keyBag:
             return add(contents.keys, ossl::Pkcs8(copy(PKCS12_SAFEBAG_get0_p8inf(bag))), bag);
         case NID_pkcs8ShroudedKeyBag:
+            checkIterations(encryptionOf(PKCS12_SAFEBAG_get0_pkcs8(bag)), cannotRead);
             return add(contents.keys, ossl::Pkcs8(PKCS12_decrypt_skey(bag, password_, size_)), bag);
         case NID_certBag:
             if (PKCS12_SAFEBAG_get_bag_nid(bag) == NID_x509Certificate) {

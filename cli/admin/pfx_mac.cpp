@@ -4,6 +4,7 @@
 #include "core/der.hpp"
 #include "core/secret.hpp"
 #include "failure.hpp"
+#include "work_factor.hpp"
 
 #include <openssl/hmac.h>
 
@@ -21,9 +22,6 @@ using cli::ExitCode;
 using cli::Failure;
 using csp::Bytes;
 using csp::ByteView;
-
-// Makers write 2000 to 1,000,000; a file that asks for hours of work is no key file.
-constexpr long mostIterations = 10'000'000;
 
 struct Mac {
     const EVP_MD* digest;
@@ -45,9 +43,7 @@ Mac macOf(PKCS12* file) {
     const ASN1_OBJECT* oid = nullptr;
     X509_ALGOR_get0(&oid, nullptr, nullptr, algorithm);
     const long count = iterations == nullptr ? 1 : ASN1_INTEGER_get(iterations);
-    if (count < 1 || count > mostIterations) {
-        throw Failure(ExitCode::input, "cannot check the password", "the file asks for an absurd number of iterations");
-    }
+    checkIterations(count, "cannot check the password");
     const EVP_MD* const digest = EVP_get_digestbyobj(oid);
     if (digest == nullptr) {
         throw Failure(ExitCode::input, "cannot check the password", "the file's MAC is of an unknown algorithm");

@@ -1,7 +1,9 @@
 #include "private_key.hpp"
 
 #include "core/error.hpp"
+#include "crypto/gost_params.hpp"
 #include "crypto/key_pair.hpp"
+#include "crypto/public_key_info.hpp"
 #include "crypto/signature.hpp"
 #include "failure.hpp"
 
@@ -60,6 +62,15 @@ const KeyAlgorithm& algorithmOf(PKCS8_PRIV_KEY_INFO* info) {
     return *algorithm;
 }
 
+/// Test curves are for verifying published samples: their private keys are known, or easily found.
+void refuseTestCurve(const KeyAlgorithm& algorithm, csp::ByteView publicKeyInfo) {
+    const auto* const set =
+        algorithm.gost ? csp::gostParamSetOf(algorithm, csp::spki::split(publicKeyInfo).parameters) : nullptr;
+    if (set != nullptr && !set->generate) {
+        throw Failure(ExitCode::service, cannot, "it is on the test curve " + std::string(set->oid));
+    }
+}
+
 } // namespace
 
 PrivateKey decodePrivateKey(PKCS8_PRIV_KEY_INFO* info) {
@@ -74,6 +85,7 @@ PrivateKey decodePrivateKey(PKCS8_PRIV_KEY_INFO* info) {
     }
     try {
         Bytes publicKey = csp::publicKeyInfo(key.get());
+        refuseTestCurve(algorithm, publicKey);
         return {std::move(key), &providerOf(algorithm), std::move(publicKey)};
     } catch (const csp::ApiError& e) {
         throw Failure(ExitCode::service, cannot, "no provider keeps keys of its parameter set", {}, e.code());

@@ -1,5 +1,6 @@
 // What cannot be imported: one clear line, the right exit code, and nothing left behind.
 
+#include "csp_admin/made_files.hpp"
 #include "csp_admin/place.hpp"
 
 #include <gmock/gmock.h>
@@ -31,6 +32,26 @@ TEST_F(RefusedImport, WrongPassword) {
         place_.admin({"import", "one.p12", "--pin-file", "pin.txt", "--password-file", "wrong.txt"});
     EXPECT_EQ(importing.exit, 6);
     EXPECT_THAT(importing.err, HasSubstr("the password is wrong"));
+    expectNothing();
+}
+
+TEST_F(RefusedImport, AKeyThatAsksForHoursOfWorkBeforeItsPasswordIsJudged) {
+    for (const long iterations : {10'000'001L, 2'147'483'647L}) {
+        place_.folder().write("slow.key", encryptedKeyOf(iterations));
+        const Outcome importing = place_.import({"slow.key", "one.pem"});
+        EXPECT_EQ(importing.exit, 3);
+        EXPECT_THAT(importing.err, HasSubstr("an absurd number of iterations"));
+    }
+    place_.folder().write("quick.key", encryptedKeyOf(1000));
+    EXPECT_EQ(place_.import({"quick.key", "one.pem"}).exit, 6);
+    expectNothing();
+}
+
+TEST_F(RefusedImport, AKeyOnATestCurve) {
+    place_.makeKey("sample", {"gost2012_256", "-pkeyopt", "paramset:0"});
+    const Outcome importing = place_.import({"sample.key", "sample.pem"});
+    EXPECT_EQ(importing.exit, 4);
+    EXPECT_THAT(importing.err, HasSubstr("it is on the test curve 1.2.643.2.2.35.0"));
     expectNothing();
 }
 

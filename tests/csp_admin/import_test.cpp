@@ -1,5 +1,6 @@
 // Key files as other programs make them: imported, then signed with, and the signature verified by openssl.
 
+#include "csp_admin/made_files.hpp"
 #include "csp_admin/place.hpp"
 
 #include <gmock/gmock.h>
@@ -171,6 +172,22 @@ TEST(Import, ReadsPemArmour) {
     place.folder().write("armoured.p12",
                          "-----BEGIN PKCS12-----\n" + place.folder().read("one.b64") + "-----END PKCS12-----\n");
     EXPECT_EQ(place.import({"armoured.p12"}).exit, 0);
+}
+
+TEST(Import, TellsKeysApartThatCarryOneIdentifier) {
+    const Place place;
+    const Words rsa{"RSA", "-pkeyopt", "rsa_keygen_bits:2048"};
+    place.makeKey("one", rsa);
+    place.makeKey("two", rsa);
+    const auto read = [&](const std::string& name) { return place.folder().read(name); };
+    place.folder().write(
+        "both.p12", pfxWithOneId({read("one.key"), read("two.key")}, {read("one.pem"), read("two.pem")}, "secret"));
+    const Outcome undecided = place.import({"both.p12"});
+    EXPECT_EQ(undecided.exit, 2) << undecided.err;
+    place.mustImport({"both.p12", "--key", "1", "--name", "first"});
+    place.mustImport({"both.p12", "--key", "2", "--name", "second"});
+    EXPECT_EQ(place.signingProblem("Signer one"), "");
+    EXPECT_EQ(place.signingProblem("Signer two"), "");
 }
 
 } // namespace
