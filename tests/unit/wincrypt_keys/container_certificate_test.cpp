@@ -8,9 +8,7 @@ namespace {
 
 using orvik::plugin::crypto::exception::SystemException;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::SizeIs;
 
 service_double::Container withCertificate(const std::wstring& name, const char* certificate) {
     auto container = containerNamed(name);

@@ -17,7 +17,6 @@ using orvik::plugin::crypto::exception::CryptoException;
 using orvik::plugin::crypto::exception::SystemException;
 using orvik::plugin::exception::ApplicationException;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 std::string quotedProvider() {
