@@ -59,8 +59,8 @@ private:
 };
 
 Makers& makers() {
-    static Immortal<Makers> instance; // as the contexts
-    return *instance;
+    static Makers instance;
+    return instance;
 }
 
 enum class Purpose { Open, Create, Delete, Verify };

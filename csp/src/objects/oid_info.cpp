@@ -1,7 +1,6 @@
 #include "objects/oid_info.hpp"
 
 #include "capi/constants.hpp"
-#include "core/immortal.hpp"
 #include "crypto/algorithms.hpp"
 
 #include <algorithm>
@@ -198,8 +197,8 @@ private:
 };
 
 const OidTable& table() {
-    static Immortal<OidTable> table; // callers keep pointers into it
-    return *table;
+    static const OidTable table;
+    return table;
 }
 
 bool isReal(ALG_ID id) {
