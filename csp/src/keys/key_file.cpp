@@ -2,6 +2,9 @@
 
 #include "core/error.hpp"
 
+#include <array>
+#include <new>
+
 namespace klunortredi::csp {
 
 namespace {
@@ -12,6 +15,14 @@ constexpr std::uint64_t scryptCost = 1U << 14U;
 constexpr std::uint64_t scryptBlockSize = 8;
 constexpr std::uint64_t scryptParallelism = 5;
 constexpr int saltSize = 16;
+
+/// Whether a derivation comes to its end now, tried with the same memory and little work. That the 16 MiB are not there
+/// says nothing of a PIN; OpenSSL's errors tell the two apart only together with those that its host has left there.
+bool canDerive() {
+    const unsigned char salt = 0;
+    std::array<unsigned char, 32> key{};
+    return EVP_PBE_scrypt("", 0, &salt, sizeof salt, scryptCost, scryptBlockSize, 1, 0, key.data(), key.size()) == 1;
+}
 
 } // namespace
 
@@ -39,21 +50,6 @@ Bytes encryptKey(EVP_PKEY* key, std::string_view pin) {
     return file;
 }
 
-namespace {
-
-/// Whether OpenSSL ran out of memory since the error mark was set: the derivation wants 16 MiB, and that they were not
-/// there says nothing of the PIN.
-bool ranOutOfMemory() {
-    while (const unsigned long error = ERR_get_error()) {
-        if (ERR_GET_REASON(error) == ERR_R_MALLOC_FAILURE) {
-            return true;
-        }
-    }
-    return false;
-}
-
-} // namespace
-
 ossl::Pkey decryptKey(ByteView encrypted, std::string_view pin) {
     const ossl::ErrorMark mark;
     const unsigned char* next = encrypted.data();
@@ -63,7 +59,7 @@ ossl::Pkey decryptKey(ByteView encrypted, std::string_view pin) {
     }
     const ossl::Pkcs8 plain(PKCS8_decrypt(container.get(), pin.data(), static_cast<int>(pin.size())));
     ossl::Pkey key(plain ? EVP_PKCS82PKEY(plain.get()) : nullptr);
-    if (!key && ranOutOfMemory()) {
+    if (!key && !canDerive()) {
         throw std::bad_alloc();
     }
     return key;

@@ -142,9 +142,7 @@ TEST_F(Pins, ChangeReachesEveryKeyPair) {
     makeContainer(gost, L"c", "old");
     const Context context(gost, L"c", 0);
     ASSERT_TRUE(setPin(context.get(), "old", capi::PIN_VERIFY));
-    unsigned long key = 0;
-    ASSERT_TRUE(CryptGenKey(context.get(), capi::AT_SIGNATURE, 0, &key));
-    CryptDestroyKey(key);
+    ASSERT_TRUE(generates(context.get(), capi::AT_SIGNATURE));
     ASSERT_TRUE(newPin(context.get(), "new"));
     const Context again(gost, L"c", 0);
     ASSERT_TRUE(setPin(again.get(), "new", capi::PIN_VERIFY));
@@ -164,9 +162,7 @@ TEST_F(Pins, NewContainerTakesItsOneBeforeOrAfterTheKey) {
     makeContainer(gost, L"before", "1234");
     {
         const Context context(gost, L"after", capi::CRYPT_NEWKEYSET);
-        unsigned long key = 0;
-        ASSERT_TRUE(CryptGenKey(context.get(), capi::AT_KEYEXCHANGE, 0, &key));
-        CryptDestroyKey(key);
+        ASSERT_TRUE(generates(context.get(), capi::AT_KEYEXCHANGE));
         ASSERT_TRUE(setPin(context.get(), "1234", capi::PIN_SET_NEW));
         EXPECT_TRUE(signs(context.get())) << "who makes a container is logged in";
     }

@@ -164,7 +164,7 @@ std::string Certificate::friendlyName() const {
     const auto property = CertGetCertificateContextPropertyEx(native(), capi::CERT_FRIENDLY_NAME_PROP_ID);
     std::wstring name(property.size() / sizeof(wchar_t), L'\0');
     std::memcpy(name.data(), property.data(), name.size() * sizeof(wchar_t));
-    return orEmpty([&name] { return plugin::converter::utf16_to_utf8(name.substr(0, name.find(L'\0'))); });
+    return utf8OrEmpty(name.substr(0, name.find(L'\0')));
 }
 
 bool Certificate::setFriendlyName(boost::string_view name) const {

@@ -1,6 +1,11 @@
 #pragma once
 
+#include "orvik/plugin/converter.hpp"
+
+#include <boost/utility/string_view.hpp>
+
 #include <stdexcept>
+#include <string>
 
 namespace orvik::plugin::wincrypt {
 
@@ -13,6 +18,11 @@ auto orEmpty(Convert convert) -> decltype(convert()) {
     } catch (const std::range_error&) {
         return {};
     }
+}
+
+/// UTF-8 of a wide text; empty for one that is no Unicode.
+inline std::string utf8OrEmpty(boost::wstring_view text) {
+    return orEmpty([&] { return plugin::converter::utf16_to_utf8(text); });
 }
 
 } // namespace orvik::plugin::wincrypt

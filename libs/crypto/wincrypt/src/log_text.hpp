@@ -4,7 +4,6 @@
 
 #include "crypto/wincrypt/exceptions.hpp"
 #include "lenient.hpp"
-#include "orvik/plugin/converter.hpp"
 #include "orvik/plugin/log.hpp"
 
 #include <boost/optional.hpp>
@@ -17,7 +16,7 @@ namespace orvik::plugin::wincrypt {
 /// A provider's or container's name as records show it; empty for one that is no Unicode, for a record about a failure
 /// must not fail itself.
 inline std::string quotedName(boost::wstring_view name) {
-    return log::quoted(orEmpty([&] { return plugin::converter::utf16_to_utf8(name); }));
+    return log::quoted(utf8OrEmpty(name));
 }
 
 inline std::string quotedContainer(const boost::optional<std::wstring>& container) {

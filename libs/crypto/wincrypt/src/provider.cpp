@@ -26,11 +26,6 @@ using crypto::exception::CryptoException;
 namespace internal {
 namespace {
 
-/// The framework's record of the provider.
-boost::optional<crypto::tools::ProviderInfo> record(const crypto::IProvider& provider) {
-    return providerRecord(provider.name());
-}
-
 boost::shared_ptr<crypto::IProvider> providerOf(const crypto::ICertificate& certificate) {
     auto provider = certificate.provider(true);
     if (!provider) {
@@ -118,12 +113,12 @@ boost::optional<crypto::Device> Provider::device() const {
 }
 
 boost::optional<std::string> Provider::containerPrefix() const {
-    const auto record = internal::record(*this);
+    const auto record = providerRecord(name_);
     return record ? boost::make_optional(record->containerPrefix) : boost::none;
 }
 
 boost::optional<std::string> Provider::subjectSignTool() const {
-    const auto record = internal::record(*this);
+    const auto record = providerRecord(name_);
     if (!record) {
         return boost::none;
     }
@@ -182,8 +177,8 @@ bool Provider::hasAlgorithm(const std::string& oid) const {
     const auto algorithms = supports.of(*this);
     const std::string wanted =
         crypto::tools::isCNG(*this) ? tools::oid_to_cng_alg_id(oid).value_or(std::string()) : oid;
-    log::trace("wincrypt: provider " + orEmpty([this] { return plugin::converter::utf16_to_utf8(name_); }) + " (" +
-               std::to_string(type_) + ")" + " supports algorithm: " + oid);
+    log::trace("wincrypt: provider " + utf8OrEmpty(name_) + " (" + std::to_string(type_) + ")" +
+               " supports algorithm: " + oid);
     return algorithms.count(wanted) != 0;
 }
 

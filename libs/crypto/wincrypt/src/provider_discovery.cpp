@@ -178,7 +178,7 @@ boost::optional<std::wstring> Provider::container(const crypto::IPublicKey& key)
     if (key.key().empty()) {
         return boost::none;
     }
-    log::debug("wincrypt: try provider, name: " + orEmpty([this] { return plugin::converter::utf16_to_utf8(name_); }));
+    log::debug("wincrypt: try provider, name: " + utf8OrEmpty(name_));
     for (const auto& name : containers()) {
         const auto text = plugin::converter::utf16_to_utf8(name);
         log::debug("wincrypt: try container: " + text);

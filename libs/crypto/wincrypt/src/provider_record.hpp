@@ -1,7 +1,6 @@
 #pragma once
 
 #include "lenient.hpp"
-#include "orvik/plugin/converter.hpp"
 #include "orvik/plugin/crypto/tools.hpp"
 
 #include <boost/optional.hpp>
@@ -11,7 +10,7 @@ namespace orvik::plugin::wincrypt {
 
 /// The framework's record of the provider of that name; nothing for a name that is no Unicode, which none can have.
 inline boost::optional<crypto::tools::ProviderInfo> providerRecord(boost::wstring_view name) {
-    return crypto::tools::providerInfo(orEmpty([&] { return plugin::converter::utf16_to_utf8(name); }));
+    return crypto::tools::providerInfo(utf8OrEmpty(name));
 }
 
 } // namespace orvik::plugin::wincrypt
