@@ -3,9 +3,9 @@
 #include "signer.hpp"
 
 #include "capi/entry_points.h"
+#include "core/ossl.hpp"
 #include "crypto/algorithms.hpp"
 #include "crypto/engine.hpp"
-#include "crypto/ossl.hpp"
 #include "crypto/wincrypt/signature_factory.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "orvik/plugin/crypto/i_hash.hpp"

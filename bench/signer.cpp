@@ -1,8 +1,8 @@
 #include "signer.hpp"
 
+#include "core/ossl.hpp"
 #include "crypto/algorithms.hpp"
 #include "crypto/engine.hpp"
-#include "crypto/ossl.hpp"
 #include "crypto/wincrypt/certificate.hpp"
 #include "crypto/wincrypt/csr_creator.hpp"
 #include "crypto/wincrypt/provider.hpp"

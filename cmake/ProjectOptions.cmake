@@ -54,3 +54,12 @@ function(check_headers_alone target include_root)
     target_include_directories(${target}_headers_alone PRIVATE ${include_root})
     target_link_libraries(${target}_headers_alone PRIVATE project_options ${target})
 endfunction()
+
+# Standard and library headers that many files of a target include, compiled once. Off for the build that checks that
+# every source names its own includes.
+option(KLUNORTREDI_PCH "Precompile common headers" ON)
+function(precompile_headers target)
+    if(KLUNORTREDI_PCH)
+        target_precompile_headers(${target} PRIVATE ${ARGN})
+    endif()
+endfunction()

@@ -2,9 +2,9 @@
 // never changes what comes of it. Built with libFuzzer, and replayed by a test.
 
 #include "capi/constants.hpp"
-#include "certs/cert_info.hpp"
 #include "exports/export.hpp"
 #include "messages/message.hpp"
+#include "x509/cert_info.hpp"
 
 #include <algorithm>
 #include <cstdio>

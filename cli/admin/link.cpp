@@ -1,10 +1,10 @@
 #include "link.hpp"
 
 #include "capi/constants.hpp"
-#include "certs/certificate.hpp"
-#include "certs/system_store.hpp"
 #include "containers.hpp"
+#include "stores/system_store.hpp"
 #include "text/unicode.hpp"
+#include "x509/certificate.hpp"
 
 #include <string>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "crypto/ossl.hpp"
+#include "core/ossl.hpp"
 
 #include <openssl/provider.h>
 

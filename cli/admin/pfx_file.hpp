@@ -3,7 +3,7 @@
 /// Reading of PKCS#12 files (RFC 7292, R 50.1.112-2016).
 
 #include "core/bytes.hpp"
-#include "crypto/ossl.hpp"
+#include "core/ossl.hpp"
 #include "pfx_mac.hpp"
 
 #include <optional>

@@ -1,7 +1,7 @@
 #include "pfx_mac.hpp"
 
+#include "asn1/der.hpp"
 #include "core/bytes.hpp"
-#include "core/der.hpp"
 #include "core/secret.hpp"
 #include "failure.hpp"
 #include "work_factor.hpp"

@@ -2,7 +2,7 @@
 
 /// The password check of PKCS#12 files.
 
-#include "crypto/ossl.hpp"
+#include "core/ossl.hpp"
 
 #include <optional>
 #include <string_view>

@@ -3,8 +3,8 @@
 /// Writing of PKCS#12 files (RFC 7292, R 50.1.112-2016).
 
 #include "core/bytes.hpp"
+#include "core/ossl.hpp"
 #include "core/secret.hpp"
-#include "crypto/ossl.hpp"
 
 #include <optional>
 #include <string>

@@ -3,7 +3,7 @@
 /// Private keys as other programs write them, made into keys of the service.
 
 #include "core/bytes.hpp"
-#include "crypto/ossl.hpp"
+#include "core/ossl.hpp"
 #include "keys/providers.hpp"
 
 namespace klunortredi::admin {

@@ -1,6 +1,6 @@
 #include "work_factor.hpp"
 
-#include "crypto/ossl.hpp"
+#include "core/ossl.hpp"
 #include "failure.hpp"
 
 #include <openssl/asn1t.h>

@@ -7,7 +7,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
 # A checkout in another place finds what this one has compiled.
-export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
+export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
 
 # Debian 13 ships a newer Boost under its own version's names, and no package of the GOST engine.
 debian=$(. /etc/os-release && echo "${VERSION_ID:-}")

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -81,7 +82,8 @@ TEST(Seams, TheServiceNeedsNoHostAndNoPlugin) {
 }
 
 TEST(Seams, ThePluginIncludesNeitherOpensslNorTheServiceNorTheCommand) {
-    EXPECT_THAT(includes("libs", "openssl/|csp/|cli/|exports/|keys/|certs/|objects/|messages/"), IsEmpty());
+    EXPECT_THAT(includes("libs", "openssl/|csp/|cli/|exports/|keys/|stores/|objects/|messages/|chains/|x509/|asn1/"),
+                IsEmpty());
 }
 
 TEST(Seams, TheServiceIncludesNeitherHostNorPlugin) {
@@ -94,6 +96,43 @@ TEST(Seams, TheHostIncludesNeitherPluginNorServiceNorCommand) {
 
 TEST(Seams, TheInterfaceTypesIncludeNothingOfOurs) {
     EXPECT_THAT(includes("capi", "orvik/|crypto/|openssl/"), IsEmpty());
+}
+
+/// The rooms of the service, lower ones first. A room includes itself and rooms of lower levels; rooms of one level
+/// do not include each other.
+const std::map<std::string, int> levelOfRoom{
+    {"core", 0},    {"asn1", 1},   {"text", 1},     {"crypto", 2}, {"x509", 3},    {"keys", 4},
+    {"objects", 5}, {"stores", 5}, {"messages", 6}, {"chains", 6}, {"exports", 7},
+};
+
+TEST(Seams, RoomsOfTheServiceIncludeLowerRoomsOnly) {
+    std::set<std::string> rooms;
+    for (const auto& entry : fs::directory_iterator(fs::path(SOURCE_ROOT) / "csp/src")) {
+        rooms.insert(entry.path().filename().string());
+    }
+    std::set<std::string> known;
+    for (const auto& [room, level] : levelOfRoom) {
+        known.insert(room);
+    }
+    ASSERT_EQ(rooms, known) << "each room has a level here";
+    for (const auto& [room, level] : levelOfRoom) {
+        for (const auto& [other, otherLevel] : levelOfRoom) {
+            if (other != room && otherLevel >= level) {
+                EXPECT_THAT(includes("csp/src/" + room, other + "/"), IsEmpty()) << room << " includes " << other;
+            }
+        }
+    }
+}
+
+/// The OpenSSL owners of the host are a room below the others.
+TEST(Seams, TheHostsOpensslOwnersIncludeNoOtherRoom) {
+    EXPECT_THAT(includes("host/src/ossl", "orvik/|crypto/|exception/|ssl/|system/|text/|xml/"), IsEmpty());
+}
+
+TEST(Seams, ForwardersIncludeNoTools) {
+    for (const auto& line : includes("libs/crypto/wincrypt/src", "crypto/wincrypt/tools|.*tools")) {
+        EXPECT_THAT(line, Not(HasSubstr("wincrypt_handler.")));
+    }
 }
 
 TEST(Seams, LibrariesAreHardened) {

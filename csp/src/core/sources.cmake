@@ -1,2 +1,7 @@
 target_sources(klunortredi_csp_core PRIVATE
-    src/core/der.cpp src/core/error.cpp src/core/files.cpp src/core/hex.cpp src/core/home.cpp src/core/output.cpp)
+    src/core/error.cpp
+    src/core/files.cpp
+    src/core/hex.cpp
+    src/core/home.cpp
+    src/core/output.cpp
+)

@@ -3,8 +3,8 @@
 /// Incremental hashing.
 
 #include "core/bytes.hpp"
+#include "core/ossl.hpp"
 #include "crypto/algorithms.hpp"
-#include "crypto/ossl.hpp"
 
 namespace klunortredi::csp {
 

@@ -1,9 +1,9 @@
 #include "crypto/engine.hpp"
 
 #include "core/error.hpp"
+#include "core/ossl.hpp"
 #include "crypto/algorithms.hpp"
 #include "crypto/gost_params.hpp"
-#include "crypto/ossl.hpp"
 
 #include <openssl/crypto.h>
 #include <openssl/engine.h>

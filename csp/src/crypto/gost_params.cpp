@@ -1,6 +1,6 @@
 #include "crypto/gost_params.hpp"
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 
 #include <algorithm>

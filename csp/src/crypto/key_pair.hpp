@@ -3,9 +3,9 @@
 /// Key pairs: making them, and the public half in the form of X.509.
 
 #include "core/bytes.hpp"
+#include "core/ossl.hpp"
 #include "crypto/algorithms.hpp"
 #include "crypto/gost_params.hpp"
-#include "crypto/ossl.hpp"
 
 namespace klunortredi::csp {
 

@@ -1,6 +1,6 @@
 #include "crypto/public_key_info.hpp"
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 
 namespace klunortredi::csp::spki {

@@ -1,7 +1,7 @@
 #include "crypto/random.hpp"
 
 #include "core/error.hpp"
-#include "crypto/ossl.hpp"
+#include "core/ossl.hpp"
 
 #include <openssl/rand.h>
 

@@ -1,6 +1,6 @@
 #include "crypto/signature.hpp"
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "crypto/engine.hpp"
 #include "crypto/gost_params.hpp"

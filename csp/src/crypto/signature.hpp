@@ -3,8 +3,8 @@
 /// Signing and verifying of hash values.
 
 #include "core/bytes.hpp"
+#include "core/ossl.hpp"
 #include "crypto/algorithms.hpp"
-#include "crypto/ossl.hpp"
 
 namespace klunortredi::csp {
 

@@ -1,8 +1,8 @@
-#include "certs/compare_keys.hpp"
-#include "certs/context.hpp"
-#include "certs/context_properties.hpp"
-#include "certs/enhanced_key_usage.hpp"
 #include "exports/export.hpp"
+#include "stores/context.hpp"
+#include "stores/context_properties.hpp"
+#include "x509/compare_keys.hpp"
+#include "x509/enhanced_key_usage.hpp"
 
 namespace klunortredi::csp::exports {
 

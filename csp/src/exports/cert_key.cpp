@@ -1,6 +1,6 @@
-#include "certs/certificate_key.hpp"
-#include "certs/sign_and_encode.hpp"
 #include "exports/export.hpp"
+#include "objects/sign_and_encode.hpp"
+#include "stores/certificate_key.hpp"
 
 namespace klunortredi::csp::exports {
 

@@ -1,7 +1,7 @@
-#include "certs/context.hpp"
-#include "certs/find.hpp"
-#include "certs/open_store.hpp"
 #include "exports/export.hpp"
+#include "exports/open_store.hpp"
+#include "stores/context.hpp"
+#include "stores/find.hpp"
 
 namespace klunortredi::csp::exports {
 

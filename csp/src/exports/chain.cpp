@@ -1,7 +1,7 @@
-#include "certs/chain_context.hpp"
-#include "certs/chain_policy.hpp"
-#include "certs/file_time.hpp"
+#include "chains/chain_context.hpp"
+#include "chains/chain_policy.hpp"
 #include "exports/export.hpp"
+#include "x509/file_time.hpp"
 
 #include <ctime>
 

@@ -1,9 +1,9 @@
-#include "certs/cert_info.hpp"
 #include "exports/argument.hpp"
 #include "exports/export.hpp"
 #include "keys/generate_request.hpp"
 #include "keys/key_object.hpp"
 #include "keys/public_key_structure.hpp"
+#include "x509/cert_info.hpp"
 
 namespace klunortredi::csp::exports {
 

@@ -1,6 +1,6 @@
-#include "certs/blob.hpp"
 #include "exports/export.hpp"
 #include "objects/name_text.hpp"
+#include "x509/blob.hpp"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #include "keys/certificate_argument.hpp"
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 
 namespace klunortredi::csp {

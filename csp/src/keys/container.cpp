@@ -1,6 +1,5 @@
 #include "keys/container.hpp"
 
-#include "certs/cert_info.hpp"
 #include "core/error.hpp"
 #include "crypto/algorithms.hpp"
 #include "crypto/digest.hpp"
@@ -10,6 +9,7 @@
 #include "crypto/signature.hpp"
 #include "keys/container_place.hpp"
 #include "keys/key_file.hpp"
+#include "x509/cert_info.hpp"
 
 #include <algorithm>
 #include <charconv>

@@ -8,7 +8,7 @@
 /// state or the new one. Changes and PIN attempts hold a lock on the directory, across processes.
 
 #include "core/files.hpp"
-#include "crypto/ossl.hpp"
+#include "core/ossl.hpp"
 #include "keys/container_meta.hpp"
 #include "keys/container_name.hpp"
 

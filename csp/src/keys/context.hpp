@@ -4,8 +4,8 @@
 
 #include "core/bytes.hpp"
 #include "core/handle_table.hpp"
+#include "core/ossl.hpp"
 #include "crypto/algorithms.hpp"
-#include "crypto/ossl.hpp"
 
 #include <memory>
 #include <string_view>

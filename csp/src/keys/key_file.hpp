@@ -3,7 +3,7 @@
 /// Private keys on disk: PKCS#8 EncryptedPrivateKeyInfo, PBES2 with scrypt and AES-256-CBC (RFC 5208, 8018, 7914).
 
 #include "core/bytes.hpp"
-#include "crypto/ossl.hpp"
+#include "core/ossl.hpp"
 
 #include <string_view>
 

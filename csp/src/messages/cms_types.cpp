@@ -1,6 +1,6 @@
 #include "messages/cms_types.hpp"
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 
 namespace klunortredi::csp {
 

@@ -2,14 +2,12 @@
 
 /// What a message may cost. A message comes from a stranger, and all of it is read before any signature is checked.
 
+#include "asn1/limits.hpp"
+
 #include <cstddef>
 #include <cstdint>
 
 namespace klunortredi::csp::limits {
-
-/// Open elements. SignedData itself needs 8; the rest is for octet strings nested in octet strings and for time-stamps
-/// inside time-stamps in unsigned attributes, each of which costs about 9.
-inline constexpr std::size_t nestingDepth = 64;
 
 /// Octets kept of certificates, CRLs and signer infos together. The largest bundles in use (national lists of
 /// certificates and CRLs) stay below 10 MiB; twice this still fits in what a verification may take.

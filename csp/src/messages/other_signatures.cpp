@@ -1,9 +1,9 @@
 #include "messages/other_signatures.hpp"
 
-#include "certs/x509_der.hpp"
 #include "core/error.hpp"
+#include "core/ossl.hpp"
 #include "crypto/engine.hpp"
-#include "crypto/ossl.hpp"
+#include "x509/x509_der.hpp"
 
 #include <openssl/rsa.h>
 

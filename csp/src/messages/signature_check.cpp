@@ -1,6 +1,6 @@
 #include "messages/signature_check.hpp"
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "crypto/signature.hpp"
 #include "messages/attribute_rules.hpp"

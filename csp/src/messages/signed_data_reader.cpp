@@ -1,7 +1,7 @@
 #include "messages/signed_data_reader.hpp"
 
+#include "asn1/definite.hpp"
 #include "core/error.hpp"
-#include "messages/definite.hpp"
 #include "messages/limits.hpp"
 
 #include <algorithm>

@@ -3,8 +3,8 @@
 /// The structure of a SignedData message (RFC 5652, 3 and 5.1; PKCS#7 1.5 where its content is an OCTET STRING), read
 /// as it streams.
 
+#include "asn1/tlv_parser.hpp"
 #include "core/bytes.hpp"
-#include "messages/tlv_parser.hpp"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
 #include "messages/signed_data_writer.hpp"
 
-#include "core/der.hpp"
+#include "asn1/definite.hpp"
+#include "asn1/der.hpp"
 #include "messages/cms_types.hpp"
-#include "messages/definite.hpp"
 
 namespace klunortredi::csp {
 

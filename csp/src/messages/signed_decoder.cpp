@@ -1,14 +1,14 @@
 #include "messages/signed_decoder.hpp"
 
-#include "certs/cert_info.hpp"
-#include "certs/x509_der.hpp"
-#include "core/der.hpp"
+#include "asn1/definite.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
-#include "messages/definite.hpp"
 #include "messages/limits.hpp"
 #include "messages/signature_check.hpp"
 #include "messages/signed_params.hpp"
 #include "messages/signer_match.hpp"
+#include "x509/cert_info.hpp"
+#include "x509/x509_der.hpp"
 
 #include <algorithm>
 

@@ -1,13 +1,13 @@
 #include "messages/signed_encoder.hpp"
 
-#include "certs/blob.hpp"
-#include "certs/x509_der.hpp"
-#include "core/der.hpp"
+#include "asn1/definite.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "core/output.hpp"
 #include "messages/cms_types.hpp"
-#include "messages/definite.hpp"
 #include "messages/limits.hpp"
+#include "x509/blob.hpp"
+#include "x509/x509_der.hpp"
 
 #include <algorithm>
 #include <span>

@@ -1,6 +1,6 @@
 #include "messages/signed_params.hpp"
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "core/output.hpp"
 #include "messages/signed_decoder.hpp"

@@ -1,13 +1,13 @@
 #include "messages/signer_builder.hpp"
 
-#include "certs/blob.hpp"
-#include "certs/cert_info.hpp"
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "crypto/digest.hpp"
 #include "crypto/key_pair.hpp"
 #include "crypto/signature.hpp"
 #include "messages/attribute_rules.hpp"
+#include "x509/blob.hpp"
+#include "x509/cert_info.hpp"
 
 #include <algorithm>
 #include <span>

@@ -1,6 +1,6 @@
 #include "messages/signer_info.hpp"
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #include "messages/signer_match.hpp"
 
-#include "certs/blob.hpp"
-#include "certs/x509_der.hpp"
-#include "core/der.hpp"
+#include "asn1/der.hpp"
+#include "x509/blob.hpp"
+#include "x509/x509_der.hpp"
 
 #include <algorithm>
 #include <cstring>

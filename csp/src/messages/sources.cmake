@@ -2,7 +2,6 @@ target_sources(klunortredi_csp_core PRIVATE
     src/messages/attribute_rules.cpp
     src/messages/cms_types.cpp
     src/messages/content_hasher.cpp
-    src/messages/definite.cpp
     src/messages/handles.cpp
     src/messages/other_signatures.cpp
     src/messages/signature_check.cpp
@@ -14,4 +13,4 @@ target_sources(klunortredi_csp_core PRIVATE
     src/messages/signer_builder.cpp
     src/messages/signer_info.cpp
     src/messages/signer_match.cpp
-    src/messages/tlv_parser.cpp)
+)

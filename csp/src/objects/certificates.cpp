@@ -1,7 +1,7 @@
-#include "certs/cert_info.hpp"
 #include "objects/codecs.hpp"
 #include "objects/parts.hpp"
 #include "objects/time.hpp"
+#include "x509/cert_info.hpp"
 
 namespace klunortredi::csp {
 

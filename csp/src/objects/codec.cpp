@@ -1,9 +1,9 @@
 #include "objects/codec.hpp"
 
 #include "capi/constants.hpp"
-#include "certs/cert_info.hpp"
 #include "core/error.hpp"
 #include "objects/codecs.hpp"
+#include "x509/cert_info.hpp"
 
 #include <algorithm>
 #include <array>

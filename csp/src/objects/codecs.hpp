@@ -3,8 +3,8 @@
 /// The codecs behind the table of codec.cpp. An `encode...` gives the DER of a structure, a `decode...` fills the
 /// structure at the start of the builder from one element and whatever its pointers lead to behind it.
 
+#include "asn1/der.hpp"
 #include "capi/types.h"
-#include "core/der.hpp"
 #include "core/output.hpp"
 
 namespace klunortredi::csp {

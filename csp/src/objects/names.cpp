@@ -1,7 +1,7 @@
-#include "certs/blob.hpp"
 #include "objects/codecs.hpp"
 #include "objects/parts.hpp"
 #include "objects/string_value.hpp"
+#include "x509/blob.hpp"
 
 namespace klunortredi::csp {
 

@@ -1,6 +1,6 @@
 #include "objects/parts.hpp"
 
-#include "certs/blob.hpp"
+#include "x509/blob.hpp"
 
 #include <algorithm>
 #include <bit>

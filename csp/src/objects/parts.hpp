@@ -3,8 +3,8 @@
 /// The pieces that several structures are made of. `...Argument` functions check and encode what a caller handed in;
 /// `put...` functions lay out what was decoded, at offsets of the structure being built.
 
+#include "asn1/der.hpp"
 #include "capi/types.h"
-#include "core/der.hpp"
 #include "core/error.hpp"
 #include "core/output.hpp"
 

@@ -7,6 +7,7 @@ target_sources(klunortredi_csp_core PRIVATE
     src/objects/names.cpp
     src/objects/oid_info.cpp
     src/objects/parts.cpp
+    src/objects/sign_and_encode.cpp
     src/objects/string_value.cpp
     src/objects/time.cpp
     src/objects/timestamps.cpp

@@ -1,10 +1,10 @@
 #include "objects/string_value.hpp"
 
 #include "capi/constants.hpp"
-#include "certs/blob.hpp"
 #include "core/error.hpp"
 #include "objects/utf8_argument.hpp"
 #include "text/unicode.hpp"
+#include "x509/blob.hpp"
 
 #include <algorithm>
 #include <array>

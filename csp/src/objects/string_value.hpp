@@ -2,8 +2,8 @@
 
 /// Values of ASN.1's string types, as names and attributes of the CryptoAPI hold them.
 
+#include "asn1/der.hpp"
 #include "capi/types.h"
-#include "core/der.hpp"
 #include "core/output.hpp"
 
 #include <optional>

@@ -2,9 +2,9 @@
 
 /// FILETIMEs (100-nanosecond intervals since 1601-01-01 UTC) and what they are made from.
 
+#include "asn1/der.hpp"
 #include "capi/types.h"
 #include "core/bytes.hpp"
-#include "core/der.hpp"
 
 namespace klunortredi::csp {
 

@@ -1,9 +1,9 @@
-#include "certs/blob.hpp"
-#include "certs/cert_info.hpp"
 #include "objects/codecs.hpp"
 #include "objects/parts.hpp"
 #include "objects/time.hpp"
 #include "text/unicode.hpp"
+#include "x509/blob.hpp"
+#include "x509/cert_info.hpp"
 
 namespace klunortredi::csp {
 

@@ -1,8 +1,8 @@
-#include "certs/blob.hpp"
 #include "objects/codecs.hpp"
 #include "objects/parts.hpp"
 #include "objects/string_value.hpp"
 #include "objects/time.hpp"
+#include "x509/blob.hpp"
 
 namespace klunortredi::csp {
 

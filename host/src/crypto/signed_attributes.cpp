@@ -4,7 +4,7 @@
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/tools.hpp"
 #include "orvik/plugin/hex.hpp"
-#include "ssl/openssl.hpp"
+#include "ossl/owners.hpp"
 
 #include <boost/algorithm/hex.hpp>
 #include <boost/algorithm/string/predicate.hpp>

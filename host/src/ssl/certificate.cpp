@@ -1,8 +1,8 @@
 #include "orvik/plugin/ssl/certificate.hpp"
 
-#include "openssl.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/hex.hpp"
+#include "ossl/owners.hpp"
 
 #include <openssl/asn1.h>
 #include <openssl/objects.h>

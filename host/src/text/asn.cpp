@@ -1,6 +1,6 @@
 #include "orvik/plugin/asn.hpp"
 
-#include "ssl/openssl.hpp"
+#include "ossl/owners.hpp"
 #include "time_text.hpp"
 
 #include <openssl/asn1.h>

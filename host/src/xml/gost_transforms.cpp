@@ -2,7 +2,7 @@
 
 #include "gost_engine.hpp"
 #include "libxml.hpp"
-#include "ssl/openssl.hpp"
+#include "ossl/owners.hpp"
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>

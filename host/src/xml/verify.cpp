@@ -3,8 +3,8 @@
 #include "libxml.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/xml/xml_document.hpp"
+#include "ossl/owners.hpp"
 #include "signature_nodes.hpp"
-#include "ssl/openssl.hpp"
 #include "xmlsec_library.hpp"
 
 #include <openssl/x509.h>

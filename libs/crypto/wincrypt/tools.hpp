@@ -3,6 +3,7 @@
 /// Small stateless helpers around the CryptoAPI: identifiers, parameters, provider names, opaque handles.
 
 #include "capi/types.h"
+#include "crypto/wincrypt/provider_names.hpp"
 
 #include "orvik/plugin/export.hpp"
 
@@ -13,12 +14,6 @@
 #include <string>
 
 namespace orvik::plugin::wincrypt::tools {
-
-/// Canonical name of a provider that goes by an alias; nothing for a name that contains no known alias. Case does not
-/// matter. Answers are kept for the life of the process.
-ORVIK_EXPORT boost::optional<std::wstring> resolveProviderName(const std::wstring& name);
-/// The canonical name where there is one, else `name` as it is.
-ORVIK_EXPORT std::wstring formatProviderName(const std::wstring& name);
 
 /// Read from a provider context; empty (0) when the service does not tell.
 ORVIK_EXPORT std::wstring exportProviderName(unsigned long hProv);

@@ -1,7 +1,7 @@
 #include "service.hpp"
 
-#include "certs/cert_info.hpp"
-#include "certs/compare_keys.hpp"
+#include "x509/cert_info.hpp"
+#include "x509/compare_keys.hpp"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 #include "service.hpp"
 
-#include "certs/sign_and_encode.hpp"
+#include "objects/sign_and_encode.hpp"
 
 #include <gmock/gmock.h>
 

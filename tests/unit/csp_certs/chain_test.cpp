@@ -1,7 +1,7 @@
 #include "service.hpp"
 
-#include "certs/context.hpp"
-#include "certs/file_time.hpp"
+#include "stores/context.hpp"
+#include "x509/file_time.hpp"
 
 #include <algorithm>
 #include <array>

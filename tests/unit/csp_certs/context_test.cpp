@@ -1,6 +1,6 @@
 #include "service.hpp"
 
-#include "certs/context.hpp"
+#include "stores/context.hpp"
 
 #include <array>
 #include <cstring>

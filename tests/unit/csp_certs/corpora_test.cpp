@@ -1,8 +1,8 @@
 // Chains that other projects and standards bodies published, with their verdicts, asked through the entry points:
 // anchors in store "root", issuers in an additional store, CRLs in the folder of store "ca".
 
-#include "certs/file_time.hpp"
 #include "service.hpp"
+#include "x509/file_time.hpp"
 
 #include <openssl/pem.h>
 

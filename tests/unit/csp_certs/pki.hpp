@@ -3,7 +3,7 @@
 /// Throw-away certification authorities, certificates and CRLs, made with OpenSSL at test time.
 
 #include "core/bytes.hpp"
-#include "crypto/ossl.hpp"
+#include "core/ossl.hpp"
 
 #include <ctime>
 #include <string>

@@ -1,6 +1,6 @@
 #include "service.hpp"
 
-#include "certs/context.hpp"
+#include "stores/context.hpp"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 // Keys and signatures below the entry points.
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "crypto/digest.hpp"
 #include "crypto/engine.hpp"

@@ -1,6 +1,5 @@
 // What the service signs, openssl's own code path accepts; what openssl signs, the service accepts.
 
-#include "certs/cert_info.hpp"
 #include "core/error.hpp"
 #include "crypto/algorithms.hpp"
 #include "crypto/gost_params.hpp"
@@ -8,6 +7,7 @@
 #include "keys/container.hpp"
 #include "service.hpp"
 #include "support/openssl.hpp"
+#include "x509/cert_info.hpp"
 
 #include <algorithm>
 

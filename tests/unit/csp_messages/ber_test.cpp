@@ -1,6 +1,6 @@
 // The same message in the other forms that BER allows.
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "openssl_tool.hpp"
 #include "signing.hpp"
 

@@ -1,10 +1,10 @@
 #include "crafted.hpp"
 
-#include "certs/cert_info.hpp"
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "crypto/digest.hpp"
 #include "crypto/signature.hpp"
 #include "keys/context.hpp"
+#include "x509/cert_info.hpp"
 
 #include <algorithm>
 

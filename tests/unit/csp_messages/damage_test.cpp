@@ -1,6 +1,6 @@
 // One octet changed or the end missing: refused, unless the octet is one that nobody signs.
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "signing.hpp"
 
 #include <gtest/gtest.h>

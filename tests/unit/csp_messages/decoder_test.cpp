@@ -1,6 +1,6 @@
 // Reading: what a message tells of itself, when, and with which errors.
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "crafted.hpp"
 #include "exports/export.hpp"
 #include "messages/handles.hpp"

@@ -1,4 +1,4 @@
-#include "messages/definite.hpp"
+#include "asn1/definite.hpp"
 
 #include "core/error.hpp"
 #include "support.hpp"

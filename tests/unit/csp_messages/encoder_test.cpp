@@ -1,6 +1,6 @@
 // Making messages: their form, and every way in which it can go wrong.
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "crafted.hpp"
 #include "signing.hpp"
 

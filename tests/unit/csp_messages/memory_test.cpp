@@ -1,6 +1,6 @@
 // Messages of any size in memory of one size. Each case runs in a child process, whose peak is asked for at its end.
 
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "exports/export.hpp"
 #include "signing.hpp"

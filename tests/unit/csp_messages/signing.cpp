@@ -1,12 +1,12 @@
 #include "signing.hpp"
 
-#include "certs/cert_info.hpp"
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "core/error.hpp"
-#include "crypto/ossl.hpp"
+#include "core/ossl.hpp"
 #include "crypto/signature.hpp"
 #include "exports/export.hpp"
 #include "keys/provider_context.hpp"
+#include "x509/cert_info.hpp"
 
 #include <openssl/rsa.h>
 

@@ -1,10 +1,10 @@
 #include "support.hpp"
 
-#include "certs/cert_info.hpp"
 #include "core/error.hpp"
-#include "crypto/ossl.hpp"
+#include "core/ossl.hpp"
 #include "exports/export.hpp"
 #include "messages/handles.hpp"
+#include "x509/cert_info.hpp"
 
 #include <openssl/pem.h>
 

@@ -1,4 +1,4 @@
-#include "messages/tlv_parser.hpp"
+#include "asn1/tlv_parser.hpp"
 
 #include "core/error.hpp"
 #include "support.hpp"

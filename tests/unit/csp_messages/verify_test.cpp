@@ -1,10 +1,10 @@
 // Which messages hold and which do not: the rules of RFC 5652 on attributes, algorithms and signers.
 
-#include "certs/cert_info.hpp"
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 #include "crafted.hpp"
 #include "crypto/digest.hpp"
 #include "openssl_tool.hpp"
+#include "x509/cert_info.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
-#include "certs/cert_info.hpp"
-#include "core/der.hpp"
-#include "crypto/ossl.hpp"
+#include "asn1/der.hpp"
+#include "core/ossl.hpp"
 #include "samples.hpp"
 #include "support.hpp"
+#include "x509/cert_info.hpp"
 
 namespace klunortredi::csp::test {
 

@@ -1,4 +1,4 @@
-#include "core/der.hpp"
+#include "asn1/der.hpp"
 
 #include "support.hpp"
 

@@ -5,7 +5,7 @@
 #include <openssl/evp.h>
 #include <openssl/x509v3.h>
 
-#include "crypto/ossl.hpp"
+#include "core/ossl.hpp"
 
 namespace klunortredi::csp::test {
 

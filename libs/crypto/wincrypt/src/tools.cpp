@@ -27,20 +27,6 @@ namespace {
 
 namespace constant = crypto::constant;
 
-boost::optional<std::wstring> canonicalName(const std::wstring& name) {
-    static const std::array<std::pair<std::wstring, std::wstring>, 3> aliases{{
-        {constant::registry_provider_crypto_pro_alias_nameW, constant::registry_provider_crypto_proW},
-        {constant::registry_provider_crypto_pro_2012_alias_nameW, constant::registry_provider_crypto_pro_2012W},
-        {constant::registry_provider_crypto_pro_2012_ext_alias_nameW, constant::registry_provider_crypto_pro_2012_extW},
-    }};
-    for (const auto& [alias, canonical] : aliases) {
-        if (boost::algorithm::icontains(name, alias)) {
-            return canonical;
-        }
-    }
-    return boost::none;
-}
-
 /// The GOST 2012 providers name their containers in Windows-1251, all others in UTF-8. Empty for what is no text in the
 /// encoding, as for what cannot be read.
 std::wstring containerText(unsigned long hProv, const std::string& text) {
@@ -61,21 +47,6 @@ bool hasUserKey(unsigned long hProv, DWORD spec) {
 
 } // namespace
 } // namespace internal
-
-boost::optional<std::wstring> resolveProviderName(const std::wstring& name) {
-    static std::mutex mutex;
-    static std::unordered_map<std::wstring, boost::optional<std::wstring>> resolved;
-    const std::lock_guard lock(mutex);
-    auto found = resolved.find(name);
-    if (found == resolved.end()) {
-        found = resolved.emplace(name, internal::canonicalName(name)).first;
-    }
-    return found->second;
-}
-
-std::wstring formatProviderName(const std::wstring& name) {
-    return resolveProviderName(name).value_or(name);
-}
 
 std::wstring exportProviderName(unsigned long hProv) {
     return orEmpty([&] { return plugin::converter::utf8_to_utf16(CryptGetProvParamEx(hProv, capi::PP_NAME)); });

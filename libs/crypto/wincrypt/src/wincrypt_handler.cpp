@@ -1,6 +1,6 @@
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 
-#include "crypto/wincrypt/tools.hpp"
+#include "crypto/wincrypt/provider_names.hpp"
 #include "wincrypt_loader.hpp"
 
 #include "orvik/plugin/converter.hpp"

@@ -1,0 +1,115 @@
+#include "chains/chain_context.hpp"
+
+#include "core/immortal.hpp"
+
+#include <deque>
+#include <map>
+#include <mutex>
+
+namespace klunortredi::csp {
+
+namespace {
+
+/// A certificate context that is given back at the end.
+struct FreeContext {
+    void operator()(PCCERT_CONTEXT context) const {
+        guarded([context] { freeContext(context); });
+    }
+};
+using OwnedContext = std::unique_ptr<const CERT_CONTEXT, FreeContext>;
+
+/// A CERT_ENHKEY_USAGE with its texts.
+struct Usage {
+    explicit Usage(std::vector<std::string> oids) : texts(std::move(oids)) {
+        for (std::string& text : texts) {
+            pointers.push_back(text.data());
+        }
+        usage = {static_cast<DWORD>(pointers.size()), pointers.data()};
+    }
+    std::vector<std::string> texts;
+    std::vector<char*> pointers;
+    CERT_ENHKEY_USAGE usage{};
+};
+
+/// Everything that the CERT_CHAIN_CONTEXT leads to. Never moved.
+struct Layout {
+    CERT_CHAIN_CONTEXT context{};
+    CERT_SIMPLE_CHAIN chain{};
+    CERT_SIMPLE_CHAIN* chains = &chain;
+    std::vector<CERT_CHAIN_ELEMENT> elements;
+    std::vector<CERT_CHAIN_ELEMENT*> pointers;
+    std::vector<OwnedContext> contexts;
+    std::deque<Usage> usages;
+};
+
+struct Registry {
+    std::mutex mutex;
+    std::map<PCCERT_CHAIN_CONTEXT, std::unique_ptr<Layout>> chains;
+
+    auto find(PCCERT_CHAIN_CONTEXT chain) {
+        const auto found = chains.find(chain);
+        if (found == chains.end()) {
+            fail(capi::ERROR_INVALID_PARAMETER);
+        }
+        return found;
+    }
+};
+
+Registry& registry() {
+    // Never destroyed, as the registry of certificate contexts.
+    static Immortal<Registry> instance;
+    return *instance;
+}
+
+CERT_CHAIN_ELEMENT element(const ChainElement& from, PCCERT_CONTEXT context, Layout& layout) {
+    CERT_CHAIN_ELEMENT to{};
+    to.cbSize = sizeof to;
+    to.pCertContext = context;
+    to.TrustStatus = {from.errors, from.information};
+    if (from.usage) {
+        to.pApplicationUsage = &layout.usages.emplace_back(*from.usage).usage;
+    }
+    return to;
+}
+
+} // namespace
+
+PCCERT_CHAIN_CONTEXT addChain(const BuiltChain& chain, PCCERT_CONTEXT context) {
+    auto layout = std::make_unique<Layout>();
+    for (const ChainElement& from : chain.elements) {
+        layout->contexts.emplace_back(layout->contexts.empty() ? duplicateContext(context)
+                                                               : addContext(from.certificate, from.store));
+        layout->elements.push_back(element(from, layout->contexts.back().get(), *layout));
+    }
+    for (CERT_CHAIN_ELEMENT& to : layout->elements) {
+        layout->pointers.push_back(&to);
+    }
+    layout->chain.cbSize = sizeof layout->chain;
+    layout->chain.TrustStatus.dwErrorStatus = chain.errors;
+    layout->chain.cElement = static_cast<DWORD>(layout->pointers.size());
+    layout->chain.rgpElement = layout->pointers.data();
+    layout->context.cbSize = sizeof layout->context;
+    layout->context.TrustStatus.dwErrorStatus = chain.errors;
+    layout->context.cChain = 1;
+    layout->context.rgpChain = &layout->chains;
+
+    const PCCERT_CHAIN_CONTEXT key = &layout->context;
+    const std::lock_guard lock(registry().mutex);
+    registry().chains.emplace(key, std::move(layout));
+    return key;
+}
+
+void checkChain(PCCERT_CHAIN_CONTEXT chain) {
+    const std::lock_guard lock(registry().mutex);
+    registry().find(chain);
+}
+
+void freeChain(PCCERT_CHAIN_CONTEXT chain) {
+    std::unique_ptr<Layout> freed; // goes after the lock
+    const std::lock_guard lock(registry().mutex);
+    const auto found = registry().find(chain);
+    freed = std::move(found->second);
+    registry().chains.erase(found);
+}
+
+} // namespace klunortredi::csp

@@ -1,0 +1,116 @@
+#include "stores/find.hpp"
+
+#include "asn1/der.hpp"
+#include "stores/context.hpp"
+#include "x509/blob.hpp"
+#include "x509/compare_keys.hpp"
+#include "x509/subject_text.hpp"
+
+#include <algorithm>
+#include <string>
+
+namespace klunortredi::csp {
+
+namespace {
+
+constexpr std::string_view keyIdentifierAttribute = "1.3.6.1.4.1.311.10.7.1";
+
+template <class T>
+const T& parameterAs(const void* parameter) {
+    if (parameter == nullptr) {
+        fail(capi::ERROR_INVALID_PARAMETER);
+    }
+    return *static_cast<const T*>(parameter);
+}
+
+Criterion blobCriterion(const void* parameter, ByteView (*part)(const Certificate&)) {
+    const ByteView wanted = blobView(parameterAs<CRYPTOAPI_BLOB>(parameter));
+    return [wanted, part](const Certificate& candidate) { return std::ranges::equal(part(candidate), wanted); };
+}
+
+Criterion existingCriterion(const void* parameter) {
+    const ContextTarget wanted = contextTarget(static_cast<PCCERT_CONTEXT>(parameter));
+    return [wanted](const Certificate& candidate) {
+        return sameIssuerAndSerial(candidate.info(), wanted.certificate->info());
+    };
+}
+
+Criterion textCriterion(const void* parameter) {
+    return [wanted = foldCase(&parameterAs<wchar_t>(parameter))](const Certificate& candidate) {
+        return foldCase(subjectText(candidate)).find(wanted) != std::wstring::npos;
+    };
+}
+
+} // namespace
+
+Criterion criterion(DWORD findType, const void* parameter) {
+    switch (findType) {
+    case capi::CERT_FIND_ANY:
+        return [](const Certificate&) { return true; };
+    case capi::CERT_FIND_SHA1_HASH:
+        return blobCriterion(parameter, [](const Certificate& held) { return ByteView{held.thumbprint()}; });
+    case capi::CERT_FIND_SUBJECT_NAME:
+        return blobCriterion(parameter, [](const Certificate& held) { return blobView(held.info().Subject); });
+    case capi::CERT_FIND_ISSUER_NAME:
+        return blobCriterion(parameter, [](const Certificate& held) { return blobView(held.info().Issuer); });
+    case capi::CERT_FIND_PUBLIC_KEY:
+        return [&wanted = parameterAs<CERT_PUBLIC_KEY_INFO>(parameter)](const Certificate& held) {
+            return samePublicKey(held.info().SubjectPublicKeyInfo, wanted);
+        };
+    case capi::CERT_FIND_SUBJECT_STR:
+        return textCriterion(parameter);
+    case capi::CERT_FIND_SUBJECT_CERT:
+        return subjectCriterion(parameterAs<CERT_INFO>(parameter));
+    case capi::CERT_FIND_EXISTING:
+        return existingCriterion(parameter);
+    default:
+        fail(capi::ERROR_INVALID_PARAMETER);
+    }
+}
+
+Criterion subjectCriterion(const CERT_INFO& id) {
+    const ByteView keyIdentifier = keyIdentifierOf(id);
+    if (!keyIdentifier.empty()) {
+        return [keyIdentifier](const Certificate& candidate) {
+            try {
+                return std::ranges::equal(candidate.keyIdentifier(), keyIdentifier);
+            } catch (const ApiError&) {
+                return false; // a malformed extension names no key
+            }
+        };
+    }
+    return [&id](const Certificate& candidate) { return sameIssuerAndSerial(candidate.info(), id); };
+}
+
+std::shared_ptr<Certificate> findNext(Store& store, const Certificate* previous, const Criterion& meets) {
+    for (auto& candidate : store.certificates()) {
+        if ((previous == nullptr || candidate->ordinal() > previous->ordinal()) && meets(*candidate)) {
+            return candidate;
+        }
+    }
+    return nullptr;
+}
+
+ByteView keyIdentifierOf(const CERT_INFO& id) {
+    const ByteView serial = blobView(id.SerialNumber);
+    if (serial.size() != 1 || serial[0] != 0) {
+        return {};
+    }
+    try {
+        der::Reader rdn(
+            der::readOnly(
+                der::readOnly(der::readOnly(blobView(id.Issuer), der::tag::Sequence).content, der::tag::Set).content,
+                der::tag::Sequence)
+                .content);
+        if (der::toOid(rdn.read(der::tag::ObjectIdentifier)) != keyIdentifierAttribute) {
+            return {};
+        }
+        const ByteView identifier = rdn.read(der::tag::OctetString).content;
+        rdn.finish();
+        return identifier;
+    } catch (const ApiError&) {
+        return {};
+    }
+}
+
+} // namespace klunortredi::csp
