@@ -93,6 +93,7 @@ inline constexpr DWORD CRYPT_E_NO_SIGNER = 0x8009200E;
 inline constexpr DWORD CRYPT_E_PENDING_CLOSE = 0x8009200F;
 inline constexpr DWORD CRYPT_E_REVOKED = 0x80092010;
 inline constexpr DWORD CRYPT_E_NO_REVOCATION_CHECK = 0x80092012;
+inline constexpr DWORD CRYPT_E_REVOCATION_OFFLINE = 0x80092013;
 inline constexpr DWORD CRYPT_E_INVALID_NUMERIC_STRING = 0x80092020;
 inline constexpr DWORD CRYPT_E_INVALID_PRINTABLE_STRING = 0x80092021;
 inline constexpr DWORD CRYPT_E_INVALID_IA5_STRING = 0x80092022;
@@ -365,6 +366,7 @@ inline constexpr DWORD CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR = 8;
 inline constexpr DWORD USAGE_MATCH_TYPE_AND = 0;
 inline constexpr DWORD USAGE_MATCH_TYPE_OR = 1;
 inline constexpr DWORD CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL = 0x00000004;
+inline constexpr DWORD CERT_CHAIN_RETURN_LOWER_QUALITY_CONTEXTS = 0x00000080;
 inline constexpr DWORD CERT_CHAIN_REVOCATION_CHECK_END_CERT = 0x10000000;
 inline constexpr DWORD CERT_CHAIN_REVOCATION_CHECK_CHAIN = 0x20000000;
 inline constexpr DWORD CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT = 0x40000000;
@@ -392,9 +394,16 @@ inline constexpr DWORD CERT_TRUST_CTL_IS_NOT_VALID_FOR_USAGE = 0x00080000;
 inline constexpr DWORD CERT_TRUST_NO_ISSUANCE_CHAIN_POLICY = 0x02000000;
 inline constexpr DWORD CERT_TRUST_IS_EXPLICIT_DISTRUST = 0x04000000;
 inline constexpr DWORD CERT_TRUST_HAS_NOT_SUPPORTED_CRITICAL_EXT = 0x08000000;
-inline constexpr DWORD CERT_TRUST_IS_SELF_SIGNED = 0x00000008;        ///< an information bit
-inline constexpr DWORD CERT_TRUST_HAS_KEY_MATCH_ISSUER = 0x00000002;  ///< an information bit
-inline constexpr DWORD CERT_TRUST_HAS_NAME_MATCH_ISSUER = 0x00000004; ///< an information bit
+inline constexpr DWORD CERT_TRUST_HAS_WEAK_SIGNATURE = 0x00100000;
+inline constexpr DWORD CERT_TRUST_IS_OFFLINE_REVOCATION = 0x01000000;
+/// dwInfoStatus: how the issuer was found, and what else is true of the element.
+inline constexpr DWORD CERT_TRUST_HAS_EXACT_MATCH_ISSUER = 0x00000001; ///< by issuer name and serial number
+inline constexpr DWORD CERT_TRUST_HAS_KEY_MATCH_ISSUER = 0x00000002;   ///< by key identifier
+inline constexpr DWORD CERT_TRUST_HAS_NAME_MATCH_ISSUER = 0x00000004;  ///< by name alone
+inline constexpr DWORD CERT_TRUST_IS_SELF_SIGNED = 0x00000008;
+inline constexpr DWORD CERT_TRUST_HAS_PREFERRED_ISSUER = 0x00000100; ///< several issuers fit, this one was chosen
+inline constexpr DWORD CERT_TRUST_HAS_VALID_NAME_CONSTRAINTS = 0x00000400;
+inline constexpr DWORD CERT_TRUST_IS_COMPLEX_CHAIN = 0x00010000;
 inline constexpr DWORD CERT_CHAIN_POLICY_BASE = 1;
 
 // ---- texts ---------------------------------------------------------------------------------------------------------

@@ -34,6 +34,14 @@ static_assert(sizeof(CMSG_SIGNER_INFO) == 136);
 static_assert(sizeof(CMSG_CTRL_DECRYPT_PARA) == 24);
 static_assert(sizeof(CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA) == 24);
 static_assert(sizeof(CERT_CHAIN_PARA) == 32);
+static_assert(sizeof(CRL_ENTRY) == 40 && offsetof(CRL_ENTRY, RevocationDate) == 16);
+static_assert(sizeof(CRL_INFO) == 96);
+static_assert(offsetof(CRL_INFO, Issuer) == 32 && offsetof(CRL_INFO, cCRLEntry) == 64);
+static_assert(sizeof(CRL_CONTEXT) == 40 && offsetof(CRL_CONTEXT, pCrlInfo) == 24);
+static_assert(sizeof(CERT_REVOCATION_CRL_INFO) == 40 && offsetof(CERT_REVOCATION_CRL_INFO, pCrlEntry) == 24);
+static_assert(sizeof(CERT_REVOCATION_INFO) == 40 && offsetof(CERT_REVOCATION_INFO, pCrlInfo) == 32);
+static_assert(sizeof(CERT_CHAIN_ELEMENT) == 56 && offsetof(CERT_CHAIN_ELEMENT, pRevocationInfo) == 24);
+static_assert(sizeof(CERT_SIMPLE_CHAIN) == 40 && offsetof(CERT_SIMPLE_CHAIN, rgpElement) == 16);
 static_assert(sizeof(CERT_CHAIN_CONTEXT) == 48);
 static_assert(sizeof(CRYPT_TIMESTAMP_REQUEST) == 88);
 

@@ -339,11 +339,57 @@ typedef struct _CERT_CHAIN_PARA {
     CERT_USAGE_MATCH RequestedUsage;
 } CERT_CHAIN_PARA;
 
+typedef struct _CRL_ENTRY {
+    CRYPT_INTEGER_BLOB SerialNumber; /* least significant byte first */
+    FILETIME RevocationDate;
+    DWORD cExtension;
+    CERT_EXTENSION* rgExtension;
+} CRL_ENTRY;
+
+typedef struct _CRL_INFO {
+    DWORD dwVersion;
+    CRYPT_ALGORITHM_IDENTIFIER SignatureAlgorithm;
+    CERT_NAME_BLOB Issuer;
+    FILETIME ThisUpdate;
+    FILETIME NextUpdate; /* 0 when absent */
+    DWORD cCRLEntry;
+    CRL_ENTRY* rgCRLEntry;
+    DWORD cExtension;
+    CERT_EXTENSION* rgExtension;
+} CRL_INFO;
+
+typedef struct _CRL_CONTEXT {
+    DWORD dwCertEncodingType;
+    BYTE* pbCrlEncoded;
+    DWORD cbCrlEncoded;
+    CRL_INFO* pCrlInfo;
+    void* hCertStore;
+} CRL_CONTEXT;
+typedef const CRL_CONTEXT* PCCRL_CONTEXT;
+
+typedef struct _CERT_REVOCATION_CRL_INFO {
+    DWORD cbSize;
+    PCCRL_CONTEXT pBaseCrlContext;
+    PCCRL_CONTEXT pDeltaCrlContext; /* null when there is none */
+    CRL_ENTRY* pCrlEntry;           /* the certificate's entry; null when it has none */
+    BOOL fDeltaCrlEntry;            /* the entry is the delta CRL's */
+} CERT_REVOCATION_CRL_INFO;
+
+typedef struct _CERT_REVOCATION_INFO {
+    DWORD cbSize;
+    DWORD dwRevocationResult; /* 0 not revoked, CRYPT_E_REVOKED, CRYPT_E_REVOCATION_OFFLINE */
+    const char* pszRevocationOid;
+    void* pvOidSpecificInfo;
+    BOOL fHasFreshnessTime;
+    DWORD dwFreshnessTime; /* seconds from the CRL's ThisUpdate to the time of the question */
+    CERT_REVOCATION_CRL_INFO* pCrlInfo;
+} CERT_REVOCATION_INFO;
+
 typedef struct _CERT_CHAIN_ELEMENT {
     DWORD cbSize;
     PCCERT_CONTEXT pCertContext;
     CERT_TRUST_STATUS TrustStatus;
-    void* pRevocationInfo;
+    CERT_REVOCATION_INFO* pRevocationInfo; /* null when no CRL was used */
     CERT_ENHKEY_USAGE* pIssuanceUsage;
     CERT_ENHKEY_USAGE* pApplicationUsage;
     const wchar_t* pwszExtendedErrorInfo;
