@@ -55,11 +55,11 @@ function(check_headers_alone target include_root)
     target_link_libraries(${target}_headers_alone PRIVATE project_options ${target})
 endfunction()
 
-# Standard and library headers that many files of a target include, compiled once. Off for the build that checks that
-# every source names its own includes.
-option(KLUNORTREDI_PCH "Precompile common headers" ON)
+# Common headers are compiled once per target: those of the tests (KLUNORTREDI_PCH=TESTS), and also those of the
+# libraries and commands (ALL). NONE and TESTS leave it to each source of the product to name its own includes.
+set(KLUNORTREDI_PCH ALL CACHE STRING "Precompiled headers: ALL, TESTS or NONE")
 function(precompile_headers target)
-    if(KLUNORTREDI_PCH)
+    if(KLUNORTREDI_PCH STREQUAL ALL)
         target_precompile_headers(${target} PRIVATE ${ARGN})
     endif()
 endfunction()
