@@ -1,0 +1,83 @@
+#include "weak.hpp"
+
+#include "crypto/wincrypt/tools.hpp"
+#include "der_head.hpp"
+
+#include <bit>
+#include <string_view>
+
+namespace klunortredi::cli {
+
+namespace {
+
+using orvik::plugin::crypto::ICertificate;
+using orvik::plugin::crypto::weaknesses;
+
+constexpr std::string_view rsaPss = "1.2.840.113549.1.1.10";
+constexpr std::string_view rsaPssDefaultDigest = "1.3.14.3.2.26"; // SHA-1 (RFC 8017, A.2.3)
+constexpr std::string_view rsaArc = "1.2.840.113549.1.1.";
+
+template <class Blob>
+std::string_view octetsOf(const Blob& blob) {
+    return {reinterpret_cast<const char*>(blob.pbData), blob.cbData};
+}
+
+std::string_view textOf(const char* text) {
+    return text == nullptr ? std::string_view{} : std::string_view(text);
+}
+
+/// Bits of the modulus of an RSAPublicKey (RFC 8017, A.1.1); 0 when it cannot be read.
+unsigned modulusBits(std::string_view key) {
+    DerHead head(key);
+    const auto modulus = head.enter(tagSequence) ? head.take(tagInteger) : std::nullopt;
+    if (!modulus) {
+        return 0;
+    }
+    const auto first = modulus->find_first_not_of('\0');
+    if (first == std::string_view::npos) {
+        return 0;
+    }
+    constexpr unsigned octetBits = 8;
+    return static_cast<unsigned>(modulus->size() - first - 1) * octetBits +
+           static_cast<unsigned>(std::bit_width(static_cast<unsigned char>((*modulus)[first])));
+}
+
+const CERT_INFO& infoOf(const ICertificate& certificate) {
+    return *orvik::plugin::wincrypt::tools::toPCCERT_CONTEXT(certificate.context())->pCertInfo;
+}
+
+} // namespace
+
+std::string digestOidOf(const CRYPT_ALGORITHM_IDENTIFIER& signatureAlgorithm) {
+    const std::string_view algorithm = textOf(signatureAlgorithm.pszObjId);
+    if (algorithm != rsaPss) {
+        return std::string(algorithm);
+    }
+    DerHead parameters(octetsOf(signatureAlgorithm.Parameters));
+    if (!parameters.enter(tagSequence)) {
+        return {};
+    }
+    if (!parameters.enter(tagExplicit0)) {
+        return std::string(rsaPssDefaultDigest);
+    }
+    const auto oid = parameters.enter(tagSequence) ? parameters.take(tagOid) : std::nullopt;
+    return oid ? dottedOid(*oid) : std::string{};
+}
+
+std::vector<Weakness> keyWeaknesses(const ICertificate& certificate, const boost::posix_time::ptime& time) {
+    const CERT_PUBLIC_KEY_INFO& key = infoOf(certificate).SubjectPublicKeyInfo;
+    const std::string_view algorithm = textOf(key.Algorithm.pszObjId);
+    const unsigned bits = algorithm.starts_with(rsaArc) ? modulusBits(octetsOf(key.PublicKey)) : 0;
+    return weaknesses({{}, algorithm, bits}, time);
+}
+
+std::vector<Weakness> signatureWeaknesses(const ICertificate& certificate, const boost::posix_time::ptime& time) {
+    const std::string digest = digestOidOf(infoOf(certificate).SignatureAlgorithm);
+    return weaknesses({digest, {}, 0}, time);
+}
+
+std::string describe(const Weakness& weakness) {
+    return std::string(weakness.name) + ": " + weakness.reason + " (since " + weakness.date + ")";
+}
+
+} // namespace klunortredi::cli
