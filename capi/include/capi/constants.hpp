@@ -361,6 +361,11 @@ inline constexpr DWORD CMSG_ENCODED_MESSAGE = 29;
 inline constexpr DWORD CMSG_CTRL_VERIFY_SIGNATURE = 1;
 inline constexpr DWORD CMSG_CTRL_DECRYPT = 2;
 inline constexpr DWORD CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR = 8;
+inline constexpr DWORD CMSG_CTRL_VERIFY_SIGNATURE_EX = 19;
+inline constexpr DWORD CMSG_VERIFY_SIGNER_PUBKEY = 1;
+inline constexpr DWORD CMSG_VERIFY_SIGNER_CERT = 2;
+inline constexpr DWORD CMSG_VERIFY_SIGNER_CHAIN = 3;
+inline constexpr DWORD CMSG_VERIFY_SIGNER_NULL = 4;
 
 // ---- chains --------------------------------------------------------------------------------------------------------
 inline constexpr DWORD USAGE_MATCH_TYPE_AND = 0;

@@ -324,6 +324,14 @@ typedef struct _CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA {
     CRYPT_DATA_BLOB blob;
 } CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA;
 
+typedef struct _CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA {
+    DWORD cbSize;
+    unsigned long hCryptProv;
+    DWORD dwSignerIndex;
+    DWORD dwSignerType;
+    void* pvSigner;
+} CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA;
+
 typedef struct _CERT_TRUST_STATUS {
     DWORD dwErrorStatus;
     DWORD dwInfoStatus;

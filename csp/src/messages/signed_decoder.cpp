@@ -7,6 +7,7 @@
 #include "messages/signature_check.hpp"
 #include "messages/signed_params.hpp"
 #include "messages/signer_match.hpp"
+#include "stores/context.hpp"
 #include "x509/cert_info.hpp"
 #include "x509/x509_der.hpp"
 
@@ -181,6 +182,9 @@ void SignedDecoder::doControl(DWORD type, const void* parameters) {
     case capi::CMSG_CTRL_VERIFY_SIGNATURE:
         verifySignature(static_cast<const CERT_INFO*>(parameters));
         return;
+    case capi::CMSG_CTRL_VERIFY_SIGNATURE_EX:
+        verifySigner(static_cast<const CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA*>(parameters));
+        return;
     case capi::CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR:
         addUnsignedAttribute(static_cast<const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA*>(parameters));
         return;
@@ -220,10 +224,42 @@ void SignedDecoder::verifySignature(const CERT_INFO* certificate) {
     if (signer == signers_.end()) {
         fail(capi::CRYPT_E_SIGNER_NOT_FOUND);
     }
-    if (stage_ == Stage::DetachedContent && !contentFed_) {
-        feedDetachedContent({}, true); // a caller with an empty file has nothing to feed
-    }
+    endEmptyContent();
     checkSignature(*signer, contentType_, signedContent(), encodePublicKeyInfo(certificate->SubjectPublicKeyInfo));
+}
+
+/// A caller with an empty file has nothing to feed.
+void SignedDecoder::endEmptyContent() {
+    if (stage_ == Stage::DetachedContent && !contentFed_) {
+        feedDetachedContent({}, true);
+    }
+}
+
+void SignedDecoder::verifySigner(const CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA* parameters) {
+    if (parameters->cbSize != sizeof *parameters || parameters->pvSigner == nullptr) {
+        fail(capi::ERROR_INVALID_PARAMETER);
+    }
+    if (parameters->dwSignerIndex >= signers_.size()) {
+        fail(capi::CRYPT_E_INVALID_INDEX);
+    }
+    const SignerInfo& signer = signers_[parameters->dwSignerIndex];
+    endEmptyContent();
+    switch (parameters->dwSignerType) {
+    case capi::CMSG_VERIFY_SIGNER_PUBKEY:
+        checkSignature(signer, contentType_, signedContent(),
+                       encodePublicKeyInfo(*static_cast<const CERT_PUBLIC_KEY_INFO*>(parameters->pvSigner)));
+        return;
+    case capi::CMSG_VERIFY_SIGNER_CERT: {
+        const auto certificate = contextTarget(static_cast<PCCERT_CONTEXT>(parameters->pvSigner)).certificate;
+        if (!namesCertificate(signer.id, certificate->info())) {
+            fail(capi::CRYPT_E_SIGNER_NOT_FOUND);
+        }
+        checkSignature(signer, contentType_, signedContent(), certificate->decoded().subjectPublicKeyInfo());
+        return;
+    }
+    default:
+        fail(capi::NTE_BAD_TYPE);
+    }
 }
 
 void SignedDecoder::addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA* parameters) {

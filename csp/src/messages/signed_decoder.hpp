@@ -45,6 +45,8 @@ private:
     void requireRead() const;
     [[nodiscard]] const ContentHasher& signedContent() const;
     void verifySignature(const CERT_INFO* certificate);
+    void verifySigner(const CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA* parameters);
+    void endEmptyContent();
     void addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA* parameters);
 
     enum class Stage { Message, DetachedContent, Read };

@@ -127,7 +127,8 @@ BOOL Defaults::CryptMsgControl(void* handle, DWORD /*flags*/, DWORD type, const 
     if (state().messages.find(toHandle(handle)) == nullptr) {
         return fail(capi::ERROR_INVALID_HANDLE);
     }
-    const bool refused = type == capi::CMSG_CTRL_VERIFY_SIGNATURE && !service().message.valid;
+    const bool verifies = type == capi::CMSG_CTRL_VERIFY_SIGNATURE || type == capi::CMSG_CTRL_VERIFY_SIGNATURE_EX;
+    const bool refused = verifies && !service().message.valid;
     return refused ? static_cast<BOOL>(fail(capi::NTE_BAD_SIGNATURE)) : 1;
 }
 

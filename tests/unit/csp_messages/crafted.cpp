@@ -67,7 +67,7 @@ Crafted honest(const Signer& signer, const Bytes& content) {
     return crafted;
 }
 
-Bytes encode(const Signer& signer, const Crafted& crafted) {
+Bytes encodeSignerInfo(const Signer& signer, const Crafted& crafted) {
     const csp::DigestAlgorithm& digest = digestOf(crafted.signerDigest, signer);
     const Bytes attributes = joined(crafted.attributes);
     const Bytes signedOctets = crafted.hasAttributes ? der::element(der::tag::Set, attributes) : crafted.signedContent;
@@ -75,15 +75,19 @@ Bytes encode(const Signer& signer, const Crafted& crafted) {
     Bytes signature =
         csp::signingContext(signer.provider)->sign(signer.keySpec, digest, csp::Digest::of(digest, signedOctets));
     der::append(signature, crafted.behindSignature);
-    const Bytes signerInfo = der::sequence(
-        {der::integer(1), crafted.signerId, crafted.signerDigest,
-         crafted.hasAttributes ? der::element(der::tag::contextConstructed(0), sent) : Bytes{},
-         crafted.signatureAlgorithm, der::octetString(signature), optionalSet(1, crafted.unsignedAttributes)});
+    return der::sequence({der::integer(1), crafted.signerId, crafted.signerDigest,
+                          crafted.hasAttributes ? der::element(der::tag::contextConstructed(0), sent) : Bytes{},
+                          crafted.signatureAlgorithm, der::octetString(crafted.signatureValue.value_or(signature)),
+                          optionalSet(1, crafted.unsignedAttributes)});
+}
+
+Bytes encode(const Signer& signer, const Crafted& crafted) {
     const Bytes content = crafted.content ? der::explicitTag(0, der::octetString(*crafted.content)) : Bytes{};
+    const Bytes signerInfos = der::concat({encodeSignerInfo(signer, crafted), joined(crafted.moreSignerInfos)});
     const Bytes signedData = der::sequence(
         {der::integer(1), der::element(der::tag::Set, joined(crafted.digestAlgorithms)),
          der::sequence({der::objectIdentifier(crafted.contentType), content}), optionalSet(0, crafted.certificates),
-         optionalSet(1, crafted.crls), der::element(der::tag::Set, signerInfo)});
+         optionalSet(1, crafted.crls), der::element(der::tag::Set, signerInfos)});
     return der::sequence({der::objectIdentifier("1.2.840.113549.1.7.2"), der::explicitTag(0, signedData)});
 }
 

@@ -24,7 +24,9 @@ struct Crafted {
     std::vector<Bytes> sentAttributes; ///< when the message carries them in another form than was signed
     Bytes signatureAlgorithm;
     std::vector<Bytes> unsignedAttributes;
-    Bytes behindSignature; ///< octets added to the signature value
+    Bytes behindSignature;               ///< octets added to the signature value
+    std::optional<Bytes> signatureValue; ///< in place of the signature
+    std::vector<Bytes> moreSignerInfos;  ///< whole SignerInfos after the signer's own
 };
 
 /// A message of `signer` with contentType, messageDigest and signing time, in which nothing is wrong.
@@ -35,6 +37,8 @@ Bytes attribute(const std::string& oid, const std::vector<Bytes>& values);
 /// AlgorithmIdentifier without parameters.
 Bytes algorithm(const std::string& oid);
 
+/// The SignerInfo alone, signed.
+Bytes encodeSignerInfo(const Signer& signer, const Crafted& crafted);
 /// Signs and encodes.
 Bytes encode(const Signer& signer, const Crafted& crafted);
 

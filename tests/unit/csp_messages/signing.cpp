@@ -106,7 +106,7 @@ void addExtension(X509* certificate, int nid, const char* value) {
 /// A certificate of that key, signed by an RSA authority that is made for the occasion.
 Bytes issueCertificate(const Bytes& publicKeyInfo, long serial) {
     const csp::ossl::Pkey key = csp::publicKeyFromInfo(publicKeyInfo);
-    const csp::ossl::Pkey authority(EVP_RSA_gen(2048));
+    static const csp::ossl::Pkey authority(EVP_RSA_gen(2048)); // one for the process: making it takes long
     const csp::ossl::X509Ptr certificate(X509_new());
     X509_set_version(certificate.get(), 2);
     ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), serial);

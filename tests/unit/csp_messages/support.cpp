@@ -162,6 +162,16 @@ DWORD Msg::verify(const CERT_INFO& certificate) const {
     return outcome(api::CryptMsgControl(handle_, 0, capi::CMSG_CTRL_VERIFY_SIGNATURE, &certificate));
 }
 
+DWORD Msg::verifySigner(DWORD index, ByteView certificate) const {
+    const PCCERT_CONTEXT context = api::CertCreateCertificateContext(capi::X509_AND_PKCS_7, certificate.data(),
+                                                                     static_cast<DWORD>(certificate.size()));
+    CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA parameters{sizeof parameters, 0, index, capi::CMSG_VERIFY_SIGNER_CERT,
+                                                  const_cast<CERT_CONTEXT*>(context)};
+    const DWORD error = outcome(api::CryptMsgControl(handle_, 0, capi::CMSG_CTRL_VERIFY_SIGNATURE_EX, &parameters));
+    api::CertFreeCertificateContext(context);
+    return error;
+}
+
 DWORD Msg::addUnsignedAttribute(DWORD signer, Bytes attribute) const {
     const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA parameters{
         sizeof parameters, signer, {static_cast<DWORD>(attribute.size()), attribute.data()}};

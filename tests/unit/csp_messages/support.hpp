@@ -74,6 +74,8 @@ public:
     [[nodiscard]] DWORD number(DWORD type) const;
     [[nodiscard]] DWORD verify(ByteView certificate) const;
     [[nodiscard]] DWORD verify(const CERT_INFO& certificate) const;
+    /// Checks the signer of that index alone.
+    [[nodiscard]] DWORD verifySigner(DWORD index, ByteView certificate) const;
     DWORD addUnsignedAttribute(DWORD signer, Bytes attribute) const;
     /// The certificate among those of the message (and `more`) that signer 0 names; empty when there is none.
     [[nodiscard]] Bytes signerCertificate(const std::vector<Bytes>& more = {}) const;

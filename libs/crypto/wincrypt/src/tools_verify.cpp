@@ -1,5 +1,7 @@
 #include "crypto/wincrypt/tools_verify.hpp"
 
+#include "decoding_message.hpp"
+
 #include "capi/constants.hpp"
 #include "crypto/wincrypt/certificate.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
@@ -13,8 +15,6 @@
 
 #include <exception>
 #include <istream>
-#include <ostream>
-#include <streambuf>
 #include <string>
 
 namespace orvik::plugin::wincrypt::tools {
@@ -27,32 +27,6 @@ using crypto::exception::SystemException;
 using exception::Location;
 
 constexpr Location here{"tools", "verify"};
-
-/// Passes everything on to the hook, if there is one, and keeps nothing: the content may be larger than memory.
-class ContentBuffer : public std::streambuf {
-public:
-    explicit ContentBuffer(const VerifyHooks& hooks) : hooks_(hooks) {}
-
-protected:
-    int_type overflow(int_type octet) override {
-        const char one = traits_type::to_char_type(octet);
-        return xsputn(&one, 1) == 1 ? traits_type::not_eof(octet) : traits_type::eof();
-    }
-    std::streamsize xsputn(const char* octets, std::streamsize count) override {
-        const bool taken = !hooks_.content || hooks_.content(reinterpret_cast<const unsigned char*>(octets),
-                                                             static_cast<std::size_t>(count));
-        return taken ? count : 0;
-    }
-
-private:
-    const VerifyHooks& hooks_;
-};
-
-BOOL writeContent(const void* stream, BYTE* octets, DWORD count, BOOL /*final*/) {
-    auto& out = *static_cast<std::ostream*>(const_cast<void*>(stream));
-    out.write(reinterpret_cast<const char*>(octets), static_cast<std::streamsize>(count));
-    return out.fail() ? 0 : 1;
-}
 
 /// The first signer's certificate: the message's own, else the caller's.
 boost::shared_ptr<crypto::ICertificate> signerOf(void* message, const VerifyHooks& hooks) {
@@ -67,15 +41,7 @@ boost::shared_ptr<crypto::ICertificate> signerOf(void* message, const VerifyHook
 }
 
 bool check(std::istream& signature, const boost::optional<std::istream&>& content, const VerifyHooks& hooks) {
-    ContentBuffer buffer(hooks);
-    std::ostream decoded(&buffer);
-    CMSG_STREAM_INFO stream{capi::CMSG_INDEFINITE_LENGTH, writeContent, &decoded};
-    HCRYPTMSG message;
-    *message.put() =
-        CryptMsgOpenToDecode(capi::X509_AND_PKCS_7, content ? capi::CMSG_DETACHED_FLAG : 0, 0, 0, nullptr, &stream);
-    if (!message) {
-        raise(SystemException(), here);
-    }
+    const DecodingMessage message(content.has_value(), hooks);
     if (!read(message.get(), signature)) {
         return false;
     }

@@ -1,0 +1,194 @@
+#include "crypto/wincrypt/tools_verify.hpp"
+
+#include "decoding_message.hpp"
+
+#include "capi/constants.hpp"
+#include "crypto/wincrypt/certificate.hpp"
+#include "crypto/wincrypt/exceptions.hpp"
+#include "crypto/wincrypt/handles.hpp"
+#include "crypto/wincrypt/tools.hpp"
+#include "crypto/wincrypt/wincrypt_handler.hpp"
+
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <istream>
+#include <string>
+
+namespace orvik::plugin::wincrypt::tools {
+
+namespace internal {
+namespace {
+
+using crypto::exception::SystemException;
+using CertificatePtr = boost::shared_ptr<crypto::ICertificate>;
+
+/// Certificates of one issuer and serial number that are tried for one signer. An honest message has one; a renewed
+/// certificate of a careless authority may make it two. Each costs a signature check.
+constexpr std::size_t mostTwins = 4;
+
+/// The service's refusals that mean: the signature was computed, or its form judged, and it does not hold.
+constexpr std::array<unsigned, 8> refusals{
+    capi::NTE_BAD_SIGNATURE,           // the value is not the key's signature
+    capi::CRYPT_E_HASH_VALUE,          // other content
+    capi::CRYPT_E_AUTH_ATTR_MISSING,   // the signed attributes break the rules
+    capi::CRYPT_E_UNEXPECTED_MSG_TYPE, // other content type
+    capi::CRYPT_E_NO_MATCH,            // the signing-certificate attribute names another certificate
+    capi::CRYPT_E_BAD_ENCODE,          // the signing-certificate attribute is malformed
+    capi::NTE_BAD_ALGID,               // broken digest
+    capi::NTE_BAD_KEY,                 // broken key size
+};
+
+SignatureVerdict verdictOf(unsigned code) {
+    if (code == 0) {
+        return SignatureVerdict::valid;
+    }
+    return std::ranges::find(refusals, code) != refusals.end() ? SignatureVerdict::invalid : SignatureVerdict::unknown;
+}
+
+PCCERT_CONTEXT contextOf(const crypto::ICertificate& certificate) {
+    return toPCCERT_CONTEXT(certificate.context());
+}
+
+/// The service's code; 0 when the signature holds.
+unsigned check(void* message, unsigned index, const crypto::ICertificate& certificate) {
+    CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA parameters{sizeof parameters, 0, index, capi::CMSG_VERIFY_SIGNER_CERT,
+                                                  const_cast<CERT_CONTEXT*>(contextOf(certificate))};
+    return CryptMsgControl(message, 0, capi::CMSG_CTRL_VERIFY_SIGNATURE_EX, &parameters) != 0 ? 0 : GetLastErrorEx();
+}
+
+bool sameBlob(const CRYPTOAPI_BLOB& a, const CRYPTOAPI_BLOB& b) {
+    return a.cbData == b.cbData && (a.cbData == 0 || std::memcmp(a.pbData, b.pbData, a.cbData) == 0);
+}
+
+bool sameEncoding(const crypto::ICertificate& a, const crypto::ICertificate& b) {
+    const PCCERT_CONTEXT left = contextOf(a);
+    const PCCERT_CONTEXT right = contextOf(b);
+    return left->cbCertEncoded == right->cbCertEncoded &&
+           std::memcmp(left->pbCertEncoded, right->pbCertEncoded, left->cbCertEncoded) == 0;
+}
+
+/// Whether the service has to be asked if the signer names `certificate`: the serial numbers are equal, or the signer
+/// is named by its key identifier, which a CERT_INFO expresses with the serial number 0.
+bool mayName(const CERT_INFO& signer, const crypto::ICertificate& certificate) {
+    const bool byKey = signer.SerialNumber.cbData == 1 && signer.SerialNumber.pbData[0] == 0;
+    return byKey || sameBlob(signer.SerialNumber, contextOf(certificate)->pCertInfo->SerialNumber);
+}
+
+/// Walks the certificates of a store that a signer names; owns the walk's position.
+class Candidates {
+public:
+    Candidates(void* store, CERT_INFO* signer) : store_(store), signer_(signer) {}
+
+    /// The next one; null at the end, and `code()` says whether the walk failed.
+    CertificatePtr next() {
+        PCCERT_CONTEXT previous = nullptr;
+        if (last_) {
+            previous = CertDuplicateCertificateContext(contextOf(*last_)); // the search releases it
+            if (previous == nullptr) {
+                code_ = GetLastErrorEx();
+                return {};
+            }
+        }
+        const PCCERT_CONTEXT found = CertFindCertificateInStore(store_, capi::X509_AND_PKCS_7, 0,
+                                                                capi::CERT_FIND_SUBJECT_CERT, signer_, previous);
+        if (found == nullptr) {
+            const unsigned error = GetLastErrorEx();
+            code_ = error == capi::CRYPT_E_NOT_FOUND ? 0 : error;
+            return {};
+        }
+        last_ = boost::make_shared<Certificate>(fromPCCERT_CONTEXT(found));
+        return last_;
+    }
+    [[nodiscard]] unsigned code() const { return code_; }
+
+private:
+    void* store_;
+    CERT_INFO* signer_;
+    CertificatePtr last_;
+    unsigned code_ = 0;
+};
+
+/// A signer's verdict grows with each certificate tried: valid ends the search, and what could not be judged outweighs
+/// what was refused, because one of the others may be the signer's.
+void take(SignerVerdict& verdict, bool first, unsigned code, const CertificatePtr& certificate) {
+    const SignatureVerdict judged = verdictOf(code);
+    const bool weaker = judged == SignatureVerdict::unknown && verdict.verdict == SignatureVerdict::invalid;
+    if (first || judged == SignatureVerdict::valid || weaker) {
+        verdict = {judged, code, certificate};
+    }
+}
+
+SignerVerdict judgeByMessage(void* message, unsigned index, void* store, CERT_INFO* signer) {
+    SignerVerdict verdict{SignatureVerdict::unknown, capi::CRYPT_E_SIGNER_NOT_FOUND, {}};
+    std::vector<CertificatePtr> tried;
+    Candidates candidates(store, signer);
+    while (const CertificatePtr candidate = candidates.next()) {
+        const auto same = [&](const CertificatePtr& other) { return sameEncoding(*other, *candidate); };
+        if (std::ranges::any_of(tried, same)) {
+            continue;
+        }
+        if (tried.size() == mostTwins) {
+            return {SignatureVerdict::unknown, capi::CRYPT_E_ASN1_LARGE, tried.front()};
+        }
+        take(verdict, tried.empty(), check(message, index, *candidate), candidate);
+        if (verdict.verdict == SignatureVerdict::valid) {
+            return verdict;
+        }
+        tried.push_back(candidate);
+    }
+    if (candidates.code() != 0) {
+        return {SignatureVerdict::unknown, candidates.code(), verdict.certificate};
+    }
+    return verdict;
+}
+
+SignerVerdict judge(void* message, unsigned index, void* store, const CertificatePtr& outside) {
+    std::string id = certInfo(message, index);
+    auto* signer = reinterpret_cast<CERT_INFO*>(id.data());
+    if (outside && mayName(*signer, *outside)) {
+        const unsigned code = check(message, index, *outside);
+        if (code != capi::CRYPT_E_SIGNER_NOT_FOUND) {
+            return {verdictOf(code), code, outside};
+        }
+    }
+    return judgeByMessage(message, index, store, signer);
+}
+
+} // namespace
+} // namespace internal
+
+std::vector<SignerVerdict> judgeSigners(void* hMsg, const boost::shared_ptr<crypto::ICertificate>& outside) {
+    const unsigned count = param(hMsg, capi::CMSG_SIGNER_COUNT_PARAM);
+    const HCERTSTORE store(hMsg);
+    if (!store) {
+        raise(internal::SystemException(), {"tools", "judgeSigners"});
+    }
+    std::vector<SignerVerdict> verdicts;
+    for (unsigned index = 0; index < count; ++index) {
+        try {
+            verdicts.push_back(internal::judge(hMsg, index, store.get(), outside));
+        } catch (const internal::SystemException& e) { // the service failed; the other signers are judged all the same
+            verdicts.push_back({SignatureVerdict::unknown, static_cast<unsigned>(e.code().value()), {}});
+        }
+    }
+    return verdicts;
+}
+
+std::vector<SignerVerdict> verifySigners(std::istream& signature, const boost::optional<std::istream&>& content,
+                                         const VerifyHooks& hooks) {
+    const DecodingMessage message(content.has_value(), hooks);
+    read(message.get(), signature);
+    if (content) {
+        read(message.get(), *content);
+    }
+    auto verdicts = judgeSigners(message.get(), hooks.certificate);
+    if (hooks.inspect) {
+        hooks.inspect(message.get());
+    }
+    return verdicts;
+}
+
+} // namespace orvik::plugin::wincrypt::tools
