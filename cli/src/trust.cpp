@@ -1,43 +1,235 @@
 #include "trust.hpp"
 
 #include "capi/constants.hpp"
+#include "chain_material.hpp"
 #include "crypto/wincrypt/certificate_verifier.hpp"
+#include "crypto/wincrypt/exceptions.hpp"
+#include "crypto/wincrypt/tools.hpp"
+#include "crypto/wincrypt/wincrypt_handler.hpp"
+#include "printable.hpp"
+#include "revocation_info.hpp"
+#include "signer_usage.hpp"
 #include "text.hpp"
+#include "trust_words.hpp"
+#include "weak_certificate.hpp"
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <span>
+
 namespace klunortredi::cli {
 
-Trust judgeChain(const orvik::plugin::crypto::ICertificate& certificate) {
-    const orvik::plugin::wincrypt::CertificateVerifier verifier(certificate);
-    Trust trust;
-    trust.trusted = verifier.validateChain(capi::CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY |
-                                           capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL);
-    trust.status = verifier.status();
-    // The verifier names the gravest bit; taking that one away each time names them all, gravest first.
-    constexpr unsigned bits = 32;
-    for (std::uint32_t left = trust.status; left != 0;) {
-        const std::string gravest = verifier.statusString(static_cast<long>(left));
-        if (gravest.empty()) {
-            break;
-        }
-        trust.statusNames.push_back(gravest);
-        for (unsigned i = 0; i < bits; ++i) {
-            const std::uint32_t bit = std::uint32_t{1} << i;
-            if ((left & bit) != 0 && verifier.statusString(static_cast<long>(bit)) == gravest) {
-                left &= ~bit;
+namespace {
+
+using Json = nlohmann::ordered_json;
+namespace wincrypt = orvik::plugin::wincrypt;
+using orvik::plugin::crypto::ICertificate;
+
+struct FreeChain {
+    void operator()(PCCERT_CHAIN_CONTEXT chain) const { wincrypt::CertFreeCertificateChain(chain); }
+};
+using Chain = std::unique_ptr<const CERT_CHAIN_CONTEXT, FreeChain>;
+
+FILETIME fileTime(const boost::posix_time::ptime& time) {
+    const auto ticks = static_cast<std::uint64_t>(wincrypt::converter::to_filetime(time));
+    return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32U)};
+}
+
+DWORD chainFlags(const ChainQuery& query) {
+    return capi::CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY | capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL |
+           (query.requireRevocation ? capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT : 0);
+}
+
+Chain build(PCCERT_CONTEXT certificate, const ChainQuery& query) {
+    const ChainMaterial additional(query.certificates, query.crls);
+    std::optional<ChainMaterial> anchors;
+    if (query.anchors) {
+        requireEmbeddedService("--anchor");
+        anchors.emplace(*query.anchors, std::vector<std::string>{});
+    }
+    RequestedUsages usages(query);
+    CERT_CHAIN_PARA para{};
+    para.cbSize = sizeof para;
+    para.RequestedUsage = usages.match();
+    FILETIME time = query.time ? fileTime(*query.time) : FILETIME{};
+    PCCERT_CHAIN_CONTEXT chain = nullptr;
+    if (wincrypt::CertGetCertificateChain(anchors ? anchors->store() : nullptr, certificate,
+                                          query.time ? &time : nullptr, additional.store(), &para, chainFlags(query),
+                                          nullptr, &chain) == 0) {
+        throw orvik::plugin::crypto::exception::SystemException();
+    }
+    return Chain(chain);
+}
+
+TrustElement readElement(const CERT_CHAIN_ELEMENT& from) {
+    TrustElement element;
+    element.certificate = certificateFromDer({reinterpret_cast<const char*>(from.pCertContext->pbCertEncoded),
+                                              static_cast<std::size_t>(from.pCertContext->cbCertEncoded)});
+    element.status = from.TrustStatus.dwErrorStatus;
+    element.revocation = readRevocation(from);
+    return element;
+}
+
+/// Bits that the service may give to the chain alone, though they are about its last certificate.
+constexpr std::uint32_t ofTheLast =
+    capi::CERT_TRUST_IS_PARTIAL_CHAIN | capi::CERT_TRUST_IS_UNTRUSTED_ROOT | capi::CERT_TRUST_IS_CYCLIC;
+
+/// The bits of the chain that no element has; those about the last certificate are given to it.
+std::uint32_t distribute(Trust& trust) {
+    std::uint32_t left = trust.status;
+    for (const TrustElement& element : trust.elements) {
+        left &= ~element.status;
+    }
+    if (!trust.elements.empty()) {
+        trust.elements.back().status |= left & ofTheLast;
+        left &= ~ofTheLast;
+    }
+    return left;
+}
+
+/// Nobody revokes a root: the status of a chain is that of the certificates below its self-signed end.
+Revocation overall(std::span<const TrustElement> elements, bool endIsSelfSigned) {
+    using Status = Revocation::Status;
+    const auto revoked = std::ranges::find_if(
+        elements, [](const TrustElement& element) { return element.revocation.status == Status::revoked; });
+    if (revoked != elements.end()) {
+        return revoked->revocation;
+    }
+    const auto below = elements.first(elements.size() - (endIsSelfSigned && elements.size() > 1 ? 1 : 0));
+    const bool good = std::ranges::all_of(
+        below, [](const TrustElement& element) { return element.revocation.status == Status::good; });
+    return {good && !below.empty() ? Status::good : Status::unknown, {}, {}};
+}
+
+/// What is weak about each key, and about each signature but the one that a root makes over itself. What is broken is
+/// never trusted, whatever the service says.
+void judgeAlgorithms(std::vector<TrustElement>& elements, bool endIsSelfSigned, const ChainQuery& query) {
+    using orvik::plugin::crypto::WeaknessLevel;
+    const auto time = query.time.value_or(boost::posix_time::second_clock::universal_time());
+    for (TrustElement& element : elements) {
+        const bool ownSignature = endIsSelfSigned && &element == &elements.back();
+        for (const auto& weakness : weaknessesOf(*element.certificate, !ownSignature, time)) {
+            element.weak.push_back(std::string(weakness.name) + " (" + weakness.reason + ")");
+            if (weakness.level == WeaknessLevel::never) {
+                element.status |= capi::CERT_TRUST_HAS_WEAK_SIGNATURE;
             }
         }
     }
+}
+
+Json toJson(const Revocation& revocation) {
+    constexpr const char* names[] = {"good", "revoked", "unknown"};
+    Json json{{"status", names[static_cast<std::size_t>(revocation.status)]}};
+    if (revocation.status == Revocation::Status::revoked) {
+        json["since"] = revocation.since.empty() ? Json(nullptr) : Json(revocation.since);
+        json["reason"] = revocation.reason;
+    }
+    return json;
+}
+
+Json toJson(const std::vector<Problem>& problems) {
+    Json list = Json::array();
+    for (const Problem& problem : problems) {
+        list.push_back({{"what", problem.what}, {"next", problem.next}});
+    }
+    return list;
+}
+
+Json toJson(const TrustElement& element) {
+    return {{"subject", subjectOf(*element.certificate)},
+            {"issuer", text::name(element.certificate->issuerNameInfo())},
+            {"serial", serialOf(*element.certificate)},
+            {"thumbprint", thumbprintOf(*element.certificate)},
+            {"not_before", text::time(element.certificate->notBefore())},
+            {"not_after", text::time(element.certificate->notAfter())},
+            {"status", element.status},
+            {"status_names", element.statusNames},
+            {"revocation", toJson(element.revocation)},
+            {"weak", element.weak},
+            {"problems", toJson(element.problems)}};
+}
+
+} // namespace
+
+Trust judgeChain(const ICertificate& certificate, const ChainQuery& query) {
+    // A certificate of another library is judged by its octets.
+    PCCERT_CONTEXT context = wincrypt::tools::toPCCERT_CONTEXT(certificate.context());
+    const CertificatePtr own = context == nullptr ? certificateFromDer(certificate.raw()) : nullptr;
+    context = own ? wincrypt::tools::toPCCERT_CONTEXT(own->context()) : context;
+    const Chain chain = build(context, query);
+
+    Trust trust;
+    trust.status = chain->TrustStatus.dwErrorStatus;
+    bool endIsSelfSigned = false;
+    for (const CERT_SIMPLE_CHAIN* simple : std::span(chain->rgpChain, chain->cChain)) {
+        for (const CERT_CHAIN_ELEMENT* element : std::span(simple->rgpElement, simple->cElement)) {
+            trust.elements.push_back(readElement(*element));
+            endIsSelfSigned = (element->TrustStatus.dwInfoStatus & capi::CERT_TRUST_IS_SELF_SIGNED) != 0;
+        }
+    }
+    const auto unfit = query.signer && !trust.elements.empty()
+                           ? signerProblem(*trust.elements.front().certificate, query)
+                           : std::nullopt;
+    if (unfit) {
+        trust.elements.front().status |= capi::CERT_TRUST_IS_NOT_VALID_FOR_USAGE;
+    }
+    judgeAlgorithms(trust.elements, endIsSelfSigned, query);
+    for (const TrustElement& element : trust.elements) {
+        trust.status |= element.status;
+    }
+    const std::uint32_t ofChain = distribute(trust);
+    for (TrustElement& element : trust.elements) {
+        element.statusNames = statusNames(element.status, certificate);
+        element.problems = problemsOf(element, query, &element == &trust.elements.front() ? unfit : std::nullopt);
+    }
+    trust.problems = problemsOfChain(ofChain);
+    trust.statusNames = statusNames(trust.status, certificate);
+    trust.revocation = overall(trust.elements, endIsSelfSigned);
+    trust.trusted = trust.status == capi::CERT_TRUST_NO_ERROR;
     return trust;
 }
 
-nlohmann::ordered_json toJson(const Trust& trust) {
-    return {{"trusted", trust.trusted}, {"status", trust.status}, {"status_names", trust.statusNames}};
+Json toJson(const Trust& trust) {
+    Json elements = Json::array();
+    Json weak = Json::array();
+    for (const TrustElement& element : trust.elements) {
+        elements.push_back(toJson(element));
+        for (const std::string& words : element.weak) {
+            weak.push_back(subjectOf(*element.certificate) + ": " + words);
+        }
+    }
+    return {{"trusted", trust.trusted},
+            {"status", trust.status},
+            {"status_names", trust.statusNames},
+            {"revocation", toJson(trust.revocation)},
+            {"weak", weak},
+            {"problems", toJson(trust.problems)},
+            {"elements", elements}};
 }
 
 std::string describe(const Trust& trust) {
-    return trust.trusted ? "trusted" : "not trusted: " + text::joined(trust.statusNames);
+    if (trust.trusted) {
+        return "trusted";
+    }
+    for (const TrustElement& element : trust.elements) {
+        if (!element.problems.empty()) {
+            return "not trusted: " + titleOf(*element.certificate) + ": " + printable(element.problems.front().what);
+        }
+    }
+    return "not trusted: " + (trust.problems.empty() ? text::joined(trust.statusNames) : trust.problems.front().what);
+}
+
+std::string describe(const Revocation& revocation) {
+    switch (revocation.status) {
+    case Revocation::Status::good:
+        return "good";
+    case Revocation::Status::revoked:
+        return "revoked" + (revocation.since.empty() ? "" : " since " + revocation.since) +
+               (revocation.reason.empty() ? "" : " (" + revocation.reason + ")");
+    default:
+        return "not known";
+    }
 }
 
 } // namespace klunortredi::cli

@@ -14,7 +14,7 @@ ExitCode chain(Session& session, const ChainArguments& arguments) {
     const bool isFile = arguments.which == "-" || ::access(arguments.which.c_str(), F_OK) == 0;
     const auto certificate = isFile ? readCertificate(arguments.which)
                                     : findCertificate(storeCertificates("my"), arguments.which, "store my");
-    const Trust trust = judgeChain(*certificate);
+    const Trust trust = judgeChain(*certificate, {});
     session.console.result(toJson(trust),
                            [&](std::ostream& out) { out << titleOf(*certificate) << ": " << describe(trust) << '\n'; });
     return trust.trusted ? ExitCode::done : ExitCode::untrusted;

@@ -275,7 +275,7 @@ Trust judgeChains(const std::vector<Signer>& signers) {
     Trust trust;
     for (const Signer& signer : signers) {
         // A key that nobody certified has no chain at all.
-        trust = signer.certificate ? judgeChain(*signer.certificate)
+        trust = signer.certificate ? judgeChain(*signer.certificate, {})
                                    : Trust{false, capi::CERT_TRUST_IS_PARTIAL_CHAIN, {"CERT_TRUST_IS_PARTIAL_CHAIN"}};
         if (!trust.trusted) {
             break;
