@@ -11,7 +11,7 @@
 #include "signer_usage.hpp"
 #include "text.hpp"
 #include "trust_words.hpp"
-#include "weak_certificate.hpp"
+#include "weak.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -108,9 +108,13 @@ void judgeAlgorithms(std::vector<TrustElement>& elements, bool endIsSelfSigned, 
     using orvik::plugin::crypto::WeaknessLevel;
     const auto time = query.time.value_or(boost::posix_time::second_clock::universal_time());
     for (TrustElement& element : elements) {
-        const bool ownSignature = endIsSelfSigned && &element == &elements.back();
-        for (const auto& weakness : weaknessesOf(*element.certificate, !ownSignature, time)) {
-            element.weak.push_back(std::string(weakness.name) + " (" + weakness.reason + ")");
+        std::vector<Weakness> found = keyWeaknesses(*element.certificate, time);
+        if (!endIsSelfSigned || &element != &elements.back()) {
+            const auto ofSignature = signatureWeaknesses(*element.certificate, time);
+            found.insert(found.end(), ofSignature.begin(), ofSignature.end());
+        }
+        for (const Weakness& weakness : found) {
+            element.weak.push_back(describe(weakness));
             if (weakness.level == WeaknessLevel::never) {
                 element.status |= capi::CERT_TRUST_HAS_WEAK_SIGNATURE;
             }
