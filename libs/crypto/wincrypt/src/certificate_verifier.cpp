@@ -2,6 +2,7 @@
 
 #include "capi/constants.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
+#include "crypto/wincrypt/scoped_handle.hpp"
 #include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "orvik/plugin/crypto/i_certificate.hpp"
@@ -65,21 +66,9 @@ const Extensions& crlExtensions() {
 }
 
 /// Owns a chain that the service built.
-class Chain {
+class Chain : public scoped_handle<PCCERT_CHAIN_CONTEXT> {
 public:
-    Chain() = default;
-    Chain(const Chain&) = delete;
-    Chain& operator=(const Chain&) = delete;
-    ~Chain() {
-        if (chain_ != nullptr) {
-            CertFreeCertificateChain(chain_);
-        }
-    }
-    [[nodiscard]] PCCERT_CHAIN_CONTEXT* put() noexcept { return &chain_; }
-    [[nodiscard]] DWORD errorStatus() const noexcept { return chain_->TrustStatus.dwErrorStatus; }
-
-private:
-    PCCERT_CHAIN_CONTEXT chain_ = nullptr;
+    Chain() : scoped_handle(nullptr, [](PCCERT_CHAIN_CONTEXT& held) { CertFreeCertificateChain(held); }) {}
 };
 
 } // namespace
@@ -115,11 +104,15 @@ bool CertificateVerifier::validateChain(unsigned int flags) const {
     para.cbSize = sizeof(para);
     para.RequestedUsage.dwType = capi::USAGE_MATCH_TYPE_AND;
     internal::Chain chain;
-    if (CertGetCertificateChain(nullptr, tools::toPCCERT_CONTEXT(impl_->certificate.context()), nullptr, nullptr, &para,
-                                flags, nullptr, chain.put()) == 0) {
+    const BOOL built = CertGetCertificateChain(nullptr, tools::toPCCERT_CONTEXT(impl_->certificate.context()), nullptr,
+                                               nullptr, &para, flags, nullptr, chain.put());
+    if (built == 0) {
+        static_cast<void>(chain.detach()); // whatever a failed call may have left there is not ours
+    }
+    if (!chain) {
         raise(crypto::exception::SystemException(), {"certificate_verifier", "getContext"});
     }
-    impl_->status = chain.errorStatus();
+    impl_->status = chain.get()->TrustStatus.dwErrorStatus;
     return impl_->status == capi::CERT_TRUST_NO_ERROR;
 }
 
