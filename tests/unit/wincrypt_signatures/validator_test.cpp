@@ -289,6 +289,15 @@ TEST_F(XmlValidatorTest, SaysNoToWhatIsNotADocument) {
     EXPECT_THAT(logTexts(Severity::error), IsEmpty());
 }
 
+TEST_F(XmlValidatorTest, ForgetsAYesWhenTheNextCheckThrows) {
+    xmldsig::Validator validator;
+    EXPECT_TRUE(validator.initialize(Params()));
+    EXPECT_TRUE(update(validator, invoice({invoiceSignature})));
+    EXPECT_FALSE(update(validator, "text"));
+    EXPECT_FALSE(validator.update(nullptr, 0));
+    EXPECT_FALSE(finalize(validator));
+}
+
 TEST_F(XmlValidatorTest, AsksTheServiceForNoMessage) {
     EXPECT_TRUE(valid(invoice({invoiceSignature})));
     EXPECT_THAT(functions(), IsEmpty());
