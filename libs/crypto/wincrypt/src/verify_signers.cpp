@@ -56,7 +56,11 @@ PCCERT_CONTEXT contextOf(const crypto::ICertificate& certificate) {
 unsigned check(void* message, unsigned index, const crypto::ICertificate& certificate) {
     CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA parameters{sizeof parameters, 0, index, capi::CMSG_VERIFY_SIGNER_CERT,
                                                   const_cast<CERT_CONTEXT*>(contextOf(certificate))};
-    return CryptMsgControl(message, 0, capi::CMSG_CTRL_VERIFY_SIGNATURE_EX, &parameters) != 0 ? 0 : GetLastErrorEx();
+    if (CryptMsgControl(message, 0, capi::CMSG_CTRL_VERIFY_SIGNATURE_EX, &parameters) != 0) {
+        return 0;
+    }
+    const unsigned code = GetLastErrorEx();
+    return code != 0 ? code : capi::NTE_FAIL; // a refusal without a reason stays a refusal
 }
 
 bool sameBlob(const CRYPTOAPI_BLOB& a, const CRYPTOAPI_BLOB& b) {
