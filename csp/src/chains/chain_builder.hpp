@@ -1,8 +1,9 @@
 #pragma once
 
 /// Building and checking of certificate chains (RFC 5280, section 6) over OpenSSL, from the certificates and CRLs of
-/// the stores alone: nothing is ever fetched.
+/// the stores alone: nothing is ever fetched. What is trusted and what is refused: docs/trust-policy.md.
 
+#include "chains/element_revocation.hpp"
 #include "stores/store.hpp"
 
 #include <ctime>
@@ -29,9 +30,12 @@ struct RequestedUsage {
 struct ChainRequest {
     std::shared_ptr<Certificate> certificate;
     std::shared_ptr<OpenStore> additional; ///< more intermediates and CRLs; may be null
+    std::shared_ptr<OpenStore> anchors;    ///< the only trust anchors; null: those of store "root"
     std::time_t time = 0;
-    RevocationCheck revocation = RevocationCheck::None;
+    RevocationCheck revocation = RevocationCheck::None; ///< the certificates whose status must be known
+    bool listsAtHand = false; ///< without such a check: apply the CRLs that are there, a missing one is not an error
     RequestedUsage usage;
+    bool lowerQuality = false; ///< return the other chains too
 };
 
 /// One certificate of a chain with the CERT_TRUST_... bits that lie with it.
@@ -42,15 +46,18 @@ struct ChainElement {
     DWORD information = 0;
     /// Usages that this certificate and those above it allow; nothing when none of them restricts it.
     std::optional<std::vector<std::string>> usage;
+    std::optional<ElementRevocation> revocation; ///< nothing when no CRL was used
 };
 
 struct BuiltChain {
     std::vector<ChainElement> elements; ///< the certificate first, then its issuers
     DWORD errors = 0;                   ///< of the chain itself and all its elements
+    std::vector<BuiltChain> lower;      ///< by falling quality; empty unless asked for
 };
 
-/// Trust begins in store "root" alone; issuers are looked for there, in the additional store, in "ca", "my" and
-/// "trust"; what lies in "disallowed" is distrusted. Problems are no errors: they are bits of the result.
+/// Trust begins in store "root" (or the anchors of the request) alone; issuers are looked for there, in the additional
+/// store, in "ca", "my" and "trust"; what lies in "disallowed" is distrusted. Problems are not errors: they are bits of
+/// the result. ApiError(ERROR_INVALID_DATA) when something in "disallowed" cannot be read.
 BuiltChain buildChain(const ChainRequest& request);
 
 } // namespace klunortredi::csp

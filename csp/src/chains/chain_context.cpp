@@ -1,6 +1,9 @@
 #include "chains/chain_context.hpp"
 
+#include "chains/crl_context.hpp"
 #include "core/immortal.hpp"
+
+#include <algorithm>
 
 #include <deque>
 #include <map>
@@ -40,6 +43,9 @@ struct Layout {
     std::vector<CERT_CHAIN_ELEMENT*> pointers;
     std::vector<OwnedContext> contexts;
     std::deque<Usage> usages;
+    RevocationLayout revocations;
+    std::vector<std::unique_ptr<Layout>> lower;
+    std::vector<PCCERT_CHAIN_CONTEXT> lowerPointers;
 };
 
 struct Registry {
@@ -69,12 +75,26 @@ CERT_CHAIN_ELEMENT element(const ChainElement& from, PCCERT_CONTEXT context, Lay
     if (from.usage) {
         to.pApplicationUsage = &layout.usages.emplace_back(*from.usage).usage;
     }
+    if (from.revocation) {
+        to.pRevocationInfo = layout.revocations.add(*from.revocation);
+    }
     return to;
 }
 
-} // namespace
+/// The age of the oldest of the CRLs used; nothing unless one was used for every element but a last one without.
+std::optional<DWORD> freshness(const BuiltChain& chain) {
+    DWORD oldest = 0;
+    for (std::size_t i = 0; i < chain.elements.size(); ++i) {
+        const auto& revocation = chain.elements[i].revocation;
+        if (!revocation && (i == 0 || i + 1 < chain.elements.size())) {
+            return std::nullopt;
+        }
+        oldest = std::max(oldest, revocation ? revocation->freshness : 0);
+    }
+    return oldest;
+}
 
-PCCERT_CHAIN_CONTEXT addChain(const BuiltChain& chain, PCCERT_CONTEXT context) {
+std::unique_ptr<Layout> layOut(const BuiltChain& chain, PCCERT_CONTEXT context) {
     auto layout = std::make_unique<Layout>();
     for (const ChainElement& from : chain.elements) {
         layout->contexts.emplace_back(layout->contexts.empty() ? duplicateContext(context)
@@ -92,7 +112,24 @@ PCCERT_CHAIN_CONTEXT addChain(const BuiltChain& chain, PCCERT_CONTEXT context) {
     layout->context.TrustStatus.dwErrorStatus = chain.errors;
     layout->context.cChain = 1;
     layout->context.rgpChain = &layout->chains;
+    if (const auto age = freshness(chain)) {
+        layout->chain.fHasRevocationFreshnessTime = layout->context.fHasRevocationFreshnessTime = 1;
+        layout->chain.dwRevocationFreshnessTime = layout->context.dwRevocationFreshnessTime = *age;
+    }
+    for (const BuiltChain& lower : chain.lower) {
+        layout->lower.push_back(layOut(lower, context));
+        layout->lowerPointers.push_back(&layout->lower.back()->context);
+    }
+    layout->context.cLowerQualityChainContext = static_cast<DWORD>(layout->lowerPointers.size());
+    layout->context.rgpLowerQualityChainContext =
+        layout->lowerPointers.empty() ? nullptr : layout->lowerPointers.data();
+    return layout;
+}
 
+} // namespace
+
+PCCERT_CHAIN_CONTEXT addChain(const BuiltChain& chain, PCCERT_CONTEXT context) {
+    auto layout = layOut(chain, context);
     const PCCERT_CHAIN_CONTEXT key = &layout->context;
     const std::lock_guard lock(registry().mutex);
     registry().chains.emplace(key, std::move(layout));

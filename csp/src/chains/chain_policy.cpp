@@ -16,7 +16,7 @@ struct Verdict {
 };
 
 /// From the gravest: what says that the chain is forged, taken back or unknown, before what says that it is unfit.
-constexpr std::array<Verdict, 20> verdicts{{
+constexpr std::array<Verdict, 21> verdicts{{
     {CERT_TRUST_IS_NOT_SIGNATURE_VALID, TRUST_E_CERT_SIGNATURE},
     {CERT_TRUST_IS_EXPLICIT_DISTRUST, TRUST_E_EXPLICIT_DISTRUST},
     {CERT_TRUST_IS_REVOKED, CRYPT_E_REVOKED},
@@ -25,6 +25,7 @@ constexpr std::array<Verdict, 20> verdicts{{
     {CERT_TRUST_IS_CYCLIC, CERT_E_CHAINING},
     {CERT_TRUST_IS_NOT_TIME_VALID, CERT_E_EXPIRED},
     {CERT_TRUST_REVOCATION_STATUS_UNKNOWN, CRYPT_E_NO_REVOCATION_CHECK},
+    {CERT_TRUST_IS_OFFLINE_REVOCATION, CRYPT_E_REVOCATION_OFFLINE},
     {CERT_TRUST_IS_NOT_VALID_FOR_USAGE, CERT_E_WRONG_USAGE},
     {CERT_TRUST_HAS_NOT_SUPPORTED_CRITICAL_EXT, CERT_E_CRITICAL},
     {CERT_TRUST_INVALID_BASIC_CONSTRAINTS, TRUST_E_BASIC_CONSTRAINTS},
@@ -47,8 +48,9 @@ struct Ignored {
 
 /// CERT_CHAIN_POLICY_IGNORE_... and CERT_CHAIN_POLICY_ALLOW_UNKNOWN_CA_FLAG; the four that ignore unknown revocation
 /// tell elements apart and stand in `revocationFlag`.
-constexpr std::array<Ignored, 6> ignorable{{
+constexpr std::array<Ignored, 9> ignorable{{
     {0x00000001, CERT_TRUST_IS_NOT_TIME_VALID},
+    {0x00000002, CERT_TRUST_CTL_IS_NOT_TIME_VALID},
     {0x00000008, CERT_TRUST_INVALID_BASIC_CONSTRAINTS},
     {0x00000010, CERT_TRUST_IS_UNTRUSTED_ROOT | CERT_TRUST_IS_PARTIAL_CHAIN},
     {0x00000020, CERT_TRUST_IS_NOT_VALID_FOR_USAGE},
@@ -56,6 +58,8 @@ constexpr std::array<Ignored, 6> ignorable{{
                      CERT_TRUST_HAS_NOT_DEFINED_NAME_CONSTRAINT | CERT_TRUST_HAS_NOT_PERMITTED_NAME_CONSTRAINT |
                      CERT_TRUST_HAS_EXCLUDED_NAME_CONSTRAINT},
     {0x00000080, CERT_TRUST_INVALID_POLICY_CONSTRAINTS | CERT_TRUST_NO_ISSUANCE_CHAIN_POLICY},
+    {0x00002000, CERT_TRUST_HAS_NOT_SUPPORTED_CRITICAL_EXT},
+    {0x08000000, CERT_TRUST_HAS_WEAK_SIGNATURE},
 }};
 
 DWORD ignoredBits(DWORD flags) {
@@ -80,7 +84,7 @@ DWORD revocationFlag(DWORD index, DWORD count) {
 DWORD countedBits(const CERT_SIMPLE_CHAIN& chain, DWORD index, DWORD flags) {
     DWORD ignored = ignoredBits(flags);
     if ((flags & revocationFlag(index, chain.cElement)) != 0) {
-        ignored |= CERT_TRUST_REVOCATION_STATUS_UNKNOWN;
+        ignored |= CERT_TRUST_REVOCATION_STATUS_UNKNOWN | CERT_TRUST_IS_OFFLINE_REVOCATION;
     }
     return chain.rgpElement[index]->TrustStatus.dwErrorStatus & ~ignored;
 }

@@ -1,59 +1,149 @@
 #include "chains/chain_sources.hpp"
 
+#include "chains/weak_algorithm.hpp"
+#include "core/warning.hpp"
 #include "stores/system_store.hpp"
+#include "x509/crl.hpp"
 #include "x509/x509_der.hpp"
 
-#include <array>
+#include <algorithm>
+#include <set>
 
 namespace klunortredi::csp {
 
 namespace {
+
+/// CRLs of one issuer that are decoded: partitioned lists and old ones add up, hostile ones must not.
+constexpr std::size_t mostCrlsOfAnIssuer = 64;
 
 std::shared_ptr<OpenStore> systemStore(const char* name) {
     // Not in the handle table: nobody closes it, it goes with the last context of the chain.
     return std::make_shared<OpenStore>(SystemStore::open(name), false);
 }
 
-void collect(const std::shared_ptr<OpenStore>& store, std::vector<Candidate>& candidates,
-             std::vector<ossl::X509CrlPtr>& crls) {
-    for (auto& certificate : store->store().certificates()) {
-        auto x509 = ossl::fromDer<ossl::X509Ptr>(d2i_X509, certificate->encoded());
-        if (x509) {
-            candidates.push_back({std::move(x509), std::move(certificate), store});
-        }
-    }
-    for (const Bytes& der : store->store().crls()) {
-        auto crl = ossl::fromDer<ossl::X509CrlPtr>(d2i_X509_CRL, der);
-        if (crl) {
-            crls.push_back(std::move(crl));
-        }
-    }
+unsigned long hashOf(const X509_NAME* name) {
+    return X509_NAME_hash_ex(name, nullptr, nullptr, nullptr);
+}
+
+bool before(ByteView left, ByteView right) {
+    return std::ranges::lexicographical_compare(left, right);
+}
+
+Bytes encodingOf(const X509_CRL* crl) {
+    return ossl::toDer(i2d_X509_CRL, const_cast<X509_CRL*>(crl)); // NOLINT: the C function writes nothing
+}
+
+std::time_t timeOf(const std::shared_ptr<X509_CRL>& crl) {
+    std::tm parts{};
+    return ASN1_TIME_to_tm(X509_CRL_get0_lastUpdate(crl.get()), &parts) == 0 ? 0 : timegm(&parts);
+}
+
+/// Newest first; of the same moment by their octets, so that the order is not a folder's.
+bool newer(const std::shared_ptr<X509_CRL>& left, const std::shared_ptr<X509_CRL>& right) {
+    const std::time_t a = timeOf(left);
+    const std::time_t b = timeOf(right);
+    return a != b ? a > b : before(encodingOf(left.get()), encodingOf(right.get()));
 }
 
 } // namespace
 
-ChainSources::ChainSources(const std::shared_ptr<OpenStore>& additional) {
-    collect(systemStore("root"), anchors, crls);
+ChainSources::ChainSources(const std::shared_ptr<OpenStore>& additional, const std::shared_ptr<OpenStore>& anchors) {
+    collect(anchors ? anchors : systemStore("root"), true);
     if (additional) {
-        collect(additional, issuers, crls);
+        collect(additional, false);
     }
     for (const char* name : {"ca", "my", "trust"}) {
-        collect(systemStore(name), issuers, crls);
-    }
-    for (const auto& certificate : systemStore("disallowed")->store().certificates()) {
-        disallowed.insert(certificate->thumbprint());
+        collect(systemStore(name), false);
     }
 }
 
-const Candidate* ChainSources::find(const X509* x509) const {
-    for (const auto* const list : {&anchors, &issuers}) {
-        for (const Candidate& candidate : *list) {
-            if (X509_cmp(candidate.x509.get(), x509) == 0) {
-                return &candidate;
-            }
+void ChainSources::collect(const std::shared_ptr<OpenStore>& store, bool anchor) {
+    for (auto& certificate : store->store().certificates()) {
+        const unsigned long hash = certificate->decoded().subjectHash();
+        candidates_.emplace(hash, Candidate{std::move(certificate), store, anchor});
+    }
+    stores_.push_back(store);
+}
+
+std::vector<const Candidate*> ChainSources::named(const X509_NAME* name, std::size_t limit) {
+    std::vector<Candidate*> same;
+    const auto [first, last] = candidates_.equal_range(hashOf(name));
+    for (auto at = first; at != last; ++at) {
+        same.push_back(&at->second);
+    }
+    // Equal copies stand together, the anchor first.
+    std::ranges::sort(same, [](const Candidate* left, const Candidate* right) {
+        const ByteView a = left->certificate->encoded();
+        const ByteView b = right->certificate->encoded();
+        return std::ranges::equal(a, b) ? left->anchor && !right->anchor : before(a, b);
+    });
+    std::vector<const Candidate*> found;
+    for (Candidate* const candidate : same) {
+        if (found.size() == limit) {
+            break;
+        }
+        if (!found.empty() &&
+            std::ranges::equal(found.back()->certificate->encoded(), candidate->certificate->encoded())) {
+            continue;
+        }
+        if (!candidate->x509) {
+            candidate->x509 = ossl::fromDer<ossl::X509Ptr>(d2i_X509, candidate->certificate->encoded());
+        }
+        if (candidate->x509 && X509_NAME_cmp(X509_get_subject_name(candidate->x509.get()), name) == 0) {
+            found.push_back(candidate);
         }
     }
-    return nullptr;
+    return found;
+}
+
+const Candidate* ChainSources::anchor(const Certificate& certificate) const {
+    const auto [first, last] = candidates_.equal_range(certificate.decoded().subjectHash());
+    const auto found = std::find_if(first, last, [&](const auto& item) {
+        return item.second.anchor && std::ranges::equal(item.second.certificate->encoded(), certificate.encoded());
+    });
+    return found == last ? nullptr : &found->second;
+}
+
+void ChainSources::readCrls() {
+    if (crlsRead_) {
+        return;
+    }
+    crlsRead_ = true;
+    for (const auto& store : stores_) {
+        for (StoredCrl& stored : store->store().crls()) {
+            const auto head = crlHead(stored.der);
+            auto issuer = head ? ossl::fromDer<ossl::X509NamePtr>(d2i_X509_NAME, head->issuer) : nullptr;
+            if (!issuer) {
+                warn("not a CRL, left out: " + stored.name);
+                continue;
+            }
+            const unsigned long hash = hashOf(issuer.get());
+            crls_.emplace(hash, RevocationList{std::move(stored), std::move(issuer)});
+        }
+    }
+}
+
+std::vector<std::shared_ptr<X509_CRL>> ChainSources::crlsOf(const X509_NAME* name) {
+    readCrls();
+    std::vector<std::shared_ptr<X509_CRL>> found;
+    const auto [first, last] = crls_.equal_range(hashOf(name));
+    for (auto at = first; at != last && found.size() < mostCrlsOfAnIssuer; ++at) {
+        RevocationList& list = at->second;
+        if (list.unusable || X509_NAME_cmp(list.issuer.get(), name) != 0) {
+            continue;
+        }
+        if (!list.crl) {
+            list.crl = ossl::fromDer<ossl::X509CrlPtr>(d2i_X509_CRL, list.stored.der);
+        }
+        list.unusable = !list.crl || hasBrokenSignature(list.crl.get());
+        if (list.unusable) {
+            warn("CRL does not decode or has a broken signature algorithm, left out: " + list.stored.name);
+        } else {
+            found.push_back(list.crl);
+        }
+    }
+    std::ranges::sort(found, newer);
+    return found;
 }
 
 } // namespace klunortredi::csp

@@ -5,30 +5,52 @@
 #include "core/ossl.hpp"
 #include "stores/store.hpp"
 
+#include <map>
 #include <memory>
-#include <set>
+#include <unordered_map>
 #include <vector>
 
 namespace klunortredi::csp {
 
 /// A certificate of a store, for OpenSSL and for us.
 struct Candidate {
-    ossl::X509Ptr x509;
     std::shared_ptr<Certificate> certificate;
-    std::shared_ptr<OpenStore> store;
+    std::shared_ptr<OpenStore> store; ///< null for the certificate asked about
+    bool anchor = false;
+    ossl::X509Ptr x509{}; ///< decoded when first needed
 };
 
-struct ChainSources {
-    /// Reads the system stores and `additional`, which may be null.
-    explicit ChainSources(const std::shared_ptr<OpenStore>& additional);
+/// A CRL, decoded when first needed.
+struct RevocationList {
+    StoredCrl stored;
+    ossl::X509NamePtr issuer;
+    std::shared_ptr<X509_CRL> crl{}; ///< null: not decoded yet
+    bool unusable = false;
+};
 
-    /// The candidate whose encoding is that of `x509`; null when there is none.
-    [[nodiscard]] const Candidate* find(const X509* x509) const;
+/// Reads the system stores once; decodes only what a chain asks for. Of equal copies the first found counts: anchors
+/// before others.
+class ChainSources {
+public:
+    /// `additional` may be null; null `anchors` are those of store "root".
+    ChainSources(const std::shared_ptr<OpenStore>& additional, const std::shared_ptr<OpenStore>& anchors);
 
-    std::vector<Candidate> anchors;
-    std::vector<Candidate> issuers;
-    std::vector<ossl::X509CrlPtr> crls;
-    std::set<Bytes> disallowed; ///< thumbprints
+    /// The candidate whose subject is `name`, decoded, each encoding once, in no particular order. At most `limit`.
+    std::vector<const Candidate*> named(const X509_NAME* name, std::size_t limit);
+    /// The anchor with the encoding of `certificate`; null when there is none.
+    [[nodiscard]] const Candidate* anchor(const Certificate& certificate) const;
+    /// CRLs whose issuer is `name`, decoded, the newest first. The stores' CRLs are read at the first call; a CRL that
+    /// does not decode is left out with a warning.
+    std::vector<std::shared_ptr<X509_CRL>> crlsOf(const X509_NAME* name);
+
+private:
+    void collect(const std::shared_ptr<OpenStore>& store, bool anchor);
+    void readCrls();
+
+    std::vector<std::shared_ptr<OpenStore>> stores_;
+    std::unordered_multimap<unsigned long, Candidate> candidates_; ///< by the hash of the subject
+    std::unordered_multimap<unsigned long, RevocationList> crls_;  ///< by the hash of the issuer
+    bool crlsRead_ = false;
 };
 
 } // namespace klunortredi::csp

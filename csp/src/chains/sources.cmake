@@ -1,7 +1,19 @@
 target_sources(klunortredi_csp_core PRIVATE
+    src/chains/certificate_form.cpp
     src/chains/chain_builder.cpp
     src/chains/chain_context.cpp
     src/chains/chain_policy.cpp
+    src/chains/chain_quality.cpp
     src/chains/chain_sources.cpp
+    src/chains/chain_usage.cpp
+    src/chains/crl_context.cpp
+    src/chains/distrust.cpp
+    src/chains/element_signature.cpp
+    src/chains/findings.cpp
+    src/chains/name_limits.cpp
+    src/chains/path_judgement.cpp
+    src/chains/path_search.cpp
+    src/chains/revocation_lists.cpp
     src/chains/trust_status.cpp
+    src/chains/weak_algorithm.cpp
 )

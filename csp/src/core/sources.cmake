@@ -4,4 +4,5 @@ target_sources(klunortredi_csp_core PRIVATE
     src/core/hex.cpp
     src/core/home.cpp
     src/core/output.cpp
+    src/core/warning.cpp
 )

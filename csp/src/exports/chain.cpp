@@ -32,9 +32,16 @@ RequestedUsage requestedUsage(const CERT_USAGE_MATCH& match) {
     return requested;
 }
 
-/// The engines of the current user (null) and of the machine (1); there are no others.
-bool knownEngine(const void* engine) {
-    return reinterpret_cast<unsigned long>(engine) <= 1; // NOLINT(cppcoreguidelines-pro-type-reinterpret-cast)
+/// The anchors that a chain engine stands for: those of store "root" (null) for the engines of the current user (null)
+/// and of the machine (1). No entry point makes an engine, so a store's handle in its place makes that store's
+/// certificates the only anchors: an extension of this service.
+std::shared_ptr<OpenStore> anchorsOf(void* engine) {
+    const auto number = reinterpret_cast<unsigned long>(engine); // NOLINT(cppcoreguidelines-pro-type-reinterpret-cast)
+    try {
+        return number <= 1 ? nullptr : openStore(engine);
+    } catch (const ApiError&) {
+        fail(capi::ERROR_INVALID_PARAMETER);
+    }
 }
 
 } // namespace
@@ -43,16 +50,18 @@ BOOL CertGetCertificateChain(void* hChainEngine, PCCERT_CONTEXT pCertContext, FI
                              CERT_CHAIN_PARA* pChainPara, DWORD dwFlags, void* /*pvReserved*/,
                              PCCERT_CHAIN_CONTEXT* ppChainContext) {
     return guarded([&] {
-        if (!knownEngine(hChainEngine) || pChainPara == nullptr || pChainPara->cbSize < sizeof(CERT_CHAIN_PARA) ||
-            ppChainContext == nullptr) {
+        if (pChainPara == nullptr || pChainPara->cbSize < sizeof(CERT_CHAIN_PARA) || ppChainContext == nullptr) {
             fail(capi::ERROR_INVALID_PARAMETER);
         }
         *ppChainContext = nullptr;
         ChainRequest request;
         request.certificate = contextTarget(pCertContext).certificate;
         request.additional = hAdditionalStore == nullptr ? nullptr : openStore(hAdditionalStore);
+        request.anchors = anchorsOf(hChainEngine);
         request.time = pTime == nullptr ? std::time(nullptr) : fromFileTime(*pTime);
         request.revocation = revocationCheck(dwFlags);
+        request.listsAtHand = (dwFlags & capi::CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY) != 0;
+        request.lowerQuality = (dwFlags & capi::CERT_CHAIN_RETURN_LOWER_QUALITY_CONTEXTS) != 0;
         request.usage = requestedUsage(pChainPara->RequestedUsage);
         *ppChainContext = addChain(buildChain(request), pCertContext);
     });

@@ -19,8 +19,12 @@ std::vector<std::shared_ptr<Certificate>> MemoryStore::certificates() {
     return certificates_;
 }
 
-std::vector<Bytes> MemoryStore::crls() {
-    return crls_;
+std::vector<StoredCrl> MemoryStore::crls() {
+    std::vector<StoredCrl> list;
+    for (const Bytes& der : crls_) {
+        list.push_back({der, "a message's CRL"});
+    }
+    return list;
 }
 
 std::shared_ptr<Certificate> MemoryStore::add(const Certificate& certificate, AddRule rule) {

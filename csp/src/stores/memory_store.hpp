@@ -15,7 +15,7 @@ public:
     MemoryStore(const std::vector<Bytes>& certificates, std::vector<Bytes> crls);
 
     std::vector<std::shared_ptr<Certificate>> certificates() override;
-    std::vector<Bytes> crls() override;
+    std::vector<StoredCrl> crls() override;
     std::shared_ptr<Certificate> add(const Certificate& certificate, AddRule rule) override;
     void remove(const Certificate& certificate) override;
     void change(Certificate& certificate, const std::function<void(Properties&)>& change) override;

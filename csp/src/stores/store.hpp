@@ -19,6 +19,12 @@ enum class AddRule : DWORD {
     Always = capi::CERT_STORE_ADD_ALWAYS,            ///< add beside it
 };
 
+/// A CRL as a store holds it: not decoded, so that a damaged one harms nobody who does not need it.
+struct StoredCrl {
+    Bytes der;
+    std::string name; ///< for messages: the file's path, or where else it stands
+};
+
 /// A set of certificates. Thread-safe.
 class Store {
 public:
@@ -29,8 +35,10 @@ public:
 
     /// What is there now, by growing ordinal.
     virtual std::vector<std::shared_ptr<Certificate>> certificates() = 0;
-    /// DER of each CRL.
-    virtual std::vector<Bytes> crls() = 0;
+    /// What is there now. A file that cannot be read, is too large or is not a CRL is left out with a warning.
+    virtual std::vector<StoredCrl> crls() = 0;
+    /// Names of what stands in the store and cannot be read as one of its certificates.
+    virtual std::vector<std::string> unreadable() { return {}; }
     /// Adds a copy of `certificate`, properties included; gives the store's own element.
     virtual std::shared_ptr<Certificate> add(const Certificate& certificate, AddRule rule) = 0;
     /// ApiError(CRYPT_E_NOT_FOUND) when the certificate is not there any more.

@@ -4,8 +4,8 @@
 #include "core/hex.hpp"
 #include "core/home.hpp"
 #include "core/immortal.hpp"
+#include "stores/crl_files.hpp"
 #include "stores/store_file.hpp"
-#include "x509/crl.hpp"
 
 #include <sys/stat.h>
 
@@ -19,7 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view certificateSuffix = ".pem";
-constexpr std::string_view crlSuffix = ".crl";
 constexpr std::size_t longestName = 64;
 
 std::string folderName(std::string_view name) {
@@ -103,16 +102,37 @@ std::vector<std::shared_ptr<Certificate>> SystemStore::certificates() {
     return list;
 }
 
-std::vector<Bytes> SystemStore::crls() {
-    std::vector<Bytes> list;
-    for (const std::string& name : filesIn(directory_, crlSuffix)) {
-        const auto contents = files::read(directory_ / name);
-        auto der = contents ? crlFromFile(*contents) : std::nullopt;
-        if (der) {
-            list.push_back(std::move(*der));
+std::vector<StoredCrl> SystemStore::crls() {
+    std::vector<StoredCrl> list;
+    for (const fs::path& file : crlFiles(directory_)) {
+        if (auto der = readCrlFile(file)) {
+            list.push_back({std::move(*der), file.string()});
         }
     }
     return list;
+}
+
+std::vector<std::string> SystemStore::unreadable() {
+    const std::lock_guard lock(mutex_);
+    refresh();
+    std::vector<std::string> names;
+    if (!exists() && fs::is_symlink(fs::symlink_status(directory_))) {
+        names.push_back(directory_.string());
+    }
+    for (const fs::path& entry : files::entries(directory_)) {
+        const std::string name = entry.filename().string();
+        if (name.starts_with('.') || name.ends_with(crlFileSuffix)) {
+            continue;
+        }
+        const auto held = name.ends_with(certificateSuffix)
+                              ? held_.find(name.substr(0, name.size() - certificateSuffix.size()))
+                              : held_.end();
+        std::error_code gone;
+        if ((held == held_.end() || !held->second.certificate) && fs::exists(fs::symlink_status(entry, gone))) {
+            names.push_back(entry.string());
+        }
+    }
+    return names;
 }
 
 std::shared_ptr<Certificate> SystemStore::add(const Certificate& certificate, AddRule rule) {

@@ -13,7 +13,7 @@
 namespace klunortredi::csp {
 
 /// The store in the folder `<data directory>/stores/<name>`: `<SHA-1>.pem` holds a certificate (store_file.hpp), any
-/// `*.crl` a CRL in DER or PEM. The folder is made by the first write.
+/// `*.crl` a CRL in DER or PEM (crl_files.hpp). The folder is made by the first write.
 ///
 /// Every opening in a process shares one object, so that contexts of the same certificate share their properties. The
 /// folder is read again at each use: what other processes do is seen. Changes are made under a lock on the folder and
@@ -29,7 +29,8 @@ public:
     [[nodiscard]] bool exists() const;
 
     std::vector<std::shared_ptr<Certificate>> certificates() override;
-    std::vector<Bytes> crls() override;
+    std::vector<StoredCrl> crls() override;
+    std::vector<std::string> unreadable() override;
     /// A certificate stands in the store once: adding it Always replaces its own file. Beside one of the same issuer
     /// and serial number, but other octets, it is added.
     std::shared_ptr<Certificate> add(const Certificate& certificate, AddRule rule) override;

@@ -121,6 +121,7 @@ CertInfo::CertInfo(ByteView der) : encoded_(der.begin(), der.end()), storage_(st
     const ASN1_BIT_STRING* subjectId = nullptr;
     X509_get0_uids(certificate.get(), &issuerId, &subjectId);
 
+    subjectHash_ = X509_subject_name_hash(certificate.get());
     info_.dwVersion = static_cast<DWORD>(X509_get_version(certificate.get()));
     info_.SerialNumber = storage_->serial(X509_get0_serialNumber(certificate.get()));
     info_.SignatureAlgorithm = storage_->algorithm(X509_get0_tbs_sigalg(certificate.get()));

@@ -22,12 +22,16 @@ public:
     /// DER of the whole SubjectPublicKeyInfo, as it stands in the certificate.
     [[nodiscard]] ByteView subjectPublicKeyInfo() const noexcept { return subjectPublicKeyInfo_; }
     [[nodiscard]] ByteView encoded() const noexcept { return encoded_; }
+    /// Hash of the subject that is the same for names that compare equal (RFC 5280, section 7.1), whatever their
+    /// encoding. Different names may share it.
+    [[nodiscard]] unsigned long subjectHash() const noexcept { return subjectHash_; }
 
 private:
     struct Storage;
     CERT_INFO info_{};
     Bytes encoded_;
     Bytes subjectPublicKeyInfo_;
+    unsigned long subjectHash_ = 0;
     std::unique_ptr<Storage> storage_;
 };
 

@@ -328,14 +328,18 @@ protected:
     static constexpr DWORD end = capi::CERT_CHAIN_REVOCATION_CHECK_END_CERT;
     static constexpr DWORD all = capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN;
     static constexpr DWORD withoutRoot = capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT;
-    static constexpr DWORD unknown = capi::CERT_TRUST_REVOCATION_STATUS_UNKNOWN;
+    static constexpr DWORD unknown =
+        capi::CERT_TRUST_REVOCATION_STATUS_UNKNOWN | capi::CERT_TRUST_IS_OFFLINE_REVOCATION;
+    static constexpr DWORD atHand =
+        capi::CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY | capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL;
 };
 
-TEST_F(ChainRevocation, IsNotAskedForByTheCacheFlagsAlone) {
+TEST_F(ChainRevocation, IsReadFromTheListsAtHandByTheCacheFlagAlone) {
+    EXPECT_EQ(status(leaf_.der, atHand), 0U) << "a missing list is not an error";
     revoke(ca_, {77});
-    EXPECT_EQ(
-        status(leaf_.der, capi::CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY | capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL),
-        0U);
+    EXPECT_EQ(status(leaf_.der, 0), 0U) << "nobody asked";
+    EXPECT_EQ(status(leaf_.der, capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL), 0U);
+    EXPECT_EQ(elementErrors(chainOf(leaf_.der, atHand)), (std::vector<DWORD>{capi::CERT_TRUST_IS_REVOKED, 0, 0}));
 }
 
 TEST_F(ChainRevocation, IsUnknownWithoutAList) {

@@ -181,7 +181,8 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Folders, PublishedChains,
                          testing::Values("gnutls-gost", "gost-gnutls-generated", "gost-rfc9215", "gost-tc26-cms",
-                                         "gost-tk26-pygost", "nist-pkits"),
+                                         "gost-tk26-pygost", "nist-pkits", "x509-limbo", "botan-x509",
+                                         "openssl-verify"),
                          [](const auto& parameter) {
                              std::string name = parameter.param;
                              std::ranges::replace(name, '-', '_');

@@ -1,0 +1,105 @@
+#include "chains/name_limits.hpp"
+
+#include "capi/constants.hpp"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace klunortredi::csp {
+
+namespace {
+
+using GeneralNames = std::unique_ptr<GENERAL_NAMES, ossl::Deleter<GENERAL_NAMES_free>>;
+
+std::string_view text(const ASN1_STRING* string) {
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast)
+    return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(string)),
+            static_cast<std::size_t>(ASN1_STRING_length(string))};
+}
+
+bool sameIgnoringCase(std::string_view left, std::string_view right) {
+    return left.size() == right.size() && strncasecmp(left.data(), right.data(), left.size()) == 0;
+}
+
+/// Whether "*.base" stands for `excluded` among others: a wildcard is one label.
+bool covers(std::string_view wildcard, std::string_view excluded) {
+    const std::string_view base = wildcard.substr(1); // with its dot
+    const std::string_view name = excluded.starts_with('.') ? excluded.substr(1) : excluded;
+    const auto dot = name.find('.');
+    return dot != std::string_view::npos && dot > 0 && sameIgnoringCase(name.substr(dot), base);
+}
+
+/// RFC 3986, 3.2: the authority ends at the next slash, question mark or number sign; what stands before "@" is not
+/// the host.
+bool hasUserInformation(std::string_view uri) {
+    const auto start = uri.find("//");
+    if (start == std::string_view::npos) {
+        return false;
+    }
+    const std::string_view rest = uri.substr(start + 2);
+    return rest.substr(0, rest.find_first_of("/?#")).find('@') != std::string_view::npos;
+}
+
+} // namespace
+
+void NameLimits::add(const X509* certificate) {
+    auto* const constraints =
+        static_cast<NAME_CONSTRAINTS*>(X509_get_ext_d2i(certificate, NID_name_constraints, nullptr, nullptr));
+    if (constraints != nullptr) {
+        constraints_.emplace_back(constraints);
+    }
+}
+
+bool NameLimits::limits(int nameType) const {
+    const auto has = [nameType](const STACK_OF(GENERAL_SUBTREE) * trees) {
+        for (int i = 0; i < sk_GENERAL_SUBTREE_num(trees); ++i) {
+            if (sk_GENERAL_SUBTREE_value(trees, i)->base->type == nameType) {
+                return true;
+            }
+        }
+        return false;
+    };
+    return std::ranges::any_of(constraints_, [&](const auto& constraints) {
+        return has(constraints->permittedSubtrees) || has(constraints->excludedSubtrees);
+    });
+}
+
+bool NameLimits::excludesWildcard(const ASN1_IA5STRING* dnsName) const {
+    const std::string_view name = text(dnsName);
+    if (!name.starts_with("*.")) {
+        return false;
+    }
+    for (const auto& constraints : constraints_) {
+        for (int i = 0; i < sk_GENERAL_SUBTREE_num(constraints->excludedSubtrees); ++i) {
+            const GENERAL_NAME* const base = sk_GENERAL_SUBTREE_value(constraints->excludedSubtrees, i)->base;
+            if (base->type == GEN_DNS && covers(name, text(base->d.dNSName))) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+DWORD NameLimits::errors(const X509* certificate) const {
+    DWORD errors = 0;
+    if (empty()) {
+        return errors;
+    }
+    const GeneralNames names(
+        static_cast<GENERAL_NAMES*>(X509_get_ext_d2i(certificate, NID_subject_alt_name, nullptr, nullptr)));
+    const bool uriLimits = limits(GEN_URI);
+    for (int i = 0; i < sk_GENERAL_NAME_num(names.get()); ++i) {
+        const GENERAL_NAME* const name = sk_GENERAL_NAME_value(names.get(), i);
+        if (name->type == GEN_DNS && excludesWildcard(name->d.dNSName)) {
+            errors |= capi::CERT_TRUST_HAS_EXCLUDED_NAME_CONSTRAINT;
+        }
+        if (name->type == GEN_URI && uriLimits && hasUserInformation(text(name->d.uniformResourceIdentifier))) {
+            errors |= capi::CERT_TRUST_HAS_NOT_PERMITTED_NAME_CONSTRAINT;
+        }
+    }
+    return errors;
+}
+
+} // namespace klunortredi::csp

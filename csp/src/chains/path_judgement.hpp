@@ -1,0 +1,30 @@
+#pragma once
+
+/// The verdict of OpenSSL on one path: exactly these certificates, this anchor and these CRLs (RFC 5280, section 6.1).
+
+#include "chains/chain_builder.hpp"
+#include "chains/findings.hpp"
+#include "chains/path_search.hpp"
+
+namespace klunortredi::csp {
+
+/// The CRLs that one certificate of a path was held against.
+struct AppliedCrls {
+    std::shared_ptr<X509_CRL> base;
+    std::shared_ptr<X509_CRL> delta;
+};
+
+struct PathJudgement {
+    Findings findings;
+    std::vector<AppliedCrls> crls; ///< by element; empty where revocation was not looked at
+};
+
+/// CRLs, and certificates outside of the path that may sign them.
+struct PathCrls {
+    std::vector<std::shared_ptr<X509_CRL>> lists;
+    std::vector<const Candidate*> issuers;
+};
+
+PathJudgement judgePath(const Path& path, const PathCrls& crls, const ChainRequest& request);
+
+} // namespace klunortredi::csp

@@ -1,0 +1,174 @@
+#include "stores/crl_files.hpp"
+
+#include "asn1/der.hpp"
+#include "core/files.hpp"
+#include "core/hex.hpp"
+#include "core/warning.hpp"
+#include "x509/crl.hpp"
+#include "x509/x509_der.hpp"
+
+#include <algorithm>
+
+namespace klunortredi::csp {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+ossl::X509CrlPtr decode(ByteView contents) {
+    if (contents.size() > largestCrl) {
+        fail(capi::ERROR_INVALID_DATA);
+    }
+    const auto octets = crlDer(contents);
+    auto crl = octets ? ossl::fromDer<ossl::X509CrlPtr>(d2i_X509_CRL, *octets) : nullptr;
+    if (!crl) {
+        fail(capi::CRYPT_E_ASN1_CORRUPT);
+    }
+    return crl;
+}
+
+std::time_t timeOf(const ASN1_TIME* time) {
+    std::tm parts{};
+    if (time == nullptr || ASN1_TIME_to_tm(time, &parts) == 0) {
+        fail(capi::CRYPT_E_ASN1_CORRUPT);
+    }
+    return timegm(&parts);
+}
+
+std::string nameText(const X509_NAME* name) {
+    const ossl::Bio out(BIO_new(BIO_s_mem()));
+    if (!out || X509_NAME_print_ex(out.get(), name, 0, XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB) < 0) {
+        fail(capi::ERROR_NOT_ENOUGH_MEMORY);
+    }
+    char* data = nullptr;
+    const long size = BIO_get_mem_data(out.get(), &data);
+    return {data, static_cast<std::size_t>(std::max(size, 0L))};
+}
+
+/// The value of an extension; empty when there is none.
+Bytes extensionValue(const X509_CRL* crl, int nid) {
+    const int at = X509_CRL_get_ext_by_NID(crl, nid, -1);
+    if (at < 0) {
+        return {};
+    }
+    const ByteView value = ossl::octets(X509_EXTENSION_get_data(X509_CRL_get_ext(crl, at)));
+    return {value.begin(), value.end()};
+}
+
+CrlSummary summaryOf(X509_CRL* crl) {
+    CrlSummary summary;
+    summary.issuer = nameText(X509_CRL_get_issuer(crl));
+    summary.thisUpdate = timeOf(X509_CRL_get0_lastUpdate(crl));
+    if (X509_CRL_get0_nextUpdate(crl) != nullptr) {
+        summary.nextUpdate = timeOf(X509_CRL_get0_nextUpdate(crl));
+    }
+    const Bytes number = extensionValue(crl, NID_crl_number);
+    if (!number.empty()) {
+        const ByteView content = der::toInteger(der::readOnly(number, der::tag::Integer));
+        summary.number.assign(content.begin(), content.end());
+    }
+    summary.delta = X509_CRL_get_ext_by_NID(crl, NID_delta_crl, -1) >= 0;
+    summary.entries = static_cast<std::size_t>(std::max(sk_X509_REVOKED_num(X509_CRL_get_REVOKED(crl)), 0));
+    return summary;
+}
+
+/// Name of the file that holds this CRL and its successors.
+std::string fileName(const X509_CRL* crl) {
+    const unsigned char* name = nullptr;
+    std::size_t size = 0;
+    X509_NAME_get0_der(X509_CRL_get_issuer(crl), &name, &size);
+    const bool delta = X509_CRL_get_ext_by_NID(crl, NID_delta_crl, -1) >= 0;
+    const Bytes key = der::sequence({ByteView(name, size), extensionValue(crl, NID_authority_key_identifier),
+                                     extensionValue(crl, NID_issuing_distribution_point), der::boolean(delta)});
+    Bytes digest(EVP_MAX_MD_SIZE);
+    unsigned int digestSize = 0;
+    if (EVP_Digest(key.data(), key.size(), digest.data(), &digestSize, EVP_sha256(), nullptr) != 1) {
+        fail(capi::ERROR_NOT_ENOUGH_MEMORY);
+    }
+    digest.resize(digestSize);
+    return toHex(digest) + std::string(crlFileSuffix);
+}
+
+} // namespace
+
+std::vector<fs::path> crlFiles(const fs::path& directory) {
+    std::vector<fs::path> paths = files::entries(directory);
+    std::erase_if(paths, [](const fs::path& path) {
+        const std::string name = path.filename().string();
+        return !name.ends_with(crlFileSuffix) || name.starts_with('.');
+    });
+    std::ranges::sort(paths);
+    return paths;
+}
+
+std::optional<Bytes> readCrlFile(const fs::path& file) {
+    try {
+        const auto contents = files::read(file, largestCrl);
+        auto octets = contents ? crlDer(*contents) : std::nullopt;
+        if (contents && (!octets || !crlHead(*octets))) {
+            warn("not a CRL, left out: " + file.string());
+            return std::nullopt;
+        }
+        return octets;
+    } catch (const ApiError& error) {
+        warn("CRL cannot be read or is too large, left out (" + std::to_string(error.code()) + "): " + file.string());
+        return std::nullopt;
+    }
+}
+
+CrlSummary summarizeCrl(ByteView contents) {
+    return summaryOf(decode(contents).get());
+}
+
+CrlSummary addCrl(const fs::path& directory, ByteView contents) {
+    const ossl::X509CrlPtr crl = decode(contents);
+    CrlSummary summary = summaryOf(crl.get());
+    summary.file = fileName(crl.get());
+    files::makeDirectories(directory);
+    const files::Lock lock(directory);
+    files::removeStaleTemporaries(directory);
+    const auto held = readCrlFile(directory / summary.file);
+    const auto older = held ? ossl::fromDer<ossl::X509CrlPtr>(d2i_X509_CRL, *held) : nullptr;
+    if (older && timeOf(X509_CRL_get0_lastUpdate(older.get())) >= summary.thisUpdate) {
+        fail(capi::CRYPT_E_EXISTS);
+    }
+    files::writeAtomically(directory / summary.file, ossl::toDer(i2d_X509_CRL, crl.get()));
+    return summary;
+}
+
+std::vector<CrlSummary> listCrls(const fs::path& directory) {
+    std::vector<CrlSummary> list;
+    for (const fs::path& file : crlFiles(directory)) {
+        const auto octets = readCrlFile(file);
+        if (!octets) {
+            continue;
+        }
+        try {
+            list.push_back(summarizeCrl(*octets));
+            list.back().file = file.filename().string();
+        } catch (const ApiError&) {
+            warn("not a CRL, left out: " + file.string());
+        }
+    }
+    return list;
+}
+
+void deleteCrl(const fs::path& directory, const std::string& file) {
+    const auto paths = crlFiles(directory);
+    const auto found = std::ranges::find(paths, file, [](const fs::path& path) { return path.filename().string(); });
+    if (found == paths.end()) {
+        fail(capi::CRYPT_E_NOT_FOUND);
+    }
+    const files::Lock lock(directory);
+    std::error_code failure;
+    const bool removed = fs::remove(*found, failure);
+    if (failure) {
+        fail(files::errorCode(failure.value()));
+    }
+    if (!removed) {
+        fail(capi::CRYPT_E_NOT_FOUND);
+    }
+    static_cast<void>(files::syncDirectory(directory));
+}
+
+} // namespace klunortredi::csp
