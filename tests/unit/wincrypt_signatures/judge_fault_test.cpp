@@ -140,6 +140,21 @@ TEST_F(JudgeCalls, LetOutWhatAHookThrowsAndLeaveNothing) {
     EXPECT_EQ(service().imbalance(), "");
 }
 
+TEST_F(JudgeCalls, PassOverACertificateOfTheCallerWithoutContext) {
+    tools::VerifyHooks hooks;
+    hooks.certificate = boost::make_shared<Certificate>(nullptr);
+    for (const auto& verdict : judge("", hooks)) {
+        EXPECT_EQ(verdict.verdict, SignatureVerdict::valid) << "by the message's own certificates";
+    }
+    service().message.certificates.clear();
+    for (const auto& verdict : judge("", hooks)) {
+        EXPECT_EQ(verdict.verdict, SignatureVerdict::unknown);
+        EXPECT_EQ(verdict.code, capi::CRYPT_E_SIGNER_NOT_FOUND);
+    }
+    EXPECT_FALSE(verify("signature", hooks));
+    EXPECT_EQ(orvik::plugin::wincrypt::GetLastErrorEx(), capi::CRYPT_E_NOT_FOUND);
+}
+
 // ---- codes and verdicts
 
 struct CodeRow {

@@ -46,7 +46,7 @@ bool check(std::istream& signature, const boost::optional<std::istream&>& conten
         return false;
     }
     const auto signer = signerOf(message.get(), hooks);
-    if (!signer) {
+    if (!signer || signer->context() == nullptr) {
         return false;
     }
     if (content) {

@@ -152,7 +152,7 @@ SignerVerdict judgeByMessage(void* message, unsigned index, void* store, CERT_IN
 SignerVerdict judge(void* message, unsigned index, void* store, const CertificatePtr& outside) {
     std::string id = certInfo(message, index);
     auto* signer = reinterpret_cast<CERT_INFO*>(id.data());
-    if (outside && mayName(*signer, *outside)) {
+    if (outside && outside->context() != nullptr && mayName(*signer, *outside)) {
         const unsigned code = check(message, index, *outside);
         if (code != capi::CRYPT_E_SIGNER_NOT_FOUND) {
             return {verdictOf(code), code, outside};
