@@ -135,9 +135,25 @@ private:
             ->required();
 
         auto chained = std::make_shared<ChainArguments>();
-        add(app_, "chain", "Judge a certificate's chain", chained, chain)
-            ->add_option("CERT", chained->which, "Certificate file, or which certificate of store my")
-            ->required();
+        verb = add(app_, "chain", "Judge a certificate's chain", chained, chain);
+        verb->add_option("CERT", chained->which, "Certificate file, or which certificate of store my")->required();
+        addChainOptions(*verb, chained->options);
+    }
+
+    /// How chains are judged, for every verb that judges them.
+    static void addChainOptions(CLI::App& verb, ChainOptions& options) {
+        verb.add_option("--at", options.at, "Judge the chain at this time (RFC 3339, UTC) instead of now")
+            ->type_name("TIME");
+        verb.add_option("--with", options.with, "More certificates and CRLs, DER, PEM or PKCS#7")
+            ->type_name("FILE")
+            ->allow_extra_args(false);
+        verb.add_option("--anchor", options.anchors, "Trust these certificates instead of store root")
+            ->type_name("FILE")
+            ->allow_extra_args(false);
+        verb.add_option("--usage", options.usage, "Require this extended key usage")->type_name("OID|NAME");
+        verb.add_flag("--require-revocation", options.requireRevocation,
+                      "Do not trust a chain whose revocation status is not known");
+        verb.add_flag("--offline", options.offline, "Fetch nothing (nothing is ever fetched yet)");
     }
 
     void addSignatures() {

@@ -2,6 +2,7 @@
 
 /// The verbs: each takes what the command line said and answers with the process's exit code; failures are thrown.
 
+#include "chain_options.hpp"
 #include "exit_code.hpp"
 
 #include <optional>
@@ -88,6 +89,7 @@ ExitCode verify(Session& session, const VerifyArguments& arguments);
 
 struct ChainArguments {
     std::string which; ///< a file, or which certificate of store my
+    ChainOptions options;
 };
 ExitCode chain(Session& session, const ChainArguments& arguments);
 
