@@ -4,10 +4,10 @@
 #include "capi/constants.hpp"
 #include "exports/export.hpp"
 #include "messages/message.hpp"
+#include "require.hpp"
 #include "x509/cert_info.hpp"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <optional>
 #include <vector>
@@ -123,13 +123,6 @@ Result decode(ByteView octets, const Way& way) {
     }
     api::CryptMsgClose(message);
     return result;
-}
-
-void require(bool holds, const char* property) {
-    if (!holds) {
-        std::fprintf(stderr, "broken: %s\n", property);
-        std::abort();
-    }
 }
 
 } // namespace

@@ -4,13 +4,10 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
 #include <sstream>
 #include <stdexcept>
 
 namespace corpora {
-
-namespace {
 
 std::vector<std::string> split(const std::string& text, char separator) {
     std::vector<std::string> parts;
@@ -21,7 +18,18 @@ std::vector<std::string> split(const std::string& text, char separator) {
     return parts;
 }
 
-} // namespace
+std::string Case::text(const std::string& key) const {
+    const auto found = args.find(key);
+    return found == args.end() ? "" : found->second;
+}
+
+std::vector<std::string> Case::paths(const std::string& key) const {
+    std::vector<std::string> files = split(text(key), '|');
+    for (std::string& file : files) {
+        file = folder + "/" + file;
+    }
+    return files;
+}
 
 std::optional<std::string> root() {
     const char* given = std::getenv("KLUNORTREDI_CORPORA");
@@ -48,14 +56,6 @@ std::vector<Case> cases(const std::string& root, const std::string& folder) {
         result.push_back(std::move(row));
     }
     return result;
-}
-
-void print(const std::string& folder, const Tally& tally) {
-    std::cout << "corpora: " << folder << ": " << tally.right << " right, " << tally.wrong.size() << " wrong, "
-              << tally.notOffered << " not offered\n";
-    for (const std::string& line : tally.wrong) {
-        std::cout << "  wrong: " << line << '\n';
-    }
 }
 
 } // namespace corpora

@@ -1,5 +1,7 @@
 #pragma once
 
+/// Rows of the folders of published cases, and where they lie.
+
 #include <map>
 #include <optional>
 #include <string>
@@ -14,26 +16,27 @@ struct Case {
     std::string op;
     std::string input;                       ///< relative to the folder
     std::map<std::string, std::string> args; ///< "key=value;key=value"
-    std::string expected;
+    std::string expected;                    ///< VALID, INVALID, OK, FAIL, EITHER or NOCRASH
     std::string why;
 
     [[nodiscard]] bool has(const std::string& key) const { return args.contains(key); }
+    /// The argument's text; empty when the row does not have it.
+    [[nodiscard]] std::string text(const std::string& key) const;
     /// Absolute path of a file that an argument names.
     [[nodiscard]] std::string path(const std::string& key) const { return folder + "/" + args.at(key); }
+    /// Absolute paths of the files that an argument lists; empty when the row does not have it.
+    [[nodiscard]] std::vector<std::string> paths(const std::string& key) const;
+    /// Absolute path of the input.
+    [[nodiscard]] std::string inputPath() const { return folder + "/" + input; }
 };
 
-/// Where the published cases lie: KLUNORTREDI_CORPORA, else beside the checkout. None when the folder is absent.
+/// Folder of the published cases: KLUNORTREDI_CORPORA, else beside the checkout; nullopt when it is absent.
 std::optional<std::string> root();
 
-/// The rows of one folder; throws when its manifest cannot be read.
+/// The rows of one folder; throws std::runtime_error when its manifest cannot be read.
 std::vector<Case> cases(const std::string& root, const std::string& folder);
 
-/// What came of a folder, as a line of a table.
-struct Tally {
-    int right = 0;
-    int notOffered = 0;
-    std::vector<std::string> wrong; ///< ids with what happened
-};
-void print(const std::string& folder, const Tally& tally);
+/// The parts of `text` between separators.
+std::vector<std::string> split(const std::string& text, char separator);
 
 } // namespace corpora

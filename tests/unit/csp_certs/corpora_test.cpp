@@ -1,71 +1,35 @@
-// Chains that other projects and standards bodies published, with their verdicts, asked through the entry points:
-// anchors in store "root", issuers in an additional store, CRLs in the folder of store "ca".
+// Chains, CRLs and malformed certificates that other projects and standards bodies published, with their verdicts, put
+// to the entry points.
 
-#include "service.hpp"
-#include "x509/file_time.hpp"
+#include "chain_case.hpp"
+#include "corpora/tally.hpp"
+#include "fuzz_targets.hpp"
 
 #include <openssl/pem.h>
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <iomanip>
-#include <iostream>
-#include <map>
-#include <set>
 #include <sstream>
 
 namespace {
 
-namespace fs = std::filesystem;
+using chain_case::Answer;
+using chain_case::notJudged;
+using chain_case::Question;
+using corpora::Case;
+using corpora::Tally;
+using testing::IsEmpty;
 
-fs::path corpora() {
-    const char* const set = std::getenv("KLUNORTREDI_CORPORA");
-    return set != nullptr ? fs::path(set)
-                          : fs::path(std::getenv("KLUNORTREDI_SOURCE_DIR")) / ".." / "shared" / "corpora";
-}
-
-std::vector<std::string> split(const std::string& text, char separator) {
-    std::vector<std::string> parts;
-    std::istringstream in(text);
-    for (std::string part; std::getline(in, part, separator);) {
-        parts.push_back(part);
-    }
-    return parts;
-}
-
-struct Case {
-    std::string id;
-    std::string input;
-    std::map<std::string, std::string> args;
-    std::string expected;
-
-    [[nodiscard]] std::vector<std::string> list(const std::string& name) const {
-        const auto found = args.find(name);
-        return found == args.end() ? std::vector<std::string>{} : split(found->second, '|');
-    }
-};
-
-std::vector<Case> chainCases(const fs::path& folder) {
-    std::vector<Case> cases;
-    std::ifstream manifest(folder / "MANIFEST.tsv");
-    for (std::string line; std::getline(manifest, line);) {
-        const auto columns = split(line, '\t');
-        if (columns.size() < 5 || columns[1] != "chain") {
-            continue;
-        }
-        Case row{columns[0], columns[2], {}, columns[4]};
-        for (const std::string& argument : split(columns[3], ';')) {
-            const auto at = argument.find('=');
-            row.args[argument.substr(0, at)] = argument.substr(at + 1);
-        }
-        cases.push_back(std::move(row));
-    }
-    return cases;
-}
-
-/// The certificates of a file: any number as PEM, or one as DER.
-std::vector<csp::Bytes> certificatesOf(const fs::path& file) {
+csp::Bytes octetsOf(const std::string& file) {
     std::ifstream in(file, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(in), {}};
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+/// What a file holds: any number of PEM blocks, or one DER value.
+std::vector<csp::Bytes> objectsOf(const std::string& file) {
+    const csp::Bytes text = octetsOf(file);
     std::vector<csp::Bytes> list;
     const csp::ossl::Bio bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
     char* name = nullptr;
@@ -80,7 +44,15 @@ std::vector<csp::Bytes> certificatesOf(const fs::path& file) {
     }
     ERR_clear_error();
     if (list.empty()) {
-        list.emplace_back(text.begin(), text.end());
+        list.push_back(text);
+    }
+    return list;
+}
+
+std::vector<csp::Bytes> objectsOf(const std::vector<std::string>& files) {
+    std::vector<csp::Bytes> list;
+    for (const std::string& file : files) {
+        std::ranges::move(objectsOf(file), std::back_inserter(list));
     }
     return list;
 }
@@ -91,114 +63,164 @@ std::time_t timeOf(const std::string& text) {
     return timegm(&parts);
 }
 
-/// Initial policies are no part of the question that the CryptoAPI lets a caller ask.
-bool offered(const Case& row) {
-    return !row.args.contains("policy") && !row.args.contains("explicit") && !row.args.contains("inhibit_map") &&
-           !row.args.contains("inhibit_any");
+/// The extended key usage that a row asks for, as text and as OID.
+std::string usageOf(const Case& row) {
+    const std::map<std::string, std::string> usages{{"", ""},
+                                                    {"serverAuth", "1.3.6.1.5.5.7.3.1"},
+                                                    {"clientAuth", "1.3.6.1.5.5.7.3.2"},
+                                                    {"timestampsign", "1.3.6.1.5.5.7.3.8"}};
+    return usages.at(row.text("purpose"));
 }
 
-/// Valid chains that OpenSSL refuses. One that is accepted some day must leave this list.
-const std::map<std::string, std::set<std::string>> refused{
-    {"nist-pkits",
-     {
-         // an issuer's DSA key without parameters of its own; inheriting them is optional
-         "pkits-4.1.5-Section1ValidDSAParameterInheritanceTest5",
-         // a CRL issuer whose own revocation is told by the CRL that it signs
-         "pkits-4.14.30-Section14ValidcRLIssuerTest30",
-     }},
-};
+Question questionOf(const Case& row) {
+    Question question;
+    question.target = objectsOf(row.inputPath()).front();
+    question.anchors = objectsOf(row.paths("ta"));
+    question.issuers = objectsOf(row.paths("inter"));
+    question.crls = objectsOf(row.paths("crl"));
+    question.time = row.has("time") ? timeOf(row.text("time")) : 0;
+    question.usage = usageOf(row);
+    if (row.has("crl")) {
+        question.flags = row.text("crlcheck") == "all" ? capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT
+                                                       : capi::CERT_CHAIN_REVOCATION_CHECK_END_CERT;
+    }
+    return question;
+}
 
-struct Score {
-    std::size_t right = 0;
-    std::set<std::string> wrong;
-    std::size_t notOffered = 0;
-};
+std::string textOf(const Answer& answer) {
+    std::ostringstream text;
+    text << "INVALID, " << std::hex << (answer.errors == notJudged ? answer.code : answer.errors);
+    return text.str();
+}
 
-class PublishedChains : public ServiceTest, public testing::WithParamInterface<const char*> {
+/// The name of the folder with the letters that a test may have.
+std::string testName(const testing::TestParamInfo<const char*>& parameter) {
+    std::string name = parameter.param;
+    std::ranges::replace(name, '-', '_');
+    return name;
+}
+
+class Published : public ServiceTest, public testing::WithParamInterface<const char*> {
 protected:
-    /// Bits of the chain, or ~0 when the certificate itself is refused.
-    DWORD ask(const fs::path& folder, const Case& row) {
-        fs::remove_all(home_ / "stores");
-        for (const std::string& file : row.list("ta")) {
-            for (const auto& der : certificatesOf(folder / file)) {
-                add(systemStore("root").get(), der, capi::CERT_STORE_ADD_ALWAYS);
+    void SetUp() override {
+        root_ = corpora::root();
+        if (!root_) {
+            GTEST_SKIP() << "the folder of published cases is not here (KLUNORTREDI_CORPORA)";
+        }
+    }
+    /// Judges the rows of one operation; `verdict` says VALID, INVALID or what else came of it.
+    template <class Verdict>
+    void judge(const std::string& op, Verdict&& verdict) {
+        Tally tally(GetParam() + std::string(" ") + op);
+        for (const Case& row : corpora::cases(*root_, GetParam())) {
+            if (row.op == op && tally.offered(row)) {
+                tally.note(row, verdict(row));
             }
         }
-        const StoreHandle additional = memoryStore();
-        for (const std::string& file : row.list("inter")) {
-            for (const auto& der : certificatesOf(folder / file)) {
-                add(additional.get(), der, capi::CERT_STORE_ADD_ALWAYS);
-            }
-        }
-        for (const std::string& file : row.list("crl")) {
-            fs::create_directories(this->folder("ca"));
-            fs::copy_file(folder / file, this->folder("ca") / fs::path(file).filename().replace_extension(".crl"));
-        }
-        return chainBits(row, certificatesOf(folder / row.input).front(), additional.get());
+        tally.print();
+        EXPECT_GT(tally.right(), 0);
+        EXPECT_THAT(tally.surprises(), IsEmpty());
     }
 
-    static DWORD chainBits(const Case& row, const csp::Bytes& der, void* additional) {
-        const Context certificate = contextOf(der);
-        if (!certificate) {
-            return ~0U;
-        }
-        CERT_CHAIN_PARA parameters{};
-        parameters.cbSize = sizeof parameters;
-        FILETIME time = csp::toFileTime(row.args.contains("time") ? timeOf(row.args.at("time")) : std::time(nullptr));
-        const auto crlCheck = row.list("crlcheck");
-        const DWORD flags = crlCheck.empty()       ? 0
-                            : crlCheck[0] == "all" ? capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT
-                                                   : capi::CERT_CHAIN_REVOCATION_CHECK_END_CERT;
-        PCCERT_CHAIN_CONTEXT chain = nullptr;
-        if (api::CertGetCertificateChain(nullptr, certificate.get(), &time, additional, &parameters, flags, nullptr,
-                                         &chain) == 0) {
-            return ~0U;
-        }
-        const DWORD bits = chain->TrustStatus.dwErrorStatus;
-        api::CertFreeCertificateChain(chain);
-        return bits;
-    }
-
-    Score score(const fs::path& folder) {
-        Score result;
-        for (const Case& row : chainCases(folder)) {
-            if (!offered(row)) {
-                ++result.notOffered;
-                continue;
-            }
-            const DWORD bits = ask(folder, row);
-            if (row.expected == "EITHER" || (bits == 0) == (row.expected == "VALID")) {
-                ++result.right;
-            } else {
-                result.wrong.insert(row.id);
-                std::cout << "  " << row.id << ": expected " << row.expected << ", status " << std::hex << bits
-                          << std::dec << '\n';
-            }
-        }
-        return result;
-    }
+    std::optional<std::string> root_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Folders, PublishedChains,
-                         testing::Values("gnutls-gost", "gost-gnutls-generated", "gost-rfc9215", "gost-tc26-cms",
-                                         "gost-tk26-pygost", "nist-pkits", "x509-limbo", "botan-x509",
-                                         "openssl-verify"),
-                         [](const auto& parameter) {
-                             std::string name = parameter.param;
-                             std::ranges::replace(name, '-', '_');
-                             return name;
-                         });
+class PublishedChains : public Published {};
 
 TEST_P(PublishedChains, GetThePublishedVerdict) {
-    const fs::path folder = corpora() / GetParam();
-    if (!fs::exists(folder)) {
-        GTEST_SKIP() << "no such folder: " << folder << " (KLUNORTREDI_CORPORA)";
-    }
-    const Score result = score(folder);
-    std::cout << GetParam() << ": right " << result.right << ", wrong " << result.wrong.size() << ", not offered "
-              << result.notOffered << '\n';
-    EXPECT_GT(result.right, 0U);
-    EXPECT_EQ(result.wrong, refused.contains(GetParam()) ? refused.at(GetParam()) : std::set<std::string>{});
+    judge("chain", [](const Case& row) {
+        const Answer answer = chain_case::ask(questionOf(row));
+        if (answer.errors == 0) {
+            return std::string("VALID");
+        }
+        return row.expected == "VALID" ? textOf(answer) : "INVALID";
+    });
 }
+
+INSTANTIATE_TEST_SUITE_P(Folders, PublishedChains,
+                         testing::Values("botan-x509", "gnutls-gost", "gost-gnutls-generated", "gost-rfc9215",
+                                         "gost-tc26-cms", "gost-tk26-pygost", "nist-pkits", "openssl-verify",
+                                         "x509-limbo"),
+                         testName);
+
+class PublishedCrls : public Published {
+protected:
+    /// A certificate that the CRL's issuer issued, itself among them; empty when the folder has none.
+    static csp::Bytes issuedBy(const csp::Bytes& issuer, const std::string& folder) {
+        const csp::ossl::X509Ptr authority = pki::decode(issuer);
+        if (X509_check_issued(authority.get(), authority.get()) == X509_V_OK) {
+            return issuer;
+        }
+        for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+            if (entry.path().extension() != ".pem") {
+                continue;
+            }
+            const csp::Bytes der = objectsOf(entry.path().string()).front();
+            const unsigned char* position = der.data();
+            const csp::ossl::X509Ptr certificate(d2i_X509(nullptr, &position, static_cast<long>(der.size())));
+            ERR_clear_error();
+            if (certificate && X509_check_issued(authority.get(), certificate.get()) == X509_V_OK) {
+                return der;
+            }
+        }
+        return {};
+    }
+    static std::time_t issuedAt(const csp::Bytes& crl) {
+        const unsigned char* position = crl.data();
+        const csp::ossl::X509CrlPtr list(d2i_X509_CRL(nullptr, &position, static_cast<long>(crl.size())));
+        std::tm parts{};
+        ASN1_TIME_to_tm(X509_CRL_get0_lastUpdate(list.get()), &parts);
+        return timegm(&parts);
+    }
+};
+
+// No entry point judges a CRL alone: a certificate of its issuer has a revocation status when the CRL is genuine.
+TEST_P(PublishedCrls, CountWhenTheirSignatureIsGenuine) {
+    judge("crl-verify", [](const Case& row) {
+        Question question;
+        question.anchors = objectsOf(row.paths("ta"));
+        question.crls = objectsOf(row.inputPath());
+        question.target = issuedBy(question.anchors.front(), row.folder);
+        question.time = issuedAt(question.crls.front()) + 1;
+        question.flags = capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN;
+        const Answer answer = chain_case::ask(question);
+        if (answer.elements.empty()) {
+            return textOf(answer);
+        }
+        const bool unknown = (answer.elements.front() & capi::CERT_TRUST_REVOCATION_STATUS_UNKNOWN) != 0;
+        return std::string(unknown ? "INVALID" : "VALID");
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Folders, PublishedCrls, testing::Values("botan-x509", "gost-gnutls-generated", "gost-rfc9215"),
+                         testName);
+
+class PublishedMalformed : public Published {
+protected:
+    /// Replays a fuzz target over the rows of that type; it ends the process when a property is broken.
+    void replay(const std::string& type, int (*target)(const std::uint8_t*, std::size_t)) {
+        Tally tally(GetParam() + std::string(" ") + type);
+        for (const Case& row : corpora::cases(*root_, GetParam())) {
+            if (row.op == "parse" && row.text("type") == type && tally.offered(row)) {
+                const csp::Bytes der = objectsOf(row.inputPath()).front();
+                target(der.data(), der.size());
+                tally.note(row, "OK");
+            }
+        }
+        tally.print();
+        EXPECT_GT(tally.right(), 0);
+        EXPECT_THAT(tally.surprises(), IsEmpty());
+    }
+};
+
+TEST_P(PublishedMalformed, CertificatesGetACleanVerdict) {
+    replay("x509", fuzzCertificate);
+}
+
+TEST_P(PublishedMalformed, CrlsGetACleanVerdict) {
+    replay("crl", fuzzCrl);
+}
+
+INSTANTIATE_TEST_SUITE_P(Folders, PublishedMalformed, testing::Values("malformed"), testName);
 
 } // namespace

@@ -1,0 +1,53 @@
+// The fuzz targets' properties over certificates and CRLs made here, with octets changed.
+
+#include "chain_mutations.hpp"
+#include "fuzz_targets.hpp"
+
+namespace {
+
+/// `octets`, and `octets` with every `step`-th octet changed or missing from there on.
+void replayDamaged(int (*target)(const std::uint8_t*, std::size_t), const csp::Bytes& octets, std::size_t step) {
+    ASSERT_EQ(target(octets.data(), octets.size()), 0);
+    for (std::size_t i = 0; i < octets.size(); i += step) {
+        csp::Bytes damaged = octets;
+        damaged[i] ^= static_cast<std::uint8_t>(1U << (i % 8));
+        ASSERT_EQ(target(damaged.data(), damaged.size()), 0);
+        damaged.resize(i);
+        ASSERT_EQ(target(damaged.data(), damaged.size()), 0);
+    }
+}
+
+/// Every mutation of a chain, made with elliptic curve keys.
+class FuzzReplay : public ServiceTest {
+protected:
+    const chain_draft::KeyRing ring_{pki::KeyKind::Ec};
+};
+
+TEST_F(FuzzReplay, HoldsForDamagedCertificates) {
+    const auto question = chain_draft::encode(chain_draft::Draft(), ring_);
+    replayDamaged(fuzzCertificate, question.target, 1);
+    replayDamaged(fuzzCertificate, question.issuers.front(), 1);
+}
+
+TEST_F(FuzzReplay, HoldsForGeneratedSetsOfCertificates) {
+    for (const auto& made : chain_mutations::generate(0, 1)) {
+        const auto question = chain_draft::encode(made.draft, ring_);
+        csp::Bytes set = question.target;
+        for (const auto* const list : {&question.issuers, &question.anchors}) {
+            for (const csp::Bytes& der : *list) {
+                set.insert(set.end(), der.begin(), der.end());
+            }
+        }
+        ASSERT_EQ(fuzzCertificate(set.data(), set.size()), 0);
+    }
+}
+
+TEST_F(FuzzReplay, HoldsForGeneratedAndDamagedCrls) {
+    for (const auto& made : chain_mutations::generate(0, 1)) {
+        for (const csp::Bytes& der : chain_draft::encode(made.draft, ring_).crls) {
+            replayDamaged(fuzzCrl, der, 29);
+        }
+    }
+}
+
+} // namespace

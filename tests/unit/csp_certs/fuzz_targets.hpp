@@ -1,0 +1,11 @@
+#pragma once
+
+/// The fuzz targets that the tests replay. They end the process when a property is broken, and return 0 otherwise.
+
+#include <cstddef>
+#include <cstdint>
+
+/// One DER certificate, or several: a target and its issuers.
+extern "C" int fuzzCertificate(const std::uint8_t* data, std::size_t size);
+/// One DER CRL.
+extern "C" int fuzzCrl(const std::uint8_t* data, std::size_t size);
