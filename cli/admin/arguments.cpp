@@ -22,6 +22,8 @@ public:
         CLI::App* container = app_.add_subcommand("container", "Key containers")->fallthrough()->require_subcommand(1);
         addKeyFiles(*container);
         addCare(*container);
+        addRevocation(
+            *app_.add_subcommand("crl", "Certificate revocation lists")->fallthrough()->require_subcommand(1));
     }
 
 private:
@@ -93,6 +95,19 @@ private:
             ->add_option("--provider", listed->provider, "Only this provider's (name part or type)");
     }
 
+    void addRevocation(CLI::App& crl) {
+        auto crls = std::make_shared<CrlArguments>();
+        crl.add_option("--store", crls->store, "Certificate store: ca, root, my ...")->capture_default_str();
+        add(crl, "add", "Put a CRL into a store, in the place of the older one", crls, addCrl)
+            ->add_option("FILE", crls->which, "CRL, DER or PEM")
+            ->required();
+        add(crl, "list", "List the CRLs of a store", crls, listCrls);
+        add(crl, "delete", "Delete a CRL from a store", crls, deleteCrl)
+            ->add_option("WHICH", crls->which,
+                         "Its file as 'crl list' shows it (or how that begins), or a part of the issuer")
+            ->required();
+    }
+
     static CLI::Option* addContainer(CLI::App& verb, ContainerArguments& arguments) {
         verb.add_option("--provider", arguments.provider, "The container's provider (name part or type)");
         return verb.add_option("NAME", arguments.name, "The container");
@@ -110,7 +125,7 @@ bool asksForJson(int argc, char** argv) {
 
 Command parse(int argc, char** argv) {
     Command command;
-    CLI::App app("Takes care of the embedded service's key containers.", programName);
+    CLI::App app("Takes care of the embedded service's key containers and stores.", programName);
     app.set_version_flag("--version", std::string(programName) + ' ' + orvik::plugin::VersionRegistry::product());
     app.require_subcommand(1);
     app.get_formatter()->column_width(34);
@@ -123,8 +138,7 @@ Command parse(int argc, char** argv) {
         command.options.json = asksForJson(argc, argv);
         command.exit = ExitCode::usage;
         const cli::Console console(command.options, programName);
-        console.failure(
-            cli::Failure(ExitCode::usage, "wrong usage", e.what(), "see 'klunortredi-csp container --help'"));
+        console.failure(cli::Failure(ExitCode::usage, "wrong usage", e.what(), "see 'klunortredi-csp --help'"));
     }
     return command;
 }

@@ -86,11 +86,15 @@ void* ChainMaterial::store() const {
     return store_ ? store_->get() : nullptr;
 }
 
-void requireEmbeddedService(const std::string& option) {
+bool usesEmbeddedService() {
     using orvik::plugin::PathRegistry;
     boost::system::error_code ignored;
-    const bool vipNet = boost::filesystem::exists(PathRegistry::vipNetResourceFile(), ignored);
-    if (vipNet || !PathRegistry::cryptoProResourceFile().filename().string().starts_with("libklunortredi_csp.")) {
+    return !boost::filesystem::exists(PathRegistry::vipNetResourceFile(), ignored) &&
+           PathRegistry::cryptoProResourceFile().filename().string().starts_with("libklunortredi_csp.");
+}
+
+void requireEmbeddedService(const std::string& option) {
+    if (!usesEmbeddedService()) {
         throw Failure(ExitCode::service, "cannot use " + option,
                       "the CryptoAPI service of this machine trusts what its own stores hold and nothing else",
                       "add the certificate to its store root, or use the embedded service");

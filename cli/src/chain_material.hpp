@@ -25,6 +25,8 @@ private:
     std::optional<orvik::plugin::wincrypt::HCERTSTORE> store_;
 };
 
+/// Whether the process works with the embedded service.
+bool usesEmbeddedService();
 /// Throws Failure (exit 4), naming the option, when the process works with another service than the embedded one.
 void requireEmbeddedService(const std::string& option);
 

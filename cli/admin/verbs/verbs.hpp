@@ -33,6 +33,16 @@ struct ExportArguments : ContainerArguments {
     std::string out; ///< empty: the container's name and .p12
 };
 
+/// Revocation lists of a store.
+struct CrlArguments {
+    std::string store = "ca";
+    std::string which; ///< the file to add, or which list to delete
+};
+
+cli::ExitCode addCrl(Session& session, const CrlArguments& arguments);
+cli::ExitCode listCrls(Session& session, const CrlArguments& arguments);
+cli::ExitCode deleteCrl(Session& session, const CrlArguments& arguments);
+
 cli::ExitCode list(Session& session, const ContainerArguments& arguments);
 cli::ExitCode importKey(Session& session, const ImportArguments& arguments);
 cli::ExitCode exportKey(Session& session, const ExportArguments& arguments);

@@ -1,14 +1,19 @@
 #include "verbs/verbs.hpp"
 
 #include "certificates.hpp"
+#include "chain_files.hpp"
+#include "chain_material.hpp"
 #include "console.hpp"
 #include "crypto/wincrypt/certificate_store.hpp"
 #include "failure.hpp"
 #include "installed.hpp"
 #include "options.hpp"
 #include "output_file.hpp"
+#include "printable.hpp"
+#include "process.hpp"
 #include "text.hpp"
 
+#include <boost/filesystem/operations.hpp>
 #include <nlohmann/json.hpp>
 
 namespace klunortredi::cli {
@@ -26,6 +31,48 @@ std::string placeOf(const CertsArguments& arguments) {
 std::vector<CertificatePtr> chosen(const CertsArguments& arguments) {
     return arguments.provider.empty() ? storeCertificates(arguments.store)
                                       : chooseProvider(arguments.provider)->certificates();
+}
+
+/// The CryptoAPI has no entry point that puts a CRL into a store: the embedded service's own program does it.
+ExitCode addRevocationList(Session& session, const CertsArguments& arguments, std::size_t count) {
+    const std::string what = "cannot add " + arguments.which;
+    if (count > 1) {
+        throw Failure(ExitCode::input, what, "it holds " + std::to_string(count) + " CRLs", "add them one by one");
+    }
+    if (arguments.which == "-") {
+        throw Failure(ExitCode::usage, what, "a CRL is not read from standard input", "name its file");
+    }
+    if (!usesEmbeddedService()) {
+        throw Failure(ExitCode::service, what, "the CryptoAPI service of this machine takes no CRL from this command",
+                      "add it with the service's own tools, or bring it with --with FILE when judging a chain");
+    }
+    boost::system::error_code ignored;
+    const auto self = boost::filesystem::read_symlink("/proc/self/exe", ignored);
+    const auto beside = self.parent_path() / "klunortredi-csp";
+    const bool there = boost::filesystem::exists(beside, ignored);
+    const ProcessResult result = runProcess({there ? beside.string() : "klunortredi-csp", "crl", "add", "--json",
+                                             "--store", arguments.store, "--", arguments.which},
+                                            {{"KLUNORTREDI_TRACE", ""}});
+    // The document; what else there is went to standard error.
+    const auto begin = result.output.find('{');
+    const auto end = result.output.rfind('}');
+    const Json document = begin == std::string::npos || end == std::string::npos
+                              ? Json()
+                              : Json::parse(result.output.substr(begin, end + 1 - begin), nullptr, false);
+    if (result.exit != 0 || !document.contains("added")) {
+        const bool told = document.contains("error");
+        throw Failure(result.exit > 0 ? static_cast<ExitCode>(result.exit) : ExitCode::service, what,
+                      told ? document["error"].value("message", std::string{}) : "klunortredi-csp cannot be run");
+    }
+    session.console.result({{"added_crl", document["added"]}, {"store", arguments.store}}, [&](std::ostream& out) {
+        if (document["added"].is_null()) {
+            out << "store " << arguments.store << " has this CRL, or a newer one, already\n";
+        } else {
+            out << "added the CRL of " << printable(document["added"].value("issuer", std::string{})) << " to store "
+                << arguments.store << '\n';
+        }
+    });
+    return ExitCode::done;
 }
 
 } // namespace
@@ -55,7 +102,12 @@ ExitCode showCertificate(Session& session, const CertsArguments& arguments) {
 }
 
 ExitCode addCertificate(Session& session, const CertsArguments& arguments) {
-    const auto certificate = readCertificate(arguments.which);
+    ChainFiles files;
+    readChainFile(arguments.which, files);
+    if (files.certificates.empty()) {
+        return addRevocationList(session, arguments, files.crls.size());
+    }
+    const auto certificate = certificateFromDer(files.certificates.front());
     // Any name is a store's; that it was empty is how a misspelt one shows.
     const bool first = storeCertificates(arguments.store).empty();
     RegistryCertificateStore(arguments.store, ICertificateStore::system).addCertificate(*certificate);

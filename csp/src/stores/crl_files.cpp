@@ -7,6 +7,8 @@
 #include "x509/crl.hpp"
 #include "x509/x509_der.hpp"
 
+#include <openssl/x509v3.h>
+
 #include <algorithm>
 
 namespace klunortredi::csp {
@@ -55,6 +57,14 @@ Bytes extensionValue(const X509_CRL* crl, int nid) {
     return {value.begin(), value.end()};
 }
 
+using DistributionPoint = std::unique_ptr<ISSUING_DIST_POINT, ossl::Deleter<ISSUING_DIST_POINT_free>>;
+
+bool isIndirect(const X509_CRL* crl) {
+    const DistributionPoint point(
+        static_cast<ISSUING_DIST_POINT*>(X509_CRL_get_ext_d2i(crl, NID_issuing_distribution_point, nullptr, nullptr)));
+    return point && point->indirectCRL > 0;
+}
+
 CrlSummary summaryOf(X509_CRL* crl) {
     CrlSummary summary;
     summary.issuer = nameText(X509_CRL_get_issuer(crl));
@@ -68,6 +78,7 @@ CrlSummary summaryOf(X509_CRL* crl) {
         summary.number.assign(content.begin(), content.end());
     }
     summary.delta = X509_CRL_get_ext_by_NID(crl, NID_delta_crl, -1) >= 0;
+    summary.indirect = isIndirect(crl);
     summary.entries = static_cast<std::size_t>(std::max(sk_X509_REVOKED_num(X509_CRL_get_REVOKED(crl)), 0));
     return summary;
 }

@@ -35,6 +35,7 @@ struct CrlSummary {
     std::optional<std::time_t> nextUpdate;
     Bytes number; ///< CRL number, most significant octet first; empty when absent
     bool delta = false;
+    bool indirect = false; ///< it may list certificates of other issuers (RFC 5280, 5.2.5)
     std::size_t entries = 0;
 };
 

@@ -27,6 +27,7 @@ public:
     explicit SystemStore(std::filesystem::path directory) : directory_(std::move(directory)) {}
 
     [[nodiscard]] bool exists() const;
+    [[nodiscard]] const std::filesystem::path& directory() const noexcept { return directory_; }
 
     std::vector<std::shared_ptr<Certificate>> certificates() override;
     std::vector<StoredCrl> crls() override;
