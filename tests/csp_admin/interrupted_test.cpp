@@ -43,19 +43,22 @@ TEST(Interrupted, AChangeOfPinLeavesTheOldOneOrTheNewOne) {
             return place.admin({"change-pin", "one", "--pin-file", from, "--new-pin-file", to}, options);
         },
         [&](int n) {
+            const auto opens = [&](const std::string& pin) {
+                return place.admin({"check", "one", "--pin-file", pin}).exit == 0;
+            };
             EXPECT_EQ(place.admin({"check", "one"}).exit, 0) << n;
-            if (place.admin({"check", "one", "--pin-file", from}).exit != 0) {
+            if (!opens(from)) {
                 std::swap(from, to);
+                EXPECT_TRUE(opens(from)) << "killed before change " << n << ": neither PIN opens it";
             }
-            EXPECT_EQ(place.admin({"check", "one", "--pin-file", from}).exit, 0)
-                << "killed before change " << n << ": neither PIN opens it";
         });
     EXPECT_GT(kills, 5);
 }
 
 TEST(Interrupted, AnExportLeavesNoFileOrAWholeOne) {
     const Place place;
-    place.makeKey("one");
+    // The file is written the same way for every kind of key, and an RSA key's is encrypted the quickest.
+    place.makeKey("one", {"rsa:2048"});
     place.mustImport({"one.key", "one.pem", "--exportable"});
     const auto exporting = [&](const RunOptions& options) {
         return place.admin({"export", "one", "--pin-file", "pin.txt", "--password-file", "password.txt", "--out",

@@ -61,6 +61,9 @@ void Openssl::makeAuthority(const std::string& algorithm) const {
     if (algorithm.starts_with("gost")) {
         command.insert(command.end(), {"-pkeyopt", "paramset:A"});
     }
+    if (algorithm == "ec") {
+        command.insert(command.end(), {"-pkeyopt", "ec_paramgen_curve:P-256"});
+    }
     must(command);
 }
 

@@ -77,7 +77,7 @@ std::string EmbeddedFixture::makeContainer(const KeyKind& kind, const std::wstri
 
 std::string EmbeddedFixture::issue(const std::string& publicKey) const {
     if (!folder_.has("ca.pem")) {
-        openssl_.makeAuthority("rsa:2048");
+        openssl_.makeAuthority("ec");
         openssl_.must({"req", "-new", "-key", "ca.key", "-subj", "/CN=Holder", "-out", "any.csr"});
     }
     static_cast<void>(folder_.write("public.der", publicKey));
