@@ -75,6 +75,12 @@ Failure make(const Meaning* meaning, ExitCode otherwise, const std::string& what
     if (value != nullptr && code == badAttribute) {
         why += ": " + *value;
     }
+    // The framework's own words, in English, say what is wrong with a document.
+    constexpr auto unknownFormat = static_cast<std::uint32_t>(CryptoException::Code::unknownFormat);
+    const auto* message = boost::get_error_info<orvik::plugin::exception::Message_>(e);
+    if (message != nullptr && code == unknownFormat) {
+        why = *message;
+    }
     return {meaning->exit, what, why, meaning->next, code};
 }
 

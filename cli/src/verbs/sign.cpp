@@ -51,6 +51,9 @@ public:
     Batch(Session& session, const SignArguments& arguments)
         : session_(session), arguments_(arguments), factory_(arguments.format),
           certificate_(findCertificate(storeCertificates("my"), arguments.certificate, "store my")) {
+        if (!arguments.attributes.empty() && arguments.format == orvik::plugin::crypto::constant::signature_xmldsig) {
+            throw Failure(ExitCode::usage, "cannot use --attribute", "XML signatures have no signed attributes");
+        }
         for (const std::string& attribute : arguments.attributes) {
             request_.attributes.push_back(parseAttribute(attribute));
         }

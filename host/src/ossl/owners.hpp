@@ -3,6 +3,7 @@
 /// Ownership and encoding of OpenSSL's objects.
 
 #include <openssl/crypto.h>
+#include <openssl/err.h>
 
 #include <memory>
 #include <stdexcept>
@@ -21,6 +22,15 @@ struct Release {
 /// Owns an OpenSSL object that `Free` releases.
 template <class T, auto Free>
 using Owned = std::unique_ptr<T, Release<Free>>;
+
+/// Takes back, at its end, what OpenSSL has put into this thread's error queue in the meantime.
+class ErrorMark {
+public:
+    ErrorMark() noexcept { ERR_set_mark(); }
+    ErrorMark(const ErrorMark&) = delete;
+    ErrorMark& operator=(const ErrorMark&) = delete;
+    ~ErrorMark() { ERR_pop_to_mark(); }
+};
 
 /// DER of an object by its i2d function. Throws std::runtime_error when OpenSSL cannot encode it.
 template <class T, class I2d>

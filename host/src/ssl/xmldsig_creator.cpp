@@ -9,10 +9,16 @@
 #include "orvik/plugin/xml/xml_document.hpp"
 #include "xml/algorithms.hpp"
 #include "xml/canonical.hpp"
+#include "xml/coverage.hpp"
 #include "xml/libxml.hpp"
+#include "xml/limits.hpp"
+#include "xml/refusal.hpp"
+#include "xml/signature_model.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <new>
+#include <string_view>
 
 namespace orvik::plugin::ssl::xmldsig {
 
@@ -21,6 +27,8 @@ namespace {
 using crypto::exception::CryptoException;
 using xml::internal::SigningMethod;
 using xml::internal::toXml;
+
+constexpr std::uint16_t digitalSignature = 0x80; // the first bit of the key usage (RFC 5280, section 4.2.1.3)
 
 [[noreturn]] void refuse(CryptoException::Code code) {
     plugin::exception::raise(CryptoException(code), {"xmldsig_creator", "initializeImpl"});
@@ -39,9 +47,46 @@ const SigningMethod& signingMethod(const crypto::ICertificate& certificate) {
     return *found;
 }
 
-void feed(crypto::IHash& hash, const std::string& octets) {
+void requireSigningUsage(const crypto::ICertificate& certificate) {
+    const auto usage = certificate.keyUsage();
+    if (!usage || (*usage & digitalSignature) == 0) {
+        refuse(CryptoException::Code::keyUsageForbids);
+    }
+}
+
+/// An XML signature has no place for the attributes of CMS.
+void requireNoAttributes(const crypto::SignatureFactory::Creator::Params& params) {
+    if (!params.attributes.empty()) {
+        plugin::exception::raise(CryptoException(CryptoException::Code::badAttribute)
+                                     << plugin::exception::Message_("signed attributes are not for XML signatures"),
+                                 {"xmldsig_creator", "initializeImpl"});
+    }
+}
+
+/// Refuses what the signature could not cover, or what it would break.
+void requireSignable(const xmlDoc* document) {
+    if (!xml::internal::signatureNodes(document).empty()) {
+        xml::internal::refuseDocument("the XML document is already signed: another signature would change what the "
+                                      "first one covers");
+    }
+    if (xml::internal::lookAt(document).partedText) {
+        xml::internal::refuseDocument("a comment or CDATA section parts a text of the XML document, which a signature "
+                                      "would not cover");
+    }
+}
+
+/// Hashes the exclusive canonical form of the document, or of the subtree at `apex`.
+void feed(crypto::IHash& hash, const xmlDoc* document, const xmlNode* apex = nullptr) {
+    xml::internal::CanonicalBudget budget{xml::internal::limits::canonicalOctets,
+                                          xml::internal::limits::canonicalSteps};
     hash.initialize();
-    hash.update(reinterpret_cast<const unsigned char*>(octets.data()), octets.size());
+    try {
+        xml::internal::canonicalize(document, apex, {}, {}, budget, [&hash](std::string_view octets) {
+            hash.update(reinterpret_cast<const unsigned char*>(octets.data()), octets.size());
+        });
+    } catch (const xml::internal::Refusal& refusal) {
+        xml::internal::refuseDocument(std::string("the XML document cannot be signed: ") + refusal.what());
+    }
 }
 
 xmlNodePtr addChild(xmlNodePtr parent, const char* name, const std::string& text = {}) {
@@ -104,12 +149,13 @@ struct Creator::Context {
 };
 
 void Creator::Context::sign(xmlDocPtr document) const {
+    requireSignable(document);
     const auto digest = provider->hash(nullptr, method.hashOid);
-    feed(*digest, xml::internal::canonical(document));
+    feed(*digest, document);
     const xmlNodePtr signature = addSignature(xmlDocGetRootElement(document));
     const xmlNodePtr info = addSignedInfo(signature, method, digest->finalize());
     const auto hash = provider->hash(certificate, method.hashOid);
-    feed(*hash, xml::internal::canonical(document, info));
+    feed(*hash, document, info);
     std::string value = hash->sign();
     if (method.littleEndian) {
         std::reverse(value.begin(), value.end());
@@ -122,10 +168,13 @@ Creator::Creator() = default;
 Creator::~Creator() = default;
 
 bool Creator::initializeImpl(const IDataHandler::Params& params) {
-    const auto& certificate = dynamic_cast<const Params&>(params).certificate;
+    const auto& own = dynamic_cast<const Params&>(params);
+    const auto& certificate = own.certificate;
     if (!certificate) {
         refuse(CryptoException::Code::noCertificate);
     }
+    requireSigningUsage(*certificate);
+    requireNoAttributes(own);
     auto provider = certificate->provider(true);
     if (!provider) {
         refuse(CryptoException::Code::noProvider);

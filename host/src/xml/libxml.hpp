@@ -2,7 +2,9 @@
 
 /// Ownership of libxml2's objects, and its octets as text.
 
+#include <libxml/globals.h>
 #include <libxml/tree.h>
+#include <libxml/xmlerror.h>
 
 #include <memory>
 #include <string>
@@ -18,6 +20,21 @@ struct TextRelease {
     void operator()(xmlChar* text) const noexcept { xmlFree(text); }
 };
 using TextPtr = std::unique_ptr<xmlChar, TextRelease>;
+
+/// While one lives, libxml2 reports no error in this thread but to the caller: it never writes to standard error.
+class SilentErrors {
+public:
+    SilentErrors() noexcept : handler_(xmlStructuredError), context_(xmlStructuredErrorContext) {
+        xmlSetStructuredErrorFunc(nullptr, [](void*, xmlErrorPtr) {});
+    }
+    SilentErrors(const SilentErrors&) = delete;
+    SilentErrors& operator=(const SilentErrors&) = delete;
+    ~SilentErrors() { xmlSetStructuredErrorFunc(context_, handler_); }
+
+private:
+    xmlStructuredErrorFunc handler_;
+    void* context_;
+};
 
 inline const xmlChar* toXml(const char* text) {
     return reinterpret_cast<const xmlChar*>(text);

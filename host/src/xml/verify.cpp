@@ -1,207 +1,191 @@
+#include "coverage.hpp"
 #include "gost_engine.hpp"
-#include "gost_transforms.hpp"
 #include "libxml.hpp"
+#include "limits.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/xml/xml_document.hpp"
-#include "ossl/owners.hpp"
-#include "signature_nodes.hpp"
-#include "xmlsec_library.hpp"
-
-#include <openssl/x509.h>
-#include <xmlsec/crypto.h>
-#include <xmlsec/keys.h>
-#include <xmlsec/keysmngr.h>
-#include <xmlsec/openssl/evp.h>
-#include <xmlsec/xmldsig.h>
+#include "references.hpp"
+#include "refusal.hpp"
+#include "signature_algorithms.hpp"
+#include "signature_model.hpp"
+#include "signer.hpp"
 
 #include <algorithm>
-#include <array>
+#include <optional>
 
 namespace orvik::plugin::xml {
 
 namespace {
 
-using ssl::internal::fromDer;
-using ssl::internal::Owned;
-using X509Ptr = Owned<X509, X509_free>;
-using KeyPtr = Owned<xmlSecKey, xmlSecKeyDestroy>;
-using DSigPtr = Owned<xmlSecDSigCtx, xmlSecDSigCtxDestroy>;
-using KeysPtr = Owned<xmlSecKeysMngr, xmlSecKeysMngrDestroy>;
+using namespace internal; // NOLINT(google-build-using-namespace): the parts of this check
 
-// What a signature may ask for. No HMAC (there is no shared key), no MD5, and no XPath or XSLT, which let a document
-// say what of it is signed and cost without bound.
-constexpr std::array allowedTransforms = {
-    "http://www.w3.org/TR/2001/REC-xml-c14n-20010315",
-    "http://www.w3.org/TR/2001/REC-xml-c14n-20010315#WithComments",
-    "http://www.w3.org/2006/12/xml-c14n11",
-    "http://www.w3.org/2006/12/xml-c14n11#WithComments",
-    "http://www.w3.org/2001/10/xml-exc-c14n#",
-    "http://www.w3.org/2001/10/xml-exc-c14n#WithComments",
-    "http://www.w3.org/2000/09/xmldsig#enveloped-signature",
-    "http://www.w3.org/2000/09/xmldsig#base64",
-    "http://www.w3.org/TR/1999/REC-xpath-19991116",
-    "http://www.w3.org/2000/09/xmldsig#sha1",
-    "http://www.w3.org/2001/04/xmldsig-more#sha224",
-    "http://www.w3.org/2001/04/xmlenc#sha256",
-    "http://www.w3.org/2001/04/xmldsig-more#sha384",
-    "http://www.w3.org/2001/04/xmlenc#sha512",
-    "http://www.w3.org/2000/09/xmldsig#dsa-sha1",
-    "http://www.w3.org/2009/xmldsig11#dsa-sha256",
-    "http://www.w3.org/2000/09/xmldsig#rsa-sha1",
-    "http://www.w3.org/2001/04/xmldsig-more#rsa-sha224",
-    "http://www.w3.org/2001/04/xmldsig-more#rsa-sha256",
-    "http://www.w3.org/2001/04/xmldsig-more#rsa-sha384",
-    "http://www.w3.org/2001/04/xmldsig-more#rsa-sha512",
-    "http://www.w3.org/2001/04/xmldsig-more#ecdsa-sha1",
-    "http://www.w3.org/2001/04/xmldsig-more#ecdsa-sha224",
-    "http://www.w3.org/2001/04/xmldsig-more#ecdsa-sha256",
-    "http://www.w3.org/2001/04/xmldsig-more#ecdsa-sha384",
-    "http://www.w3.org/2001/04/xmldsig-more#ecdsa-sha512",
+/// A document whose signatures are being checked.
+struct Check {
+    const xmlDoc* document;
+    const XmlVerifyOptions& options;
+    Targets targets;
+    DocumentFindings findings;
+    CanonicalBudget budget{limits::canonicalOctets, limits::canonicalSteps};
 };
 
-void allow(xmlSecDSigCtx& context, xmlSecTransformId id) {
-    if (id == nullptr) {
-        return; // this build of xmlsec has no such transform
+std::vector<const xmlNode*> targetsOf(const SignatureModel& signature, const Targets& targets) {
+    std::vector<const xmlNode*> found;
+    for (const Reference& reference : signature.references) {
+        found.push_back(targets.of(reference));
     }
-    if ((id->usage & xmlSecTransformUsageSignatureMethod) != 0 || (id->usage & xmlSecTransformUsageC14NMethod) != 0) {
-        xmlSecDSigCtxEnableSignatureTransform(&context, id);
-    }
-    if ((id->usage & xmlSecTransformUsageSignatureMethod) == 0) {
-        xmlSecDSigCtxEnableReferenceTransform(&context, id);
-    }
+    return found;
 }
 
-DSigPtr newContext(xmlSecKeysMngr* keys) {
-    DSigPtr context(xmlSecDSigCtxCreate(keys));
-    if (!context) {
-        throw std::bad_alloc();
-    }
-    context->flags |= XMLSEC_DSIG_FLAGS_IGNORE_MANIFESTS;
-    context->enabledReferenceUris = xmlSecTransformUriTypeEmpty | xmlSecTransformUriTypeSameDocument;
-    for (const char* uri : allowedTransforms) {
-        allow(*context,
-              xmlSecTransformIdListFindByHref(xmlSecTransformIdsGet(), internal::toXml(uri), xmlSecTransformUsageAny));
-    }
-    for (const xmlSecTransformId id : internal::gostTransforms()) {
-        allow(*context, id);
-    }
-    return context;
+/// What the signature's value is over.
+std::string signedDigest(const SignatureModel& signature, const DigestAlgorithm& algorithm) {
+    CanonicalBudget budget{limits::signedInfoOctets, limits::canonicalSteps};
+    Digest digest(algorithm);
+    canonicalize(signature.node->doc, signature.signedInfo, signature.form, {}, budget,
+                 [&digest](std::string_view octets) { digest.update(octets); });
+    return digest.finish();
 }
 
-xmlSecKeyDataType publicKeyType(xmlSecKeyDataPtr /*data*/) {
-    return xmlSecKeyDataTypePublic;
-}
-
-/// A key for xmlsec that says no more than that there is one: the GOST transforms get theirs directly.
-xmlSecKeyDataPtr placeholder() {
-    static const xmlSecKeyDataKlass klass = [] {
-        _xmlSecKeyDataKlass made{};
-        made.klassSize = sizeof(xmlSecKeyDataKlass);
-        made.objSize = sizeof(xmlSecKeyData);
-        made.name = internal::toXml("certificate");
-        made.getType = publicKeyType;
-        return made;
-    }();
-    return xmlSecKeyDataCreate(&klass);
-}
-
-xmlSecKeyDataPtr keyData(EVP_PKEY* key) {
-    EVP_PKEY_up_ref(key);
-    xmlSecKeyDataPtr data = xmlSecOpenSSLEvpKeyAdopt(key);
-    if (data == nullptr) {
-        EVP_PKEY_free(key);
-        internal::takeXmlsecReport(); // that xmlsec has no use for GOST keys is no news of this signature
-        data = placeholder();
-    }
-    return data;
-}
-
-bool verify(xmlSecDSigCtx& context, xmlNodePtr signature) {
-    return xmlSecDSigCtxVerify(&context, signature) >= 0 && context.status == xmlSecDSigStatusSucceeded;
-}
-
-/// Whether the signature is by the key of that certificate.
-bool verifyBy(const std::string& certificate, xmlNodePtr signature) {
-    const auto x509 = fromDer<X509Ptr>(certificate, d2i_X509);
-    EVP_PKEY* const publicKey = x509 ? X509_get0_pubkey(x509.get()) : nullptr;
-    KeyPtr key(xmlSecKeyCreate());
-    if (publicKey == nullptr || !key || xmlSecKeySetValue(key.get(), keyData(publicKey)) < 0) {
-        return false;
-    }
-    const DSigPtr context = newContext(nullptr);
-    context->signKey = key.release();
-    context->transformCtx.userData = publicKey;
-    return verify(*context, signature);
-}
-
-/// Whether the signature is by the bare key in its own KeyInfo.
-bool verifyByKeyValue(xmlNodePtr signature) {
-    const KeysPtr keys(xmlSecKeysMngrCreate());
-    if (!keys) {
-        throw std::bad_alloc();
-    }
-    keys->getKey = xmlSecKeysMngrGetKey;
-    const DSigPtr context = newContext(keys.get());
-    for (const xmlSecKeyDataId id :
-         {xmlSecKeyDataValueId, xmlSecKeyDataRsaId, xmlSecKeyDataEcdsaId, xmlSecKeyDataDsaId}) {
-        xmlSecPtrListAdd(&context->keyInfoReadCtx.enabledKeyData, const_cast<_xmlSecKeyDataKlass*>(id));
-    }
-    return verify(*context, signature);
-}
-
-/// Why no key fitted, as far as xmlsec has told.
-std::string refusal(bool certified) {
-    const std::string report = internal::takeXmlsecReport();
-    if (!certified) {
-        return "the signature carries no certificate, and no key of its own that fits" +
-               (report.empty() ? "" : ": " + report);
-    }
-    return report.empty() ? "the document or the signature has been changed" : report;
-}
-
-XmlSignatureResult check(xmlNodePtr signature) {
-    if (!internal::hasOnlyPlainXpath(signature)) {
-        return {false, {}, "the signature uses an XPath expression that is not allowed"};
-    }
-    const auto certificates = internal::keyInfoCertificates(signature);
-    internal::takeXmlsecReport();
-    if (certificates.empty()) {
-        const bool valid = verifyByKeyValue(signature);
-        return {valid, {}, valid ? "" : refusal(false)};
-    }
-    // Lists of certificates are not ordered: the signer is the one whose key fits.
-    for (const auto& certificate : certificates) {
-        if (verifyBy(certificate, signature)) {
-            return {true, certificate, {}};
+void addWeak(const crypto::UsedAlgorithms& used, std::vector<crypto::Weakness>& weak) {
+    // The time of the signature is not known: a signer can state any.
+    for (const crypto::Weakness& found : crypto::weaknesses(used, {})) {
+        if (std::none_of(weak.begin(), weak.end(),
+                         [&](const auto& known) { return std::string_view(known.name) == found.name; })) {
+            weak.push_back(found);
         }
     }
-    return {false, certificates.front(), refusal(true)};
 }
 
-/// Without the engine a GOST signature cannot be told from a wrong one, and to call it wrong would be a lie.
-void requireEngineFor(xmlNodePtr signature) {
+std::vector<crypto::Weakness> weakOf(const SignatureModel& signature, const DigestAlgorithm& digest,
+                                     const FoundSigner& signer) {
+    std::vector<crypto::Weakness> weak;
+    addWeak({digest.oid, signer.keyOid, signer.keyBits}, weak);
+    for (const Reference& reference : signature.references) {
+        addWeak({digestAlgorithm(reference.digestMethod)->oid, {}, 0}, weak);
+    }
+    return weak;
+}
+
+/// Fills the result; throws Refusal when the signature is not valid.
+void judge(const SignatureModel& signature, Check& check, XmlSignatureResult& result) {
+    const auto targets = targetsOf(signature, check.targets);
+    const SignatureAlgorithm* const algorithm = signatureAlgorithm(signature.method);
+    for (std::size_t i = 0; i < targets.size(); ++i) {
+        checkReference(signature.references[i], signature, targets[i], check.budget);
+    }
+    if (algorithm == nullptr) {
+        unknown("the signature uses an algorithm that is not supported: " + shown(signature.method));
+    }
+    const DigestAlgorithm& digest = digestAlgorithm(algorithm->digest);
+    result.digestAlgorithm = digest.oid;
+    const FoundSigner signer =
+        findSigner(signature, targets, *algorithm, signedDigest(signature, digest), check.options);
+    Coverage coverage = coverageOf(signature, targets, check.findings);
+    result.certificate = signer.certificate;
+    result.certificateProtected = signer.certificateProtected;
+    result.weak = weakOf(signature, digest, signer);
+    result.wholeDocument = coverage.gap.empty();
+    result.covered = std::move(coverage.parts);
+    result.notCovered = std::move(coverage.notCovered);
+    if (!signer.certificate.empty() && !signer.certificateProtected) {
+        result.notCovered.emplace_back("the signer's certificate");
+    }
+    const auto broken = std::find_if(result.weak.begin(), result.weak.end(), [](const crypto::Weakness& weakness) {
+        return weakness.level == crypto::WeaknessLevel::never;
+    });
+    if (broken != result.weak.end()) {
+        invalid(std::string(broken->name) + ": " + broken->reason);
+    }
+    if (!result.wholeDocument && !check.options.allowPartial) {
+        invalid(coverage.gap);
+    }
+}
+
+XmlSignatureResult refused(const Refusal& refusal, XmlSignatureResult result = {}) {
+    result.valid = false;
+    result.verdict = refusal.verdict();
+    result.reason = refusal.what();
+    return result;
+}
+
+XmlSignatureResult resultOf(const SignatureModel& signature, Check& check) {
+    XmlSignatureResult result;
+    try {
+        judge(signature, check, result);
+        result.valid = true;
+        result.verdict = XmlSignatureVerdict::valid;
+        return result;
+    } catch (const Refusal& refusal) {
+        return refused(refusal, std::move(result));
+    }
+}
+
+/// Without the engine a GOST signature cannot be told from a wrong one.
+void requireEngineFor(const SignatureModel& signature) {
     using crypto::exception::CryptoException;
-    const auto uris = internal::algorithmUris(signature);
-    if (internal::gostEngine() == nullptr && std::any_of(uris.begin(), uris.end(), internal::isGostTransform)) {
+    const bool needed = needsGostEngine(signature.method) ||
+                        std::any_of(signature.references.begin(), signature.references.end(),
+                                    [](const Reference& one) { return needsGostEngine(one.digestMethod); });
+    if (needed && gostEngine() == nullptr) {
         plugin::exception::raise(CryptoException(CryptoException::Code::algorithmUnsupported)
                                      << plugin::exception::Message_("OpenSSL's GOST engine is not installed"),
                                  {"xml_document", "verifyXmlSignatures"});
     }
 }
 
+/// A signature as read, or why it could not be.
+struct Read {
+    std::optional<SignatureModel> model;
+    XmlSignatureResult refusal;
+};
+
+Read read(const xmlNode* signature) {
+    try {
+        return {readSignature(signature), {}};
+    } catch (const Refusal& refusal) {
+        return {{}, refused(refusal)};
+    }
+}
+
+std::vector<SignatureModel> modelsOf(const std::vector<Read>& all) {
+    std::vector<SignatureModel> models;
+    std::size_t references = 0;
+    for (const Read& one : all) {
+        if (one.model) {
+            requireEngineFor(*one.model);
+            references += one.model->references.size();
+            models.push_back(*one.model);
+        }
+    }
+    if (references > limits::references) {
+        refuseDocument("the XML document has more references in its signatures than are computed here");
+    }
+    return models;
+}
+
 } // namespace
 
 std::vector<XmlSignatureResult> verifyXmlSignatures(XmlDocument& document,
-                                                    const boost::shared_ptr<crypto::IProvider>& /*provider*/) {
-    internal::requireXmlsec();
-    internal::gostEngine(); // before any certificate is read: their keys are decoded with them
-    auto* const native = static_cast<xmlDocPtr>(document.native());
-    const bool unambiguous = internal::registerIds(native);
+                                                    const boost::shared_ptr<crypto::IProvider>& provider) {
+    return verifyXmlSignatures(document, provider, {});
+}
+
+std::vector<XmlSignatureResult> verifyXmlSignatures(XmlDocument& document,
+                                                    const boost::shared_ptr<crypto::IProvider>& /*provider*/,
+                                                    const XmlVerifyOptions& options) {
+    const SilentErrors silent;
+    gostEngine(); // before any certificate is read: their keys are decoded with it
+    const auto* const native = static_cast<const xmlDoc*>(document.native());
+    const auto nodes = signatureNodes(native);
+    if (nodes.size() > limits::signatures) {
+        refuseDocument("the XML document has more signatures than are checked here");
+    }
+    std::vector<Read> all;
+    std::transform(nodes.begin(), nodes.end(), std::back_inserter(all), read);
+    const auto models = modelsOf(all);
+    Check check{native, options, Targets(native, models), lookAt(native)};
     std::vector<XmlSignatureResult> results;
-    for (const xmlNodePtr signature : internal::signatureNodes(native)) {
-        requireEngineFor(signature);
-        results.push_back(unambiguous ? check(signature)
-                                      : XmlSignatureResult{false, {}, "two elements have the same identifier"});
+    for (const Read& one : all) {
+        results.push_back(one.model ? resultOf(*one.model, check) : one.refusal);
     }
     return results;
 }

@@ -120,7 +120,7 @@ public:
     [[nodiscard]] NameInfo subjectNameInfo() const override { return {}; }
     [[nodiscard]] ptime notBefore() const override { return {}; }
     [[nodiscard]] ptime notAfter() const override { return {}; }
-    [[nodiscard]] boost::optional<std::uint16_t> keyUsage() const override { return {}; }
+    [[nodiscard]] boost::optional<std::uint16_t> keyUsage() const override { return signer_.keyUsage; }
     [[nodiscard]] boost::optional<std::wstring> subjectSignTool() const override { return {}; }
     [[nodiscard]] boost::optional<std::wstring> issuerSignTool() const override { return {}; }
     [[nodiscard]] ptime privateKeyNotBefore() const override { return {}; }

@@ -40,6 +40,8 @@ public:
     /// Output of the openssl command over `octets`.
     [[nodiscard]] std::string digest(const std::string& octets, bool sign) const;
 
+    boost::optional<std::uint16_t> keyUsage = std::uint16_t{0x80}; ///< of certificate(): digitalSignature
+
 private:
     SignerAlgorithm algorithm_;
     test_support::TempFolder folder_;
