@@ -49,6 +49,9 @@ private:
             pass("-->", 4);
         } else if (rest_.starts_with("<![CDATA[")) {
             pass("]]>", 9);
+            if (rest_.starts_with("<![CDATA[")) { // one text to a canonical form and to some readers, two to others
+                refuseDocument("the XML document has two CDATA sections side by side, which readers take differently");
+            }
         } else if (rest_.starts_with("<?")) {
             pass("?>", 2);
         } else if (rest_.starts_with("<!")) {

@@ -15,6 +15,8 @@
 namespace {
 
 namespace base64 = orvik::plugin::base64;
+using host_test::content;
+using host_test::replaced;
 using host_test::Signer;
 using host_test::signXml;
 using orvik::plugin::xml::XmlDocument;
@@ -35,20 +37,6 @@ XmlSignatureResult checkOne(const std::string& text) {
     const auto results = check(text);
     EXPECT_THAT(results, SizeIs(1));
     return results.at(0);
-}
-
-std::string replaced(std::string text, const std::string& old, const std::string& with) {
-    const auto at = text.find(old);
-    if (at == std::string::npos) {
-        throw std::logic_error("the text to replace is not there: " + old);
-    }
-    return text.replace(at, old.size(), with);
-}
-
-/// What stands in the first element of that name.
-std::string content(const std::string& text, const std::string& element) {
-    const auto begin = text.find("<" + element + ">") + element.size() + 2;
-    return text.substr(begin, text.find("</" + element + ">") - begin);
 }
 
 class XmlVerify : public testing::TestWithParam<host_test::SignerAlgorithm> {
@@ -162,7 +150,9 @@ TEST(XmlVerifyDocument, ChecksEverySignature) {
     const auto results = check("<all>" + replaced(one, "<?xml version=\"1.0\"?>", "") + "</all>");
     ASSERT_THAT(results, SizeIs(1));
     EXPECT_FALSE(results[0].valid) << "the signature is over the whole document";
-    EXPECT_THAT(check(signXml(signer, one)), SizeIs(2));
+    const std::string signature = "<Signature" + one.substr(one.find(" xmlns=\"http://www.w3.org/2000/09/xmldsig#"));
+    const std::string second = signature.substr(0, signature.find("</Signature>") + 12);
+    EXPECT_THAT(check(replaced(one, "</invoice>", second + "</invoice>")), SizeIs(2));
 }
 
 /// Documents that the xmlsec1 command signs by a template.
@@ -170,36 +160,38 @@ class XmlTemplates : public testing::Test {
 protected:
     std::string sign(const std::string& reference, const std::string& keyInfo = "<X509Data/>",
                      const std::string& method = "http://www.w3.org/2001/04/xmldsig-more#rsa-sha256") {
-        const std::string text =
-            "<doc><part Id=\"p1\">one</part><part Id=\"p2\">two</part>"
-            "<Signature xmlns=\"http://www.w3.org/2000/09/xmldsig#\"><SignedInfo>"
-            "<CanonicalizationMethod Algorithm=\"http://www.w3.org/TR/2001/REC-xml-c14n-20010315\"/>"
-            "<SignatureMethod Algorithm=\"" +
-            method + "\"/>" + reference + "</SignedInfo><SignatureValue/><KeyInfo>" + keyInfo +
-            "</KeyInfo></Signature></doc>";
-        signer_.folder().write("template.xml", text);
-        signer_.folder().write("hmac", "secret");
-        const auto made = test_support::run({"xmlsec1", "--sign", "--id-attr:Id", "part", "--privkey-pem",
-                                             (signer_.folder() / "key.pem") + "," + (signer_.folder() / "c.pem"),
-                                             "--hmackey", signer_.folder() / "hmac", "--output",
-                                             signer_.folder() / "out.xml", signer_.folder() / "template.xml"});
-        EXPECT_EQ(made.exit, 0) << made.err;
-        return signer_.folder().read("out.xml");
+        return host_test::signTemplate(signer_, "<doc><part Id=\"p1\">one</part><part Id=\"p2\">two</part>" +
+                                                    host_test::signatureTemplate(reference, keyInfo, "", method) +
+                                                    "</doc>");
     }
 
     static std::string reference(const std::string& uri, const std::string& transforms) {
-        return "<Reference URI=\"" + uri + "\">" +
-               (transforms.empty() ? "" : "<Transforms>" + transforms + "</Transforms>") +
-               "<DigestMethod Algorithm=\"http://www.w3.org/2001/04/xmlenc#sha256\"/><DigestValue/></Reference>";
+        return host_test::referenceTemplate(uri, transforms);
     }
 
     Signer signer_{host_test::rsaSigner()}; // NOLINT: the tests' own
 };
 
-TEST_F(XmlTemplates, AcceptAReferenceToAPart) {
+orvik::plugin::xml::XmlSignatureResult checkPart(const std::string& text) {
+    XmlDocument parsed(text.data(), text.size());
+    orvik::plugin::xml::XmlVerifyOptions options;
+    options.allowPartial = true;
+    options.allowBareKey = true;
+    return orvik::plugin::xml::verifyXmlSignatures(parsed, {}, options).at(0);
+}
+
+TEST_F(XmlTemplates, AcceptAReferenceToAPartOnlyWhenAsked) {
     const std::string text = sign(reference("#p1", ""));
-    EXPECT_TRUE(checkOne(text).valid) << checkOne(text).reason;
-    EXPECT_FALSE(checkOne(replaced(text, "one", "ONE")).valid);
+    const auto refused = checkOne(text);
+    EXPECT_FALSE(refused.valid);
+    EXPECT_EQ(refused.reason, "the signature covers only a part of the document");
+    EXPECT_FALSE(refused.wholeDocument);
+    const auto part = checkPart(text);
+    EXPECT_TRUE(part.valid) << part.reason;
+    ASSERT_THAT(part.covered, SizeIs(1));
+    EXPECT_EQ(part.covered[0].path, "/doc/part[1]");
+    EXPECT_EQ(part.covered[0].id, "p1");
+    EXPECT_FALSE(checkPart(replaced(text, "one", "ONE")).valid);
 }
 
 TEST_F(XmlTemplates, RefuseTwoPartsWithTheSameIdentifier) {
@@ -208,10 +200,16 @@ TEST_F(XmlTemplates, RefuseTwoPartsWithTheSameIdentifier) {
     EXPECT_EQ(result.reason, "two elements have the same identifier");
 }
 
-TEST_F(XmlTemplates, AcceptABareKeyAsASignatureOfNobodyKnown) {
-    const auto result = checkOne(sign(reference("#p1", ""), "<KeyValue/>"));
-    EXPECT_TRUE(result.valid) << result.reason;
-    EXPECT_EQ(result.certificate, "");
+TEST_F(XmlTemplates, DoNotCallABareKeyASigner) {
+    const std::string text = sign(reference("", host_test::transformElement(host_test::enveloped)), "<KeyValue/>");
+    const auto result = checkOne(text);
+    EXPECT_EQ(result.verdict, orvik::plugin::xml::XmlSignatureVerdict::unknown);
+    EXPECT_FALSE(result.valid);
+    EXPECT_THAT(result.reason, HasSubstr("carries no certificate"));
+    EXPECT_TRUE(checkPart(text).valid) << checkPart(text).reason;
+    const std::string value = content(text, "SignatureValue");
+    const auto forged = checkOne(replaced(text, value, (value[1] == 'A' ? "B" : "A") + value.substr(2)));
+    EXPECT_EQ(forged.verdict, orvik::plugin::xml::XmlSignatureVerdict::invalid);
 }
 
 TEST_F(XmlTemplates, RefuseASignatureWithoutKey) {
@@ -235,15 +233,16 @@ std::string xpath(const std::string& expression) {
 }
 
 TEST_F(XmlTemplates, AcceptTheXpathThatTakesSignaturesOut) {
-    const std::string text = sign(reference("", xpath("not(ancestor-or-self :: d:Signature)")));
+    const std::string text = sign(reference("", xpath("not(ancestor-or-self::d:Signature)")));
     EXPECT_TRUE(checkOne(text).valid) << checkOne(text).reason;
     EXPECT_FALSE(checkOne(replaced(text, "one", "ONE")).valid);
 }
 
 TEST_F(XmlTemplates, RefuseOtherXpath) {
-    for (const auto* expression : {"ancestor-or-self::part", "not(ancestor-or-self::other:Signature)",
-                                   "not(ancestor-or-self::d:Signature) and not(ancestor-or-self::part)",
-                                   "not(ancestor-or-self::part) or not(ancestor-or-self::d:Signature)"}) {
+    for (const auto* expression :
+         {"ancestor-or-self::part", "not(ancestor-or-self::other:Signature)", "not(ancestor-or-self :: d:Signature)",
+          " not(ancestor-or-self::d:Signature)", "not(ancestor-or-self::d:Signature) and not(ancestor-or-self::part)",
+          "not(ancestor-or-self::part) or not(ancestor-or-self::d:Signature)"}) {
         const auto result = checkOne(sign(reference("", xpath(expression))));
         EXPECT_FALSE(result.valid) << expression;
         EXPECT_EQ(result.reason, "the signature uses an XPath expression that is not allowed");
