@@ -182,6 +182,8 @@ private:
                          "The signer's certificate, for a signature that carries none");
         verb->add_option("--extract", verifying->extract, "Write the signed content to this file, once it is valid");
         verb->add_flag("--chain", verifying->chain, "Also judge the signer's chain");
+        verb->add_flag("--allow-partial", verifying->allowPartial,
+                       "Accept signatures over parts of an XML document; the parts are listed");
     }
 
     void addSmallThings() {

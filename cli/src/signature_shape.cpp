@@ -10,6 +10,10 @@ namespace {
 constexpr std::string_view signedDataOid = "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x02";
 
 bool looksLikeXml(std::string_view head) {
+    using namespace std::string_view_literals;
+    if (head.starts_with("\xFF\xFE<\0"sv) || head.starts_with("\xFE\xFF\0<"sv)) { // UTF-16
+        return true;
+    }
     if (head.starts_with(byteOrderMark)) {
         head.remove_prefix(byteOrderMark.size());
     }

@@ -84,6 +84,7 @@ struct VerifyArguments {
     std::string signerCertificate;
     std::string extract;
     bool chain = false;
+    bool allowPartial = false; ///< a signature over a part of an XML document is valid
 };
 ExitCode verify(Session& session, const VerifyArguments& arguments);
 

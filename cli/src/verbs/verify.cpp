@@ -42,6 +42,7 @@ struct Verdict {
     std::string format;
     std::string reason;
     std::vector<Signer> signers;
+    std::vector<std::string> covered; ///< parts of an XML document that are signed
     std::vector<std::string> notChecked;
     std::optional<Trust> trust;
 };
@@ -229,8 +230,11 @@ void print(std::ostream& out, const std::string& name, const Verdict& verdict) {
     if (verdict.trust) {
         out << "  chain        " << describe(*verdict.trust) << '\n';
     }
+    for (const std::string& part : verdict.covered) {
+        out << "  covered      " << (part == "/" ? "the whole document" : printable(part)) << '\n';
+    }
     if (!verdict.notChecked.empty()) {
-        out << "  not checked  " << text::joined(verdict.notChecked) << '\n';
+        out << "  not checked  " << printable(text::joined(verdict.notChecked)) << '\n';
     }
 }
 
@@ -261,12 +265,14 @@ Verdict verifyXmlDocument(const VerifyArguments& arguments, Input& input) {
                           std::string(option) + " is not for signed XML documents");
         }
     }
-    XmlVerdict xml = verifyXml(input);
+    XmlVerdict xml = verifyXml(input, arguments.allowPartial ? Coverage::partial : Coverage::whole);
     Verdict verdict;
     verdict.valid = xml.valid;
     verdict.format = constant::signature_xmldsig;
     verdict.reason = std::move(xml.reason);
     verdict.signers = std::move(xml.signers);
+    verdict.covered = std::move(xml.covered);
+    verdict.notChecked = std::move(xml.notChecked);
     return verdict;
 }
 
@@ -316,6 +322,7 @@ ExitCode verify(Session& session, const VerifyArguments& arguments) {
                             {"signers", signers},
                             {"timestamp", nullptr},
                             {"chain", verdict.trust ? Json(toJson(*verdict.trust)) : Json(nullptr)},
+                            {"covered", verdict.covered},
                             {"not_checked", verdict.notChecked}},
                            [&](std::ostream& out) { print(out, input.name(), verdict); });
     if (!verdict.valid) {

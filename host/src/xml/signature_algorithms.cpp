@@ -24,6 +24,7 @@ using KeyContext = Owned<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
 #define DSIG11 "http://www.w3.org/2009/xmldsig11#"
 #define MORE "http://www.w3.org/2001/04/xmldsig-more#"
 #define MORE07 "http://www.w3.org/2007/05/xmldsig-more#"
+#define MORE21 "http://www.w3.org/2021/04/xmldsig-more#"
 #define XMLENC "http://www.w3.org/2001/04/xmlenc#"
 
 // XML-DSig 1.1 and RFC 9231; the GOST names are those of CryptoPro's and of other Russian products.
@@ -33,6 +34,7 @@ constexpr std::array digests = {
     DigestAlgorithm{XMLENC "sha256", "2.16.840.1.101.3.4.2.1", NID_sha256, false},
     DigestAlgorithm{MORE "sha384", "2.16.840.1.101.3.4.2.2", NID_sha384, false},
     DigestAlgorithm{XMLENC "sha512", "2.16.840.1.101.3.4.2.3", NID_sha512, false},
+    DigestAlgorithm{MORE07 "sha3-224", "2.16.840.1.101.3.4.2.7", NID_sha3_224, false},
     DigestAlgorithm{MORE07 "sha3-256", "2.16.840.1.101.3.4.2.8", NID_sha3_256, false},
     DigestAlgorithm{MORE07 "sha3-384", "2.16.840.1.101.3.4.2.9", NID_sha3_384, false},
     DigestAlgorithm{MORE07 "sha3-512", "2.16.840.1.101.3.4.2.10", NID_sha3_512, false},
@@ -54,14 +56,21 @@ constexpr std::array algorithms = {
     SignatureAlgorithm{MORE "rsa-sha256", SignatureKind::rsa, NID_sha256, EVP_PKEY_RSA},
     SignatureAlgorithm{MORE "rsa-sha384", SignatureKind::rsa, NID_sha384, EVP_PKEY_RSA},
     SignatureAlgorithm{MORE "rsa-sha512", SignatureKind::rsa, NID_sha512, EVP_PKEY_RSA},
+    SignatureAlgorithm{MORE07 "sha224-rsa-MGF1", SignatureKind::rsaPss, NID_sha224, EVP_PKEY_RSA},
     SignatureAlgorithm{MORE07 "sha256-rsa-MGF1", SignatureKind::rsaPss, NID_sha256, EVP_PKEY_RSA},
     SignatureAlgorithm{MORE07 "sha384-rsa-MGF1", SignatureKind::rsaPss, NID_sha384, EVP_PKEY_RSA},
     SignatureAlgorithm{MORE07 "sha512-rsa-MGF1", SignatureKind::rsaPss, NID_sha512, EVP_PKEY_RSA},
+    SignatureAlgorithm{MORE07 "sha3-256-rsa-MGF1", SignatureKind::rsaPss, NID_sha3_256, EVP_PKEY_RSA},
+    SignatureAlgorithm{MORE07 "sha3-384-rsa-MGF1", SignatureKind::rsaPss, NID_sha3_384, EVP_PKEY_RSA},
+    SignatureAlgorithm{MORE07 "sha3-512-rsa-MGF1", SignatureKind::rsaPss, NID_sha3_512, EVP_PKEY_RSA},
     SignatureAlgorithm{MORE "ecdsa-sha1", SignatureKind::ecdsa, NID_sha1, EVP_PKEY_EC},
     SignatureAlgorithm{MORE "ecdsa-sha224", SignatureKind::ecdsa, NID_sha224, EVP_PKEY_EC},
     SignatureAlgorithm{MORE "ecdsa-sha256", SignatureKind::ecdsa, NID_sha256, EVP_PKEY_EC},
     SignatureAlgorithm{MORE "ecdsa-sha384", SignatureKind::ecdsa, NID_sha384, EVP_PKEY_EC},
     SignatureAlgorithm{MORE "ecdsa-sha512", SignatureKind::ecdsa, NID_sha512, EVP_PKEY_EC},
+    SignatureAlgorithm{MORE21 "ecdsa-sha3-256", SignatureKind::ecdsa, NID_sha3_256, EVP_PKEY_EC},
+    SignatureAlgorithm{MORE21 "ecdsa-sha3-384", SignatureKind::ecdsa, NID_sha3_384, EVP_PKEY_EC},
+    SignatureAlgorithm{MORE21 "ecdsa-sha3-512", SignatureKind::ecdsa, NID_sha3_512, EVP_PKEY_EC},
     SignatureAlgorithm{CPXMLSEC "gostr34102001-gostr3411", SignatureKind::gost, NID_id_GostR3411_94,
                        NID_id_GostR3410_2001},
     SignatureAlgorithm{MORE "gostr34102001-gostr3411", SignatureKind::gost, NID_id_GostR3411_94, NID_id_GostR3410_2001},
@@ -80,6 +89,7 @@ constexpr std::array algorithms = {
 #undef DSIG11
 #undef MORE
 #undef MORE07
+#undef MORE21
 #undef XMLENC
 
 template <class Row, std::size_t N>

@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdint>
 #include <string>
 
 namespace {
@@ -60,6 +61,63 @@ TEST(XmlCreator, NeedsACertificateWhoseAlgorithmItKnows) {
 TEST(XmlCreator, RefusesToSignWhatIsNoXml) {
     const Signer signer(host_test::rsaSigner());
     EXPECT_THROW(signXml(signer, "no XML"), CryptoException);
+}
+
+int refusalOf(const Creator::Params& params) {
+    try {
+        Creator().initialize(params);
+        return 0;
+    } catch (const CryptoException& e) {
+        return e.code().value();
+    }
+}
+
+TEST(XmlCreator, NeedsTheKeyUsageDigitalSignature) {
+    Signer signer(host_test::rsaSigner());
+    Creator::Params params;
+    params.certificate = signer.certificate();
+    EXPECT_EQ(refusalOf(params), 0);
+    for (const boost::optional<std::uint16_t> usage :
+         {boost::optional<std::uint16_t>(), boost::optional<std::uint16_t>(std::uint16_t{0x40}),
+          boost::optional<std::uint16_t>(std::uint16_t{0x8000})}) {
+        signer.keyUsage = usage;
+        EXPECT_EQ(refusalOf(params), 30029);
+    }
+    signer.keyUsage = std::uint16_t{0xC0};
+    EXPECT_EQ(refusalOf(params), 0);
+}
+
+TEST(XmlCreator, RefusesSignedAttributesInsteadOfDroppingThem) {
+    const Signer signer(host_test::rsaSigner());
+    Creator::Params params;
+    params.certificate = signer.certificate();
+    params.attributes = {{"UTF8String", "1.2.3.4", "text"}};
+    EXPECT_EQ(refusalOf(params), 30048);
+}
+
+void expectUnsignable(const std::string& text, const std::string& reason) {
+    static const Signer signer(host_test::rsaSigner());
+    try {
+        signXml(signer, text);
+        ADD_FAILURE() << text;
+    } catch (const CryptoException& e) {
+        EXPECT_EQ(e.code().value(), 30009);
+        EXPECT_THAT(e.what(), HasSubstr(reason));
+    }
+}
+
+TEST(XmlCreator, RefusesWhatItsSignatureWouldBreakOrNotCover) {
+    const Signer signer(host_test::rsaSigner());
+    expectUnsignable(signXml(signer, document), "already signed");
+    expectUnsignable("<a>10<!-- -->0</a>", "parts a text");
+    expectUnsignable("<!DOCTYPE a [<!ENTITY e \"1\">]><a>&e;</a>", "document type declaration");
+    expectUnsignable("<a>&e;</a>", "not a well-formed");
+}
+
+TEST(XmlCreator, WritesADocumentInItsOwnEncoding) {
+    const Signer signer(host_test::rsaSigner());
+    const std::string one = signXml(signer, "<?xml version=\"1.0\" encoding=\"windows-1251\"?><a>\xCF</a>");
+    EXPECT_THAT(one, HasSubstr("encoding=\"windows-1251\"?>\n<a>\xCF<Signature"));
 }
 
 TEST(XmlCreator, DoesNothingBeforeItIsConfigured) {

@@ -71,4 +71,82 @@ TEST(XmlDocument, RefusesDepthWithoutBound) {
     EXPECT_THROW(XmlDocument(text.data(), text.size()), CryptoException);
 }
 
+std::string repeated(const std::string& text, std::size_t count) {
+    std::string out;
+    out.reserve(text.size() * count);
+    for (std::size_t i = 0; i < count; ++i) {
+        out += text;
+    }
+    return out;
+}
+
+bool isRead(const std::string& text) {
+    try {
+        const XmlDocument document(text.data(), text.size());
+        return true;
+    } catch (const CryptoException& e) {
+        EXPECT_EQ(e.code().value(), 30009);
+        return false;
+    }
+}
+
+TEST(XmlDocument, ReadsUtf16WithItsByteOrderMark) {
+    EXPECT_TRUE(isRead("\xFF\xFE<\0a\0/\0>\0"s));
+    EXPECT_TRUE(isRead("\xFE\xFF\0<\0a\0/\0>"s));
+    EXPECT_FALSE(isRead("<\0a\0/\0>\0"s));
+    EXPECT_FALSE(isRead("\xFF\xFE<\0a\0>\0\x00\xD8<\0/\0"s
+                        "a\0>\0"s)) // half a surrogate pair
+        << "broken";
+}
+
+TEST(XmlDocument, RefusesEveryDocumentTypeDeclaration) {
+    EXPECT_FALSE(isRead("<!DOCTYPE a><a/>"));
+    EXPECT_FALSE(isRead("<!DOCTYPE a [<!ATTLIST a b CDATA 'c'>]><a/>"));
+    EXPECT_TRUE(isRead("<a><!--<!DOCTYPE a>--><![CDATA[<!DOCTYPE a>]]><?p <!DOCTYPE a>?></a>"));
+}
+
+// Both edges of each bound.
+TEST(XmlDocument, BoundsWhatADocumentHolds) {
+    const auto deep = [](std::size_t levels) { return repeated("<a>", levels) + repeated("</a>", levels); };
+    EXPECT_TRUE(isRead(deep(200)));
+    EXPECT_FALSE(isRead(deep(201)));
+    const auto wide = [](std::size_t count, const std::string& name) {
+        std::string text = "<a";
+        for (std::size_t i = 0; i < count; ++i) {
+            text += " " + name + std::to_string(i) + "='u'";
+        }
+        return text + "/>";
+    };
+    EXPECT_TRUE(isRead(wide(256, "b")));
+    EXPECT_FALSE(isRead(wide(257, "b")));
+    EXPECT_TRUE(isRead(wide(128, "xmlns:b")));
+    EXPECT_FALSE(isRead(wide(129, "xmlns:b")));
+    EXPECT_TRUE(isRead("<" + std::string(1024, 'a') + "/>"));
+    EXPECT_FALSE(isRead("<" + std::string(1025, 'a') + "/>"));
+    EXPECT_TRUE(isRead("<a>" + repeated("<b/>", 100000) + "</a>"));
+    EXPECT_FALSE(isRead("<a>" + repeated("<b/>", 1000000) + "</a>"));
+    EXPECT_FALSE(isRead("<a>" + std::string(16UL * 1024 * 1024, ' ') + "</a>"));
+}
+
+// Names and messages of the parser come from the document.
+TEST(XmlDocument, ItsReasonsArePrintable) {
+    const std::string text = "<a\xC2\x9B></b>";
+    try {
+        const XmlDocument document(text.data(), text.size());
+        ADD_FAILURE();
+    } catch (const CryptoException& e) {
+        for (const char c : std::string(e.what())) {
+            EXPECT_TRUE(c >= ' ' && c <= '~') << e.what();
+        }
+    }
+}
+
+TEST(XmlDocument, NothingIsWrittenToStandardError) {
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(isRead("<?xml version='1.0' encoding='UTF-8'?><a>\xFF\xFE</a>"));
+    EXPECT_FALSE(isRead("<a b:c='1'/><"));
+    EXPECT_FALSE(isRead("<?xml version='1.0' encoding='US-ASCII'?><a>\xFF</a>"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
 } // namespace

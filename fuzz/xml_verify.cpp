@@ -1,0 +1,50 @@
+// Any octets as a signed XML document: they are judged or refused within bounds, and what is valid says over what.
+
+#include "orvik/plugin/crypto/i_provider.hpp"
+#include "orvik/plugin/exception/exception.hpp"
+#include "orvik/plugin/xml/xml_document.hpp"
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+
+namespace {
+
+namespace xml = orvik::plugin::xml;
+
+constexpr std::chrono::seconds longest{5};
+
+void require(bool holds) {
+    if (!holds) {
+        std::abort();
+    }
+}
+
+void judge(const std::uint8_t* data, std::size_t size) {
+    xml::XmlDocument document(reinterpret_cast<const char*>(data), size);
+    const auto strict = xml::verifyXmlSignatures(document, {});
+    xml::XmlVerifyOptions options;
+    options.allowPartial = true;
+    const auto lenient = xml::verifyXmlSignatures(document, {}, options);
+    require(strict.size() == lenient.size());
+    for (std::size_t i = 0; i < strict.size(); ++i) {
+        const auto& result = strict[i];
+        require(result.valid == (result.verdict == xml::XmlSignatureVerdict::valid));
+        require(result.valid == result.reason.empty());
+        require(!result.valid || (result.wholeDocument && !result.certificate.empty() && !result.covered.empty()));
+        require(!result.valid || lenient[i].valid);
+        require(lenient[i].valid || !strict[i].valid);
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const auto start = std::chrono::steady_clock::now();
+    try {
+        judge(data, size);
+    } catch (const orvik::plugin::exception::Exception&) { // NOLINT(bugprone-empty-catch): refused
+    }
+    require(std::chrono::steady_clock::now() - start < longest);
+    return 0;
+}
