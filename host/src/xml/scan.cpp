@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace orvik::plugin::xml::internal {
@@ -100,8 +101,15 @@ private:
     std::string_view takeName() {
         const auto name = rest_.substr(0, std::min(rest_.find_first_of(" \t\r\n=/>"), rest_.size()));
         require(name.size(), limits::nameOctets, "octets in a name");
+        note(name);
         rest_.remove_prefix(name.size());
         return name;
+    }
+
+    /// The parser keeps each name and namespace once.
+    void note(std::string_view name) {
+        names_.insert(name);
+        require(names_.size(), limits::distinctNames, "different names");
     }
 
     void skipBlanks() { rest_.remove_prefix(std::min(rest_.find_first_not_of(blanks), rest_.size())); }
@@ -126,7 +134,9 @@ private:
         if (name == "xmlns" || name.starts_with("xmlns:")) {
             ++declared;
             spend(limits::namespaceCost);
-            require(std::min(end, rest_.size()), limits::nameOctets, "octets in a namespace");
+            const auto uri = rest_.substr(0, std::min(end, rest_.size()));
+            require(uri.size(), limits::nameOctets, "octets in a namespace");
+            note(uri);
         } else {
             spend(limits::attributeCost);
         }
@@ -145,6 +155,7 @@ private:
     std::size_t left_ = limits::treeOctets;
     std::vector<std::size_t> namespaces_; ///< declared by each open element
     std::size_t inScope_ = 0;
+    std::unordered_set<std::string_view> names_;
 };
 
 } // namespace

@@ -140,8 +140,9 @@ std::string forOpenssl(const SignatureAlgorithm& algorithm, EVP_PKEY* key, const
     default:
         break;
     }
-    const std::size_t half = halfOf(algorithm, key);
-    if (half == 0 || value.size() != 2 * half) {
+    // Some products leave out leading zeros that r and s have in common; nothing may be longer than the standard says.
+    const std::size_t half = value.size() / 2;
+    if (value.size() % 2 != 0 || half > halfOf(algorithm, key)) {
         return {};
     }
     const auto* octets = reinterpret_cast<const unsigned char*>(value.data());

@@ -124,7 +124,16 @@ TEST(XmlDocument, BoundsWhatADocumentHolds) {
     EXPECT_TRUE(isRead("<" + std::string(1024, 'a') + "/>"));
     EXPECT_FALSE(isRead("<" + std::string(1025, 'a') + "/>"));
     EXPECT_TRUE(isRead("<a>" + repeated("<b/>", 100000) + "</a>"));
-    EXPECT_FALSE(isRead("<a>" + repeated("<b/>", 1000000) + "</a>"));
+    EXPECT_FALSE(isRead("<a>" + repeated("<b/>", 2000000) + "</a>"));
+    const auto named = [](int count) {
+        std::string text = "<a>";
+        for (int i = 0; i < count; ++i) {
+            text += "<b" + std::to_string(i) + "/>";
+        }
+        return text + "</a>";
+    };
+    EXPECT_TRUE(isRead(named(16383)));
+    EXPECT_FALSE(isRead(named(16384)));
     EXPECT_FALSE(isRead("<a>" + std::string(16UL * 1024 * 1024, ' ') + "</a>"));
 }
 
