@@ -14,7 +14,7 @@ inline constexpr std::size_t attributesPerElement = 256;          ///< duplicate
 inline constexpr std::size_t namespacesInScope = 128;             ///< each name is looked up among them
 inline constexpr std::size_t nameOctets = 1024;                   ///< of a name or a namespace declaration
 inline constexpr std::size_t distinctNames = 16384;               ///< libxml2's dictionary does not grow beyond
-inline constexpr std::size_t treeOctets = 132UL * 1024 * 1024;    ///< estimated memory of the tree
+inline constexpr std::size_t treeOctets = 148UL * 1024 * 1024;    ///< estimated memory of the tree
 
 // Estimated octets of libxml2's nodes on a 64-bit machine, with the allocator's share.
 inline constexpr std::size_t elementCost = 128;

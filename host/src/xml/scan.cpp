@@ -67,12 +67,16 @@ private:
     /// Passes by a node without structure.
     void pass(std::string_view end, std::size_t from) {
         spend(limits::elementCost);
+        skipTo(end, from);
+    }
+
+    void skipTo(std::string_view end, std::size_t from) {
         const auto at = rest_.find(end, from);
         rest_.remove_prefix(at == std::string_view::npos ? rest_.size() : at + end.size());
     }
 
     void takeEnd() {
-        pass(">", 2);
+        skipTo(">", 2);
         if (!namespaces_.empty()) {
             inScope_ -= namespaces_.back();
             namespaces_.pop_back();
