@@ -2,6 +2,8 @@
 
 #include "capi/constants.hpp"
 
+#include <algorithm>
+#include <array>
 #include <set>
 #include <vector>
 
@@ -65,11 +67,53 @@ bool hasUnknownCriticalQualifier(const X509* certificate) {
     return false;
 }
 
+/// RFC 5280, 4.1.2.2: at most 20 octets. Zero and negative numbers are to be handled gracefully.
+bool hasLongSerial(const X509* certificate) {
+    constexpr int longest = 20;
+    return ASN1_STRING_length(X509_get0_serialNumber(certificate)) > longest;
+}
+
+/// Extensions whose list has at least one member (RFC 5280, appendix A.2: SIZE (1..MAX)).
+constexpr std::array neverEmpty{
+    NID_certificate_policies,    NID_ext_key_usage,   NID_subject_alt_name, NID_issuer_alt_name,
+    NID_crl_distribution_points, NID_policy_mappings, NID_info_access,      NID_sinfo_access};
+
+bool isEmptyList(X509_EXTENSION* extension) {
+    constexpr int headerSize = 2; // 30 00
+    return ASN1_STRING_length(X509_EXTENSION_get_data(extension)) <= headerSize &&
+           std::ranges::find(neverEmpty, OBJ_obj2nid(X509_EXTENSION_get_object(extension))) != neverEmpty.end();
+}
+
+/// An extension that is known and does not decode says something that nobody can judge.
+bool hasMalformedExtension(const X509* certificate) {
+    for (int i = 0; i < X509_get_ext_count(certificate); ++i) {
+        X509_EXTENSION* const extension = X509_get_ext(certificate, i);
+        const X509V3_EXT_METHOD* const method = X509V3_EXT_get(extension);
+        if (isEmptyList(extension)) {
+            return true;
+        }
+        if (method == nullptr || method->it == nullptr) {
+            continue;
+        }
+        const ASN1_OCTET_STRING* const value = X509_EXTENSION_get_data(extension);
+        const unsigned char* position = ASN1_STRING_get0_data(value);
+        const unsigned char* const end = position + ASN1_STRING_length(value);
+        ASN1_VALUE* const decoded =
+            ASN1_item_d2i(nullptr, &position, ASN1_STRING_length(value), ASN1_ITEM_ptr(method->it));
+        ASN1_item_free(decoded, ASN1_ITEM_ptr(method->it));
+        if (decoded == nullptr || position != end) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
-DWORD formErrors(const X509* certificate) {
+DWORD formErrors(X509* certificate) {
     DWORD errors = 0;
-    if (!fitsVersion(certificate) || repeatsExtension(certificate)) {
+    if (!fitsVersion(certificate) || repeatsExtension(certificate) || hasLongSerial(certificate) ||
+        hasMalformedExtension(certificate)) {
         errors |= capi::CERT_TRUST_INVALID_EXTENSION;
     }
     if (hasUnknownCriticalQualifier(certificate)) {

@@ -8,7 +8,8 @@
 namespace klunortredi::csp {
 
 /// CERT_TRUST_... error bits for the form of one certificate: version, extensions that need version 3, unique
-/// identifiers, an extension given twice, qualifiers of critical policies. 0 when nothing is wrong.
-DWORD formErrors(const X509* certificate);
+/// identifiers, the serial number's length, extensions given twice, malformed or empty, qualifiers of critical
+/// policies. 0 when nothing is wrong.
+DWORD formErrors(X509* certificate);
 
 } // namespace klunortredi::csp

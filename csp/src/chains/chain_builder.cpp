@@ -5,6 +5,7 @@
 #include "chains/chain_usage.hpp"
 #include "chains/distrust.hpp"
 #include "chains/element_signature.hpp"
+#include "chains/name_form.hpp"
 #include "chains/name_limits.hpp"
 #include "chains/path_judgement.hpp"
 #include "chains/path_search.hpp"
@@ -141,7 +142,7 @@ private:
         if (distrust_.holds(*path.certificates[index]->certificate, certificate)) {
             errors |= capi::CERT_TRUST_IS_EXPLICIT_DISTRUST;
         }
-        return errors | formErrors(certificate);
+        return errors | formErrors(certificate) | nameFormErrors(certificate);
     }
 
     static bool exactSignature(const X509* certificate, const X509* issuer) {

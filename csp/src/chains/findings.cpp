@@ -15,8 +15,7 @@ bool isMoment(const ASN1_TIME* field, std::time_t time) {
 }
 
 /// A CRL made after the time asked about revokes what it says was revoked by then, and nothing else.
-bool revokedLater(X509_STORE_CTX* context, std::time_t time) {
-    X509_CRL* const crl = X509_STORE_CTX_get0_current_crl(context);
+bool revokedLater(X509_STORE_CTX* context, X509_CRL* crl, std::time_t time) {
     X509* const certificate = X509_STORE_CTX_get_current_cert(context);
     X509_REVOKED* entry = nullptr;
     if (crl == nullptr || certificate == nullptr || X509_CRL_get0_by_cert(crl, &entry, certificate) == 0) {
@@ -42,10 +41,10 @@ bool isWithinLastSecond(X509_STORE_CTX* context, int error, std::time_t time) {
     return error == X509_V_ERR_CRL_HAS_EXPIRED && crl != nullptr && isMoment(X509_CRL_get0_nextUpdate(crl), time);
 }
 
-void Findings::note(X509_STORE_CTX* context) {
+void Findings::note(X509_STORE_CTX* context, X509_CRL* applied) {
     const int error = X509_STORE_CTX_get_error(context);
     if (isWithinLastSecond(context, error, time_) ||
-        (error == X509_V_ERR_CERT_REVOKED && revokedLater(context, time_))) {
+        (error == X509_V_ERR_CERT_REVOKED && revokedLater(context, applied, time_))) {
         return;
     }
     note(isNameLimit(context, error) ? X509_V_ERR_UNSUPPORTED_NAME_SYNTAX : error,

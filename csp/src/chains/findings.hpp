@@ -17,8 +17,9 @@ class Findings {
 public:
     explicit Findings(std::time_t time) : time_(time) {}
 
-    /// Notes what the verification reports now. ApiError for what says nothing about certificates.
-    void note(X509_STORE_CTX* context);
+    /// Notes what the verification reports now; `applied` is the CRL that a revoked certificate stands on. ApiError for
+    /// what says nothing about certificates.
+    void note(X509_STORE_CTX* context, X509_CRL* applied);
     /// Notes an X509_V_ERR_... of the certificate at `depth`.
     void note(int error, int depth);
 

@@ -1,6 +1,7 @@
 #include "chains/name_limits.hpp"
 
 #include "capi/constants.hpp"
+#include "chains/name_form.hpp"
 
 #include <strings.h>
 
@@ -13,12 +14,6 @@ namespace {
 
 using GeneralNames = std::unique_ptr<GENERAL_NAMES, ossl::Deleter<GENERAL_NAMES_free>>;
 
-std::string_view text(const ASN1_STRING* string) {
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast)
-    return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(string)),
-            static_cast<std::size_t>(ASN1_STRING_length(string))};
-}
-
 bool sameIgnoringCase(std::string_view left, std::string_view right) {
     return left.size() == right.size() && strncasecmp(left.data(), right.data(), left.size()) == 0;
 }
@@ -29,17 +24,6 @@ bool covers(std::string_view wildcard, std::string_view excluded) {
     const std::string_view name = excluded.starts_with('.') ? excluded.substr(1) : excluded;
     const auto dot = name.find('.');
     return dot != std::string_view::npos && dot > 0 && sameIgnoringCase(name.substr(dot), base);
-}
-
-/// RFC 3986, 3.2: the authority ends at the next slash, question mark or number sign; what stands before "@" is not
-/// the host.
-bool hasUserInformation(std::string_view uri) {
-    const auto start = uri.find("//");
-    if (start == std::string_view::npos) {
-        return false;
-    }
-    const std::string_view rest = uri.substr(start + 2);
-    return rest.substr(0, rest.find_first_of("/?#")).find('@') != std::string_view::npos;
 }
 
 } // namespace
@@ -67,14 +51,14 @@ bool NameLimits::limits(int nameType) const {
 }
 
 bool NameLimits::excludesWildcard(const ASN1_IA5STRING* dnsName) const {
-    const std::string_view name = text(dnsName);
+    const std::string_view name = nameText(dnsName);
     if (!name.starts_with("*.")) {
         return false;
     }
     for (const auto& constraints : constraints_) {
         for (int i = 0; i < sk_GENERAL_SUBTREE_num(constraints->excludedSubtrees); ++i) {
             const GENERAL_NAME* const base = sk_GENERAL_SUBTREE_value(constraints->excludedSubtrees, i)->base;
-            if (base->type == GEN_DNS && covers(name, text(base->d.dNSName))) {
+            if (base->type == GEN_DNS && covers(name, nameText(base->d.dNSName))) {
                 return true;
             }
         }
@@ -90,12 +74,14 @@ DWORD NameLimits::errors(const X509* certificate) const {
     const GeneralNames names(
         static_cast<GENERAL_NAMES*>(X509_get_ext_d2i(certificate, NID_subject_alt_name, nullptr, nullptr)));
     const bool uriLimits = limits(GEN_URI);
+    const bool mailLimits = limits(GEN_EMAIL);
     for (int i = 0; i < sk_GENERAL_NAME_num(names.get()); ++i) {
         const GENERAL_NAME* const name = sk_GENERAL_NAME_value(names.get(), i);
         if (name->type == GEN_DNS && excludesWildcard(name->d.dNSName)) {
             errors |= capi::CERT_TRUST_HAS_EXCLUDED_NAME_CONSTRAINT;
         }
-        if (name->type == GEN_URI && uriLimits && hasUserInformation(text(name->d.uniformResourceIdentifier))) {
+        if ((name->type == GEN_URI && uriLimits && !hasPlainAuthority(nameText(name->d.uniformResourceIdentifier))) ||
+            (name->type == GEN_EMAIL && mailLimits && !isMailbox(nameText(name->d.rfc822Name)))) {
             errors |= capi::CERT_TRUST_HAS_NOT_PERMITTED_NAME_CONSTRAINT;
         }
     }

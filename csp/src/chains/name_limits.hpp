@@ -16,7 +16,7 @@ public:
     void add(const X509* certificate);
     [[nodiscard]] bool empty() const noexcept { return constraints_.empty(); }
     /// CERT_TRUST_... error bits of names that the constraints cannot let pass: a wildcard name that covers an excluded
-    /// one, and under URI constraints a URI whose authority has user information, which hides the host.
+    /// one, and under constraints of their kind a URI or a mailbox that can be taken apart in two ways (name_form.hpp).
     [[nodiscard]] DWORD errors(const X509* certificate) const;
 
 private:

@@ -1,5 +1,6 @@
 #include "chains/path_judgement.hpp"
 
+#include "chains/trust_status.hpp"
 #include "core/error.hpp"
 
 #include <openssl/x509_vfy.h>
@@ -157,7 +158,9 @@ private:
     /// What a CRL issuer's own chain may lack: the status of that certificate, where nobody asked for it.
     [[nodiscard]] bool acceptedOfCrlIssuer(X509_STORE_CTX* context) const {
         const int error = X509_STORE_CTX_get_error(context);
-        return (error == X509_V_ERR_UNABLE_TO_GET_CRL && request_.revocation == RevocationCheck::None) ||
+        const TrustProblem* const problem = trustProblem(error);
+        const bool unknown = problem != nullptr && problem->bits == capi::CERT_TRUST_REVOCATION_STATUS_UNKNOWN;
+        return (unknown && request_.revocation == RevocationCheck::None) ||
                isWithinLastSecond(context, error, request_.time);
     }
 
@@ -175,7 +178,7 @@ private:
         }
         return guard<int>(0, [&] {
             try {
-                verification.judgement_.findings.note(context);
+                verification.judgement_.findings.note(context, verification.appliedNow_);
                 return 1;
             } catch (const ApiError& error) {
                 verification.judgement_.findings.failure = error.code();
@@ -221,6 +224,7 @@ private:
         if (X509_STORE_CTX_get0_parent_ctx(context) == nullptr && depth >= 0) {
             Verification& verification = of(context);
             const int noted = guard<int>(0, [&] {
+                verification.appliedNow_ = crl;
                 verification.noteCrl(static_cast<std::size_t>(depth), crl);
                 return 1;
             });
@@ -256,6 +260,7 @@ private:
     const PathCrls& crls_;
     const ChainRequest& request_;
     PathJudgement judgement_;
+    X509_CRL* appliedNow_ = nullptr; ///< OpenSSL does not say which when it reports a revoked certificate
     X509StorePtr store_;
     X509Stack untrusted_;
     CrlStack lists_;

@@ -10,6 +10,7 @@ target_sources(klunortredi_csp_core PRIVATE
     src/chains/distrust.cpp
     src/chains/element_signature.cpp
     src/chains/findings.cpp
+    src/chains/name_form.cpp
     src/chains/name_limits.cpp
     src/chains/path_judgement.cpp
     src/chains/path_search.cpp

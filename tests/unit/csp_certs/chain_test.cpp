@@ -1,89 +1,11 @@
-#include "service.hpp"
+#include "chain_fixture.hpp"
 
 #include "stores/context.hpp"
-#include "x509/file_time.hpp"
 
 #include <algorithm>
 #include <array>
-#include <map>
 
 namespace {
-
-using pki::Entity;
-
-/// The engine's GOST keys are slow to make: one authority of a kind serves every test of a process.
-const Entity& rootOf(pki::KeyKind kind) {
-    static auto* const roots = new std::map<pki::KeyKind, Entity>;
-    const auto [found, fresh] = roots->try_emplace(kind);
-    if (fresh) {
-        found->second = pki::root("Root " + std::to_string(static_cast<int>(kind)), kind);
-    }
-    return found->second;
-}
-
-std::string_view view(const csp::Bytes& der) {
-    return {reinterpret_cast<const char*>(der.data()), der.size()};
-}
-
-struct FreeChain {
-    void operator()(const CERT_CHAIN_CONTEXT* chain) const { api::CertFreeCertificateChain(chain); }
-};
-using Chain = std::unique_ptr<const CERT_CHAIN_CONTEXT, FreeChain>;
-
-class ChainTest : public ServiceTest {
-protected:
-    void trust(const Entity& entity) { ASSERT_NE(add(systemStore("root").get(), entity.der), nullptr); }
-    void know(const Entity& entity) { ASSERT_NE(add(systemStore("ca").get(), entity.der), nullptr); }
-    void revoke(const Entity& issuer, const std::vector<long>& serials) {
-        write(folder("ca") / (std::to_string(++crls_) + ".crl"), view(pki::crl(issuer, serials)));
-    }
-
-    /// Root trusted, CA known, leaf made.
-    void standardChain() {
-        trust(root_);
-        know(ca_);
-    }
-
-    Chain chainOf(const csp::Bytes& der, DWORD flags = 0) {
-        const Context certificate = contextOf(der);
-        CERT_CHAIN_PARA parameters{};
-        parameters.cbSize = sizeof parameters;
-        parameters.RequestedUsage = usage_;
-        FILETIME time = csp::toFileTime(time_);
-        PCCERT_CHAIN_CONTEXT chain = nullptr;
-        EXPECT_TRUE(api::CertGetCertificateChain(nullptr, certificate.get(), time_ == 0 ? nullptr : &time,
-                                                 additional_.get(), &parameters, flags, nullptr, &chain))
-            << std::hex << api::GetLastError();
-        return Chain(chain);
-    }
-    DWORD status(const csp::Bytes& der, DWORD flags = 0) { return chainOf(der, flags)->TrustStatus.dwErrorStatus; }
-
-    static std::vector<DWORD> elementErrors(const Chain& chain) {
-        std::vector<DWORD> errors;
-        for (DWORD i = 0; i < chain->rgpChain[0]->cElement; ++i) {
-            errors.push_back(chain->rgpChain[0]->rgpElement[i]->TrustStatus.dwErrorStatus);
-        }
-        return errors;
-    }
-    static DWORD policy(const Chain& chain, DWORD flags, LONG* element = nullptr) {
-        CERT_CHAIN_POLICY_PARA parameters{sizeof parameters, flags, nullptr};
-        CERT_CHAIN_POLICY_STATUS verdict{};
-        EXPECT_TRUE(api::CertVerifyCertificateChainPolicy(storeProvider(capi::CERT_CHAIN_POLICY_BASE), chain.get(),
-                                                          &parameters, &verdict));
-        if (element != nullptr) {
-            *element = verdict.lElementIndex;
-        }
-        return verdict.dwError;
-    }
-
-    const Entity& root_ = rootOf(pki::KeyKind::Ec);
-    Entity ca_ = pki::intermediate("Intermediate", root_);
-    Entity leaf_ = pki::make({.subject = "Leaf", .issuer = &ca_, .serial = 77});
-    CERT_USAGE_MATCH usage_{};
-    std::time_t time_ = 0;
-    StoreHandle additional_;
-    int crls_ = 0;
-};
 
 TEST_F(ChainTest, EndsInTheRootStore) {
     standardChain();

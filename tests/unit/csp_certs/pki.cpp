@@ -56,6 +56,39 @@ void addExtension(X509* certificate, X509* issuer, int nid, const std::string& v
     X509_EXTENSION_free(extension);
 }
 
+/// An extension that is not of a certificate.
+X509_EXTENSION* newExtension(int nid, const std::string& value, X509* issuer) {
+    X509V3_CTX context;
+    X509V3_set_ctx(&context, issuer, issuer, nullptr, nullptr, 0);
+    X509_EXTENSION* const extension = X509V3_EXT_nconf_nid(nullptr, &context, nid, value.c_str());
+    check(extension != nullptr, value.c_str());
+    return extension;
+}
+
+void addEntry(X509_CRL* list, long serial, ASN1_TIME* time, const WantedCrl& wanted) {
+    X509_REVOKED* const revoked = X509_REVOKED_new();
+    ASN1_INTEGER* const number = ASN1_INTEGER_new();
+    ASN1_INTEGER_set(number, serial);
+    X509_REVOKED_set_serialNumber(revoked, number);
+    X509_REVOKED_set_revocationDate(revoked, time);
+    ASN1_INTEGER_free(number);
+    for (const auto& [nid, value] : wanted.entryExtensions) {
+        X509_EXTENSION* const extension = newExtension(nid, value, nullptr);
+        X509_REVOKED_add_ext(revoked, extension, -1);
+        X509_EXTENSION_free(extension);
+    }
+    if (wanted.certificateIssuer != nullptr) {
+        GENERAL_NAMES* const names = GENERAL_NAMES_new();
+        GENERAL_NAME* const name = GENERAL_NAME_new();
+        name->type = GEN_DIRNAME;
+        name->d.directoryName = X509_NAME_dup(X509_get_subject_name(wanted.certificateIssuer->certificate.get()));
+        sk_GENERAL_NAME_push(names, name);
+        X509_REVOKED_add1_ext_i2d(revoked, NID_certificate_issuer, names, 1, 0);
+        GENERAL_NAMES_free(names);
+    }
+    X509_CRL_add0_revoked(list, revoked);
+}
+
 } // namespace
 
 csp::ossl::Pkey newKey(KeyKind kind) {
@@ -94,8 +127,12 @@ Entity make(const Wanted& wanted) {
     for (const auto& [nid, value] : wanted.extensions) {
         addExtension(certificate, issuer, nid, value);
     }
+    if (wanted.change) {
+        wanted.change(certificate);
+    }
     EVP_PKEY* const signer = wanted.issuer == nullptr ? entity.key.get() : wanted.issuer->key.get();
-    check(X509_sign(certificate, signer, digestFor(signer)) > 0, "X509_sign");
+    check(X509_sign(certificate, signer, wanted.digest != nullptr ? wanted.digest : digestFor(signer)) > 0,
+          "X509_sign");
     entity.der = der(certificate);
     entity.certificate = decode(entity.der);
     return entity;
@@ -120,24 +157,29 @@ Entity intermediate(const std::string& subject, const Entity& issuer, long seria
 }
 
 csp::Bytes crl(const Entity& issuer, const std::vector<long>& revokedSerials) {
+    return makeCrl(issuer, WantedCrl{.serials = revokedSerials});
+}
+
+csp::Bytes makeCrl(const Entity& issuer, const WantedCrl& wanted) {
     const csp::ossl::X509CrlPtr list(X509_CRL_new());
     X509_CRL_set_version(list.get(), X509_CRL_VERSION_2);
     X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(issuer.certificate.get()));
-    ASN1_TIME* const time = ASN1_TIME_set(nullptr, std::time(nullptr) - 60);
+    ASN1_TIME* const time = ASN1_TIME_set(nullptr, wanted.thisUpdate);
     X509_CRL_set1_lastUpdate(list.get(), time);
-    for (const long serial : revokedSerials) {
-        X509_REVOKED* const revoked = X509_REVOKED_new();
-        ASN1_INTEGER* const number = ASN1_INTEGER_new();
-        ASN1_INTEGER_set(number, serial);
-        X509_REVOKED_set_serialNumber(revoked, number);
-        X509_REVOKED_set_revocationDate(revoked, time);
-        X509_CRL_add0_revoked(list.get(), revoked);
-        ASN1_INTEGER_free(number);
-    }
-    ASN1_TIME_set(time, std::time(nullptr) + 86400);
+    ASN1_TIME_set(time, wanted.nextUpdate);
     X509_CRL_set1_nextUpdate(list.get(), time);
+    ASN1_TIME_set(time, wanted.revoked);
+    for (const long serial : wanted.serials) {
+        addEntry(list.get(), serial, time, wanted);
+    }
     ASN1_TIME_free(time);
-    check(X509_CRL_sign(list.get(), issuer.key.get(), digestFor(issuer.key.get())) > 0, "X509_CRL_sign");
+    for (const auto& [nid, value] : wanted.extensions) {
+        X509_EXTENSION* const extension = newExtension(nid, value, issuer.certificate.get());
+        X509_CRL_add_ext(list.get(), extension, -1);
+        X509_EXTENSION_free(extension);
+    }
+    const EVP_MD* const digest = wanted.digest != nullptr ? wanted.digest : digestFor(issuer.key.get());
+    check(X509_CRL_sign(list.get(), issuer.key.get(), digest) > 0, "X509_CRL_sign");
     unsigned char* out = nullptr;
     const int size = i2d_X509_CRL(list.get(), &out);
     csp::Bytes bytes(out, out + size);

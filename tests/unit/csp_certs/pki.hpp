@@ -6,6 +6,7 @@
 #include "core/ossl.hpp"
 
 #include <ctime>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,6 +33,8 @@ struct Wanted {
     std::time_t notAfter = std::time(nullptr) + 86400;
     std::vector<std::pair<int, std::string>> extensions{}; ///< NID, value as in openssl.cnf
     EVP_PKEY* reuseKey = nullptr;                          ///< null: a new key
+    const EVP_MD* digest = nullptr;                        ///< null: the usual one of the issuer's key
+    std::function<void(X509*)> change{};                   ///< last touch before the certificate is signed
 };
 
 csp::ossl::Pkey newKey(KeyKind kind);
@@ -41,6 +44,18 @@ Entity root(const std::string& subject, KeyKind kind = KeyKind::Ec);
 /// A CA under `issuer`.
 Entity intermediate(const std::string& subject, const Entity& issuer, long serial = 2);
 csp::Bytes crl(const Entity& issuer, const std::vector<long>& revokedSerials);
+
+struct WantedCrl {
+    std::vector<long> serials{}; ///< of the revoked certificates
+    std::time_t thisUpdate = std::time(nullptr) - 60;
+    std::time_t nextUpdate = std::time(nullptr) + 86400;
+    std::time_t revoked = std::time(nullptr) - 60;
+    std::vector<std::pair<int, std::string>> extensions{};      ///< NID, value as in openssl.cnf
+    std::vector<std::pair<int, std::string>> entryExtensions{}; ///< of every entry
+    const Entity* certificateIssuer = nullptr; ///< the entries are of this authority's certificates (indirect CRL)
+    const EVP_MD* digest = nullptr;            ///< null: the usual one of the issuer's key
+};
+csp::Bytes makeCrl(const Entity& issuer, const WantedCrl& wanted);
 /// The certificate of another certificate's octets.
 csp::ossl::X509Ptr decode(csp::ByteView der);
 

@@ -1,0 +1,128 @@
+// What is distrusted, and algorithms that prove nothing.
+
+#include "chain_fixture.hpp"
+
+#include <openssl/ecdsa.h>
+
+namespace {
+
+class ChainDistrust : public ChainTest {
+protected:
+    ChainDistrust() { standardChain(); }
+    void distrust(const csp::Bytes& der) { add(systemStore("disallowed").get(), der); }
+
+    /// The certificate with its ECDSA value (r, s) written as (r, n - s), which verifies as well.
+    static csp::Bytes otherSignature(const Entity& entity) {
+        const csp::ossl::X509Ptr copy = pki::decode(entity.der);
+        const ASN1_BIT_STRING* held = nullptr;
+        X509_get0_signature(&held, nullptr, copy.get());
+        const unsigned char* position = held->data;
+        ECDSA_SIG* const signature = d2i_ECDSA_SIG(nullptr, &position, held->length);
+        BIGNUM* order = nullptr;
+        BN_hex2bn(&order, "FFFFFFFF00000000FFFFFFFFFFFFFFFFBCE6FAADA7179E84F3B9CAC2FC632551");
+        BN_sub(order, order, ECDSA_SIG_get0_s(signature));
+        ECDSA_SIG_set0(signature, BN_dup(ECDSA_SIG_get0_r(signature)), order);
+        unsigned char* value = nullptr;
+        const int size = i2d_ECDSA_SIG(signature, &value);
+        ASN1_BIT_STRING_set(const_cast<ASN1_BIT_STRING*>(held), value, size);
+        OPENSSL_free(value);
+        ECDSA_SIG_free(signature);
+        unsigned char* out = nullptr;
+        const int length = i2d_X509(copy.get(), &out);
+        csp::Bytes der(out, out + length);
+        OPENSSL_free(out);
+        return der;
+    }
+};
+
+TEST_F(ChainDistrust, HoldsForTheCertificateWithItsSignatureWrittenInAnotherWay) {
+    const csp::Bytes other = otherSignature(leaf_);
+    ASSERT_NE(other, leaf_.der);
+    EXPECT_EQ(status(other), 0U);
+    distrust(leaf_.der);
+    EXPECT_EQ(status(other), capi::CERT_TRUST_IS_EXPLICIT_DISTRUST);
+}
+
+TEST_F(ChainDistrust, HoldsForTheKey) {
+    distrust(ca_.der);
+    const Entity again = pki::make({.subject = "Intermediate again",
+                                    .issuer = &root_,
+                                    .serial = 90,
+                                    .extensions = {{NID_basic_constraints, "critical,CA:TRUE"}},
+                                    .reuseKey = ca_.key.get()});
+    know(again);
+    EXPECT_EQ(elementErrors(chainOf(pki::make({.subject = "Below", .issuer = &again, .serial = 5}).der)),
+              (std::vector<DWORD>{0, capi::CERT_TRUST_IS_EXPLICIT_DISTRUST, 0}));
+}
+
+TEST_F(ChainDistrust, HoldsForIssuerAndSerialNumber) {
+    distrust(leaf_.der);
+    const Entity same = pki::make({.subject = "Another", .issuer = &ca_, .serial = 77});
+    EXPECT_EQ(status(same.der), capi::CERT_TRUST_IS_EXPLICIT_DISTRUST);
+    const Entity next = pki::make({.subject = "Another", .issuer = &ca_, .serial = 78});
+    EXPECT_EQ(status(next.der), 0U);
+}
+
+TEST_F(ChainDistrust, RefusesToJudgeWhenAnEntryIsDamaged) {
+    distrust(ca_.der);
+    EXPECT_EQ(refusal(leaf_.der), 0U);
+    write(files("disallowed").front(), "-----BEGIN CERTIFICATE-----\nAAAA\n");
+    EXPECT_EQ(refusal(leaf_.der), capi::ERROR_INVALID_DATA);
+}
+
+TEST_F(ChainDistrust, RefusesToJudgeWhenAnEntryIsNotAsTheServiceWritesIt) {
+    write(folder("disallowed") / "bad-authority.cer", view(ca_.der));
+    EXPECT_EQ(refusal(leaf_.der), capi::ERROR_INVALID_DATA);
+}
+
+TEST_F(ChainDistrust, RefusesToJudgeWhenTheStoreIsNotAFolder) {
+    write(folder("disallowed"), "not a folder");
+    EXPECT_NE(refusal(leaf_.der), 0U);
+    std::filesystem::remove(folder("disallowed"));
+    std::filesystem::create_symlink(folder("nowhere"), folder("disallowed"));
+    EXPECT_EQ(refusal(leaf_.der), capi::ERROR_INVALID_DATA);
+}
+
+class WeakChain : public ChainDistrust {
+protected:
+    static constexpr DWORD weak = capi::CERT_TRUST_IS_NOT_SIGNATURE_VALID | capi::CERT_TRUST_HAS_WEAK_SIGNATURE;
+};
+
+TEST_F(WeakChain, RefusesBrokenDigests) {
+    for (const EVP_MD* const digest : {EVP_md5(), EVP_md4()}) {
+        static const Entity rsaRoot = pki::root("RSA", pki::KeyKind::Rsa);
+        trust(rsaRoot);
+        const Entity person = pki::make({.subject = "Person", .issuer = &rsaRoot, .serial = 5, .digest = EVP_sha1()});
+        EXPECT_EQ(status(person.der), 0U) << "SHA-1 is for the caller to judge";
+        try {
+            const Entity bad = pki::make({.subject = "Bad", .issuer = &rsaRoot, .serial = 6, .digest = digest});
+            EXPECT_EQ(elementErrors(chainOf(bad.der)), (std::vector<DWORD>{weak, 0}));
+        } catch (const std::runtime_error&) { // no MD4 without the legacy provider
+            EXPECT_EQ(EVP_MD_get_type(digest), NID_md4);
+        }
+    }
+}
+
+TEST_F(WeakChain, RefusesShortRsaKeysOfAnyElement) {
+    const csp::ossl::Pkey shortKey(EVP_RSA_gen(1016));
+    const csp::ossl::Pkey enough(EVP_RSA_gen(1024));
+    const Entity bad = pki::make({.subject = "Bad", .issuer = &ca_, .serial = 6, .reuseKey = shortKey.get()});
+    EXPECT_EQ(elementErrors(chainOf(bad.der)), (std::vector<DWORD>{weak, 0, 0}));
+    const Entity fair = pki::make({.subject = "Fair", .issuer = &ca_, .serial = 7, .reuseKey = enough.get()});
+    EXPECT_EQ(status(fair.der), 0U);
+    const Entity anchor = pki::make({.subject = "Short anchor",
+                                     .extensions = {{NID_basic_constraints, "critical,CA:TRUE"}},
+                                     .reuseKey = shortKey.get()});
+    trust(anchor);
+    EXPECT_EQ(elementErrors(chainOf(pki::make({.subject = "Below", .issuer = &anchor, .serial = 5}).der)),
+              (std::vector<DWORD>{0, weak}));
+}
+
+TEST_F(WeakChain, MayBeIgnoredAsWeakButNotAsForged) {
+    const csp::ossl::Pkey shortKey(EVP_RSA_gen(1016));
+    const Chain chain =
+        chainOf(pki::make({.subject = "Bad", .issuer = &ca_, .serial = 6, .reuseKey = shortKey.get()}).der);
+    EXPECT_EQ(policy(chain, 0x08000000), capi::TRUST_E_CERT_SIGNATURE);
+}
+
+} // namespace
