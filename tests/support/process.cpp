@@ -40,6 +40,10 @@ struct Pipe {
         ::setrlimit(RLIMIT_FSIZE, &limit);
         std::signal(SIGXFSZ, SIG_IGN); // writing past the limit fails with EFBIG instead of killing
     }
+    if (options.cpuLimit > 0) {
+        const rlimit limit{static_cast<rlim_t>(options.cpuLimit), static_cast<rlim_t>(options.cpuLimit)};
+        ::setrlimit(RLIMIT_CPU, &limit);
+    }
     for (const auto& [name, value] : options.environment) {
         ::setenv(name.c_str(), value.c_str(), 1);
     }
