@@ -154,7 +154,18 @@ TEST_F(VerifierTest, CertificateAsksForWhatIsKnownOnThisMachine) {
 
 // ---- each call failing
 
-using ChainFault = CertificatesFixture;
+class ChainFault : public CertificatesFixture {
+protected:
+    /// What each failure throws: none where a certificate is given back.
+    static Thrown expected(const FaultOutcome& outcome) {
+        if (outcome.function == "CertFreeCertificateContext") {
+            return {};
+        }
+        const bool chain = outcome.function == "CertGetCertificateChain";
+        return chain ? Thrown{code(outcome.code), "certificate_verifier", "getContext", 0}
+                     : Thrown{code(outcome.code), "certificate", "Certificate", 0};
+    }
+};
 
 TEST_F(ChainFault, OfAVerifierHasItsCodeAndPlaceAndLeavesNothing) {
     bool answered = false;
@@ -178,11 +189,7 @@ TEST_F(ChainFault, OfAVerifierHasItsCodeAndPlaceAndLeavesNothing) {
              const bool harmless = outcome.function == "CertFreeCertificateContext";
              EXPECT_EQ(answered, harmless);
              EXPECT_EQ(status, harmless ? 0x10000U : 0U);
-             const std::string file =
-                 outcome.function == "CertGetCertificateChain" ? "certificate_verifier" : "certificate";
-             const std::string function = outcome.function == "CertGetCertificateChain" ? "getContext" : "Certificate";
-             EXPECT_EQ(service_double::describe<SystemException>(outcome.thrown),
-                       harmless ? Thrown() : (Thrown{code(outcome.code), file, function, 0}));
+             EXPECT_EQ(service_double::describe<SystemException>(outcome.thrown), expected(outcome));
          }});
     EXPECT_EQ(count, 3U) << "the certificate, its chain, its release";
     EXPECT_THAT(log(), IsEmpty());
@@ -199,14 +206,25 @@ TEST_F(ChainFault, OfACertificateHasItsCodeAndPlaceAndIsNoYes) {
          [&](const FaultOutcome& outcome) {
              const bool harmless = outcome.function == "CertFreeCertificateContext";
              EXPECT_EQ(trusted, harmless) << "no failure is a yes";
-             const bool chain = outcome.function == "CertGetCertificateChain";
-             EXPECT_EQ(service_double::describe<SystemException>(outcome.thrown),
-                       harmless ? Thrown()
-                       : chain  ? (Thrown{code(outcome.code), "certificate_verifier", "getContext", 0})
-                                : (Thrown{code(outcome.code), "certificate", "Certificate", 0}));
+             EXPECT_EQ(service_double::describe<SystemException>(outcome.thrown), expected(outcome));
          }});
     EXPECT_EQ(count, 3U);
     EXPECT_TRUE(trusted) << "nothing failed";
+}
+
+// ---- no service installed
+
+class WithoutService : public service_double::DoubleFixture {
+protected:
+    WithoutService() : DoubleFixture(service_double::Slots{}) {}
+};
+
+TEST_F(WithoutService, AChainIsNoStatusButAnException) {
+    const Certificate none(nullptr);
+    const CertificateVerifier verifier(none);
+    EXPECT_EQ(thrownBy<CryptoException>([&] { static_cast<void>(verifier.validateChain(0)); }).code, 30004);
+    EXPECT_EQ(verifier.status(), 0U);
+    EXPECT_EQ(thrownBy<CryptoException>([&] { static_cast<void>(none.chain()); }).code, 30004);
 }
 
 } // namespace

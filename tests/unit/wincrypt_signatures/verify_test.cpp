@@ -1,77 +1,18 @@
-#include "signatures_fixture.hpp"
+// What the check of a message says, and why.
 
-#include "crypto/wincrypt/signature_validator.hpp"
-#include "crypto/wincrypt/tools_verify.hpp"
+#include "verify_fixture.hpp"
+
 #include "crypto/wincrypt/wincrypt_handler.hpp"
-#include "service_double/fault_walk.hpp"
-
-#include <boost/smart_ptr/make_shared.hpp>
-
-#include <sstream>
 
 namespace wincrypt_signatures {
 namespace {
 
-using orvik::plugin::IDataHandler;
 using orvik::plugin::wincrypt::GetLastErrorEx;
 using testing::ElementsAre;
 using testing::IsEmpty;
 namespace tools = orvik::plugin::wincrypt::tools;
-namespace binary = orvik::plugin::wincrypt::binary;
-using Params = orvik::plugin::crypto::SignatureFactory::Validator::Params;
 
-class VerifyTest : public SignaturesFixture {
-protected:
-    VerifyTest() { arrangeMessage(); }
-
-    static void arrangeMessage() {
-        service().message.certificates = {der(plainCertificate), der(signerCertificate)};
-        service().message.signers = {der(signerCertificate)};
-    }
-    static bool verify(const std::string& signature = "signature") {
-        std::istringstream in(signature);
-        return tools::verify(in, boost::none);
-    }
-    static bool verifyDetached(const std::string& content) {
-        std::istringstream in("signature");
-        std::istringstream data(content);
-        return tools::verify(in, boost::optional<std::istream&>(data));
-    }
-    static bool update(IDataHandler& validator, const std::string& data) {
-        return validator.update(reinterpret_cast<const unsigned char*>(data.data()), data.size());
-    }
-};
-
-TEST_F(VerifyTest, ChecksTheFirstSignerAgainstItsCertificate) {
-    EXPECT_TRUE(verify());
-    EXPECT_THAT(functions(),
-                ElementsAre("CryptMsgOpenToDecode", "CryptMsgUpdate", "CryptMsgGetParam", "CertOpenStore",
-                            "CryptMsgGetParam", "CryptMsgGetParam", "CertGetSubjectCertificateFromStore",
-                            "CertCloseStore", "CryptMsgControl", "CertFreeCertificateContext", "CryptMsgClose"));
-    EXPECT_EQ(service().trace().front(), "CryptMsgOpenToDecode(0x10001, 0, 0, 0, null, pointer)");
-    EXPECT_THAT(logTexts(Severity::error), IsEmpty());
-}
-
-TEST_F(VerifyTest, FeedsDetachedContentBehindTheSignature) {
-    EXPECT_TRUE(verifyDetached("content"));
-    EXPECT_EQ(service().trace().front(), "CryptMsgOpenToDecode(0x10001, 4, 0, 0, null, pointer)");
-    EXPECT_EQ(service().count("CryptMsgUpdate"), 2U);
-}
-
-TEST_F(VerifyTest, TakesTheDecodedContentAndKeepsNone) {
-    service().on.CryptMsgUpdate = [](void* message, const BYTE* data, DWORD size, BOOL final) {
-        return Defaults::CryptMsgUpdate(message, data, size, final);
-    };
-    service().on.CryptMsgOpenToDecode = [](DWORD encoding, DWORD flags, DWORD type, unsigned long provider,
-                                           CERT_INFO* recipient, CMSG_STREAM_INFO* stream) {
-        EXPECT_EQ(stream->cbContent, 0xFFFFFFFFU);
-        std::string piece(100000, 'x');
-        EXPECT_EQ(stream->pfnStreamOutput(stream->pvArg, reinterpret_cast<BYTE*>(piece.data()), 100000, 0), 1);
-        EXPECT_EQ(stream->pfnStreamOutput(stream->pvArg, nullptr, 0, 1), 1);
-        return Defaults::CryptMsgOpenToDecode(encoding, flags, type, provider, recipient, stream);
-    };
-    EXPECT_TRUE(verify());
-}
+using VerifyTest = VerifyFixture;
 
 TEST_F(VerifyTest, InvalidSignatureIsLoggedWithTheServicesText) {
     service().message.valid = false;
@@ -84,7 +25,9 @@ TEST_F(VerifyTest, InvalidSignatureIsLoggedWithTheServicesText) {
 TEST_F(VerifyTest, MessageWithoutCertificatesIsRefusedAndLogged) {
     service().message.certificates.clear();
     EXPECT_FALSE(verify());
-    EXPECT_EQ(logTexts(Severity::error).size(), 1U);
+    const CryptoException missing(CryptoException::Code::noCertificate);
+    EXPECT_EQ(missing.code().value(), 30003);
+    EXPECT_THAT(logTexts(Severity::error), ElementsAre(std::string("wincrypt: verify failed: ") + missing.what()));
     EXPECT_EQ(GetLastErrorEx(), capi::CRYPT_E_NOT_FOUND);
     EXPECT_EQ(service().count("CertOpenStore"), 0U);
 }
@@ -127,77 +70,36 @@ TEST_F(VerifyTest, SignersCertificateComesOutOfTheMessage) {
     orvik::plugin::wincrypt::CryptMsgClose(message);
 }
 
-TEST_F(VerifyTest, ValidatorKeepsTheVerdictUntilItIsFetched) {
-    binary::Validator validator;
-    std::vector<unsigned char> out(3);
-    EXPECT_FALSE(validator.finalize(out));
-    EXPECT_THAT(out, IsEmpty());
-    validator.initialize(Params());
-    EXPECT_FALSE(validator.update(nullptr, 0));
-    std::size_t consumed = 77;
-    const unsigned char octet = 0x30;
-    EXPECT_TRUE(validator.update(&octet, 1, &consumed));
-    EXPECT_EQ(consumed, 77U);
-    EXPECT_TRUE(validator.update(nullptr, 0));
-    EXPECT_TRUE(validator.finalize(out));
-    EXPECT_FALSE(validator.finalize(out));
-}
-
-TEST_F(VerifyTest, ValidatorWithoutUpdateSaysNo) {
-    binary::Validator validator;
-    validator.initialize(Params());
-    std::vector<unsigned char> out;
-    EXPECT_FALSE(validator.finalize(out));
-}
-
-TEST_F(VerifyTest, ValidatorsLastCheckDecides) {
-    binary::Validator validator;
-    validator.initialize(Params());
-    EXPECT_TRUE(update(validator, "first"));
-    service().message.valid = false;
-    EXPECT_FALSE(update(validator, "second"));
-    std::vector<unsigned char> out;
-    EXPECT_FALSE(validator.finalize(out));
-}
-
-TEST_F(VerifyTest, ValidatorChecksDetachedContent) {
-    Params params;
-    params.content = boost::make_shared<std::istringstream>("content");
-    binary::Validator validator;
-    EXPECT_TRUE(validator.initialize(params));
-    EXPECT_TRUE(update(validator, "signature"));
-    EXPECT_EQ(service().count("CryptMsgUpdate"), 2U);
-    EXPECT_THROW(validator.initialize(IDataHandler::Params()), std::bad_cast);
-}
-
-TEST_F(VerifyTest, XmlWithoutSignatureOrThatIsNoXmlSaysNo) {
-    orvik::plugin::wincrypt::xmldsig::Validator validator;
-    EXPECT_THROW(validator.initialize(IDataHandler::Params()), std::bad_cast);
-    EXPECT_TRUE(validator.initialize(Params()));
-    EXPECT_FALSE(update(validator, "<document/>"));
-    EXPECT_FALSE(update(validator, "no xml"));
-    EXPECT_FALSE(validator.update(nullptr, 0));
-    std::vector<unsigned char> out(1);
-    EXPECT_FALSE(validator.finalize(out));
-    EXPECT_THAT(out, IsEmpty());
-}
-
-TEST_F(VerifyTest, EveryFailureIsANoWithItsCode) {
-    service_double::FaultWalk walk;
-    walk.name = "verify";
-    walk.arrange = arrangeMessage;
-    bool valid = false;
-    walk.scenario = [&] { valid = verifyDetached("content"); };
-    walk.expect = [&](const service_double::FaultOutcome& outcome) {
-        EXPECT_FALSE(outcome.thrown) << outcome.call;
-        const bool release = outcome.function == "CryptMsgClose" || outcome.function == "CertCloseStore" ||
-                             outcome.function == "CertFreeCertificateContext";
-        EXPECT_EQ(valid, release) << outcome.call;
-        if (!valid && outcome.function != "CertGetSubjectCertificateFromStore") {
-            EXPECT_EQ(GetLastErrorEx(), outcome.code) << outcome.call;
-        }
+TEST_F(VerifyTest, DetachedSignatureWithoutItsContentIsLoggedWithTheServicesText) {
+    service().on.CryptMsgControl = [](void*, DWORD, DWORD, const void*) -> BOOL {
+        return service_double::fail(capi::CRYPT_E_STREAM_MSG_NOT_READY);
     };
-    EXPECT_GT(service_double::walkFaults(walk), 9U);
+    service().messages[capi::CRYPT_E_STREAM_MSG_NOT_READY] = "The stream is not ready.\r\n";
+    EXPECT_FALSE(verify());
+    EXPECT_EQ(GetLastErrorEx(), capi::CRYPT_E_STREAM_MSG_NOT_READY);
+    EXPECT_THAT(log(), ElementsAre(service_double::LogRecord{Severity::error,
+                                                             "wincrypt: verify failed: The stream is not ready."}));
+}
+
+// ---- no service installed
+
+class WithoutService : public service_double::DoubleFixture {
+protected:
+    WithoutService() : DoubleFixture(service_double::Slots{}) {}
+};
+
+TEST_F(WithoutService, AMessageIsNotValidAndTheLogSaysWhy) {
+    std::istringstream signature("signature");
+    EXPECT_FALSE(tools::verify(signature, boost::none));
+    const CryptoException none(CryptoException::Code::noProvider);
+    EXPECT_EQ(none.code().value(), 30004);
+    EXPECT_THAT(log(), testing::Contains(service_double::LogRecord{
+                           Severity::error, std::string("wincrypt: verify failed: ") + none.what()}));
+}
+
+TEST_F(WithoutService, SignersAreNotJudged) {
+    std::istringstream signature("signature");
+    EXPECT_EQ(thrownBy<CryptoException>([&] { tools::verifySigners(signature, boost::none, {}); }).code, 30004);
 }
 
 } // namespace
