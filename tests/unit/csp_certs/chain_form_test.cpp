@@ -182,6 +182,28 @@ TEST_F(ChainForm, RefusesUserInformationInAUriUnderConstraints) {
     EXPECT_EQ(underConstraints("critical,permitted;email:example.org", "email:a@b@example.org") & badName, badName);
 }
 
+TEST_F(ChainForm, AppliesConstraintsThatAreNotCritical) {
+    EXPECT_EQ(underConstraints("permitted;DNS:example.org", "DNS:www.example.org"), 0U);
+    EXPECT_EQ(underConstraints("permitted;DNS:example.org", "DNS:www.example.com"), badName);
+}
+
+TEST_F(ChainForm, RefusesNameConstraintsThatConstrainNothing) {
+    const DWORD bad = capi::CERT_TRUST_INVALID_NAME_CONSTRAINTS;
+    EXPECT_EQ(underConstraints("critical,DER:30:00", "DNS:www.example.org") & bad, bad);
+    EXPECT_EQ(underConstraints("critical,DER:30:02:A0:00", "DNS:www.example.org") & bad, bad);
+    EXPECT_EQ(with({{NID_name_constraints, "critical,permitted;DNS:example.org"}}), bad) << "not an authority";
+}
+
+TEST_F(ChainForm, TakesAnEmptySubject) {
+    EXPECT_EQ(with({{NID_subject_alt_name, "critical,email:a@example.org"}},
+                   [](X509* certificate) {
+                       X509_NAME* const none = X509_NAME_new();
+                       X509_set_subject_name(certificate, none);
+                       X509_NAME_free(none);
+                   }),
+              0U);
+}
+
 TEST_F(ChainForm, ReportsThatConstraintsAreKept) {
     const Entity limited = pki::make({.subject = "Limited",
                                       .issuer = &root_,

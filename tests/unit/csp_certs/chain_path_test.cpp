@@ -95,6 +95,36 @@ TEST_F(ChainPath, ReportsTheOtherChainsWhenAskedFor) {
     EXPECT_EQ(csp::liveContexts(), 0U);
 }
 
+TEST_F(ChainPath, OrdersPathsByTheGravestError) {
+    trust(root_);
+    const Entity stranger = pki::root("Stranger");
+    // Under the trusted root the authority's certificate is expired, under the other it is not.
+    const Entity expired = pki::make({.subject = "Twice",
+                                      .issuer = &root_,
+                                      .serial = 50,
+                                      .notBefore = std::time(nullptr) - 7200,
+                                      .notAfter = std::time(nullptr) - 3600,
+                                      .extensions = authority});
+    const Entity copy = authorityOf("Twice", &stranger, 51, expired.key.get());
+    const Entity person = pki::make({.subject = "Person", .issuer = &expired, .serial = 5});
+    know(stranger);
+    know(copy);
+    know(expired);
+    const Chain chain = chainOf(person.der, capi::CERT_CHAIN_RETURN_LOWER_QUALITY_CONTEXTS);
+    EXPECT_EQ(chain->TrustStatus.dwErrorStatus, capi::CERT_TRUST_IS_NOT_TIME_VALID);
+    ASSERT_EQ(chain->cLowerQualityChainContext, 1U);
+    EXPECT_EQ(chain->rgpLowerQualityChainContext[0]->TrustStatus.dwErrorStatus, capi::CERT_TRUST_IS_UNTRUSTED_ROOT);
+}
+
+TEST_F(ChainPath, FollowsKeyIdentifiersThatDiffer) {
+    trust(root_);
+    const Entity pointing = pki::make({.subject = "Pointing",
+                                       .issuer = &root_,
+                                       .serial = 5,
+                                       .extensions = {{NID_authority_key_identifier, "DER:30:06:80:04:01:02:03:04"}}});
+    EXPECT_EQ(status(pointing.der), capi::CERT_TRUST_IS_PARTIAL_CHAIN);
+}
+
 TEST_F(ChainPath, SaysThatALoopIsOne) {
     const Entity first = authorityOf("First", nullptr, 1);
     const Entity second = authorityOf("Second", &first, 2);
@@ -143,7 +173,8 @@ TEST_F(ChainPath, TakesAStoreInPlaceOfAnEngineAsTheOnlyAnchors) {
 }
 
 TEST_F(ChainPath, DoesNotJudgeAnAnchorsOwnSignature) {
-    const Entity anchor = pki::make({.subject = "Anchor", .kind = pki::KeyKind::Rsa, .extensions = authority, .digest = EVP_md5()});
+    const Entity anchor =
+        pki::make({.subject = "Anchor", .kind = pki::KeyKind::Rsa, .extensions = authority, .digest = EVP_md5()});
     Entity damaged = pki::root("Damaged");
     damaged.der.back() ^= 1U;
     damaged.certificate = pki::decode(damaged.der);

@@ -171,9 +171,10 @@ TEST_F(ChainCrls, WithADeltaCountTogether) {
     EXPECT_EQ(status(leaf_.der, atHand), 0U);
     const Entity fresh = pki::make(
         {.subject = "Fresh", .issuer = &ca_, .serial = 77, .extensions = {{NID_freshest_crl, "URI:http://x/d.crl"}}});
-    addCrl(pki::makeCrl(ca_, {.serials = {77},
-                              .thisUpdate = now_ - 100,
-                              .extensions = {{NID_crl_number, "DER:02:01:0B"}, {NID_delta_crl, "critical,DER:02:01:0A"}}}));
+    addCrl(pki::makeCrl(ca_,
+                        {.serials = {77},
+                         .thisUpdate = now_ - 100,
+                         .extensions = {{NID_crl_number, "DER:02:01:0B"}, {NID_delta_crl, "critical,DER:02:01:0A"}}}));
     const Chain chain = chainOf(fresh.der, atHand);
     EXPECT_EQ(chain->TrustStatus.dwErrorStatus, revoked);
     const CERT_REVOCATION_CRL_INFO& info = *revocation(chain)->pCrlInfo;
