@@ -183,7 +183,8 @@ void expired(Certificate& copy) {
 const std::vector<Mutation> validity{
     {"nothing", [](Draft&) {}},
     {"leaf expired", valid("leaf", -10 * day, -1)},
-    {"leaf not yet valid", valid("leaf", 1, day)},
+    {"leaf not yet valid", valid("leaf", 3600, day)},
+    {"leaf valid from the next second", valid("leaf", 1, day)},
     {"leaf valid from this second", valid("leaf", 0, day)},
     {"sub expired", valid("sub", -10 * day, -day)},
     {"sub not yet valid", valid("sub", day, 2 * day)},

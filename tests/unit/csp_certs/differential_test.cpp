@@ -39,6 +39,7 @@ const std::vector<Reason> opensslDiffers{
     {"a loop with a way out, first", true, onePath},
     {"ca certified by elsewhere alone", true, onePath},
     {"ca certified by nobody too, first", true, onePath},
+    {"ca certified by two anchors, first", true, onePath, false},
     {"ca certified by two anchors, last", true, onePath, false},
     {"sub re-keyed without key identifiers, first", true, onePath},
     {"wildcard over an excluded DNS name", false, "the wildcard stands for the excluded name, too"},
@@ -186,7 +187,8 @@ TEST_P(IndependentJudge, AgreesOnChainsWithoutRevocation) {
     }
     const chain_draft::KeyRing ring(GetParam());
     for (const Generated& made : chain_mutations::generate(0, seed)) {
-        if (made.draft.revocation || !made.draft.usage.empty()) {
+        const bool timeMatters = made.names.front() == "leaf valid from the next second"; // certtool's time is now
+        if (made.draft.revocation || !made.draft.usage.empty() || timeMatters) {
             continue;
         }
         const Question question = chain_draft::encode(made.draft, ring);
