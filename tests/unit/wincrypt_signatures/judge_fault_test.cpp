@@ -2,7 +2,6 @@
 
 #include "verify_fixture.hpp"
 
-#include "crypto/wincrypt/handles.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "service_double/fault_walk.hpp"
 
@@ -196,6 +195,85 @@ TEST_F(JudgeCalls, ARefusalWithoutACodeIsNoYes) {
         EXPECT_EQ(verdict.verdict, SignatureVerdict::unknown);
         EXPECT_EQ(verdict.code, capi::NTE_FAIL);
     }
+}
+
+// ---- several certificates of one issuer and serial number
+
+class JudgeTwins : public JudgeCalls {
+protected:
+    /// The signer's certificate with another signature octet: the same name, another encoding.
+    static std::string twin(char last) {
+        auto octets = der(signerCertificate);
+        octets.back() = last;
+        return octets;
+    }
+    /// One signer; the message brings a twin for each letter, and its check gives that letter's code.
+    static std::vector<tools::SignerVerdict> judgeBy(const std::string& letters, const tools::VerifyHooks& hooks = {}) {
+        service().message.signers = {der(signerCertificate)};
+        service().message.certificates.clear();
+        for (const char letter : letters) {
+            service().message.certificates.push_back(twin(letter));
+        }
+        service().on.CryptMsgControl = [](void*, DWORD, DWORD, const void* parameters) -> BOOL {
+            const auto* asked = static_cast<const CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA*>(parameters);
+            const auto* context = static_cast<PCCERT_CONTEXT>(asked->pvSigner);
+            const auto code = codeOf(static_cast<char>(context->pbCertEncoded[context->cbCertEncoded - 1]));
+            return code == 0 ? 1 : static_cast<BOOL>(service_double::fail(code));
+        };
+        return judge("", hooks);
+    }
+    static void expectOne(const std::vector<tools::SignerVerdict>& verdicts, SignatureVerdict verdict, unsigned code,
+                          char certificate) {
+        ASSERT_THAT(verdicts, SizeIs(1));
+        EXPECT_EQ(verdicts[0].verdict, verdict);
+        EXPECT_EQ(verdicts[0].code, code);
+        ASSERT_TRUE(verdicts[0].certificate);
+        EXPECT_EQ(verdicts[0].certificate->raw(), twin(certificate));
+    }
+
+private:
+    /// v is valid; capitals are refused, n is named by no signer, the rest cannot be judged.
+    static DWORD codeOf(char letter) {
+        switch (letter) {
+        case 'v':
+            return 0;
+        case 'n':
+            return capi::CRYPT_E_SIGNER_NOT_FOUND;
+        default:
+            return letter >= 'A' && letter <= 'Z' ? capi::NTE_BAD_SIGNATURE : capi::NTE_FAIL;
+        }
+    }
+};
+
+TEST_F(JudgeTwins, AreTriedUntilOneFits) {
+    expectOne(judgeBy("ABCv"), SignatureVerdict::valid, 0, 'v');
+    expectOne(judgeBy("uvA"), SignatureVerdict::valid, 0, 'v');
+    EXPECT_EQ(service().count("CryptMsgControl"), 6U);
+}
+
+TEST_F(JudgeTwins, AreRefusedOnlyWhereAllWere) {
+    expectOne(judgeBy("AB"), SignatureVerdict::invalid, capi::NTE_BAD_SIGNATURE, 'A');
+    expectOne(judgeBy("Au"), SignatureVerdict::unknown, capi::NTE_FAIL, 'u');
+    expectOne(judgeBy("uA"), SignatureVerdict::unknown, capi::NTE_FAIL, 'u');
+}
+
+TEST_F(JudgeTwins, CountOnceWhereTheyAreCopies) {
+    expectOne(judgeBy("AAAAAAv"), SignatureVerdict::valid, 0, 'v');
+    EXPECT_EQ(service().count("CryptMsgControl"), 2U);
+}
+
+TEST_F(JudgeTwins, BeyondFourAreNotTried) {
+    expectOne(judgeBy("ABCDv"), SignatureVerdict::unknown, capi::CRYPT_E_ASN1_LARGE, 'A');
+    EXPECT_EQ(service().count("CryptMsgControl"), 4U);
+}
+
+TEST_F(JudgeTwins, DoNotOutvoteTheCallersCertificate) {
+    tools::VerifyHooks hooks;
+    hooks.certificate = boost::make_shared<Certificate>(twin('A'));
+    expectOne(judgeBy("v", hooks), SignatureVerdict::invalid, capi::NTE_BAD_SIGNATURE, 'A');
+    EXPECT_EQ(service().count("CryptMsgControl"), 1U);
+    hooks.certificate = boost::make_shared<Certificate>(twin('n'));
+    expectOne(judgeBy("v", hooks), SignatureVerdict::valid, 0, 'v');
 }
 
 // ---- each call failing

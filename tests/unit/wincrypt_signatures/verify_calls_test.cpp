@@ -2,7 +2,6 @@
 
 #include "verify_fixture.hpp"
 
-#include "crypto/wincrypt/handles.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 
 #include <array>
