@@ -51,6 +51,10 @@ internal::DocPtr parse(const internal::DecodedDocument& decoded) {
     if (document->intSubset != nullptr || document->extSubset != nullptr) {
         internal::refuseDocument("the XML document has a document type declaration");
     }
+    // XML 1.1 takes more characters for line ends, and the version is not signed.
+    if (xmlStrEqual(document->version, internal::toXml("1.0")) == 0) {
+        internal::refuseDocument("the XML document is not one of XML 1.0");
+    }
     return document;
 }
 

@@ -367,6 +367,8 @@ const Attack attacks[] = {
     {"TextAfterTheRoot", whole, [](Text t) { return t + "900"; }, Outcome::document},
     {"Utf7", whole, [](Text t) { return replaced(t, "?>", " encoding=\"UTF-7\"?>"); }, Outcome::document},
     {"Ebcdic", whole, [](Text t) { return replaced(t, "?>", " encoding=\"IBM037\"?>"); }, Outcome::document},
+    {"OtherXmlVersion", whole, [](Text t) { return replaced(t, "version=\"1.0\"", "version=\"1.1\""); },
+     Outcome::document},
     {"BomAgainstDeclaration", whole,
      [](Text t) { return "\xEF\xBB\xBF" + replaced(t, "?>", " encoding=\"windows-1251\"?>"); }, Outcome::document},
     {"Utf16AgainstDeclaration", whole, [](Text t) { return utf16(replaced(t, "?>", " encoding=\"UTF-8\"?>")); },
