@@ -171,6 +171,8 @@ private:
             ->allow_extra_args(false);
         verb->add_option("--out", signing->out, "Output file");
         verb->add_option("--out-dir", signing->outDir, "Folder for the signatures");
+        verb->add_flag("--include-chain", signing->includeChain,
+                       "Put the issuers' certificates into the signature, without the root");
         verb->add_flag("--keep-going", signing->keepGoing, "Go on with the next file after a failure");
 
         auto verifying = std::make_shared<VerifyArguments>();

@@ -1,7 +1,9 @@
 #include "verbs/verbs.hpp"
 
+#include "capi/constants.hpp"
 #include "certificates.hpp"
 #include "console.hpp"
+#include "crypto/wincrypt/signature_creator.hpp"
 #include "crypto/wincrypt/signature_factory.hpp"
 #include "current_failure.hpp"
 #include "failure.hpp"
@@ -15,6 +17,7 @@
 #include "printable.hpp"
 #include "progress.hpp"
 #include "text.hpp"
+#include "trust.hpp"
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
@@ -45,6 +48,29 @@ SignatureRequest::Attribute parseAttribute(const std::string& option) {
     return {option.substr(equals + 1, colon - equals - 1), option.substr(0, equals), option.substr(colon + 1)};
 }
 
+/// DER of the certificates between the signer's and the root, as the stores have them. The root stays out: whoever
+/// verifies must have it from elsewhere.
+std::vector<std::string> issuersOf(const orvik::plugin::crypto::ICertificate& certificate, const std::string& format) {
+    if (format == orvik::plugin::crypto::constant::signature_xmldsig) {
+        throw Failure(ExitCode::usage, "cannot sign", "--include-chain is not for signed XML documents");
+    }
+    const Trust chain = judgeChain(certificate, {});
+    if ((chain.status & capi::CERT_TRUST_IS_PARTIAL_CHAIN) != 0) {
+        const auto& last = chain.elements.empty() ? certificate : *chain.elements.back().certificate;
+        throw Failure(ExitCode::service, "cannot include the chain",
+                      "the issuer's certificate is missing (" + printable(text::name(last.issuerNameInfo())) + ")",
+                      "add it with 'klunortredi certs add FILE --store ca'");
+    }
+    std::vector<std::string> issuers;
+    for (std::size_t i = 1; i < chain.elements.size(); ++i) {
+        const auto& issuer = *chain.elements[i].certificate;
+        if (issuer.subject() != issuer.issuer()) {
+            issuers.push_back(issuer.raw());
+        }
+    }
+    return issuers;
+}
+
 /// One batch: a signer, a format, and where the signatures go.
 class Batch {
 public:
@@ -56,6 +82,9 @@ public:
         }
         for (const std::string& attribute : arguments.attributes) {
             request_.attributes.push_back(parseAttribute(attribute));
+        }
+        if (arguments.includeChain) {
+            issuers_ = issuersOf(*certificate_, arguments.format);
         }
         session_.pin.setTriesLeft([this]() -> std::optional<unsigned> {
             const auto provider = certificate_->provider(true);
@@ -125,10 +154,14 @@ private:
         std::vector<unsigned char> out;
         try {
             const auto creator = factory_.creator(request_);
-            SignatureFactory::Creator::Params params;
-            params.certificate = certificate_;
-            params.attributes = request_.attributes;
-            creator->initialize(params);
+            if (arguments_.includeChain) {
+                orvik::plugin::wincrypt::binary::ChainParams params;
+                params.issuers = issuers_;
+                initialize(*creator, params);
+            } else {
+                SignatureFactory::Creator::Params params;
+                initialize(*creator, params);
+            }
             feed(input, *creator);
             if (!creator->finalize(out)) {
                 throw session_.pin.refusal(what);
@@ -137,6 +170,12 @@ private:
             throw currentFailure(what);
         }
         return out;
+    }
+
+    void initialize(orvik::plugin::IDataHandler& creator, SignatureFactory::Creator::Params& params) const {
+        params.certificate = certificate_;
+        params.attributes = request_.attributes;
+        creator.initialize(params);
     }
 
     /// The bar is gone when this returns: what comes behind it may ask for the PIN.
@@ -158,6 +197,7 @@ private:
     orvik::plugin::wincrypt::SignatureFactory factory_;
     CertificatePtr certificate_;
     SignatureRequest request_;
+    std::vector<std::string> issuers_; ///< DER
 };
 
 } // namespace

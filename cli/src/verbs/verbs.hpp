@@ -74,6 +74,7 @@ struct SignArguments {
     std::string out;
     std::string outDir;
     bool keepGoing = false;
+    bool includeChain = false; ///< the message carries the signer's issuers
 };
 ExitCode sign(Session& session, const SignArguments& arguments);
 

@@ -7,11 +7,19 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace orvik::plugin::wincrypt::binary {
 
 class Context;
+
+/// Parameters for a message that also carries certificates of the signer's issuers. With the framework's own
+/// parameters the signer's certificate is the only one.
+struct ORVIK_EXPORT ChainParams : crypto::SignatureFactory::Creator::Params {
+    ~ChainParams() override;
+    std::vector<std::string> issuers; ///< DER; any order, not the signer's own
+};
 
 /// Streams data into a CMS SignedData (RFC 5652) made with the key that a certificate is linked to.
 ///

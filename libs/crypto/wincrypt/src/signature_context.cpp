@@ -12,6 +12,7 @@
 #include "orvik/plugin/crypto/tools.hpp"
 
 #include <set>
+#include <utility>
 
 namespace orvik::plugin::wincrypt::binary {
 
@@ -62,6 +63,26 @@ void Context::describeMessage(PCCERT_CONTEXT certificate) {
     signedMessage_.cCertEncoded = static_cast<DWORD>(certificates_.size());
     signedMessage_.rgCertEncoded = certificates_.data();
     stream_ = streamInto(output_);
+}
+
+void Context::addCertificates(const std::vector<CRYPT_DATA_BLOB>& certificates) {
+    if (signedMessage_.rgSigners == nullptr) {
+        return; // a certificate without context: the message does not open
+    }
+    certificates_.insert(certificates_.end(), certificates.begin(), certificates.end());
+    signedMessage_.cCertEncoded = static_cast<DWORD>(certificates_.size());
+    signedMessage_.rgCertEncoded = certificates_.data();
+}
+
+ChainContext::ChainContext(const crypto::ICertificate& certificate,
+                           const std::vector<crypto::format::SignatureRequest::Attribute>& attributes,
+                           std::vector<std::string> issuers)
+    : Context(certificate, attributes), issuers_(std::move(issuers)) {
+    std::vector<CRYPT_DATA_BLOB> blobs;
+    for (std::string& issuer : issuers_) {
+        blobs.push_back({static_cast<DWORD>(issuer.size()), reinterpret_cast<BYTE*>(issuer.data())});
+    }
+    addCertificates(blobs);
 }
 
 void Context::open(DWORD flags) {

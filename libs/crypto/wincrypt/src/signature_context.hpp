@@ -34,6 +34,10 @@ public:
     /// What the service has streamed out so far.
     [[nodiscard]] std::vector<unsigned char>& output() { return output_; }
 
+protected:
+    /// Lets the message carry these as well, whose octets stay the caller's as long as the context lives.
+    void addCertificates(const std::vector<CRYPT_DATA_BLOB>& certificates);
+
 private:
     void describeAttributes();
     void describeSigner(PCCERT_CONTEXT certificate);
@@ -51,6 +55,18 @@ private:
     std::vector<std::string> attributeValues_;
     std::vector<unsigned char> output_;
     std::string hashAlgorithm_;
+};
+
+/// A signature whose message also carries certificates of the signer's issuers.
+class ChainContext : public Context {
+public:
+    /// `issuers` are DER. Throws as Context does.
+    ChainContext(const crypto::ICertificate& certificate,
+                 const std::vector<crypto::format::SignatureRequest::Attribute>& attributes,
+                 std::vector<std::string> issuers);
+
+private:
+    std::vector<std::string> issuers_;
 };
 
 } // namespace orvik::plugin::wincrypt::binary

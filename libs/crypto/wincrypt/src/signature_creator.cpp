@@ -52,6 +52,8 @@ void validateCertificate(const boost::shared_ptr<crypto::ICertificate>& certific
 } // namespace
 } // namespace internal
 
+ChainParams::~ChainParams() = default;
+
 Creator::Creator(std::uint32_t openFlags) : openFlags_(openFlags) {}
 
 Creator::~Creator() = default;
@@ -59,7 +61,10 @@ Creator::~Creator() = default;
 bool Creator::initializeImpl(const IDataHandler::Params& params) {
     const auto& own = dynamic_cast<const Params&>(params);
     internal::validateCertificate(own.certificate);
-    auto context = boost::make_shared<Context>(*own.certificate, own.attributes);
+    const auto* const chain = dynamic_cast<const ChainParams*>(&params);
+    auto context = chain == nullptr
+                       ? boost::make_shared<Context>(*own.certificate, own.attributes)
+                       : boost::make_shared<ChainContext>(*own.certificate, own.attributes, chain->issuers);
     context_.reset();
     pending_ = false;
     context->open(openFlags_);
