@@ -1,6 +1,9 @@
+#include "cli/pki.hpp"
 #include "cli/workplace.hpp"
 
 #include <gmock/gmock.h>
+
+#include <filesystem>
 
 namespace cli_test {
 namespace {
@@ -112,6 +115,56 @@ TEST(SignStreams, StandardInputToStandardOutput) {
     back.input = signing.out;
     const Outcome checking = place.cli({"verify", "-", "--content", "report.txt"}, back);
     EXPECT_EQ(checking.exit, 0) << checking.err;
+}
+
+/// "root" issues "mid", which issues the signer. Only "root" is known to whoever verifies.
+class IncludedChain : public testing::Test {
+protected:
+    IncludedChain() {
+        const test_support::Pki pki(place.folder(), place.openssl());
+        pki.root("root");
+        pki.authority("mid", "root", 2);
+        for (const char* part : {".pem", ".key"}) {
+            place.folder().write(std::string("ca") + part, place.folder().read(std::string("mid") + part));
+        }
+        place.makeSigner("one");
+    }
+
+    [[nodiscard]] Outcome opensslVerifies(const std::string& signature) const {
+        return place.openssl().run({"cms", "-verify", "-inform", "DER", "-binary", "-in", signature, "-content",
+                                    "report.txt", "-CAfile", "root.pem", "-out", "/dev/null"});
+    }
+
+    Workplace place;
+};
+
+TEST_F(IncludedChain, LetsAVerifierWithOnlyTheRootVerify) {
+    ASSERT_EQ(place.cli({"certs", "add", "root.pem", "--store", "root"}).exit, 0);
+    ASSERT_EQ(place.cli({"certs", "add", "mid.pem", "--store", "ca"}).exit, 0);
+    ASSERT_EQ(place.cliWithPin({"sign", "report.txt", "--cert", "one", "--out", "bare.sig"}).exit, 0);
+    EXPECT_NE(opensslVerifies("bare.sig").exit, 0) << "the issuer is not in it";
+    const Outcome signing =
+        place.cliWithPin({"sign", "report.txt", "--cert", "one", "--include-chain", "--out", "chain.sig"});
+    ASSERT_EQ(signing.exit, 0) << signing.err;
+    const Outcome verified = opensslVerifies("chain.sig");
+    EXPECT_EQ(verified.exit, 0) << verified.err;
+    const Outcome attached = place.cliWithPin(
+        {"sign", "report.txt", "--cert", "one", "--include-chain", "--format", "attached", "--out", "chain.p7s"});
+    ASSERT_EQ(attached.exit, 0) << attached.err;
+    EXPECT_EQ(opensslVerifies("chain.p7s").exit, 0);
+    place.openssl().must({"pkcs7", "-inform", "DER", "-in", "chain.sig", "-print_certs", "-out", "certs.txt"});
+    const std::string certificates = place.folder().read("certs.txt");
+    EXPECT_THAT(certificates, HasSubstr("subject=CN = mid"));
+    EXPECT_THAT(certificates, testing::Not(HasSubstr("subject=CN = root"))) << "the root is for the verifier to have";
+}
+
+TEST_F(IncludedChain, NeedsTheIssuersAndABinaryFormat) {
+    const Outcome missing = place.cliWithPin({"sign", "report.txt", "--cert", "one", "--include-chain"});
+    EXPECT_EQ(missing.exit, 4);
+    EXPECT_THAT(missing.err, HasSubstr("CN=mid"));
+    EXPECT_FALSE(std::filesystem::exists(place.folder() / "report.txt.sig"));
+    EXPECT_EQ(place.cliWithPin({"sign", "report.txt", "--cert", "one", "--include-chain", "--format", "xmldsig"}).exit,
+              2);
 }
 
 } // namespace

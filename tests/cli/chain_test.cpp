@@ -1,0 +1,235 @@
+#include "cli/pki.hpp"
+#include "cli/workplace.hpp"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+namespace cli_test {
+namespace {
+
+using test_support::Pki;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+/// "root" issues "sub" (2), which issues "good" (3) and "bad" (4). Root is in store root; nothing else is in a store.
+class Chain : public testing::Test {
+protected:
+    Chain() : pki(place.folder(), place.openssl()) {
+        pki.root("root");
+        pki.authority("sub", "root", 2);
+        pki.issue("good", "sub", 3);
+        pki.issue("bad", "sub", 4);
+        EXPECT_EQ(place.cli({"certs", "add", "root.pem", "--store", "root"}).exit, 0);
+    }
+
+    void list() {
+        pki.list("root", {});
+        pki.list("sub", {"04"});
+    }
+
+    [[nodiscard]] std::string read(const std::string& name) const { return place.folder().read(name); }
+
+    Workplace place;
+    Pki pki;
+};
+
+TEST_F(Chain, ShowsEveryElementWithWhatIsWrongAndWhatToDo) {
+    const Outcome missing = place.cli({"chain", "good.pem"});
+    EXPECT_EQ(missing.exit, 8);
+    EXPECT_THAT(missing.out, HasSubstr("CN=good: not trusted\n"));
+    EXPECT_THAT(missing.out, HasSubstr("its issuer's certificate is missing (CN=sub)"));
+    EXPECT_THAT(missing.out, HasSubstr("--with FILE"));
+    EXPECT_THAT(missing.out, Not(HasSubstr("CERT_TRUST_")));
+    EXPECT_THAT(place.cli({"chain", "good.pem", "-v"}).out, HasSubstr("CERT_TRUST_IS_PARTIAL_CHAIN"));
+    const Json document = place.json({"chain", "good.pem"});
+    EXPECT_EQ(document["trusted"], false);
+    EXPECT_THAT(document["status_names"], ElementsAre("CERT_TRUST_IS_PARTIAL_CHAIN"));
+    ASSERT_EQ(document["elements"].size(), 1U);
+    EXPECT_EQ(document["elements"][0]["subject"], "CN=good");
+    EXPECT_THAT(document["elements"][0]["status_names"], ElementsAre("CERT_TRUST_IS_PARTIAL_CHAIN"));
+
+    pki.root("stranger");
+    const Outcome untrusted = place.cli({"chain", "stranger.pem"});
+    EXPECT_THAT(untrusted.out, HasSubstr("it is a root that this machine does not trust"));
+    EXPECT_THAT(untrusted.out, HasSubstr("certs add FILE --store root"));
+}
+
+TEST_F(Chain, SaysGoodRevokedOrNotKnown) {
+    const Outcome unknown = place.cli({"chain", "good.pem", "--with", "sub.pem"});
+    EXPECT_EQ(unknown.exit, 0) << unknown.out;
+    EXPECT_THAT(unknown.out, HasSubstr("\n  revocation  not known\n"));
+    list();
+    const std::vector<std::string> brought{"--with", "sub.pem", "--with", "sub.crl", "--with", "root.crl"};
+    const auto judge = [&](const std::string& file) {
+        std::vector<std::string> words{"chain", file};
+        words.insert(words.end(), brought.begin(), brought.end());
+        return words;
+    };
+    const Outcome good = place.cli(judge("good.pem"));
+    EXPECT_EQ(good.exit, 0) << good.out;
+    EXPECT_THAT(good.out, HasSubstr("\n  revocation  good\n"));
+    const Outcome bad = place.cli(judge("bad.pem"));
+    EXPECT_EQ(bad.exit, 8);
+    EXPECT_THAT(bad.out, HasSubstr("\n  revocation  revoked since 2026-01-02T03:04:05Z (the key is compromised)\n"));
+    const Json document = place.json(judge("bad.pem"));
+    EXPECT_EQ(document["revocation"]["status"], "revoked");
+    EXPECT_EQ(document["revocation"]["since"], "2026-01-02T03:04:05Z");
+    EXPECT_EQ(document["elements"][0]["revocation"]["status"], "revoked");
+    EXPECT_EQ(document["elements"][1]["revocation"]["status"], "good");
+    EXPECT_EQ(place.json(judge("good.pem"))["revocation"], Json({{"status", "good"}}));
+}
+
+TEST_F(Chain, OfWhichOneListIsMissingIsNotKnown) {
+    list();
+    const Json document = place.json({"chain", "good.pem", "--with", "sub.pem", "--with", "sub.crl"});
+    EXPECT_EQ(document["revocation"]["status"], "unknown") << "nobody knows about CN=sub";
+    EXPECT_EQ(document["elements"][0]["revocation"]["status"], "good");
+    EXPECT_EQ(document["elements"][1]["revocation"]["status"], "unknown");
+}
+
+TEST_F(Chain, WithoutARequiredRevocationStatusIsNotTrusted) {
+    const Outcome unknown = place.cli({"chain", "good.pem", "--with", "sub.pem", "--require-revocation"});
+    EXPECT_EQ(unknown.exit, 8);
+    EXPECT_THAT(unknown.out, HasSubstr("no revocation list at hand says whether it is revoked"));
+    list();
+    EXPECT_EQ(place.cli({"chain", "good.pem", "--with", "sub.pem", "--with", "sub.crl", "--require-revocation"}).exit,
+              8);
+    EXPECT_EQ(place
+                  .cli({"chain", "good.pem", "--with", "sub.pem", "--with", "sub.crl", "--with", "root.crl",
+                        "--require-revocation"})
+                  .exit,
+              0);
+}
+
+TEST_F(Chain, KnowsTheListsOfTheStores) {
+    list();
+    ASSERT_EQ(place.cli({"certs", "add", "sub.pem", "--store", "ca"}).exit, 0);
+    EXPECT_EQ(place.cli({"chain", "bad.pem"}).exit, 0);
+    const Outcome added = place.cli({"certs", "add", "sub.crl", "--store", "ca"});
+    EXPECT_EQ(added.exit, 0) << added.err;
+    EXPECT_EQ(added.out, "added the CRL of CN=sub to store ca\n");
+    EXPECT_EQ(place.cli({"chain", "bad.pem"}).exit, 8);
+    EXPECT_EQ(place.cli({"chain", "good.pem"}).exit, 0);
+    const Outcome again = place.cli({"certs", "add", "sub.crl", "--store", "ca"});
+    EXPECT_EQ(again.exit, 0) << again.err;
+    EXPECT_THAT(again.out, HasSubstr("already"));
+    EXPECT_EQ(place.json({"certs", "add", "root.crl", "--store", "ca"})["added_crl"]["issuer"], "CN=root");
+}
+
+TEST_F(Chain, IsJudgedAtATime) {
+    ASSERT_EQ(place.cli({"certs", "add", "sub.pem", "--store", "ca"}).exit, 0);
+    for (const char* time :
+         {"2049-01-01", "2049-01-01T00:00:00Z", "2049-01-01t12:30:59.5z", "2049-01-01T00:00:00+00:00"}) {
+        const Outcome late = place.cli({"chain", "good.pem", "--at", time});
+        EXPECT_EQ(late.exit, 8) << time;
+        EXPECT_THAT(late.out, HasSubstr("it has expired at 2049-01-01T")) << time;
+    }
+    EXPECT_THAT(place.cli({"chain", "good.pem", "--at", "2020-02-29"}).out, HasSubstr("it is not yet valid at 2020-"));
+    for (const char* time : {"2026-02-30", "yesterday", "2026-11-20T12:00:00", "2026-11-20T12:00:00+03:00",
+                             "1600-01-01", "2026-11-20T24:00:00Z", "timestamp", "signing", ""}) {
+        EXPECT_EQ(place.cli({"chain", "good.pem", std::string("--at=") + time}).exit, 2) << time;
+    }
+}
+
+TEST_F(Chain, TakesIssuersAndListsOfEveryForm) {
+    list();
+    const auto& openssl = place.openssl();
+    openssl.must({"x509", "-in", "sub.pem", "-outform", "DER", "-out", "sub.der"});
+    openssl.must({"crl2pkcs7", "-in", "sub.crl", "-certfile", "sub.pem", "-outform", "DER", "-out", "sub.p7b"});
+    openssl.must({"crl2pkcs7", "-in", "sub.crl", "-certfile", "sub.pem", "-out", "p7b.pem"});
+    openssl.must({"crl", "-in", "sub.crl", "-outform", "DER", "-out", "crl.der"});
+    openssl.must({"base64", "-in", "sub.der", "-out", "sub.b64"});
+    place.folder().write("many.pem", "Bag of\n" + read("good.key") + "text\n" + read("sub.pem") + read("root.crl") +
+                                         read("sub.crl") + read("root.pem"));
+    for (const char* file : {"sub.der", "sub.p7b", "p7b.pem", "sub.b64", "many.pem"}) {
+        const Outcome result = place.cli({"chain", "good.pem", "--with", file});
+        EXPECT_EQ(result.exit, 0) << file << result.out << result.err;
+    }
+    for (const char* file : {"sub.p7b", "p7b.pem", "many.pem"}) {
+        EXPECT_EQ(place.json({"chain", "bad.pem", "--with", file})["revocation"]["status"], "revoked") << file;
+    }
+    EXPECT_EQ(place.json({"chain", "bad.pem", "--with", "sub.der", "--with", "crl.der"})["status"], 4);
+}
+
+TEST_F(Chain, DoesNotTrustWhatIsBrought) {
+    pki.root("stranger");
+    pki.issue("friend", "stranger", 9);
+    const Outcome result = place.cli({"chain", "friend.pem", "--with", "stranger.pem"});
+    EXPECT_EQ(result.exit, 8);
+    EXPECT_THAT(result.out, HasSubstr("2 CN=stranger\n      it is a root that this machine does not trust"));
+}
+
+TEST_F(Chain, RefusesFilesThatBringNothing) {
+    place.folder().write("empty.pem", "");
+    place.folder().write("text.pem", "no certificate in here\n");
+    place.folder().write("open.pem", "-----BEGIN CERTIFICATE-----\nMIIB\n");
+    std::string wrong = read("sub.pem");
+    for (auto at = wrong.find("CERTIFICATE"); at != std::string::npos; at = wrong.find("CERTIFICATE")) {
+        wrong.replace(at, 11, "X509 CRL");
+    }
+    place.folder().write("label.pem", wrong);
+    place.openssl().must({"x509", "-in", "sub.pem", "-outform", "DER", "-out", "sub.der"});
+    place.folder().write("more.der", read("sub.der") + "x");
+    place.folder().write("cut.der", read("sub.der").substr(0, 100));
+    for (const char* file :
+         {"empty.pem", "text.pem", "open.pem", "label.pem", "more.der", "cut.der", "good.key", "missing.pem", "."}) {
+        EXPECT_EQ(place.cli({"chain", "good.pem", "--with", file}).exit, 3) << file;
+        EXPECT_EQ(place.cli({"certs", "add", file, "--store", "ca"}).exit, 3) << file;
+    }
+}
+
+TEST_F(Chain, TrustsOnlyTheAnchorsThatAreNamed) {
+    pki.root("other");
+    pki.issue("friend", "other", 9);
+    EXPECT_EQ(place.cli({"chain", "friend.pem", "--anchor", "other.pem"}).exit, 0);
+    const Outcome instead = place.cli({"chain", "good.pem", "--with", "sub.pem", "--anchor", "other.pem"});
+    EXPECT_EQ(instead.exit, 8) << "store root does not count";
+    EXPECT_EQ(place.cli({"chain", "good.pem", "--anchor", "sub.pem"}).exit, 0) << "an anchor need not be a root";
+    pki.list("other", {});
+    EXPECT_EQ(place.cli({"chain", "friend.pem", "--anchor", "other.crl"}).exit, 3) << "a CRL is not an anchor";
+}
+
+TEST_F(Chain, RefusesAnchorsWithAnotherService) {
+    const auto service = std::filesystem::path(KLUNORTREDI).parent_path().parent_path() / "lib/libklunortredi_csp.so";
+    std::filesystem::copy(std::filesystem::canonical(service), place.folder() / "other.so");
+    const Outcome result =
+        place.cli({"chain", "good.pem", "--anchor", "root.pem", "--service", place.folder() / "other.so"});
+    EXPECT_EQ(result.exit, 4) << result.out;
+    EXPECT_THAT(result.err, HasSubstr("cannot use --anchor"));
+}
+
+TEST_F(Chain, IsJudgedForAUsage) {
+    pki.issue("server", "root", 20, {"extendedKeyUsage=serverAuth"});
+    for (const char* usage : {"server-auth", "1.3.6.1.5.5.7.3.1", "any"}) {
+        EXPECT_EQ(place.cli({"chain", "server.pem", "--usage", usage}).exit, 0) << usage;
+    }
+    for (const char* usage :
+         {"email", "client-auth", "code-signing", "time-stamping", "ocsp-signing", "document-signing", "1.2.3.4"}) {
+        const Outcome result = place.cli({"chain", "server.pem", "--usage", usage});
+        EXPECT_EQ(result.exit, 8) << usage;
+        EXPECT_THAT(result.out, HasSubstr("is not for ")) << usage;
+    }
+    EXPECT_EQ(place.cli({"chain", "good.pem", "--with", "sub.pem", "--usage", "email"}).exit, 0)
+        << "a certificate without extended key usage is for all";
+    for (const char* usage : {"mail", "1.2.x", "1", "."}) {
+        EXPECT_EQ(place.cli({"chain", "server.pem", "--usage", usage}).exit, 2) << usage;
+    }
+}
+
+TEST_F(Chain, NamesWeakKeys) {
+    pki.issue("weak", "root", 30, {"keyUsage=digitalSignature"}, "rsa:1024");
+    pki.issue("broken", "root", 31, {"keyUsage=digitalSignature"}, "rsa:512");
+    const Json weak = place.json({"chain", "weak.pem"});
+    EXPECT_EQ(weak["trusted"], true) << weak.dump();
+    EXPECT_THAT(weak["elements"][0]["weak"], Not(IsEmpty()));
+    const Json broken = place.json({"chain", "broken.pem"});
+    EXPECT_EQ(broken["trusted"], false);
+    EXPECT_THAT(broken["status_names"], Contains("CERT_TRUST_HAS_WEAK_SIGNATURE"));
+}
+
+} // namespace
+} // namespace cli_test
