@@ -84,7 +84,7 @@ TEST_F(Verify, ComparesAnAttachedSignatureWithTheContentGiven) {
 TEST_F(Verify, AnUntrustedChainIsToldApartFromAnInvalidSignature) {
     const Outcome before = place_.cli({"verify", "report.txt.sig", "--chain"});
     EXPECT_EQ(before.exit, 8) << before.out << before.err;
-    EXPECT_THAT(before.out, HasSubstr("CERT_TRUST_"));
+    EXPECT_THAT(before.out, HasSubstr("its issuer's certificate is missing"));
     ASSERT_EQ(place_.cli({"certs", "add", "ca.pem", "--store", "root"}).exit, 0);
     const Outcome after = place_.cli({"verify", "report.txt.sig", "--chain"});
     EXPECT_EQ(after.exit, 0) << after.out << after.err;
