@@ -178,8 +178,20 @@ TEST_F(ChainCrls, WithADeltaCountTogether) {
     const Chain chain = chainOf(fresh.der, atHand);
     EXPECT_EQ(chain->TrustStatus.dwErrorStatus, revoked);
     const CERT_REVOCATION_CRL_INFO& info = *revocation(chain)->pCrlInfo;
+    EXPECT_NE(info.pBaseCrlContext, nullptr);
     EXPECT_NE(info.pDeltaCrlContext, nullptr);
     EXPECT_NE(info.fDeltaCrlEntry, 0);
+}
+
+TEST_F(ChainCrls, OfChangesAloneProveNothing) {
+    const pki::WantedCrl changes{
+        .serials = {77}, .extensions = {{NID_crl_number, "DER:02:01:0B"}, {NID_delta_crl, "critical,DER:02:01:0A"}}};
+    addCrl(pki::makeCrl(ca_, changes));
+    const std::vector<std::pair<int, std::string>> freshest{{NID_freshest_crl, "URI:http://x/d.crl"}};
+    for (const auto& extensions : {std::vector<std::pair<int, std::string>>{}, freshest}) {
+        const Entity other = pki::make({.subject = "Other", .issuer = &ca_, .serial = 78, .extensions = extensions});
+        EXPECT_EQ(status(other.der, end), unknown);
+    }
 }
 
 TEST_F(ChainCrls, OfAnIndirectIssuerCountWhereTheCertificateNamesIt) {
