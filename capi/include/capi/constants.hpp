@@ -104,6 +104,7 @@ inline constexpr DWORD CRYPT_E_ASN1_CORRUPT = 0x80093103;
 inline constexpr DWORD CRYPT_E_ASN1_LARGE = 0x80093104;
 inline constexpr DWORD CRYPT_E_ASN1_BADTAG = 0x8009310B;
 inline constexpr DWORD CRYPT_E_ASN1_UTF8 = 0x8009310E;
+inline constexpr DWORD CRYPT_E_ASN1_NOEOD = 0x80093202; ///< octets after the end of what was encoded
 inline constexpr DWORD CERT_E_EXPIRED = 0x800B0101;
 inline constexpr DWORD CERT_E_CRITICAL = 0x800B0105;
 inline constexpr DWORD CERT_E_UNTRUSTEDROOT = 0x800B0109;
@@ -358,6 +359,10 @@ inline constexpr DWORD CMSG_RECIPIENT_INFO_PARAM = 19;
 inline constexpr DWORD CMSG_COMPUTED_HASH_PARAM = 22;
 inline constexpr DWORD CMSG_ENCRYPTED_DIGEST = 27;
 inline constexpr DWORD CMSG_ENCODED_MESSAGE = 29;
+/// A parameter that only the embedded service knows: CMSG_COUNTER_SIGNATURES of the signer of that index, judged with
+/// the certificates that the message carries. Any other service refuses it.
+inline constexpr DWORD CMSG_COUNTER_SIGNATURES_PARAM = 0x4B4C0003;
+inline constexpr DWORD CMSG_NO_PARENT = 0xFFFFFFFF; ///< of a counter-signature of the signer itself
 inline constexpr DWORD CMSG_CTRL_VERIFY_SIGNATURE = 1;
 inline constexpr DWORD CMSG_CTRL_DECRYPT = 2;
 inline constexpr DWORD CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR = 8;

@@ -34,6 +34,7 @@ static_assert(sizeof(CMSG_SIGNER_INFO) == 136);
 static_assert(sizeof(CMSG_CTRL_DECRYPT_PARA) == 24);
 static_assert(sizeof(CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA) == 24);
 static_assert(sizeof(CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA) == 32);
+static_assert(sizeof(CMSG_COUNTER_SIGNATURE) == 72);
 static_assert(sizeof(CERT_CHAIN_PARA) == 32);
 static_assert(sizeof(CRL_ENTRY) == 40 && offsetof(CRL_ENTRY, RevocationDate) == 16);
 static_assert(sizeof(CRL_INFO) == 96);

@@ -332,6 +332,21 @@ typedef struct _CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA {
     void* pvSigner;
 } CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA;
 
+/* Of the embedded service alone. */
+typedef struct _CMSG_COUNTER_SIGNATURE {
+    DWORD dwParent;        /* index in the list of what it covers; CMSG_NO_PARENT: the signer itself */
+    DWORD dwError;         /* 0 when it holds */
+    CERT_BLOB Certificate; /* the one that was used; empty when the message does not carry it */
+    CERT_NAME_BLOB Issuer;
+    CRYPT_INTEGER_BLOB SerialNumber;
+    CRYPT_DATA_BLOB SigningTime; /* value of the signed attribute, encoded; empty when absent */
+} CMSG_COUNTER_SIGNATURE;
+
+typedef struct _CMSG_COUNTER_SIGNATURES {
+    DWORD cCounterSignature;
+    CMSG_COUNTER_SIGNATURE* rgCounterSignature;
+} CMSG_COUNTER_SIGNATURES;
+
 typedef struct _CERT_TRUST_STATUS {
     DWORD dwErrorStatus;
     DWORD dwInfoStatus;

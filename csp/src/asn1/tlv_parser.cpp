@@ -16,7 +16,7 @@ constexpr std::uint8_t moreBit = 0x80;
 /// Messages are kept in containers of a fixed size, filled up with zeros (ISO 32000-2, 12.8.1).
 void requirePadding(ByteView behind) {
     if (std::ranges::any_of(behind, [](std::uint8_t octet) { return octet != 0; })) {
-        fail(capi::CRYPT_E_ASN1_CORRUPT);
+        fail(capi::CRYPT_E_ASN1_NOEOD);
     }
 }
 

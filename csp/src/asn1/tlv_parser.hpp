@@ -49,9 +49,9 @@ public:
     /// `handler` outlives the parser. `maxDepth`: open elements at most.
     TlvParser(TlvHandler& handler, std::size_t maxDepth) : handler_(handler), maxDepth_(maxDepth) {}
 
-    /// Takes the next octets. ApiError(CRYPT_E_ASN1_CORRUPT) for what is not BER, a length that overruns its parent or
-    /// anything but zeros behind the one element; CRYPT_E_ASN1_LARGE beyond the depth limit or a length of over 64
-    /// bits.
+    /// Takes the next octets. ApiError(CRYPT_E_ASN1_CORRUPT) for what is not BER or a length that overruns its parent;
+    /// CRYPT_E_ASN1_NOEOD for anything but zeros after the one element, a line end included; CRYPT_E_ASN1_LARGE beyond
+    /// the depth limit or a length of over 64 bits.
     void feed(ByteView piece);
     /// Tells that no more octets come. ApiError(CRYPT_E_ASN1_EOD) when the element is not complete.
     void finish() const;

@@ -15,10 +15,8 @@ struct Rule {
 };
 
 constexpr std::array rules{
-    Rule{oid::contentType, true},
-    Rule{oid::messageDigest, true},
-    Rule{oid::signingTime, true},
-    Rule{oid::countersignature, false},
+    Rule{oid::contentType, true},        Rule{oid::messageDigest, true},        Rule{oid::signingTime, true},
+    Rule{oid::signingCertificate, true}, Rule{oid::signingCertificateV2, true}, Rule{oid::countersignature, false},
 };
 
 auto count(const std::vector<Attribute>& attributes, std::string_view oid) {

@@ -25,6 +25,20 @@ inline constexpr std::size_t signers = 256;
 /// Certificates, and CRLs. The largest published test bundle has about 400.
 inline constexpr std::size_t certificates = 4096;
 
+/// Extensions of one certificate. Each costs ten times its smallest encoding when decoded; certificates have under 20.
+inline constexpr int extensions = 128;
+
+/// Attributes of one set, signed or unsigned, and values of all attributes of the set together. Archived signatures
+/// with many time-stamps have under 50; an encoding of two octets costs 60 when decoded.
+inline constexpr std::size_t attributes = 256;
+inline constexpr std::size_t attributeValues = 256;
+
+/// Counter-signatures of one signer, those of counter-signatures included. Each costs a signature check.
+inline constexpr std::size_t counterSignatures = 16;
+
+/// Certificates of one issuer and serial number that are tried for one signer; an honest message has one.
+inline constexpr std::size_t sameNamedCertificates = 4;
+
 /// Octets of a message that is taken or made in one piece: the interface tells sizes in 32 bits.
 inline constexpr std::uint64_t onePiece = 0xFFFFFFFF;
 

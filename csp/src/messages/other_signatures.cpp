@@ -1,8 +1,10 @@
 #include "messages/other_signatures.hpp"
 
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "core/ossl.hpp"
 #include "crypto/engine.hpp"
+#include "messages/broken_algorithms.hpp"
 #include "x509/x509_der.hpp"
 
 #include <openssl/rsa.h>
@@ -71,16 +73,37 @@ bool configurePss(EVP_PKEY_CTX* context, ByteView der, const DigestAlgorithm& di
     constexpr long longestSalt = 512; // no hash value is longer, and no key of 16384 bits has more room
     const long salt = parameters->saltLength == nullptr ? defaultSalt : ASN1_INTEGER_get(parameters->saltLength);
     const DigestAlgorithm* const mask = maskDigest(parameters->maskGenAlgorithm);
-    return trailer && salt >= 0 && salt <= longestSalt && mask != nullptr && !mask->gost &&
+    if (mask == nullptr) {
+        fail(capi::CRYPT_E_UNKNOWN_ALGO);
+    }
+    return trailer && salt >= 0 && salt <= longestSalt && !mask->gost &&
            EVP_PKEY_CTX_set_rsa_padding(context, RSA_PKCS1_PSS_PADDING) > 0 &&
            EVP_PKEY_CTX_set_rsa_mgf1_md(context, digestMethod(*mask)) > 0 &&
            EVP_PKEY_CTX_set_rsa_pss_saltlen(context, static_cast<int>(salt)) > 0;
 }
 
 bool ecdsaFits(std::string_view signatureOid, const DigestAlgorithm& digest) {
-    return signatureOid == ecPublicKey || std::ranges::any_of(ecdsaRows, [&](const EcdsaRow& row) {
-               return row.oid == signatureOid && row.digestOid == digest.oid;
-           });
+    if (signatureOid == ecPublicKey) {
+        return true;
+    }
+    const auto* const row = std::ranges::find(ecdsaRows, signatureOid, &EcdsaRow::oid);
+    if (row == ecdsaRows.end() && findSignature(signatureOid) == nullptr) {
+        fail(capi::CRYPT_E_UNKNOWN_ALGO);
+    }
+    return row != ecdsaRows.end() && row->digestOid == digest.oid;
+}
+
+/// ECDSA-Sig-Value (RFC 3279, 2.2.3) in DER, nothing after it: other encodings of the two numbers are other octets that
+/// nobody signed.
+void requireEcdsaValue(ByteView signature) {
+    try {
+        der::Reader members(der::readOnly(signature, der::tag::Sequence).content);
+        der::toInteger(members.read(der::tag::Integer));
+        der::toInteger(members.read(der::tag::Integer));
+        members.finish();
+    } catch (const ApiError&) {
+        fail(capi::CRYPT_E_BAD_ENCODE);
+    }
 }
 
 } // namespace
@@ -96,11 +119,15 @@ std::optional<bool> verifyOtherSignature(std::string_view keyOid, ByteView subje
     if (digest.gost || (elliptic ? !ecdsaFits(algorithm.oid, digest) : !pss)) {
         return false;
     }
+    if (elliptic) {
+        requireEcdsaValue(signature);
+    }
     const ossl::ErrorMark mark;
     const auto key = ossl::fromDer<ossl::Pkey>(d2i_PUBKEY, subjectPublicKeyInfo);
     if (!key) {
         fail(capi::NTE_BAD_PUBLIC_KEY);
     }
+    refuseBrokenKey(key.get());
     const ossl::PkeyCtx context(EVP_PKEY_CTX_new(key.get(), nullptr));
     if (!context || EVP_PKEY_verify_init(context.get()) <= 0) {
         fail(capi::NTE_BAD_PUBLIC_KEY);

@@ -4,6 +4,7 @@
 #include "core/error.hpp"
 #include "crypto/signature.hpp"
 #include "messages/attribute_rules.hpp"
+#include "messages/broken_algorithms.hpp"
 #include "messages/other_signatures.hpp"
 
 #include <algorithm>
@@ -27,12 +28,13 @@ void checkMessageDigest(const SignerInfo& signer, const Bytes& contentHash) {
 }
 
 /// What the signature value covers: the content's hash, or that of the signed attributes, which are checked here.
-Bytes signedHash(const SignerInfo& signer, std::string_view contentType, const DigestAlgorithm& digest,
-                 const Bytes& contentHash) {
+Bytes signedHash(const SignerInfo& signer, std::string_view contentType, const ContentHasher& content,
+                 const DigestAlgorithm& digest) {
+    const Bytes& contentHash = content.value(digest.oid);
     checkAttributeRules(signer.signedAttributes, signer.unsignedAttributes);
     if (!signer.hasSignedAttributes) {
         // Without them nothing would bind the type to the signature (RFC 5652, 5.3).
-        if (contentType != oid::data) {
+        if (contentType != oid::data || content.looksLikeAttributes()) {
             fail(capi::CRYPT_E_AUTH_ATTR_MISSING);
         }
         return contentHash;
@@ -66,20 +68,59 @@ bool holds(const SignerInfo& signer, ByteView subjectPublicKeyInfo, const Digest
             verifyOtherSignature(keyAlgorithmOid, subjectPublicKeyInfo, signer.signature, digest, hash, signer.value)) {
         return *answer;
     }
+    if (findKey(std::string_view(keyAlgorithmOid)) == nullptr) {
+        fail(capi::CRYPT_E_UNKNOWN_ALGO);
+    }
     const ossl::Pkey key = publicKeyFromInfo(subjectPublicKeyInfo);
+    refuseBrokenKey(key.get());
     return fits(signer.signature.oid, keyAlgorithm(key.get()), keyAlgorithmOid, digest) &&
            verifyDigest(key.get(), digest, hash, signer.value);
+}
+
+const DigestAlgorithm& digestOf(const SignerInfo& signer) {
+    refuseBrokenDigest(signer.digest.oid);
+    refuseBrokenDigest(signer.signature.oid);
+    const DigestAlgorithm* const digest = findDigest(std::string_view(signer.digest.oid));
+    if (digest == nullptr) {
+        fail(capi::CRYPT_E_UNKNOWN_ALGO);
+    }
+    return *digest;
+}
+
+void requireValue(const SignerInfo& signer, ByteView subjectPublicKeyInfo, const DigestAlgorithm& digest,
+                  ByteView hash) {
+    if (!holds(signer, subjectPublicKeyInfo, digest, hash)) {
+        fail(capi::NTE_BAD_SIGNATURE);
+    }
 }
 
 } // namespace
 
 void checkSignature(const SignerInfo& signer, std::string_view contentType, const ContentHasher& content,
                     ByteView subjectPublicKeyInfo) {
-    const Bytes& contentHash = content.value(signer.digest.oid); // so the algorithm is known
-    const DigestAlgorithm& digest = *findDigest(std::string_view(signer.digest.oid));
-    if (!holds(signer, subjectPublicKeyInfo, digest, signedHash(signer, contentType, digest, contentHash))) {
-        fail(capi::NTE_BAD_SIGNATURE);
+    const DigestAlgorithm& digest = digestOf(signer);
+    requireValue(signer, subjectPublicKeyInfo, digest, signedHash(signer, contentType, content, digest));
+}
+
+void checkCounterSignature(const SignerInfo& counter, ByteView parentValue, ByteView subjectPublicKeyInfo) {
+    const DigestAlgorithm& digest = digestOf(counter);
+    checkAttributeRules(counter.signedAttributes, counter.unsignedAttributes);
+    Bytes hash = Digest::of(digest, parentValue);
+    if (counter.hasSignedAttributes) {
+        const auto names = [](const Attribute& attribute) { return attribute.oid == oid::contentType; };
+        if (std::ranges::any_of(counter.signedAttributes, names)) { // there is no content that could have a type
+            fail(capi::CRYPT_E_UNEXPECTED_MSG_TYPE);
+        }
+        checkMessageDigest(counter, hash);
+        hash = Digest::of(digest, counter.signedAttributesSet);
+    } else {
+        AttributeShape shape;
+        shape.update(parentValue);
+        if (shape.matches()) {
+            fail(capi::CRYPT_E_AUTH_ATTR_MISSING);
+        }
     }
+    requireValue(counter, subjectPublicKeyInfo, digest, hash);
 }
 
 } // namespace klunortredi::csp

@@ -4,11 +4,8 @@
 #include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "messages/limits.hpp"
-#include "messages/signature_check.hpp"
+#include "messages/signed_controls.hpp"
 #include "messages/signed_params.hpp"
-#include "messages/signer_match.hpp"
-#include "stores/context.hpp"
-#include "x509/cert_info.hpp"
 #include "x509/x509_der.hpp"
 
 #include <algorithm>
@@ -17,24 +14,53 @@ namespace klunortredi::csp {
 
 namespace {
 
-bool isSequence(const Bytes& element) {
+bool isSequence(ByteView element) {
     return element.front() == der::tag::Sequence;
 }
 
 /// The elements that are certificates or CRLs proper, without other kinds (RFC 5652, 10.2).
-std::vector<Bytes> proper(const std::vector<Bytes>& choices) {
-    std::vector<Bytes> found;
+std::vector<ByteView> proper(const std::vector<Bytes>& choices) {
+    std::vector<ByteView> found;
     std::ranges::copy_if(choices, std::back_inserter(found), isSequence);
     return found;
 }
 
-/// Refuses a message that carries something else in the place of a certificate or CRL.
-template <class Owner, class Decode>
-void requireDecodable(const std::vector<Bytes>& choices, Decode d2i) {
+std::vector<Bytes> copies(const std::vector<ByteView>& views) {
+    std::vector<Bytes> copied;
+    for (const ByteView view : views) {
+        copied.emplace_back(view.begin(), view.end());
+    }
+    return copied;
+}
+
+/// Refuses a message that carries something else in the place of a certificate.
+void requireCertificates(const std::vector<Bytes>& choices) {
     for (const Bytes& choice : choices) {
-        if (isSequence(choice) && !ossl::fromDer<Owner>(d2i, choice)) {
+        if (!isSequence(choice)) {
+            continue;
+        }
+        const auto certificate = ossl::fromDer<ossl::X509Ptr>(d2i_X509, choice);
+        if (!certificate) {
             fail(capi::CRYPT_E_ASN1_CORRUPT);
         }
+        if (X509_get_ext_count(certificate.get()) > limits::extensions) {
+            fail(capi::CRYPT_E_ASN1_LARGE);
+        }
+    }
+}
+
+/// Refuses a message that carries something else in the place of a CRL, by its outer form: the entries of a long list
+/// take thirty times their size when decoded, and nothing here needs them.
+void requireCrls(const std::vector<Bytes>& choices) {
+    for (const Bytes& choice : choices) {
+        if (!isSequence(choice)) {
+            continue;
+        }
+        der::Reader members(der::readOnly(choice, der::tag::Sequence).content);
+        members.read(der::tag::Sequence); // tbsCertList
+        members.read(der::tag::Sequence); // signatureAlgorithm
+        members.read(der::tag::BitString);
+        members.finish();
     }
 }
 
@@ -64,13 +90,28 @@ SignedDecoder::SignedDecoder(bool detached, std::optional<StreamOutput> stream)
     : detached_(detached), stream_(stream), reader_(*this) {}
 
 std::vector<Bytes> SignedDecoder::certificates() const {
-    requireRead();
-    return proper(reader_.parts().certificates);
+    return copies(certificateViews());
 }
 
 std::vector<Bytes> SignedDecoder::crls() const {
+    return copies(crlViews());
+}
+
+const std::vector<ByteView>& SignedDecoder::certificateViews() const {
     requireRead();
-    return proper(reader_.parts().crls);
+    return certificateViews_;
+}
+
+const std::vector<ByteView>& SignedDecoder::crlViews() const {
+    requireRead();
+    return crlViews_;
+}
+
+const CarriedCertificates& SignedDecoder::carriedCertificates() const {
+    if (!carried_) {
+        carried_ = std::make_unique<CarriedCertificates>(certificateViews());
+    }
+    return *carried_;
 }
 
 ByteView SignedDecoder::content() const {
@@ -126,8 +167,10 @@ void SignedDecoder::feedMessage(ByteView piece, bool final) {
     }
     reader_.finish();
     const SignedDataParts& parts = reader_.parts();
-    requireDecodable<ossl::X509Ptr>(parts.certificates, d2i_X509);
-    requireDecodable<ossl::X509CrlPtr>(parts.crls, d2i_X509_CRL);
+    requireCertificates(parts.certificates);
+    requireCrls(parts.crls);
+    certificateViews_ = proper(parts.certificates);
+    crlViews_ = proper(parts.crls);
     for (const Bytes& signerInfo : parts.signerInfos) {
         signers_.push_back(decodeSignerInfo(signerInfo));
     }
@@ -180,10 +223,12 @@ void SignedDecoder::doControl(DWORD type, const void* parameters) {
     }
     switch (type) {
     case capi::CMSG_CTRL_VERIFY_SIGNATURE:
-        verifySignature(static_cast<const CERT_INFO*>(parameters));
+        endEmptyContent();
+        verifyNamedSigner(*this, *static_cast<const CERT_INFO*>(parameters));
         return;
     case capi::CMSG_CTRL_VERIFY_SIGNATURE_EX:
-        verifySigner(static_cast<const CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA*>(parameters));
+        endEmptyContent();
+        verifySigner(*this, *static_cast<const CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA*>(parameters));
         return;
     case capi::CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR:
         addUnsignedAttribute(static_cast<const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA*>(parameters));
@@ -195,7 +240,6 @@ void SignedDecoder::doControl(DWORD type, const void* parameters) {
     }
 }
 
-/// The hashes of what the signature is about.
 const ContentHasher& SignedDecoder::signedContent() const {
     const bool embedded = reader_.parts().hasContent;
     if (!detached_) {
@@ -218,47 +262,10 @@ const Bytes& SignedDecoder::contentHash(const SignerInfo& signer) const {
     return signedContent().value(signer.digest.oid);
 }
 
-void SignedDecoder::verifySignature(const CERT_INFO* certificate) {
-    const auto names = [&](const SignerInfo& signer) { return namesCertificate(signer.id, *certificate); };
-    const auto signer = std::ranges::find_if(signers_, names);
-    if (signer == signers_.end()) {
-        fail(capi::CRYPT_E_SIGNER_NOT_FOUND);
-    }
-    endEmptyContent();
-    checkSignature(*signer, contentType_, signedContent(), encodePublicKeyInfo(certificate->SubjectPublicKeyInfo));
-}
-
 /// A caller with an empty file has nothing to feed.
 void SignedDecoder::endEmptyContent() {
     if (stage_ == Stage::DetachedContent && !contentFed_) {
         feedDetachedContent({}, true);
-    }
-}
-
-void SignedDecoder::verifySigner(const CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA* parameters) {
-    if (parameters->cbSize != sizeof *parameters || parameters->pvSigner == nullptr) {
-        fail(capi::ERROR_INVALID_PARAMETER);
-    }
-    if (parameters->dwSignerIndex >= signers_.size()) {
-        fail(capi::CRYPT_E_INVALID_INDEX);
-    }
-    const SignerInfo& signer = signers_[parameters->dwSignerIndex];
-    endEmptyContent();
-    switch (parameters->dwSignerType) {
-    case capi::CMSG_VERIFY_SIGNER_PUBKEY:
-        checkSignature(signer, contentType_, signedContent(),
-                       encodePublicKeyInfo(*static_cast<const CERT_PUBLIC_KEY_INFO*>(parameters->pvSigner)));
-        return;
-    case capi::CMSG_VERIFY_SIGNER_CERT: {
-        const auto certificate = contextTarget(static_cast<PCCERT_CONTEXT>(parameters->pvSigner)).certificate;
-        if (!namesCertificate(signer.id, certificate->info())) {
-            fail(capi::CRYPT_E_SIGNER_NOT_FOUND);
-        }
-        checkSignature(signer, contentType_, signedContent(), certificate->decoded().subjectPublicKeyInfo());
-        return;
-    }
-    default:
-        fail(capi::NTE_BAD_TYPE);
     }
 }
 

@@ -2,11 +2,13 @@
 
 /// A SignedData message being read.
 
+#include "messages/carried_certificates.hpp"
 #include "messages/content_hasher.hpp"
 #include "messages/handles.hpp"
 #include "messages/signed_data_reader.hpp"
 #include "messages/signer_info.hpp"
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,6 +23,9 @@ public:
 
     [[nodiscard]] std::vector<Bytes> certificates() const override;
     [[nodiscard]] std::vector<Bytes> crls() const override;
+    /// The same without copies; the views live as long as the message.
+    [[nodiscard]] const std::vector<ByteView>& certificateViews() const;
+    [[nodiscard]] const std::vector<ByteView>& crlViews() const;
 
     // What the parameters are made of. All but these need a message read to its end.
     [[nodiscard]] const std::vector<SignerInfo>& signers() const noexcept { return signers_; }
@@ -28,6 +33,11 @@ public:
     /// The content's hash by the signer's algorithm. ApiError: CRYPT_E_STREAM_MSG_NOT_READY without content,
     /// CRYPT_E_UNKNOWN_ALGO for an algorithm unknown or not listed by the message.
     [[nodiscard]] const Bytes& contentHash(const SignerInfo& signer) const;
+    /// The hashes of what the signatures are about. ApiError: CRYPT_E_STREAM_MSG_NOT_READY without content,
+    /// CRYPT_E_HASH_VALUE when the message brings content that differs from the detached one.
+    [[nodiscard]] const ContentHasher& signedContent() const;
+    /// The certificates, decoded at the first call. Lives as long as the message.
+    [[nodiscard]] const CarriedCertificates& carriedCertificates() const;
     /// The content, when this message has it in one piece; ApiError(CRYPT_E_INVALID_MSG_TYPE) when it does not.
     [[nodiscard]] ByteView content() const;
     /// The whole message; with definite lengths where an attribute was added. Errors as of `content`.
@@ -43,9 +53,6 @@ private:
     void feedMessage(ByteView piece, bool final);
     void feedDetachedContent(ByteView piece, bool final);
     void requireRead() const;
-    [[nodiscard]] const ContentHasher& signedContent() const;
-    void verifySignature(const CERT_INFO* certificate);
-    void verifySigner(const CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA* parameters);
     void endEmptyContent();
     void addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA* parameters);
 
@@ -57,6 +64,9 @@ private:
     SignedDataReader reader_;
     std::vector<SignerInfo> signers_;
     std::vector<Bytes> signerInfos_; ///< encoded, with definite lengths
+    std::vector<ByteView> certificateViews_;
+    std::vector<ByteView> crlViews_;
+    mutable std::unique_ptr<CarriedCertificates> carried_;
     std::string contentType_;
     ContentHasher embedded_;
     ContentHasher fed_;

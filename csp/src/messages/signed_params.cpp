@@ -3,6 +3,7 @@
 #include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "core/output.hpp"
+#include "messages/counter_signatures.hpp"
 #include "messages/signed_decoder.hpp"
 
 #include <algorithm>
@@ -76,10 +77,23 @@ SignerId issuerAndSerial(const SignerInfo& signer) {
 }
 
 template <class Struct>
-void issuerAndSerial(StructBuilder& builder, const SignerInfo& signer) {
+void issuerAndSerial(StructBuilder& builder, const SignerInfo& signer, std::size_t offset = 0) {
     const SignerId id = issuerAndSerial(signer);
-    builder.blob(offsetof(Struct, Issuer), id.issuer);
-    builder.blob(offsetof(Struct, SerialNumber), Bytes(id.serial.rbegin(), id.serial.rend()));
+    builder.blob(offset + offsetof(Struct, Issuer), id.issuer);
+    builder.blob(offset + offsetof(Struct, SerialNumber), Bytes(id.serial.rbegin(), id.serial.rend()));
+}
+
+void counterSignature(StructBuilder& builder, std::size_t offset, const CounterSignature& from) {
+    auto& to = builder.at<CMSG_COUNTER_SIGNATURE>(offset);
+    to.dwParent = from.parent;
+    to.dwError = from.error;
+    builder.blob(offset + offsetof(CMSG_COUNTER_SIGNATURE, Certificate), from.certificate);
+    issuerAndSerial<CMSG_COUNTER_SIGNATURE>(builder, from.signer, offset);
+    const auto& attributes = from.signer.signedAttributes;
+    const auto time = std::ranges::find(attributes, oid::signingTime, &Attribute::oid);
+    if (time != attributes.end() && time->values.size() == 1) {
+        builder.blob(offset + offsetof(CMSG_COUNTER_SIGNATURE, SigningTime), time->values.front());
+    }
 }
 
 // ---- parameters ------------------------------------------------------------------------------------------------
@@ -142,6 +156,20 @@ void unsignedAttributes(const Request& request) {
     giveAttributes(request, signer(request).unsignedAttributes);
 }
 
+void counterSignatures(const Request& request) {
+    const auto judged = judgeCounterSignatures(signer(request), request.message.carriedCertificates());
+    StructBuilder builder(sizeof(CMSG_COUNTER_SIGNATURES));
+    builder.at<CMSG_COUNTER_SIGNATURES>(0).cCounterSignature = count(judged.size());
+    const std::size_t array = builder.reserve(judged.size() * sizeof(CMSG_COUNTER_SIGNATURE));
+    if (!judged.empty()) {
+        builder.point(offsetof(CMSG_COUNTER_SIGNATURES, rgCounterSignature), array);
+    }
+    for (std::size_t i = 0; i < judged.size(); ++i) {
+        counterSignature(builder, array + i * sizeof(CMSG_COUNTER_SIGNATURE), judged[i]);
+    }
+    builder.deliver(request.data, request.size);
+}
+
 void encryptedDigest(const Request& request) {
     give(signer(request).value, request.data, request.size);
 }
@@ -151,19 +179,19 @@ void computedHash(const Request& request) {
 }
 
 void certificateCount(const Request& request) {
-    give(count(request.message.certificates().size()), request.data, request.size);
+    give(count(request.message.certificateViews().size()), request.data, request.size);
 }
 
 void certificate(const Request& request) {
-    give(indexed(request.message.certificates(), request.index), request.data, request.size);
+    give(indexed(request.message.certificateViews(), request.index), request.data, request.size);
 }
 
 void crlCount(const Request& request) {
-    give(count(request.message.crls().size()), request.data, request.size);
+    give(count(request.message.crlViews().size()), request.data, request.size);
 }
 
 void crl(const Request& request) {
-    give(indexed(request.message.crls(), request.index), request.data, request.size);
+    give(indexed(request.message.crlViews(), request.index), request.data, request.size);
 }
 
 void encodedMessage(const Request& request) {
@@ -192,6 +220,7 @@ constexpr auto rows = std::to_array<Row>({
     {capi::CMSG_COMPUTED_HASH_PARAM, computedHash},
     {capi::CMSG_ENCRYPTED_DIGEST, encryptedDigest},
     {capi::CMSG_ENCODED_MESSAGE, encodedMessage},
+    {capi::CMSG_COUNTER_SIGNATURES_PARAM, counterSignatures},
 });
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "asn1/der.hpp"
 #include "core/error.hpp"
+#include "messages/limits.hpp"
 
 #include <algorithm>
 
@@ -29,7 +30,27 @@ SignerId decodeSignerId(der::Reader& members) {
     return id;
 }
 
+/// Counts before anything is decoded: the members of the set, and what stands in their sets of values.
+void requireFewAttributes(ByteView content) {
+    std::size_t attributes = 0;
+    std::size_t values = 0;
+    for (der::Reader rest(content); !rest.empty();) {
+        der::Reader attribute = rest.enter(der::tag::Sequence);
+        attribute.read(der::tag::ObjectIdentifier);
+        for (der::Reader set = attribute.enter(der::tag::Set); !set.empty();) {
+            set.read();
+            if (++values > limits::attributeValues) {
+                fail(capi::CRYPT_E_ASN1_LARGE);
+            }
+        }
+        if (++attributes > limits::attributes) {
+            fail(capi::CRYPT_E_ASN1_LARGE);
+        }
+    }
+}
+
 std::vector<Attribute> decodeAttributes(ByteView content) {
+    requireFewAttributes(content);
     std::vector<Attribute> attributes;
     for (der::Reader rest(content); !rest.empty();) {
         attributes.push_back(decodeAttribute(rest.read().whole));

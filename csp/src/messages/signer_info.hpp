@@ -34,7 +34,8 @@ struct SignerInfo {
     [[nodiscard]] bool namedByKeyId() const noexcept { return id.issuer.empty(); }
 };
 
-/// Decodes a SignerInfo with definite lengths. ApiError(CRYPT_E_ASN1_...) when malformed.
+/// Decodes a SignerInfo with definite lengths. ApiError(CRYPT_E_ASN1_...) when malformed, CRYPT_E_ASN1_LARGE when it
+/// has more attributes or values than limits.hpp allows.
 SignerInfo decodeSignerInfo(ByteView der);
 
 /// The SignerInfo `der` with one more unsigned attribute; every other octet but the lengths around it stays.

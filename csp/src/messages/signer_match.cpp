@@ -12,15 +12,6 @@ namespace klunortredi::csp {
 
 namespace {
 
-bool sameName(ByteView a, ByteView b) {
-    if (std::ranges::equal(a, b)) {
-        return true;
-    }
-    const auto first = ossl::fromDer<ossl::X509NamePtr>(d2i_X509_NAME, a);
-    const auto second = ossl::fromDer<ossl::X509NamePtr>(d2i_X509_NAME, b);
-    return first && second && X509_NAME_cmp(first.get(), second.get()) == 0;
-}
-
 bool hasKeyId(const CERT_INFO& certificate, const Bytes& keyId) {
     for (const CERT_EXTENSION& extension : std::span(certificate.rgExtension, certificate.cExtension)) {
         if (extension.pszObjId != nullptr && extension.pszObjId == oid::subjectKeyIdentifier) {
@@ -31,6 +22,15 @@ bool hasKeyId(const CERT_INFO& certificate, const Bytes& keyId) {
 }
 
 } // namespace
+
+bool sameName(ByteView a, ByteView b) {
+    if (std::ranges::equal(a, b)) {
+        return true;
+    }
+    const auto first = ossl::fromDer<ossl::X509NamePtr>(d2i_X509_NAME, a);
+    const auto second = ossl::fromDer<ossl::X509NamePtr>(d2i_X509_NAME, b);
+    return first && second && X509_NAME_cmp(first.get(), second.get()) == 0;
+}
 
 bool namesCertificate(const SignerId& id, const CERT_INFO& certificate) {
     if (id.issuer.empty()) {

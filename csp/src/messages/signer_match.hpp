@@ -11,4 +11,7 @@ namespace klunortredi::csp {
 /// or its subject key identifier extension.
 bool namesCertificate(const SignerId& id, const CERT_INFO& certificate);
 
+/// Whether two DER Names are the same name (RFC 5280, 7.1).
+bool sameName(ByteView a, ByteView b);
+
 } // namespace klunortredi::csp

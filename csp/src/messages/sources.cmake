@@ -1,10 +1,15 @@
 target_sources(klunortredi_csp_core PRIVATE
     src/messages/attribute_rules.cpp
+    src/messages/attribute_shape.cpp
+    src/messages/broken_algorithms.cpp
+    src/messages/carried_certificates.cpp
     src/messages/cms_types.cpp
     src/messages/content_hasher.cpp
+    src/messages/counter_signatures.cpp
     src/messages/handles.cpp
     src/messages/other_signatures.cpp
     src/messages/signature_check.cpp
+    src/messages/signed_controls.cpp
     src/messages/signed_data_reader.cpp
     src/messages/signed_data_writer.cpp
     src/messages/signed_decoder.cpp
@@ -13,4 +18,5 @@ target_sources(klunortredi_csp_core PRIVATE
     src/messages/signer_builder.cpp
     src/messages/signer_info.cpp
     src/messages/signer_match.cpp
+    src/messages/signing_certificate.cpp
 )

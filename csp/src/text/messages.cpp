@@ -103,6 +103,7 @@ constexpr std::array texts{
     ErrorText{CRYPT_E_ASN1_LARGE, "Значение ASN.1 слишком велико."},
     ErrorText{CRYPT_E_ASN1_BADTAG, "Неожиданный тип значения ASN.1."},
     ErrorText{CRYPT_E_ASN1_UTF8, "Строка UTF-8 в данных ASN.1 повреждена."},
+    ErrorText{CRYPT_E_ASN1_NOEOD, "После конца данных ASN.1 есть лишние байты."},
     ErrorText{CERT_E_EXPIRED, "Срок действия сертификата истёк или ещё не начался."},
     ErrorText{CERT_E_CRITICAL, "Сертификат содержит критическое расширение, которое не поддерживается."},
     ErrorText{CERT_E_UNTRUSTEDROOT, "Цепочка сертификатов заканчивается корневым сертификатом, которому нет доверия."},

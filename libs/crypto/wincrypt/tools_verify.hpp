@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <functional>
 #include <iosfwd>
+#include <string>
 #include <vector>
 
 namespace orvik::plugin::crypto {
@@ -73,6 +74,26 @@ struct SignerVerdict {
 /// `unknown` with CRYPT_E_CONTROL_TYPE. Throws SystemException when the message cannot be asked at all.
 ORVIK_EXPORT std::vector<SignerVerdict> judgeSigners(void* hMsg,
                                                      const boost::shared_ptr<crypto::ICertificate>& outside);
+
+/// A counter-signature (RFC 5652, 11.4): a signature over the signature value of a signer.
+struct CounterSignature {
+    SignatureVerdict verdict;
+    unsigned code; ///< as of SignerVerdict
+    /// As of SignerVerdict; from the message's certificates only.
+    boost::shared_ptr<crypto::ICertificate> certificate;
+    /// Its place in the list of what it covers; none: the signer's own signature.
+    boost::optional<std::size_t> parent;
+    /// Value of its signing-time attribute (RFC 5652, 11.3), DER; empty when absent. Signed when the verdict is valid.
+    std::string signingTime;
+};
+
+/// The counter-signatures of signer `index` of an open message, nested ones after what they cover. An invalid one does
+/// not make the signer's signature invalid. Chains are not examined.
+///
+/// Only the embedded service judges counter-signatures (CMSG_COUNTER_SIGNATURES_PARAM). For another service, and for
+/// more of them than the embedded one takes, each value of the unsigned attribute gives one entry, `unknown` with the
+/// service's code. Throws SystemException when the signer cannot be read.
+ORVIK_EXPORT std::vector<CounterSignature> counterSignatures(void* hMsg, unsigned index);
 
 /// Reads the signature (and the content of a detached one) and judges every signer, as above; `hooks.certificate` is
 /// `outside`. `hooks.inspect` sees the open message after all signers were judged, whatever the verdicts.

@@ -198,9 +198,12 @@ TEST_F(Decoder, TellsOtherKindsOfMessages) {
     }
 }
 
-TEST_F(Decoder, RefusesOctetsBehindTheMessage) {
-    message.push_back('\n');
-    EXPECT_EQ(Msg::decode().feed(message), capi::CRYPT_E_ASN1_CORRUPT);
+TEST_F(Decoder, RefusesOctetsAfterTheMessageWithACodeOfTheirOwn) {
+    for (const char* const end : {"\n", "\r\n", "text"}) {
+        Bytes longer = message;
+        der::append(longer, bytes(end));
+        EXPECT_EQ(Msg::decode().feed(longer), capi::CRYPT_E_ASN1_NOEOD) << end;
+    }
 }
 
 TEST_F(Decoder, BoundsWhatItKeeps) {

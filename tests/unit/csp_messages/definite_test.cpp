@@ -41,7 +41,7 @@ TEST(ToDefinite, RefusesOctetStringsMadeOfOtherThings) {
 
 TEST(ToDefinite, RefusesWhatIsNotOneElement) {
     EXPECT_EQ(refusal({}), capi::CRYPT_E_ASN1_EOD);
-    EXPECT_EQ(refusal({0x05, 0x00, 0x05, 0x00}), capi::CRYPT_E_ASN1_CORRUPT);
+    EXPECT_EQ(refusal({0x05, 0x00, 0x05, 0x00}), capi::CRYPT_E_ASN1_NOEOD);
 }
 
 TEST(DefiniteHeader, WritesTheFewestLengthOctets) {

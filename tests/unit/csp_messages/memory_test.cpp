@@ -3,16 +3,10 @@
 #include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "exports/export.hpp"
+#include "in_child.hpp"
 #include "signing.hpp"
 
 #include <gtest/gtest.h>
-
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <functional>
-#include <limits>
 
 namespace klunortredi::test {
 namespace {
@@ -21,17 +15,7 @@ namespace api = csp::exports;
 
 constexpr std::size_t pieceSize = 1U << 20U;
 constexpr std::size_t pieces = 256;
-// Sanitizers keep memory of their own: under them only the answer counts.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SANITIZED 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(SANITIZED)
-constexpr long allowedKib = std::numeric_limits<long>::max();
-#else
-constexpr long allowedKib = 64L << 10U;
-#endif
+constexpr long allowedMib = 64;
 
 /// Content that is made as it is needed.
 const Bytes& piece() {
@@ -41,21 +25,6 @@ const Bytes& piece() {
 
 BOOL discard(const void* /*argument*/, BYTE* /*data*/, DWORD /*size*/, BOOL /*final*/) {
     return 1;
-}
-
-/// Runs `work` in a child; its answer, or 0xFF when its memory has grown beyond what is allowed.
-int inChild(const std::function<bool()>& work) {
-    const pid_t child = fork();
-    if (child == 0) {
-        const bool ok = work();
-        rusage usage{};
-        getrusage(RUSAGE_SELF, &usage);
-        std::fprintf(stderr, "peak %ld KiB\n", usage.ru_maxrss);
-        _exit(!ok ? 1 : usage.ru_maxrss <= allowedKib ? 0 : 0xFF);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 /// Feeds the content, the last piece final.
@@ -81,26 +50,28 @@ BOOL pass(const void* argument, BYTE* data, DWORD size, BOOL final) {
 }
 
 TEST(Memory, StaysFlatWhileAnAttachedMessageIsMadeAndChecked) {
-    EXPECT_EQ(inChild([] {
-                  const Signer signer = makeSigner(KeyKind::Gost256);
-                  CMSG_STREAM_INFO sink{capi::CMSG_INDEFINITE_LENGTH, discard, nullptr};
-                  const Msg reader = Msg::decode(0, &sink);
-                  Pipe pipe{&reader};
-                  return signInto(signer, {capi::CMSG_INDEFINITE_LENGTH, pass, &pipe}, false, feedContent) &&
-                         reader.verify(signer.certificate) == 0;
-              }),
+    EXPECT_EQ(inChild(allowedMib,
+                      [] {
+                          const Signer signer = makeSigner(KeyKind::Gost256);
+                          CMSG_STREAM_INFO sink{capi::CMSG_INDEFINITE_LENGTH, discard, nullptr};
+                          const Msg reader = Msg::decode(0, &sink);
+                          Pipe pipe{&reader};
+                          return signInto(signer, {capi::CMSG_INDEFINITE_LENGTH, pass, &pipe}, false, feedContent) &&
+                                 reader.verify(signer.certificate) == 0;
+                      }),
               0);
 }
 
 TEST(Memory, StaysFlatWhileADetachedMessageIsMadeAndChecked) {
-    EXPECT_EQ(inChild([] {
-                  const Signer signer = makeSigner(KeyKind::Gost256);
-                  CMSG_STREAM_INFO sink{capi::CMSG_INDEFINITE_LENGTH, discard, nullptr};
-                  const Msg reader = Msg::decode(capi::CMSG_DETACHED_FLAG, &sink);
-                  Pipe pipe{&reader};
-                  return signInto(signer, {capi::CMSG_INDEFINITE_LENGTH, pass, &pipe}, true, feedContent) &&
-                         feedContent(reader) && reader.verify(signer.certificate) == 0;
-              }),
+    EXPECT_EQ(inChild(allowedMib,
+                      [] {
+                          const Signer signer = makeSigner(KeyKind::Gost256);
+                          CMSG_STREAM_INFO sink{capi::CMSG_INDEFINITE_LENGTH, discard, nullptr};
+                          const Msg reader = Msg::decode(capi::CMSG_DETACHED_FLAG, &sink);
+                          Pipe pipe{&reader};
+                          return signInto(signer, {capi::CMSG_INDEFINITE_LENGTH, pass, &pipe}, true, feedContent) &&
+                                 feedContent(reader) && reader.verify(signer.certificate) == 0;
+                      }),
               0);
 }
 

@@ -111,7 +111,8 @@ Bytes issueCertificate(const Bytes& publicKeyInfo, long serial) {
     X509_set_version(certificate.get(), 2);
     ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), serial);
     X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -86400);
-    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 86400);
+    static long lifetime = 86400; // differs, so that no two certificates are the same
+    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), ++lifetime);
     const std::string name = "Signer " + std::to_string(serial);
     X509_NAME_add_entry_by_txt(X509_get_subject_name(certificate.get()), "CN", MBSTRING_UTF8,
                                reinterpret_cast<const unsigned char*>(name.c_str()), -1, -1, 0);
@@ -170,6 +171,16 @@ Signer makeSigner(KeyKind kind) {
 
 Signer makeLockedSigner(KeyKind kind) {
     return makeSigner(kind, "a PIN");
+}
+
+Bytes certificateFor(const Signer& signer, long serial) {
+    return issueCertificate(csp::providerContext(signer.provider)->publicKeyInfo(signer.keySpec), serial);
+}
+
+long serialOf(const Bytes& certificate) {
+    const unsigned char* next = certificate.data();
+    const csp::ossl::X509Ptr decoded(d2i_X509(nullptr, &next, static_cast<long>(certificate.size())));
+    return ASN1_INTEGER_get(X509_get0_serialNumber(decoded.get()));
 }
 
 std::vector<SignedAttributeValue> someAttributes() {

@@ -25,6 +25,11 @@ Signer makeSigner(KeyKind kind);
 /// The same, in a container whose PIN was not presented.
 Signer makeLockedSigner(KeyKind kind);
 
+/// Another certificate of the signer's key, by the same authority, with that serial number.
+Bytes certificateFor(const Signer& signer, long serial);
+/// Serial number of a certificate.
+long serialOf(const Bytes& certificate);
+
 struct SignedAttributeValue {
     std::string oid;
     Bytes value;

@@ -134,8 +134,8 @@ TEST(TlvParser, RefusesWhatIsNotBer) {
     EXPECT_EQ(refusal({0x30, 0x01, 0x04, 0x00}), corrupt) << "a header across its parent's end";
     EXPECT_EQ(refusal({0x30, 0x04, 0x30, 0x80, 0x05, 0x00, 0x00, 0x00}), corrupt)
         << "indefinite, not closed in its parent";
-    EXPECT_EQ(refusal({0x05, 0x00, 'x'}), corrupt) << "octets behind the element";
-    EXPECT_EQ(refusal({0x05, 0x00, 0x00, 0x00, 'x'}), corrupt) << "octets behind padding";
+    EXPECT_EQ(refusal({0x05, 0x00, 'x'}), capi::CRYPT_E_ASN1_NOEOD) << "octets behind the element";
+    EXPECT_EQ(refusal({0x05, 0x00, 0x00, 0x00, 'x'}), capi::CRYPT_E_ASN1_NOEOD) << "octets behind padding";
     EXPECT_EQ(refusal({0x1F, 0x80, 0x01, 0x00}), corrupt) << "a tag number with leading zeros";
     EXPECT_EQ(refusal({0x1F, 0x05, 0x00}), corrupt) << "a small tag number in the long form";
     EXPECT_EQ(refusal({0x1F, 0x81, 0x81, 0x81, 0x81, 0x81, 0x01, 0x00}), corrupt) << "an endless tag number";

@@ -76,4 +76,55 @@ TEST_F(JudgeSigners, SignersCertificateMayComeFromOutside) {
     EXPECT_EQ(judge(encoded, other)[0].verdict, SignatureVerdict::unknown) << "it names another signer";
 }
 
+/// Another certificate of the signer's issuer and serial number, with a key of somebody else.
+Bytes twinOf(const Signer& signer) {
+    return certificateFor(makeSigner(KeyKind::Gost256), serialOf(signer.certificate));
+}
+
+TEST_F(JudgeSigners, TheCertificateShownIsTheOneThatVerified) {
+    message.certificates = {twinOf(signer), twinOf(signer), signer.certificate};
+    const auto verdicts = judge(encode(signer, message));
+    EXPECT_EQ(verdicts[0].verdict, SignatureVerdict::valid);
+    EXPECT_EQ(verdicts[0].certificate->raw(), text(signer.certificate));
+}
+
+TEST_F(JudgeSigners, CallersCertificateDecidesOverOneOfTheMessageOfTheSameName) {
+    const Bytes encoded = encode(signer, message);
+    const auto twin = boost::make_shared<Certificate>(text(twinOf(signer)));
+    const auto verdicts = judge(encoded, twin);
+    EXPECT_EQ(verdicts[0].verdict, SignatureVerdict::invalid);
+    EXPECT_EQ(verdicts[0].certificate, twin);
+    message.certificates = {twinOf(signer)};
+    const auto own = boost::make_shared<Certificate>(text(signer.certificate));
+    EXPECT_EQ(judge(encode(signer, message), own)[0].verdict, SignatureVerdict::valid);
+}
+
+TEST_F(JudgeSigners, NoMoreThanFourCertificatesOfOneNameAreTried) {
+    message.certificates = {twinOf(signer), twinOf(signer), twinOf(signer), signer.certificate};
+    EXPECT_EQ(judge(encode(signer, message))[0].verdict, SignatureVerdict::valid);
+    message.certificates.insert(message.certificates.begin(), 50, message.certificates.front());
+    EXPECT_EQ(judge(encode(signer, message))[0].verdict, SignatureVerdict::valid) << "the same one is tried once";
+    message.certificates.insert(message.certificates.begin(), twinOf(signer));
+    const auto verdicts = judge(encode(signer, message));
+    EXPECT_EQ(verdicts[0].verdict, SignatureVerdict::unknown);
+    EXPECT_EQ(verdicts[0].code, capi::CRYPT_E_ASN1_LARGE);
+}
+
+TEST_F(JudgeSigners, CounterSignaturesAreJudgedApart) {
+    Crafted counter = honest(signer, bytes("another value"));
+    counter.attributes.erase(counter.attributes.begin());
+    message.unsignedAttributes = {attribute("1.2.840.113549.1.9.6", {encodeSignerInfo(signer, counter)})};
+    std::istringstream in(text(encode(signer, message)));
+    std::vector<tools::CounterSignature> counters;
+    tools::VerifyHooks hooks;
+    hooks.inspect = [&](void* open) { counters = tools::counterSignatures(open, 0); };
+    EXPECT_EQ(tools::verifySigners(in, boost::none, hooks)[0].verdict, SignatureVerdict::valid);
+    ASSERT_EQ(counters.size(), 1U);
+    EXPECT_EQ(counters[0].verdict, SignatureVerdict::invalid);
+    EXPECT_EQ(counters[0].code, capi::CRYPT_E_HASH_VALUE);
+    EXPECT_EQ(counters[0].certificate->raw(), text(signer.certificate));
+    EXPECT_FALSE(counters[0].parent);
+    EXPECT_FALSE(counters[0].signingTime.empty());
+}
+
 } // namespace

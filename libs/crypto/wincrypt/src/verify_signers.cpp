@@ -1,6 +1,7 @@
 #include "crypto/wincrypt/tools_verify.hpp"
 
 #include "decoding_message.hpp"
+#include "signature_verdict.hpp"
 
 #include "capi/constants.hpp"
 #include "crypto/wincrypt/certificate.hpp"
@@ -12,7 +13,6 @@
 #include <boost/smart_ptr/make_shared.hpp>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <istream>
 #include <string>
@@ -29,24 +29,8 @@ using CertificatePtr = boost::shared_ptr<crypto::ICertificate>;
 /// certificate of a careless authority may make it two. Each costs a signature check.
 constexpr std::size_t mostTwins = 4;
 
-/// The service's refusals that mean: the signature was computed, or its form judged, and it does not hold.
-constexpr std::array<unsigned, 8> refusals{
-    capi::NTE_BAD_SIGNATURE,           // the value is not the key's signature
-    capi::CRYPT_E_HASH_VALUE,          // other content
-    capi::CRYPT_E_AUTH_ATTR_MISSING,   // the signed attributes break the rules
-    capi::CRYPT_E_UNEXPECTED_MSG_TYPE, // other content type
-    capi::CRYPT_E_NO_MATCH,            // the signing-certificate attribute names another certificate
-    capi::CRYPT_E_BAD_ENCODE,          // the signing-certificate attribute is malformed
-    capi::NTE_BAD_ALGID,               // broken digest
-    capi::NTE_BAD_KEY,                 // broken key size
-};
-
-SignatureVerdict verdictOf(unsigned code) {
-    if (code == 0) {
-        return SignatureVerdict::valid;
-    }
-    return std::ranges::find(refusals, code) != refusals.end() ? SignatureVerdict::invalid : SignatureVerdict::unknown;
-}
+/// Tries beyond the first, of all signers of a message together.
+constexpr std::size_t mostFurtherTries = 64;
 
 PCCERT_CONTEXT contextOf(const crypto::ICertificate& certificate) {
     return toPCCERT_CONTEXT(certificate.context());
@@ -125,7 +109,7 @@ void take(SignerVerdict& verdict, bool first, unsigned code, const CertificatePt
     }
 }
 
-SignerVerdict judgeByMessage(void* message, unsigned index, void* store, CERT_INFO* signer) {
+SignerVerdict judgeByMessage(void* message, unsigned index, void* store, CERT_INFO* signer, std::size_t& furtherTries) {
     SignerVerdict verdict{SignatureVerdict::unknown, capi::CRYPT_E_SIGNER_NOT_FOUND, {}};
     std::vector<CertificatePtr> tried;
     Candidates candidates(store, signer);
@@ -134,9 +118,10 @@ SignerVerdict judgeByMessage(void* message, unsigned index, void* store, CERT_IN
         if (std::ranges::any_of(tried, same)) {
             continue;
         }
-        if (tried.size() == mostTwins) {
+        if (tried.size() == mostTwins || (!tried.empty() && furtherTries == 0)) {
             return {SignatureVerdict::unknown, capi::CRYPT_E_ASN1_LARGE, tried.front()};
         }
+        furtherTries -= tried.empty() ? 0 : 1;
         take(verdict, tried.empty(), check(message, index, *candidate), candidate);
         if (verdict.verdict == SignatureVerdict::valid) {
             return verdict;
@@ -149,7 +134,8 @@ SignerVerdict judgeByMessage(void* message, unsigned index, void* store, CERT_IN
     return verdict;
 }
 
-SignerVerdict judge(void* message, unsigned index, void* store, const CertificatePtr& outside) {
+SignerVerdict judge(void* message, unsigned index, void* store, const CertificatePtr& outside,
+                    std::size_t& furtherTries) {
     std::string id = certInfo(message, index);
     auto* signer = reinterpret_cast<CERT_INFO*>(id.data());
     if (outside && outside->context() != nullptr && mayName(*signer, *outside)) {
@@ -158,7 +144,7 @@ SignerVerdict judge(void* message, unsigned index, void* store, const Certificat
             return {verdictOf(code), code, outside};
         }
     }
-    return judgeByMessage(message, index, store, signer);
+    return judgeByMessage(message, index, store, signer, furtherTries);
 }
 
 } // namespace
@@ -170,10 +156,11 @@ std::vector<SignerVerdict> judgeSigners(void* hMsg, const boost::shared_ptr<cryp
     if (!store) {
         raise(internal::SystemException(), {"tools", "judgeSigners"});
     }
+    std::size_t furtherTries = internal::mostFurtherTries;
     std::vector<SignerVerdict> verdicts;
     for (unsigned index = 0; index < count; ++index) {
         try {
-            verdicts.push_back(internal::judge(hMsg, index, store.get(), outside));
+            verdicts.push_back(internal::judge(hMsg, index, store.get(), outside, furtherTries));
         } catch (const internal::SystemException& e) { // the service failed; the other signers are judged all the same
             verdicts.push_back({SignatureVerdict::unknown, static_cast<unsigned>(e.code().value()), {}});
         }

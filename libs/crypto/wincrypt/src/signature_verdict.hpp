@@ -1,0 +1,11 @@
+#pragma once
+
+#include "crypto/wincrypt/tools_verify.hpp"
+
+namespace orvik::plugin::wincrypt::tools {
+
+/// What a code of the service says of a signature: 0 is valid; a code that means that the signature was computed, or
+/// its form judged, and does not hold is invalid; every other one is unknown.
+SignatureVerdict verdictOf(unsigned code);
+
+} // namespace orvik::plugin::wincrypt::tools
