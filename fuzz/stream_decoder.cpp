@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <optional>
+#include <span>
 #include <vector>
 
 namespace {
@@ -25,7 +26,7 @@ struct Result {
     std::vector<Bytes> certificates;
     std::vector<DWORD> numbers;  ///< of signers, CRLs
     std::vector<Bytes> values;   ///< hash and signature value of each signer
-    std::vector<DWORD> verdicts; ///< of each certificate's key
+    std::vector<DWORD> verdicts; ///< of each certificate's key; of each signer by each certificate
     friend bool operator==(const Result&, const Result&) = default;
 };
 
@@ -91,6 +92,34 @@ DWORD verdict(void* message, ByteView certificate) {
     }
 }
 
+/// Judges the signer of that index by a certificate.
+DWORD signerVerdict(void* message, DWORD index, ByteView certificate) {
+    const PCCERT_CONTEXT context = api::CertCreateCertificateContext(capi::X509_AND_PKCS_7, certificate.data(),
+                                                                     static_cast<DWORD>(certificate.size()));
+    if (context == nullptr) {
+        return api::GetLastError();
+    }
+    CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA parameters{sizeof parameters, 0, index, capi::CMSG_VERIFY_SIGNER_CERT,
+                                                  const_cast<CERT_CONTEXT*>(context)};
+    const BOOL ok = api::CryptMsgControl(message, 0, capi::CMSG_CTRL_VERIFY_SIGNATURE_EX, &parameters);
+    const DWORD error = ok != 0 ? 0 : api::GetLastError();
+    api::CertFreeCertificateContext(context);
+    return error;
+}
+
+/// Errors of the counter-signatures of a signer; the code of the refusal when they cannot be had.
+void counterVerdicts(void* message, DWORD index, std::vector<DWORD>& verdicts) {
+    const Bytes list = param(message, capi::CMSG_COUNTER_SIGNATURES_PARAM, index);
+    if (list.size() < sizeof(CMSG_COUNTER_SIGNATURES)) {
+        verdicts.push_back(api::GetLastError());
+        return;
+    }
+    const auto* head = reinterpret_cast<const CMSG_COUNTER_SIGNATURES*>(list.data());
+    for (const CMSG_COUNTER_SIGNATURE& one : std::span(head->rgCounterSignature, head->cCounterSignature)) {
+        verdicts.insert(verdicts.end(), {one.dwParent, one.dwError});
+    }
+}
+
 struct Way {
     bool streamed;
     bool detached;
@@ -117,8 +146,15 @@ Result decode(ByteView octets, const Way& way) {
             param(message, capi::CMSG_SIGNER_INFO_PARAM, signer); // holds addresses: only that it can be had
             param(message, capi::CMSG_SIGNER_CERT_INFO_PARAM, signer);
         }
+        const DWORD signers = std::min(result.numbers.front(), DWORD{4});
         for (std::size_t i = 0; i < std::min<std::size_t>(result.certificates.size(), 4); ++i) {
             result.verdicts.push_back(verdict(message, result.certificates[i]));
+            for (DWORD signer = 0; signer < signers; ++signer) {
+                result.verdicts.push_back(signerVerdict(message, signer, result.certificates[i]));
+            }
+        }
+        for (DWORD signer = 0; signer < signers; ++signer) {
+            counterVerdicts(message, signer, result.verdicts);
         }
     }
     api::CryptMsgClose(message);

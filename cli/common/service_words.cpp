@@ -53,6 +53,8 @@ constexpr Meaning serviceMeanings[] = {
     {capi::CRYPT_E_ASN1_EOD, ExitCode::input, "the data ends too early", ""},
     {capi::CRYPT_E_ASN1_CORRUPT, ExitCode::input, "the data is not well-formed", ""},
     {capi::CRYPT_E_ASN1_LARGE, ExitCode::input, "a part of the data is larger than any real one", ""},
+    {capi::CRYPT_E_ASN1_NOEOD, ExitCode::input, "octets follow the end of the data, maybe a line end",
+     "cut them off: nobody signed them"},
     {capi::CRYPT_E_ASN1_BADTAG, ExitCode::input, "the data is not of the expected structure", ""},
 };
 

@@ -25,6 +25,17 @@ inline constexpr std::size_t signers = 256;
 /// Certificates, and CRLs. The largest published test bundle has about 400.
 inline constexpr std::size_t certificates = 4096;
 
+/// Octets of one certificate. Each signer that names it by its hash costs a pass over it; certificates have under 10
+/// KiB.
+inline constexpr std::size_t certificate = 128U << 10U;
+
+/// Octets of the signed attributes of one signer: each try with a certificate hashes them. Those in use have under 10
+/// KiB.
+inline constexpr std::size_t signedAttributes = 256U << 10U;
+
+/// Octets of a signature value: each counter-signature hashes it. The longest standardised ones have under 50 KB.
+inline constexpr std::size_t signatureValue = 64U << 10U;
+
 /// Extensions of one certificate. Each costs ten times its smallest encoding when decoded; certificates have under 20.
 inline constexpr int extensions = 128;
 

@@ -89,6 +89,7 @@ void requireNoMore(Node parent, std::size_t row) {
 constexpr std::size_t elementLimit(Node node) {
     switch (node) {
     case Node::Certificate:
+        return limits::certificate;
     case Node::Crl:
     case Node::SignerInfo:
         return limits::retainedOctets;

@@ -17,6 +17,12 @@ Bytes copy(ByteView view) {
     return {view.begin(), view.end()};
 }
 
+void requireAtMost(ByteView octets, std::size_t limit) {
+    if (octets.size() > limit) {
+        fail(capi::CRYPT_E_ASN1_LARGE);
+    }
+}
+
 SignerId decodeSignerId(der::Reader& members) {
     SignerId id;
     if (const auto keyId = members.readIf(der::tag::context(0))) {
@@ -78,12 +84,15 @@ SignerInfo decodeSignerInfo(ByteView der) {
     signer.id = decodeSignerId(members);
     signer.digest = decodeAlgorithm(members.read(der::tag::Sequence).whole);
     if (const auto attributes = members.readIf(signedAttributesTag)) {
+        requireAtMost(attributes->content, limits::signedAttributes);
         signer.hasSignedAttributes = true;
         signer.signedAttributes = decodeAttributes(attributes->content);
         signer.signedAttributesSet = signedSet(attributes->content);
     }
     signer.signature = decodeAlgorithm(members.read(der::tag::Sequence).whole);
-    signer.value = copy(members.read(der::tag::OctetString).content);
+    const ByteView value = members.read(der::tag::OctetString).content;
+    requireAtMost(value, limits::signatureValue);
+    signer.value = copy(value);
     if (const auto attributes = members.readIf(unsignedAttributesTag)) {
         signer.unsignedAttributes = decodeAttributes(attributes->content);
     }

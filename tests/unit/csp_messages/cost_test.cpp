@@ -70,9 +70,9 @@ TEST_F(Cost, OfAllSignersAndCertificatesThatAMessageMayHaveIsBounded) {
 
 TEST_F(Cost, OfMillionsOfAttributeValuesIsBounded) {
     constexpr std::size_t values = 7'900'000;
-    Bytes set;
-    for (std::size_t i = 0; i < values; ++i) {
-        set.insert(set.end(), {0x05, 0x00});
+    Bytes set(2 * values); // of NULL, 05 00
+    for (std::size_t i = 0; i < set.size(); i += 2) {
+        set[i] = der::tag::Null;
     }
     message.unsignedAttributes = {der::sequence({der::objectIdentifier("1.2.3"), der::element(der::tag::Set, set)})};
     const Bytes encoded = encode(signer, message);
@@ -89,6 +89,21 @@ TEST_F(Cost, AttributesAndValuesAreCountedAtTheirLimits) {
     EXPECT_EQ(errorOf(1, limits::attributeValues), 0U);
     EXPECT_EQ(errorOf(1, limits::attributeValues + 1), capi::CRYPT_E_ASN1_LARGE);
     EXPECT_EQ(errorOf(2, limits::attributeValues / 2 + 1), capi::CRYPT_E_ASN1_LARGE) << "of all attributes together";
+}
+
+TEST_F(Cost, OctetsThatAreHashedAgainAndAgainAreCounted) {
+    const auto errorOf = [&](const Crafted& changed) { return feedError(encode(signer, changed)); };
+    Crafted large = message;
+    large.signatureValue = Bytes(limits::signatureValue);
+    EXPECT_EQ(errorOf(large), 0U);
+    large.signatureValue->push_back(0);
+    EXPECT_EQ(errorOf(large), capi::CRYPT_E_ASN1_LARGE);
+    large = message;
+    large.attributes.push_back(attribute("1.2.3", {der::octetString(Bytes(limits::signedAttributes))}));
+    EXPECT_EQ(errorOf(large), capi::CRYPT_E_ASN1_LARGE);
+    large = message;
+    large.certificates.push_back(der::sequence({der::octetString(Bytes(limits::certificate))}));
+    EXPECT_EQ(errorOf(large), capi::CRYPT_E_ASN1_LARGE);
 }
 
 TEST_F(Cost, OfALongRevocationListIsItsSize) {

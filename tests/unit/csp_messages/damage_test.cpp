@@ -16,7 +16,7 @@ namespace der = csp::der;
 /// Names of the parts of a message, by where they begin. What is not named here is refused when it changes.
 class Map {
 public:
-    /// Of a DER message with one certificate and one signer.
+    /// Of a DER message.
     explicit Map(const Bytes& message) : start_(message.data()) {
         der::Reader contentInfo(der::readOnly(message, der::tag::Sequence).content);
         contentInfo.read();
@@ -24,8 +24,12 @@ public:
         mark(signedData.read().content, "version of the SignedData");
         signedData.read();
         signedData.read();
-        certificate(signedData.enter(0xA0).read().content);
-        signer(signedData.enter(der::tag::Set).read().content);
+        for (der::Reader certificates = signedData.enter(0xA0); !certificates.empty();) {
+            certificate(certificates.read().content);
+        }
+        for (der::Reader signers = signedData.enter(der::tag::Set); !signers.empty();) {
+            signer(signers.read().content);
+        }
     }
 
     /// The name of the part that holds the octet; empty for one that must not change.
@@ -132,6 +136,42 @@ TEST_P(Damage, OfOneOctetIsRefusedUnlessNobodySignsIt) {
     // Were nothing of it ever ignored, the map would be wrong, not the message safe.
     EXPECT_GT(ignored["version of the SignedData"], 0U);
     EXPECT_GT(ignored["certificate: its issuer's signature"], 0U);
+}
+
+/// Codes of all signers, each judged by its index with the certificate that it names; empty for a message that cannot
+/// be read.
+std::vector<DWORD> judgeAll(const Bytes& message) {
+    const Msg msg = Msg::decode();
+    std::vector<DWORD> codes;
+    if (msg.feed(message) != 0) {
+        return codes;
+    }
+    const DWORD certificates = msg.number(capi::CMSG_CERT_COUNT_PARAM);
+    for (DWORD signer = 0; signer < msg.number(capi::CMSG_SIGNER_COUNT_PARAM); ++signer) {
+        codes.push_back(capi::CRYPT_E_SIGNER_NOT_FOUND);
+        for (DWORD i = 0; i < certificates && codes.back() == capi::CRYPT_E_SIGNER_NOT_FOUND; ++i) {
+            codes.back() = msg.verifySigner(signer, msg.param(capi::CMSG_CERT_PARAM, i));
+        }
+    }
+    return codes;
+}
+
+TEST(DamageOfSeveralSigners, OfOneOctetIsFoundInOneOfThemUnlessNobodySignsIt) {
+    SignOptions options;
+    options.streamed = false;
+    options.attributes = someAttributes();
+    const Bytes message = sign({makeSigner(KeyKind::Gost256), makeSigner(KeyKind::Rsa), makeSigner(KeyKind::Gost256)},
+                               bytes("the content of the message"), options);
+    const std::vector<DWORD> all(3, 0);
+    ASSERT_EQ(judgeAll(message), all);
+    const Map map(message);
+    for (std::size_t i = 0; i < message.size(); ++i) {
+        Bytes changed = message;
+        changed[i] ^= 0x01;
+        if (judgeAll(changed) == all) {
+            EXPECT_NE(map.at(i), "") << "octet " << i;
+        }
+    }
 }
 
 TEST_P(Damage, OfTheContentIsRefused) {

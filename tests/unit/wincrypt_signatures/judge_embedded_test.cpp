@@ -110,6 +110,18 @@ TEST_F(JudgeSigners, NoMoreThanFourCertificatesOfOneNameAreTried) {
     EXPECT_EQ(verdicts[0].code, capi::CRYPT_E_ASN1_LARGE);
 }
 
+/// Forged signers of one certificate of which the message has thousands of copies: one search serves them all.
+TEST_F(JudgeSigners, ManyCopiesOfACertificateDoNotHideAForgery) {
+    forged.signatureValue = Bytes{};
+    message.moreSignerInfos.assign(255, encodeSignerInfo(signer, forged));
+    message.certificates.assign(4000, signer.certificate);
+    const auto verdicts = judge(encode(signer, message));
+    EXPECT_EQ(verdicts[0].verdict, SignatureVerdict::valid);
+    for (std::size_t i = 1; i < verdicts.size(); ++i) {
+        EXPECT_EQ(verdicts[i].verdict, SignatureVerdict::invalid) << i;
+    }
+}
+
 TEST_F(JudgeSigners, CounterSignaturesAreJudgedApart) {
     Crafted counter = honest(signer, bytes("another value"));
     counter.attributes.erase(counter.attributes.begin());

@@ -4,10 +4,13 @@
 
 #include "crypto/wincrypt/certificate.hpp"
 #include "crypto/wincrypt/tools_verify.hpp"
+#include "service_double/fault_walk.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
 
+#include <algorithm>
 #include <sstream>
+#include <vector>
 
 namespace wincrypt_signatures {
 namespace {
@@ -96,6 +99,12 @@ TEST_F(JudgeTest, TellsForgedFromNotJudged) {
     }
 }
 
+TEST_F(JudgeTest, SignersOfOneCertificateShareOneSearch) {
+    service().message.signers.assign(100, der(signerCertificate));
+    EXPECT_THAT(judge(), SizeIs(100));
+    EXPECT_EQ(service().count("CertFindCertificateInStore"), 2U) << "the certificate, and the end";
+}
+
 TEST_F(JudgeTest, MissingCertificateIsUnknown) {
     service().message.certificates = {der(plainCertificate)};
     const auto verdicts = judge();
@@ -122,6 +131,34 @@ TEST_F(JudgeTest, MessageWithoutSignersHasNoVerdict) {
     hooks.inspect = [&](void*) { inspected = true; };
     EXPECT_THAT(judge(hooks), IsEmpty());
     EXPECT_TRUE(inspected);
+}
+
+TEST_F(JudgeTest, FailureIsNeverAForgery) {
+    service_double::FaultWalk walk;
+    walk.name = "judge signers";
+    walk.arrange = [] {
+        service().message.certificates = {der(plainCertificate), der(signerCertificate)};
+        service().message.signers = {der(signerCertificate), der(plainCertificate)};
+    };
+    std::vector<tools::SignerVerdict> verdicts;
+    walk.scenario = [&] {
+        verdicts.clear();
+        verdicts = judge();
+        for (auto& verdict : verdicts) {
+            verdict.certificate.reset(); // the walk counts what is held
+        }
+    };
+    walk.expect = [&](const service_double::FaultOutcome& outcome) {
+        const bool release = outcome.function == "CryptMsgClose" || outcome.function == "CertCloseStore" ||
+                             outcome.function == "CertFreeCertificateContext";
+        const auto unknown = [&](const auto& verdict) { return verdict.verdict == SignatureVerdict::unknown; };
+        EXPECT_TRUE(outcome.thrown || release || std::ranges::any_of(verdicts, unknown)) << outcome.call;
+        for (const auto& verdict : verdicts) {
+            EXPECT_NE(verdict.verdict, SignatureVerdict::invalid) << outcome.call;
+            EXPECT_TRUE(verdict.code == 0 || verdict.code == outcome.code) << outcome.call;
+        }
+    };
+    EXPECT_GT(service_double::walkFaults(walk), 12U);
 }
 
 TEST_F(JudgeTest, UnreadableMessageThrowsTheServicesCode) {

@@ -15,7 +15,9 @@
 #include <algorithm>
 #include <cstring>
 #include <istream>
+#include <map>
 #include <string>
+#include <utility>
 
 namespace orvik::plugin::wincrypt::tools {
 
@@ -29,7 +31,7 @@ using CertificatePtr = boost::shared_ptr<crypto::ICertificate>;
 /// certificate of a careless authority may make it two. Each costs a signature check.
 constexpr std::size_t mostTwins = 4;
 
-/// Tries beyond the first, of all signers of a message together.
+/// Checks with a second, third or fourth certificate, of all signers of a message together.
 constexpr std::size_t mostFurtherTries = 64;
 
 PCCERT_CONTEXT contextOf(const crypto::ICertificate& certificate) {
@@ -65,38 +67,59 @@ bool mayName(const CERT_INFO& signer, const crypto::ICertificate& certificate) {
     return byKey || sameBlob(signer.SerialNumber, contextOf(certificate)->pCertInfo->SerialNumber);
 }
 
-/// Walks the certificates of a store that a signer names; owns the walk's position.
-class Candidates {
-public:
-    Candidates(void* store, CERT_INFO* signer) : store_(store), signer_(signer) {}
+/// The different certificates of one issuer and serial number, or of one key identifier.
+struct Candidates {
+    std::vector<CertificatePtr> certificates; ///< at most one more than `mostTwins`
+    unsigned code = 0;                        ///< of a search that failed
+};
 
-    /// The next one; null at the end, and `code()` says whether the walk failed.
-    CertificatePtr next() {
-        PCCERT_CONTEXT previous = nullptr;
-        if (last_) {
-            previous = CertDuplicateCertificateContext(contextOf(*last_)); // the search releases it
-            if (previous == nullptr) {
-                code_ = GetLastErrorEx();
-                return {};
+/// Adds the next certificate that `signer` names to those found; false at the end.
+bool findNext(void* store, CERT_INFO* signer, CertificatePtr& last, Candidates& found) {
+    PCCERT_CONTEXT previous = nullptr;
+    if (last) {
+        previous = CertDuplicateCertificateContext(contextOf(*last)); // the search releases it
+        if (previous == nullptr) {
+            found.code = GetLastErrorEx();
+            return false;
+        }
+    }
+    const PCCERT_CONTEXT next =
+        CertFindCertificateInStore(store, capi::X509_AND_PKCS_7, 0, capi::CERT_FIND_SUBJECT_CERT, signer, previous);
+    if (next == nullptr) {
+        const unsigned error = GetLastErrorEx();
+        found.code = error == capi::CRYPT_E_NOT_FOUND ? 0 : error;
+        return false;
+    }
+    last = boost::make_shared<Certificate>(fromPCCERT_CONTEXT(next));
+    const auto same = [&](const CertificatePtr& other) { return sameEncoding(*other, *last); };
+    if (std::ranges::none_of(found.certificates, same)) {
+        found.certificates.push_back(last);
+    }
+    return found.certificates.size() <= mostTwins;
+}
+
+/// The message's certificates by who names them. Signers that name the same certificate share one search, so that all
+/// searches together meet each certificate once or twice, however many signers there are.
+class CarriedCertificates {
+public:
+    explicit CarriedCertificates(void* store) : store_(store) {}
+
+    const Candidates& named(CERT_INFO* signer) {
+        const auto text = [](const CRYPTOAPI_BLOB& blob) {
+            return blob.cbData == 0 ? std::string()
+                                    : std::string(reinterpret_cast<const char*>(blob.pbData), blob.cbData);
+        };
+        const auto [place, isNew] = lists_.try_emplace({text(signer->Issuer), text(signer->SerialNumber)});
+        if (isNew) {
+            for (CertificatePtr last; findNext(store_, signer, last, place->second);) {
             }
         }
-        const PCCERT_CONTEXT found = CertFindCertificateInStore(store_, capi::X509_AND_PKCS_7, 0,
-                                                                capi::CERT_FIND_SUBJECT_CERT, signer_, previous);
-        if (found == nullptr) {
-            const unsigned error = GetLastErrorEx();
-            code_ = error == capi::CRYPT_E_NOT_FOUND ? 0 : error;
-            return {};
-        }
-        last_ = boost::make_shared<Certificate>(fromPCCERT_CONTEXT(found));
-        return last_;
+        return place->second;
     }
-    [[nodiscard]] unsigned code() const { return code_; }
 
 private:
     void* store_;
-    CERT_INFO* signer_;
-    CertificatePtr last_;
-    unsigned code_ = 0;
+    std::map<std::pair<std::string, std::string>, Candidates> lists_;
 };
 
 /// A signer's verdict grows with each certificate tried: valid ends the search, and what could not be judged outweighs
@@ -109,32 +132,27 @@ void take(SignerVerdict& verdict, bool first, unsigned code, const CertificatePt
     }
 }
 
-SignerVerdict judgeByMessage(void* message, unsigned index, void* store, CERT_INFO* signer, std::size_t& furtherTries) {
-    SignerVerdict verdict{SignatureVerdict::unknown, capi::CRYPT_E_SIGNER_NOT_FOUND, {}};
-    std::vector<CertificatePtr> tried;
-    Candidates candidates(store, signer);
-    while (const CertificatePtr candidate = candidates.next()) {
-        const auto same = [&](const CertificatePtr& other) { return sameEncoding(*other, *candidate); };
-        if (std::ranges::any_of(tried, same)) {
-            continue;
+SignerVerdict judgeByMessage(void* message, unsigned index, const Candidates& candidates, std::size_t& furtherTries) {
+    SignerVerdict verdict{
+        SignatureVerdict::unknown, candidates.code == 0 ? capi::CRYPT_E_SIGNER_NOT_FOUND : candidates.code, {}};
+    for (std::size_t i = 0; i < candidates.certificates.size(); ++i) {
+        const CertificatePtr& candidate = candidates.certificates[i];
+        if (i == mostTwins || (i > 0 && furtherTries == 0)) {
+            return {SignatureVerdict::unknown, capi::CRYPT_E_ASN1_LARGE, verdict.certificate};
         }
-        if (tried.size() == mostTwins || (!tried.empty() && furtherTries == 0)) {
-            return {SignatureVerdict::unknown, capi::CRYPT_E_ASN1_LARGE, tried.front()};
-        }
-        furtherTries -= tried.empty() ? 0 : 1;
-        take(verdict, tried.empty(), check(message, index, *candidate), candidate);
+        furtherTries -= i == 0 ? 0U : 1U;
+        take(verdict, i == 0, check(message, index, *candidate), candidate);
         if (verdict.verdict == SignatureVerdict::valid) {
             return verdict;
         }
-        tried.push_back(candidate);
     }
-    if (candidates.code() != 0) {
-        return {SignatureVerdict::unknown, candidates.code(), verdict.certificate};
+    if (candidates.code != 0) { // what was not found may be the signer's
+        return {SignatureVerdict::unknown, candidates.code, verdict.certificate};
     }
     return verdict;
 }
 
-SignerVerdict judge(void* message, unsigned index, void* store, const CertificatePtr& outside,
+SignerVerdict judge(void* message, unsigned index, CarriedCertificates& carried, const CertificatePtr& outside,
                     std::size_t& furtherTries) {
     std::string id = certInfo(message, index);
     auto* signer = reinterpret_cast<CERT_INFO*>(id.data());
@@ -144,7 +162,7 @@ SignerVerdict judge(void* message, unsigned index, void* store, const Certificat
             return {verdictOf(code), code, outside};
         }
     }
-    return judgeByMessage(message, index, store, signer, furtherTries);
+    return judgeByMessage(message, index, carried.named(signer), furtherTries);
 }
 
 } // namespace
@@ -156,11 +174,12 @@ std::vector<SignerVerdict> judgeSigners(void* hMsg, const boost::shared_ptr<cryp
     if (!store) {
         raise(internal::SystemException(), {"tools", "judgeSigners"});
     }
+    internal::CarriedCertificates carried(store.get());
     std::size_t furtherTries = internal::mostFurtherTries;
     std::vector<SignerVerdict> verdicts;
     for (unsigned index = 0; index < count; ++index) {
         try {
-            verdicts.push_back(internal::judge(hMsg, index, store.get(), outside, furtherTries));
+            verdicts.push_back(internal::judge(hMsg, index, carried, outside, furtherTries));
         } catch (const internal::SystemException& e) { // the service failed; the other signers are judged all the same
             verdicts.push_back({SignatureVerdict::unknown, static_cast<unsigned>(e.code().value()), {}});
         }
