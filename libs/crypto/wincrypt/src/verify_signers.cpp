@@ -67,36 +67,57 @@ bool mayName(const CERT_INFO& signer, const crypto::ICertificate& certificate) {
     return byKey || sameBlob(signer.SerialNumber, contextOf(certificate)->pCertInfo->SerialNumber);
 }
 
-/// The different certificates of one issuer and serial number, or of one key identifier.
-struct Candidates {
-    std::vector<CertificatePtr> certificates; ///< at most one more than `mostTwins`
-    unsigned code = 0;                        ///< of a search that failed
-};
+/// The different certificates of one issuer and serial number, or of one key identifier; searched for as they are asked
+/// for.
+class Candidates {
+public:
+    Candidates(void* store, std::string id) : store_(store), id_(std::move(id)) {}
 
-/// Adds the next certificate that `signer` names to those found; false at the end.
-bool findNext(void* store, CERT_INFO* signer, CertificatePtr& last, Candidates& found) {
-    PCCERT_CONTEXT previous = nullptr;
-    if (last) {
-        previous = CertDuplicateCertificateContext(contextOf(*last)); // the search releases it
-        if (previous == nullptr) {
-            found.code = GetLastErrorEx();
-            return false;
+    /// The one at `index`; null behind the last, and when the search failed.
+    CertificatePtr at(std::size_t index) {
+        while (!ended_ && index >= found_.size()) {
+            findNext();
+        }
+        return index < found_.size() ? found_[index] : CertificatePtr{};
+    }
+    /// Of a search that failed; 0 when none did.
+    [[nodiscard]] unsigned code() const { return code_; }
+
+private:
+    void findNext() {
+        PCCERT_CONTEXT previous = nullptr;
+        if (last_) {
+            previous = CertDuplicateCertificateContext(contextOf(*last_)); // the search releases it
+            if (previous == nullptr) {
+                end(GetLastErrorEx());
+                return;
+            }
+        }
+        const PCCERT_CONTEXT next = CertFindCertificateInStore(store_, capi::X509_AND_PKCS_7, 0,
+                                                               capi::CERT_FIND_SUBJECT_CERT, id_.data(), previous);
+        if (next == nullptr) {
+            const unsigned error = GetLastErrorEx();
+            end(error == capi::CRYPT_E_NOT_FOUND ? 0 : error);
+            return;
+        }
+        last_ = boost::make_shared<Certificate>(fromPCCERT_CONTEXT(next));
+        const auto same = [&](const CertificatePtr& other) { return sameEncoding(*other, *last_); };
+        if (std::ranges::none_of(found_, same)) {
+            found_.push_back(last_);
         }
     }
-    const PCCERT_CONTEXT next =
-        CertFindCertificateInStore(store, capi::X509_AND_PKCS_7, 0, capi::CERT_FIND_SUBJECT_CERT, signer, previous);
-    if (next == nullptr) {
-        const unsigned error = GetLastErrorEx();
-        found.code = error == capi::CRYPT_E_NOT_FOUND ? 0 : error;
-        return false;
+    void end(unsigned code) {
+        ended_ = true;
+        code_ = code;
     }
-    last = boost::make_shared<Certificate>(fromPCCERT_CONTEXT(next));
-    const auto same = [&](const CertificatePtr& other) { return sameEncoding(*other, *last); };
-    if (std::ranges::none_of(found.certificates, same)) {
-        found.certificates.push_back(last);
-    }
-    return found.certificates.size() <= mostTwins;
-}
+
+    void* store_;
+    std::string id_; ///< a CERT_INFO and what it points to
+    CertificatePtr last_;
+    std::vector<CertificatePtr> found_;
+    bool ended_ = false;
+    unsigned code_ = 0;
+};
 
 /// The message's certificates by who names them. Signers that name the same certificate share one search, so that all
 /// searches together meet each certificate once or twice, however many signers there are.
@@ -104,17 +125,15 @@ class CarriedCertificates {
 public:
     explicit CarriedCertificates(void* store) : store_(store) {}
 
-    const Candidates& named(CERT_INFO* signer) {
+    /// `id` is what `certInfo` returns.
+    Candidates& named(std::string id) {
         const auto text = [](const CRYPTOAPI_BLOB& blob) {
             return blob.cbData == 0 ? std::string()
                                     : std::string(reinterpret_cast<const char*>(blob.pbData), blob.cbData);
         };
-        const auto [place, isNew] = lists_.try_emplace({text(signer->Issuer), text(signer->SerialNumber)});
-        if (isNew) {
-            for (CertificatePtr last; findNext(store_, signer, last, place->second);) {
-            }
-        }
-        return place->second;
+        const auto* signer = reinterpret_cast<const CERT_INFO*>(id.data());
+        const auto key = std::make_pair(text(signer->Issuer), text(signer->SerialNumber));
+        return lists_.try_emplace(key, store_, std::move(id)).first->second;
     }
 
 private:
@@ -132,11 +151,9 @@ void take(SignerVerdict& verdict, bool first, unsigned code, const CertificatePt
     }
 }
 
-SignerVerdict judgeByMessage(void* message, unsigned index, const Candidates& candidates, std::size_t& furtherTries) {
-    SignerVerdict verdict{
-        SignatureVerdict::unknown, candidates.code == 0 ? capi::CRYPT_E_SIGNER_NOT_FOUND : candidates.code, {}};
-    for (std::size_t i = 0; i < candidates.certificates.size(); ++i) {
-        const CertificatePtr& candidate = candidates.certificates[i];
+SignerVerdict judgeByMessage(void* message, unsigned index, Candidates& candidates, std::size_t& furtherTries) {
+    SignerVerdict verdict{SignatureVerdict::unknown, capi::CRYPT_E_SIGNER_NOT_FOUND, {}};
+    for (std::size_t i = 0; const CertificatePtr candidate = candidates.at(i); ++i) {
         if (i == mostTwins || (i > 0 && furtherTries == 0)) {
             return {SignatureVerdict::unknown, capi::CRYPT_E_ASN1_LARGE, verdict.certificate};
         }
@@ -146,8 +163,8 @@ SignerVerdict judgeByMessage(void* message, unsigned index, const Candidates& ca
             return verdict;
         }
     }
-    if (candidates.code != 0) { // what was not found may be the signer's
-        return {SignatureVerdict::unknown, candidates.code, verdict.certificate};
+    if (candidates.code() != 0) { // what was not found may be the signer's
+        return {SignatureVerdict::unknown, candidates.code(), verdict.certificate};
     }
     return verdict;
 }
@@ -155,14 +172,14 @@ SignerVerdict judgeByMessage(void* message, unsigned index, const Candidates& ca
 SignerVerdict judge(void* message, unsigned index, CarriedCertificates& carried, const CertificatePtr& outside,
                     std::size_t& furtherTries) {
     std::string id = certInfo(message, index);
-    auto* signer = reinterpret_cast<CERT_INFO*>(id.data());
+    const auto* signer = reinterpret_cast<const CERT_INFO*>(id.data());
     if (outside && outside->context() != nullptr && mayName(*signer, *outside)) {
         const unsigned code = check(message, index, *outside);
         if (code != capi::CRYPT_E_SIGNER_NOT_FOUND) {
             return {verdictOf(code), code, outside};
         }
     }
-    return judgeByMessage(message, index, carried.named(signer), furtherTries);
+    return judgeByMessage(message, index, carried.named(std::move(id)), furtherTries);
 }
 
 } // namespace
