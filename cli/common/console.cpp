@@ -11,20 +11,22 @@
 
 namespace klunortredi::cli {
 
-namespace {
-
-void printJson(const nlohmann::ordered_json& document) {
+std::string documentText(const nlohmann::ordered_json& document) {
     nlohmann::ordered_json whole = {{"schema", 1}};
     whole.update(document);
     // Texts come from files and certificates of others: what is not UTF-8 is shown as the replacement character.
-    std::cout << whole.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+    return whole.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
 }
 
-} // namespace
+nlohmann::ordered_json failureDocument(const Failure& failure, const nlohmann::ordered_json& fields) {
+    nlohmann::ordered_json document = fields;
+    document["error"] = {{"kind", failure.kind()}, {"code", failure.code()}, {"message", failure.what()}};
+    return document;
+}
 
 void Console::result(const nlohmann::ordered_json& document, const std::function<void(std::ostream&)>& text) const {
     if (options_.json) {
-        printJson(document);
+        std::cout << documentText(document);
     } else {
         text(std::cout);
     }
@@ -40,12 +42,20 @@ void Console::note(const std::string& line) const {
     }
 }
 
-void Console::failure(const Failure& failure) const {
-    std::cerr << program_ << ": " << printable(failure.what()) << '\n';
+void Console::line(const std::string& text) const {
+    std::cerr << program_ << ": " << printable(text) << '\n';
+}
+
+void Console::failure(const Failure& failure, const nlohmann::ordered_json& fields) const {
+    line(failure.what());
     if (options_.json) {
-        printJson({{"error", {{"kind", failure.kind()}, {"code", failure.code()}, {"message", failure.what()}}}});
+        std::cout << documentText(failureDocument(failure, fields));
         std::cout.flush();
     }
+}
+
+void Console::failure(const Failure& failure) const {
+    this->failure(failure, nlohmann::ordered_json::object());
 }
 
 bool Console::showsProgress() const {

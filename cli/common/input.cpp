@@ -23,6 +23,8 @@ constexpr std::size_t bufferSize = std::size_t{256} * 1024;
 constexpr std::size_t sniffed = 4096; // octets that tell Base64 from anything else
 constexpr std::string_view armorStart = "-----BEGIN ";
 constexpr std::string_view armorEnd = "-----";
+constexpr std::size_t longestLine = 128; // octets of a line that tell whether it begins or ends a block
+constexpr std::size_t mostBlocks = 8;    // whose labels are kept
 
 bool isBase64(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/' ||
@@ -31,6 +33,16 @@ bool isBase64(char c) {
 
 bool isBlank(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+bool hasText(std::string_view text) {
+    return !std::all_of(text.begin(), text.end(), isBlank);
+}
+
+/// The label of a line "-----BEGIN label-----".
+std::string labelOf(std::string_view line) {
+    line.remove_prefix(std::min(line.size(), armorStart.size()));
+    return std::string(line.substr(0, line.find(armorEnd)));
 }
 
 enum class Coding { binary, pem, base64 };
@@ -93,6 +105,7 @@ public:
     Watcher watcher;
     [[nodiscard]] int error() const noexcept { return error_; }
     [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
+    bool status(struct stat& status) const noexcept { return ::fstat(fd_, &status) == 0; }
 
 protected:
     int_type underflow() override {
@@ -142,6 +155,33 @@ public:
         return {gptr(), std::min(most, static_cast<std::size_t>(egptr() - gptr()))};
     }
 
+    [[nodiscard]] const std::string& label() const noexcept { return label_; }
+
+    /// Reads on from the end of the block, whose last line begins with the '-' that ended the body.
+    void readRest(Surroundings& around) {
+        if (!pem_) {
+            return;
+        }
+        std::string line;
+        bool inside = false;
+        if (nextLine(line)) {
+            const std::string end = "----END " + label_ + "-----";
+            around.textAfter = !line.starts_with(end) || hasText(std::string_view(line).substr(end.size()));
+        }
+        while (nextLine(line)) {
+            if (line.starts_with(armorStart)) {
+                inside = true;
+                if (around.blocks.size() < mostBlocks) {
+                    around.blocks.push_back(labelOf(line));
+                }
+            } else if (inside) {
+                inside = !line.starts_with("-----END ");
+            } else {
+                around.textAfter = around.textAfter || hasText(line);
+            }
+        }
+    }
+
 protected:
     int_type underflow() override {
         if (gptr() != egptr()) {
@@ -150,10 +190,14 @@ protected:
         if (!started_) {
             skipToBody();
         }
+        if (ended_) {
+            return traits_type::eof();
+        }
         std::string quads;
         while (quads.size() < bufferSize / 4 * 4) {
             const int c = source_.sbumpc();
             if (c == traits_type::eof() || (pem_ && c == '-')) {
+                ended_ = true;
                 break;
             }
             if (!isBlank(static_cast<char>(c))) {
@@ -175,15 +219,33 @@ private:
                 continue;
             }
             if (line.starts_with(armorStart)) {
+                label_ = labelOf(line);
                 return;
             }
             line.clear();
         }
     }
 
+    /// Reads a line, of which the first octets are kept; false at the end.
+    bool nextLine(std::string& line) {
+        line.clear();
+        int c = source_.sbumpc();
+        const bool more = c != traits_type::eof();
+        for (; c != traits_type::eof() && c != '\n'; c = source_.sbumpc()) {
+            if (line.size() < longestLine) {
+                line.push_back(static_cast<char>(c));
+            } else if (!isBlank(static_cast<char>(c))) {
+                line.back() = static_cast<char>(c); // so that text far to the right is seen
+            }
+        }
+        return more;
+    }
+
     std::streambuf& source_;
     bool pem_;
     bool started_;
+    bool ended_ = false;
+    std::string label_;
     std::string decoded_;
 };
 
@@ -224,6 +286,7 @@ std::istream& Input::decoded(std::string_view label) {
         }
         const std::size_t skipped =
             (marked ? byteOrderMark.size() : 0) + (coding == Coding::pem ? armor : std::size_t{0});
+        textBefore_ = coding == Coding::pem && hasText(head.substr(0, armor));
         for (std::size_t i = 0; i < skipped; ++i) {
             descriptor_->sbumpc();
         }
@@ -235,6 +298,26 @@ std::istream& Input::decoded(std::string_view label) {
 
 std::string Input::peek(std::size_t most) {
     return std::string(armor_ ? armor_->ahead(most) : descriptor_->ahead(most));
+}
+
+Surroundings Input::surroundings() {
+    Surroundings around;
+    if (armor_) {
+        around.textBefore = textBefore_;
+        armor_->readRest(around);
+    }
+    return around;
+}
+
+std::string Input::label() const {
+    return armor_ ? armor_->label() : std::string{};
+}
+
+bool Input::isFile(const std::string& path) const {
+    struct stat own {};
+    struct stat named {};
+    return path != "-" && descriptor_->status(own) && ::stat(path.c_str(), &named) == 0 && own.st_dev == named.st_dev &&
+           own.st_ino == named.st_ino;
 }
 
 void Input::watch(Watcher watcher) {

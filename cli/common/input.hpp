@@ -8,11 +8,19 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace klunortredi::cli {
 
 /// The byte order mark of UTF-8, with which some editors begin a text file.
 inline constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+
+/// What stands around the PEM block that was read.
+struct Surroundings {
+    bool textBefore = false;
+    bool textAfter = false;
+    std::vector<std::string> blocks; ///< labels of the blocks after it, the first few
+};
 
 /// An open input. Reads through a buffer of its own, so that pipes, devices and files larger than memory are all alike.
 class Input {
@@ -34,6 +42,14 @@ public:
     /// The first octets of `decoded()` (or of `raw()`, when that was asked for first), without consuming them.
     std::string peek(std::size_t most);
 
+    /// What stands around the PEM block, for an input that `decoded()` found to be PEM; else empty. Reads to the end of
+    /// the input: call it after the block was read.
+    [[nodiscard]] Surroundings surroundings();
+    /// The label of the PEM block that is read; empty for anything but PEM.
+    [[nodiscard]] std::string label() const;
+    /// Whether that path names the file that is read, by whatever name.
+    [[nodiscard]] bool isFile(const std::string& path) const;
+
     /// Called as data is read.
     void watch(Watcher watcher);
     /// Octets of a regular file; 0 for anything else.
@@ -50,6 +66,7 @@ private:
     std::unique_ptr<Descriptor> descriptor_;
     std::unique_ptr<Armor> armor_;
     std::unique_ptr<std::istream> stream_;
+    bool textBefore_ = false;
 };
 
 /// The label of a certificate's PEM block ends so, whatever stands before it ("X509", "TRUSTED").

@@ -181,11 +181,20 @@ private:
         verb->add_option("--content", verifying->content, "Content of a detached signature");
         verb->add_option("--format", verifying->format, "Signature format (default: recognised)")->check(formats);
         verb->add_option("--signer-cert", verifying->signerCertificate,
-                         "The signer's certificate, for a signature that carries none");
+                         "The signer's certificate, for a signature that carries none; it decides");
         verb->add_option("--extract", verifying->extract, "Write the signed content to this file, once it is valid");
-        verb->add_flag("--chain", verifying->chain, "Also judge the signer's chain");
         verb->add_flag("--allow-partial", verifying->allowPartial,
                        "Accept signatures over parts of an XML document; the parts are listed");
+        verb->add_option("--json-out", verifying->jsonOut, "Write the JSON document to this file");
+        verb->add_option("--require", verifying->require,
+                         "Which signers must be valid: all, any, a number, or thumbprints (default: all)")
+            ->type_name("WHICH")
+            ->delimiter(',')
+            ->allow_extra_args(false);
+        verb->add_option("THUMBPRINT", verifying->alsoRequire, "More signers for --require")->group("");
+        verb->add_flag("--strict", verifying->strict, "Refuse weak algorithms and keys");
+        verb->add_flag("--chain", verifying->chain, "Also judge the signers' chains");
+        addChainOptions(*verb, verifying->chainOptions);
     }
 
     void addSmallThings() {

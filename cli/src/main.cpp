@@ -7,8 +7,10 @@
 #include "output_signals.hpp"
 #include "pin.hpp"
 #include "printable.hpp"
+#include "verify_report.hpp"
 
 #include <boost/filesystem/operations.hpp>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <iostream>
@@ -60,7 +62,8 @@ ExitCode run(const Command& command) {
             throw currentFailure(command.verb + " failed");
         }
     } catch (const Failure& failure) {
-        console.failure(failure);
+        // Whoever asked for a verdict gets one, even when there is nothing to judge with.
+        console.failure(failure, command.verb == "verify" ? verdictOf(failure) : nlohmann::ordered_json::object());
         return failure.exit();
     }
 }

@@ -1,15 +1,15 @@
 #include "signers.hpp"
 
 #include "capi/constants.hpp"
-#include "crypto/wincrypt/certificate.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
-#include "crypto/wincrypt/handles.hpp"
 #include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
+#include "current_failure.hpp"
 #include "orvik/plugin/constant.hpp"
 
-#include <boost/smart_ptr/make_shared.hpp>
+#include "service_words.hpp"
 
+#include <algorithm>
 #include <span>
 #include <string_view>
 
@@ -18,24 +18,10 @@ namespace klunortredi::cli {
 namespace {
 
 namespace wincrypt = orvik::plugin::wincrypt;
+using orvik::plugin::crypto::weaknesses;
+using orvik::plugin::crypto::WeaknessLevel;
 
 constexpr std::string_view timestampToken = "1.2.840.113549.1.9.16.2.14";
-
-/// The structure that a sizing helper delivered; it lives in the string.
-template <class T>
-T* structure(std::string& octets) {
-    return reinterpret_cast<T*>(octets.data());
-}
-
-CertificatePtr certificateOf(void* message, unsigned index) {
-    const wincrypt::HCERTSTORE store(message);
-    std::string id = wincrypt::tools::certInfo(message, index);
-    const PCCERT_CONTEXT found =
-        wincrypt::CertGetSubjectCertificateFromStore(store.get(), capi::X509_AND_PKCS_7, structure<CERT_INFO>(id));
-    return found == nullptr
-               ? CertificatePtr{}
-               : CertificatePtr{boost::make_shared<wincrypt::Certificate>(wincrypt::tools::fromPCCERT_CONTEXT(found))};
-}
 
 const CRYPT_ATTRIBUTE* attribute(const CRYPT_ATTRIBUTES& attributes, std::string_view oid) {
     for (const CRYPT_ATTRIBUTE& entry : std::span(attributes.rgAttr, attributes.cAttr)) {
@@ -58,36 +44,95 @@ boost::posix_time::ptime timeOf(const CRYPT_ATTRIBUTE* signingTime) {
     return wincrypt::converter::to_ptime(time);
 }
 
-std::uint32_t check(void* message, const CertificatePtr& certificate) {
-    if (!certificate) {
-        return capi::CRYPT_E_SIGNER_NOT_FOUND;
+Signer readSigner(void* message, unsigned index) {
+    Signer signer;
+    try {
+        std::string octets = wincrypt::CryptMsgGetParamEx(message, capi::CMSG_SIGNER_INFO_PARAM, index);
+        const auto* info = reinterpret_cast<const CMSG_SIGNER_INFO*>(octets.data());
+        signer.digestAlgorithm = info->HashAlgorithm.pszObjId;
+        signer.signatureDigest = digestOidOf(info->HashEncryptionAlgorithm);
+        signer.signingTime = timeOf(attribute(info->AuthAttrs, orvik::plugin::oid::signingTime));
+        signer.timestamped = attribute(info->UnauthAttrs, timestampToken) != nullptr;
+    } catch (const orvik::plugin::crypto::exception::SystemException&) {
+        return {}; // its verdict says what is wrong with it
     }
-    const PCCERT_CONTEXT context = wincrypt::tools::toPCCERT_CONTEXT(certificate->context());
-    return wincrypt::CryptMsgControl(message, 0, capi::CMSG_CTRL_VERIFY_SIGNATURE, context->pCertInfo) != 0
-               ? 0
-               : wincrypt::GetLastErrorEx();
+    return signer;
+}
+
+std::vector<std::string> readAll(void* message, unsigned countParam, unsigned param) {
+    std::vector<std::string> all;
+    const unsigned count = wincrypt::tools::param(message, countParam);
+    for (unsigned index = 0; index < count; ++index) {
+        all.push_back(wincrypt::CryptMsgGetParamEx(message, param, index));
+    }
+    return all;
+}
+
+std::string reasonOf(const SignerVerdict& verdict, const CertificatePtr& outside) {
+    if (verdict.code != capi::CRYPT_E_NOT_FOUND && verdict.code != capi::CRYPT_E_SIGNER_NOT_FOUND) {
+        std::string reason = refusalReason(verdict.code);
+        const Meaning* meaning = serviceMeaning(verdict.code);
+        return meaning == nullptr || *meaning->next == '\0' ? reason : reason + "; " + meaning->next;
+    }
+    return outside ? "the certificate given with --signer-cert is not the signer's, and the message does not have it"
+                   : "the signer's certificate is not in the message; name it with --signer-cert";
+}
+
+/// The findings of both digests and of the key, each named once.
+std::vector<Weakness> weaknessesOf(const Signer& signer) {
+    std::vector<Weakness> found = weaknesses({signer.digestAlgorithm, {}, 0}, {});
+    const auto add = [&found](const std::vector<Weakness>& more) {
+        for (const Weakness& weakness : more) {
+            const bool known = std::any_of(found.begin(), found.end(), [&](const Weakness& other) {
+                return std::string_view(other.name) == weakness.name;
+            });
+            if (!known) {
+                found.push_back(weakness);
+            }
+        }
+    };
+    add(weaknesses({signer.signatureDigest, {}, 0}, {}));
+    if (signer.certificate) {
+        add(keyWeaknesses(*signer.certificate, {}));
+    }
+    return found;
 }
 
 } // namespace
 
-std::vector<Signer> readSigners(void* message, const CertificatePtr& outside) {
+std::vector<Signer> readSigners(void* message) {
     std::vector<Signer> signers;
     const unsigned count = wincrypt::tools::param(message, capi::CMSG_SIGNER_COUNT_PARAM);
     for (unsigned index = 0; index < count; ++index) {
-        std::string octets = wincrypt::CryptMsgGetParamEx(message, capi::CMSG_SIGNER_INFO_PARAM, index);
-        const auto* info = structure<CMSG_SIGNER_INFO>(octets);
-        Signer signer;
-        signer.certificate = certificateOf(message, index);
-        if (!signer.certificate) {
-            signer.certificate = outside;
-        }
-        signer.digestAlgorithm = info->HashAlgorithm.pszObjId;
-        signer.signingTime = timeOf(attribute(info->AuthAttrs, orvik::plugin::oid::signingTime));
-        signer.timestamped = attribute(info->UnauthAttrs, timestampToken) != nullptr;
-        signer.refusal = index == 0 ? 0 : check(message, signer.certificate);
-        signers.push_back(std::move(signer));
+        signers.push_back(readSigner(message, index));
     }
     return signers;
+}
+
+std::vector<std::string> readCertificates(void* message) {
+    return readAll(message, capi::CMSG_CERT_COUNT_PARAM, capi::CMSG_CERT_PARAM);
+}
+
+std::vector<std::string> readCrls(void* message) {
+    return readAll(message, capi::CMSG_CRL_COUNT_PARAM, capi::CMSG_CRL_PARAM);
+}
+
+void judge(Signer& signer, const SignerVerdict& verdict, const CertificatePtr& outside) {
+    signer.certificate = verdict.certificate;
+    signer.verdict = verdict.verdict;
+    signer.code = verdict.code;
+    signer.reason = verdict.verdict == SignatureVerdict::valid ? std::string{} : reasonOf(verdict, outside);
+    judgeWeaknesses(signer);
+}
+
+void judgeWeaknesses(Signer& signer) {
+    signer.weak = weaknessesOf(signer);
+    const auto broken = std::find_if(signer.weak.begin(), signer.weak.end(),
+                                     [](const Weakness& weakness) { return weakness.level == WeaknessLevel::never; });
+    if (broken != signer.weak.end()) {
+        signer.verdict = SignatureVerdict::invalid;
+        signer.reason = std::string(broken->name) + " is broken: " + broken->reason;
+    }
 }
 
 } // namespace klunortredi::cli

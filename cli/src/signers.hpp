@@ -1,27 +1,51 @@
 #pragma once
 
-/// Who signed a message: read from an open message after its first signer has been checked.
+/// Who signed a message, and what is known of each signature.
 
 #include "certificates.hpp"
+#include "crypto/wincrypt/tools_verify.hpp"
+#include "trust.hpp"
+#include "weak.hpp"
 
 #include <boost/date_time/posix_time/ptime.hpp>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace klunortredi::cli {
 
+using orvik::plugin::wincrypt::tools::SignatureVerdict;
+using orvik::plugin::wincrypt::tools::SignerVerdict;
+
 struct Signer {
-    CertificatePtr certificate; ///< null when neither the message nor the caller has it
-    boost::posix_time::ptime signingTime;
-    std::string digestAlgorithm; ///< OID
-    bool timestamped = false;    ///< carries an RFC 3161 token
-    std::uint32_t refusal = 0;   ///< the service's code when this signer's signature is not valid
+    CertificatePtr certificate; ///< the one that was used; null when neither the message nor the caller has it
+    SignatureVerdict verdict = SignatureVerdict::unknown;
+    std::string reason;                   ///< why the signature is not valid; empty when it is
+    std::uint32_t code = 0;               ///< the service's, when it refused the signature
+    boost::posix_time::ptime signingTime; ///< the signer's own statement; not set without one
+    std::string digestAlgorithm;          ///< OID
+    std::string signatureDigest;          ///< OID of the digest that the signature algorithm names, or of the algorithm
+    bool timestamped = false;             ///< carries an RFC 3161 token
+    std::vector<Weakness> weak;           ///< of digest and key
+    std::optional<Trust> trust;           ///< when the chain was judged
 };
 
-/// Every signer of the message. The first is taken as checked already; the others are checked here. `outside` is the
-/// signer's certificate when the message carries none. Throws SystemException.
-std::vector<Signer> readSigners(void* message, const CertificatePtr& outside);
+/// What every signer of an open message states, in the message's order, without any verdict. A SignerInfo that the
+/// service cannot show gives an empty record. Throws SystemException when the message cannot be asked at all.
+std::vector<Signer> readSigners(void* message);
+
+/// DER of the certificates, or of the CRLs, that an open message carries. Throws SystemException.
+std::vector<std::string> readCertificates(void* message);
+std::vector<std::string> readCrls(void* message);
+
+/// Takes a verdict of the service over, with its reason in words, and judges what is weak. `outside` is the certificate
+/// that the user gave (may be null).
+void judge(Signer& signer, const SignerVerdict& verdict, const CertificatePtr& outside);
+
+/// Looks for what is weak about the digests and the key of a signer; one that depends on something broken becomes
+/// invalid.
+void judgeWeaknesses(Signer& signer);
 
 } // namespace klunortredi::cli

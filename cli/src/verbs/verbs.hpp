@@ -84,8 +84,13 @@ struct VerifyArguments {
     std::string format;
     std::string signerCertificate;
     std::string extract;
+    std::string jsonOut;
+    std::vector<std::string> require;     ///< empty: all
+    std::vector<std::string> alsoRequire; ///< thumbprints that follow the first
     bool chain = false;
     bool allowPartial = false; ///< a signature over a part of an XML document is valid
+    ChainOptions chainOptions;
+    bool strict = false;
 };
 ExitCode verify(Session& session, const VerifyArguments& arguments);
 

@@ -1,0 +1,54 @@
+#pragma once
+
+/// Checking of one CMS message: every signer, against the content inside or beside it.
+
+#include "certificates.hpp"
+#include "comparison.hpp"
+#include "extraction.hpp"
+#include "message_octets.hpp"
+#include "verbs/verbs.hpp"
+#include "verdict.hpp"
+
+#include <exception>
+#include <memory>
+#include <string>
+
+namespace klunortredi::cli {
+
+class Input;
+
+class CmsVerification {
+public:
+    /// `signature` stands at its first octet and outlives this. Throws Failure for a certificate that cannot be read.
+    CmsVerification(Session& session, const VerifyArguments& arguments, Input& signature, bool detached);
+    CmsVerification(const CmsVerification&) = delete;
+    CmsVerification& operator=(const CmsVerification&) = delete;
+    ~CmsVerification();
+
+    /// Judges every signer; chains are not judged. The document's verdict says only what was found besides the signers
+    /// (other content, a certificate that no signer has), else valid: the caller decides which signers are required.
+    /// Throws Failure and SystemException when the message or its content cannot be read.
+    Verdict run();
+    /// Where the content of an attached signature goes; null without --extract.
+    [[nodiscard]] Extraction* extraction() const noexcept { return extraction_.get(); }
+
+private:
+    void openContent();
+    std::vector<SignerVerdict> check();
+    bool take(std::string_view octets);
+    void lookAround(Tail tail);
+    void judgeSigners(const std::vector<SignerVerdict>& verdicts);
+
+    Session& session_;
+    const VerifyArguments& arguments_;
+    Input& signature_;
+    bool detached_;
+    CertificatePtr outside_;
+    std::unique_ptr<Input> content_;
+    std::unique_ptr<Comparison> comparison_;
+    std::unique_ptr<Extraction> extraction_;
+    std::exception_ptr failure_; ///< of our own work while the service passes content on
+    Verdict verdict_;
+};
+
+} // namespace klunortredi::cli

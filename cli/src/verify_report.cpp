@@ -1,0 +1,204 @@
+#include "verify_report.hpp"
+
+#include "console.hpp"
+#include "extraction.hpp"
+#include "input.hpp"
+#include "printable.hpp"
+#include "text.hpp"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <iostream>
+#include <iterator>
+#include <utility>
+
+namespace klunortredi::cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+const char* wordOf(SignatureVerdict verdict) {
+    switch (verdict) {
+    case SignatureVerdict::valid:
+        return "valid";
+    case SignatureVerdict::invalid:
+        return "invalid";
+    default:
+        return "unknown";
+    }
+}
+
+/// true, false or null.
+Json truthOf(SignatureVerdict verdict) {
+    return verdict == SignatureVerdict::unknown ? Json(nullptr) : Json(verdict == SignatureVerdict::valid);
+}
+
+Json signerJson(const Signer& signer) {
+    const bool known = signer.certificate != nullptr;
+    Json weak = Json::array();
+    std::transform(signer.weak.begin(), signer.weak.end(), std::back_inserter(weak),
+                   [](const Weakness& weakness) { return describe(weakness); });
+    return {{"subject", known ? subjectOf(*signer.certificate) : std::string{}},
+            {"issuer", known ? text::name(signer.certificate->issuerNameInfo()) : std::string{}},
+            {"serial", known ? serialOf(*signer.certificate) : std::string{}},
+            {"thumbprint", known ? thumbprintOf(*signer.certificate) : std::string{}},
+            {"signing_time", text::time(signer.signingTime)},
+            {"digest_algorithm", signer.digestAlgorithm},
+            {"valid", truthOf(signer.verdict)},
+            {"verdict", wordOf(signer.verdict)},
+            {"reason", signer.reason},
+            {"chain", signer.trust ? toJson(*signer.trust) : Json(nullptr)},
+            {"weak", weak}};
+}
+
+/// "INVALID: why", as a part of a line.
+std::string headline(SignatureVerdict verdict, const std::string& reason) {
+    return (verdict == SignatureVerdict::invalid ? "INVALID: " : "UNKNOWN: ") + printable(reason);
+}
+
+void printWeakElements(std::ostream& out, const Trust& trust) {
+    for (const TrustElement& element : trust.elements) {
+        for (const std::string& weak : element.weak) {
+            out << "  weak: certificate of " << titleOf(*element.certificate) << ": " << printable(weak) << '\n';
+        }
+    }
+}
+
+void printSigner(std::ostream& out, const Signer& signer, bool alone) {
+    if (signer.certificate) {
+        out << "  signer       " << titleOf(*signer.certificate) << '\n';
+    } else {
+        out << "  signer       unknown: there is no certificate of it\n";
+    }
+    if (signer.verdict != SignatureVerdict::valid) {
+        out << "  verdict      " << headline(signer.verdict, signer.reason) << '\n';
+    } else if (!alone) {
+        out << "  verdict      valid\n";
+    }
+    if (signer.certificate) {
+        out << "  issuer       " << printable(text::name(signer.certificate->issuerNameInfo())) << '\n';
+        out << "  serial       " << serialOf(*signer.certificate) << '\n';
+        out << "  thumbprint   " << thumbprintOf(*signer.certificate) << '\n';
+    }
+    const std::string time = text::time(signer.signingTime);
+    out << "  signing time " << (time.empty() ? "not stated" : time + " (the signer's own statement)") << '\n';
+    for (const Weakness& weakness : signer.weak) {
+        out << "  weak: " << describe(weakness) << '\n';
+    }
+    if (signer.trust) {
+        printWeakElements(out, *signer.trust);
+        out << "  chain        " << printable(describe(*signer.trust)) << '\n';
+        out << "  revocation   " << printable(describe(signer.trust->revocation)) << '\n';
+    }
+}
+
+} // namespace
+
+Json toJson(const Verdict& verdict) {
+    Json signers = Json::array();
+    std::transform(verdict.signers.begin(), verdict.signers.end(), std::back_inserter(signers), signerJson);
+    return {{"valid", truthOf(verdict.verdict)},
+            {"verdict", wordOf(verdict.verdict)},
+            {"format", verdict.format},
+            {"reason", verdict.reason},
+            {"signers", signers},
+            {"timestamp", nullptr},
+            {"chain", verdict.trust ? toJson(*verdict.trust) : Json(nullptr)},
+            {"covered", verdict.covered},
+            {"not_checked", verdict.notChecked}};
+}
+
+void print(std::ostream& out, const std::string& name, const Verdict& verdict) {
+    out << printable(name) << ": "
+        << (verdict.verdict == SignatureVerdict::valid ? "valid " + verdict.format + " signature"
+                                                       : headline(verdict.verdict, verdict.reason))
+        << '\n';
+    for (const Signer& signer : verdict.signers) {
+        printSigner(out, signer, verdict.signers.size() == 1);
+    }
+    for (const std::string& part : verdict.covered) {
+        out << "  covered      " << (part == "/" ? "the whole document" : printable(part)) << '\n';
+    }
+    if (!verdict.notChecked.empty()) {
+        out << "  not checked  " << printable(text::joined(verdict.notChecked)) << '\n';
+    }
+}
+
+VerifyReport::VerifyReport(const Session& session, const VerifyArguments& arguments)
+    : session_(session),
+      contentTakesOutput_(!arguments.extract.empty() && Extraction::isStandardOutput(arguments.extract)),
+      path_(arguments.jsonOut) {
+    if (!path_.empty() && Extraction::isStandardOutput(path_)) {
+        throw Failure(ExitCode::usage, "cannot use --json-out " + path_, "it takes the name of a file",
+                      "--json writes to standard output");
+    }
+    if (contentTakesOutput_ && session.options.json && path_.empty()) {
+        throw Failure(ExitCode::usage, "cannot use --json with --extract -", "standard output belongs to the content",
+                      "name a file with --json-out");
+    }
+}
+
+void VerifyReport::open(const Input& signature) {
+    if (path_.empty()) {
+        return;
+    }
+    if (signature.isFile(path_)) {
+        const std::string refused = std::exchange(path_, {}); // the failure must not be written there either
+        throw Failure(ExitCode::usage, "cannot write " + refused, "--json-out names the signature itself");
+    }
+    document_ = std::make_unique<OutputFile>(path_, session_.options.force);
+}
+
+void VerifyReport::result(const std::string& name, const Verdict& verdict) {
+    const Json document = toJson(verdict);
+    if (document_) {
+        document_->write(documentText(document));
+        document_->commit();
+    }
+    if (contentTakesOutput_) {
+        print(std::cerr, name, verdict);
+        return;
+    }
+    session_.console.result(document, [&](std::ostream& out) { print(out, name, verdict); });
+}
+
+void VerifyReport::failure(const Failure& failure) {
+    if (contentTakesOutput_) {
+        session_.console.line(failure.what());
+    } else {
+        session_.console.failure(failure, verdictOf(failure));
+    }
+    try {
+        writeFailure(failure);
+    } catch (const Failure& second) {
+        session_.console.line(second.what());
+    }
+}
+
+void VerifyReport::writeFailure(const Failure& failure) {
+    if (path_.empty()) {
+        return;
+    }
+    if (!document_) { // it failed before the signature was open
+        document_ = std::make_unique<OutputFile>(path_, session_.options.force);
+    }
+    document_->write(documentText(failureDocument(failure, verdictOf(failure))));
+    document_->commit();
+}
+
+void VerifyReport::unknown(const std::string& name, const std::string& reason) const {
+    if (!contentTakesOutput_) { // else the words are there already
+        session_.console.line("cannot verify " + name + ": " + reason);
+    }
+}
+
+Json verdictOf(const Failure& failure) {
+    if (failure.exit() != ExitCode::service) {
+        return Json::object();
+    }
+    return {{"valid", nullptr}, {"verdict", "unknown"}, {"reason", failure.what()}};
+}
+
+} // namespace klunortredi::cli

@@ -1,0 +1,155 @@
+// A verdict for each signer, and which of them decide.
+
+#include "cli/signers_place.hpp"
+
+#include <gmock/gmock.h>
+
+namespace cli_test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+class VerifySigners : public testing::Test {
+protected:
+    VerifySigners() {
+        place_.makeIdentity("a");
+        place_.makeIdentity("b");
+        place_.sign("ab.p7s", {"a", "b"});
+        place_.breakSignature("ab.p7s", "one-bad.p7s");
+    }
+
+    /// The verdict with these words, and the exit code that goes with it.
+    Json verdict(const std::string& file, const std::vector<std::string>& more, int exit) {
+        std::vector<std::string> words{"verify", file, "--json"};
+        words.insert(words.end(), more.begin(), more.end());
+        const Outcome outcome = place_.cli(words);
+        EXPECT_EQ(outcome.exit, exit) << testing::PrintToString(words) << outcome.out << outcome.err;
+        return Json::parse(outcome.out, nullptr, false);
+    }
+
+    SignersPlace place_;
+};
+
+TEST_F(VerifySigners, EachHasAVerdictOfItsOwn) {
+    const Json both = verdict("ab.p7s", {}, 0);
+    EXPECT_EQ(both["valid"], true);
+    EXPECT_EQ(both["verdict"], "valid");
+    ASSERT_EQ(both["signers"].size(), 2U);
+    for (const Json& signer : both["signers"]) {
+        EXPECT_EQ(signer["valid"], true);
+        EXPECT_EQ(signer["verdict"], "valid");
+        EXPECT_EQ(signer["reason"], "");
+        EXPECT_EQ(signer["issuer"], signer["subject"]);
+        EXPECT_EQ(signer["chain"], nullptr);
+        EXPECT_EQ(signer["weak"], Json::array());
+    }
+}
+
+TEST_F(VerifySigners, OneThatIsForgedIsNamedAndTheOtherStaysValid) {
+    const Json document = verdict("one-bad.p7s", {}, 1);
+    EXPECT_EQ(document["valid"], false);
+    EXPECT_EQ(document["verdict"], "invalid");
+    int valid = 0;
+    for (const Json& signer : document["signers"]) {
+        valid += signer["valid"] == true ? 1 : 0;
+        EXPECT_EQ(signer["reason"] == "", signer["valid"] == true) << signer;
+    }
+    EXPECT_EQ(valid, 1);
+    const Outcome words = place_.cli({"verify", "one-bad.p7s"});
+    EXPECT_THAT(words.out, HasSubstr("  verdict      INVALID: "));
+    EXPECT_THAT(words.out, HasSubstr("  verdict      valid"));
+}
+
+TEST_F(VerifySigners, AnyAndNumbersCountTheValidOnes) {
+    EXPECT_EQ(verdict("one-bad.p7s", {"--require", "any"}, 0)["valid"], true);
+    EXPECT_EQ(verdict("one-bad.p7s", {"--require", "1"}, 0)["valid"], true);
+    EXPECT_EQ(verdict("one-bad.p7s", {"--require", "2"}, 1)["valid"], false);
+    EXPECT_EQ(verdict("one-bad.p7s", {"--require", "all"}, 1)["valid"], false);
+    EXPECT_EQ(verdict("ab.p7s", {"--require", "2"}, 0)["valid"], true);
+    EXPECT_THAT(verdict("ab.p7s", {"--require", "3"}, 1)["reason"].get<std::string>(),
+                HasSubstr("2 of the 3 required signers"));
+}
+
+TEST_F(VerifySigners, AnyShowsTheForgedOneAllTheSame) {
+    const Outcome words = place_.cli({"verify", "one-bad.p7s", "--require", "any"});
+    EXPECT_EQ(words.exit, 0);
+    EXPECT_THAT(words.out, HasSubstr("INVALID: "));
+}
+
+TEST_F(VerifySigners, TheSameSignerTwiceCountsOnce) {
+    place_.sign("a.p7s", {"a"});
+    place_.openssl().must({"cms", "-resign", "-nocerts", "-inform", "DER", "-in", "a.p7s", "-signer", "a.pem", "-inkey",
+                           "a.key", "-outform", "DER", "-out", "aa.p7s"});
+    ASSERT_EQ(verdict("aa.p7s", {}, 0)["signers"].size(), 2U);
+    verdict("aa.p7s", {"--require", "2"}, 1);
+}
+
+TEST_F(VerifySigners, ASecondCertificateOfTheSameKeyCountsOnce) {
+    place_.openssl().must(
+        {"req", "-x509", "-key", "a.key", "-out", "a2.pem", "-subj", "/CN=another name", "-days", "2"});
+    place_.openssl().must({"cms", "-sign", "-binary", "-nodetach", "-in", "report.txt", "-outform", "DER", "-out",
+                           "twice.p7s", "-signer", "a.pem", "-inkey", "a.key", "-signer", "a2.pem", "-inkey", "a.key"});
+    ASSERT_EQ(verdict("twice.p7s", {}, 0)["signers"].size(), 2U);
+    verdict("twice.p7s", {"--require", "2"}, 1);
+}
+
+TEST_F(VerifySigners, ThumbprintsNameWhoMustBeValid) {
+    const std::string a = place_.thumbprint("a");
+    const std::string b = place_.thumbprint("b");
+    verdict("ab.p7s", {"--require", a}, 0);
+    verdict("ab.p7s", {"--require", a, b}, 0);
+    verdict("ab.p7s", {"--require", a + "," + b}, 0);
+    verdict("ab.p7s", {"--require", a, "--require", b}, 0);
+    const Json missing = verdict("ab.p7s", {"--require", std::string(40, '0')}, 1);
+    EXPECT_THAT(missing["reason"].get<std::string>(), HasSubstr("not among the signers"));
+    // Which of the two was broken is the encoding's order; exactly one of them is still met.
+    const Json document = verdict("one-bad.p7s", {"--require", "any"}, 0);
+    for (const Json& signer : document["signers"]) {
+        verdict("one-bad.p7s", {"--require", signer["thumbprint"]}, signer["valid"] == true ? 0 : 1);
+    }
+    verdict("one-bad.p7s", {"--require", a, b}, 1);
+}
+
+TEST_F(VerifySigners, WordsThatRequireNothingAreWrongUsage) {
+    for (const char* word : {"none", "0", "-1", "abcdef", "99999999", ""}) {
+        EXPECT_EQ(place_.cli({"verify", "ab.p7s", std::string("--require=") + word}).exit, 2) << word;
+    }
+    EXPECT_EQ(place_.cli({"verify", "ab.p7s", "--require", "any,all"}).exit, 2);
+}
+
+TEST_F(VerifySigners, WithChainsASignerCountsOnlyWhenTrusted) {
+    ASSERT_EQ(place_.cli({"certs", "add", "a.pem", "--store", "root"}).exit, 0);
+    const Json all = verdict("ab.p7s", {"--chain"}, 8);
+    EXPECT_EQ(all["valid"], true);
+    EXPECT_EQ(all["chain"]["trusted"], false);
+    for (const Json& signer : all["signers"]) {
+        EXPECT_EQ(signer["chain"]["trusted"], signer["subject"] == "CN=a");
+    }
+    EXPECT_EQ(verdict("ab.p7s", {"--chain", "--require", "any"}, 0)["chain"]["trusted"], true);
+    verdict("ab.p7s", {"--chain", "--require", "2"}, 8);
+    verdict("ab.p7s", {"--chain", "--require", place_.thumbprint("a")}, 0);
+    verdict("ab.p7s", {"--chain", "--require", place_.thumbprint("b")}, 8);
+}
+
+TEST_F(VerifySigners, TheGivenCertificateMustBeThatOfASigner) {
+    verdict("ab.p7s", {"--signer-cert", "a.pem"}, 0);
+    place_.makeIdentity("c");
+    const Json other = verdict("ab.p7s", {"--signer-cert", "c.pem"}, 4);
+    EXPECT_EQ(other["valid"], nullptr);
+    EXPECT_THAT(other["reason"].get<std::string>(), HasSubstr("--signer-cert"));
+}
+
+TEST_F(VerifySigners, TheGivenCertificateDecidesAgainstOneOfTheSameNumber) {
+    // Two keys under one issuer and serial number: the message's own certificate is not the one the user knows.
+    place_.makeIdentity("x", "gost2012_256", {"-set_serial", "77", "-subj", "/CN=same"});
+    place_.makeIdentity("y", "gost2012_256", {"-set_serial", "77", "-subj", "/CN=same"});
+    place_.sign("x.p7s", {"x"});
+    verdict("x.p7s", {}, 0);
+    verdict("x.p7s", {"--signer-cert", "x.pem"}, 0);
+    const Json refused = verdict("x.p7s", {"--signer-cert", "y.pem"}, 1);
+    EXPECT_EQ(refused["signers"][0]["thumbprint"], place_.thumbprint("y"));
+}
+
+} // namespace
+} // namespace cli_test
