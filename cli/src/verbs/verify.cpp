@@ -166,6 +166,9 @@ ExitCode judge(Session& session, const VerifyArguments& arguments, const Require
     decide(verdict, requirement);
     bool trusted = true;
     if (verdict.verdict == SignatureVerdict::valid && arguments.chain) {
+        if (arguments.chainOptions.atSigningTime()) {
+            session.console.note("klunortredi: --at signing trusts each signer's own statement of the time");
+        }
         judgeChains(verdict, arguments.chainOptions);
         if (arguments.strict) {
             refuseWeak(verdict.signers);
