@@ -54,7 +54,12 @@ TEST_F(VerifyXml, AKeyWithoutCertificateIsNotJudged) {
     ASSERT_EQ(signing.exit, 0) << signing.err;
     const Outcome checking = place_.cli({"verify", "bare.xml"});
     EXPECT_EQ(checking.exit, 4) << checking.out << checking.err;
-    EXPECT_THAT(checking.err, HasSubstr("it carries no certificate that says whose key it is"));
+    EXPECT_THAT(checking.out, HasSubstr("UNKNOWN: "));
+    EXPECT_THAT(checking.out, HasSubstr("it carries no certificate that says whose key it is"));
+    const Json document = place_.json({"verify", "bare.xml"});
+    EXPECT_TRUE(document["valid"].is_null());
+    EXPECT_EQ(document["verdict"], "unknown");
+    EXPECT_TRUE(document["signers"][0]["valid"].is_null());
 }
 
 TEST_F(VerifyXml, APartIsValidOnlyWhenAskedAndIsListed) {

@@ -67,12 +67,6 @@ Judged verifyCms(Session& session, const VerifyArguments& arguments, Input& inpu
     return judged;
 }
 
-/// Signers are named when all are valid; what is broken is not, all the same.
-void judgeXmlSigner(Signer& signer, SignatureVerdict verdict) {
-    signer.verdict = verdict;
-    judgeWeaknesses(signer);
-}
-
 Judged verifyXmlDocument(const VerifyArguments& arguments, Input& input) {
     const std::pair<const char*, bool> ofMessages[] = {{"--content", !arguments.content.empty()},
                                                        {"--extract", !arguments.extract.empty()},
@@ -85,15 +79,13 @@ Judged verifyXmlDocument(const VerifyArguments& arguments, Input& input) {
     }
     XmlVerdict xml = verifyXml(input, arguments.allowPartial ? Coverage::partial : Coverage::whole);
     Judged judged;
-    judged.verdict.verdict = xml.valid ? SignatureVerdict::valid : SignatureVerdict::invalid;
+    const bool isSigned = !xml.signers.empty();
+    judged.verdict.verdict = isSigned ? SignatureVerdict::valid : SignatureVerdict::invalid; // until signers decide
+    judged.verdict.reason = isSigned ? "" : "the document carries no signature";
     judged.verdict.format = constant::signature_xmldsig;
-    judged.verdict.reason = std::move(xml.reason);
     judged.verdict.signers = std::move(xml.signers);
     judged.verdict.covered = std::move(xml.covered);
     judged.verdict.notChecked = std::move(xml.notChecked);
-    for (Signer& signer : judged.verdict.signers) {
-        judgeXmlSigner(signer, judged.verdict.verdict);
-    }
     return judged;
 }
 

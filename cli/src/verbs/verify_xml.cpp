@@ -56,13 +56,30 @@ void addNew(std::vector<std::string>& list, const std::string& text) {
     }
 }
 
+SignatureVerdict verdictOf(xml::XmlSignatureVerdict verdict) {
+    switch (verdict) {
+    case xml::XmlSignatureVerdict::valid:
+        return SignatureVerdict::valid;
+    case xml::XmlSignatureVerdict::invalid:
+        return SignatureVerdict::invalid;
+    default:
+        return SignatureVerdict::unknown;
+    }
+}
+
 void take(XmlVerdict& verdict, const xml::XmlSignatureResult& signature) {
     Signer signer;
+    signer.verdict = verdictOf(signature.verdict);
+    signer.reason = signature.reason;
     signer.digestAlgorithm = signature.digestAlgorithm;
+    signer.weak = signature.weak;
     if (!signature.certificate.empty()) {
         signer.certificate = certificateFromDer(signature.certificate);
     }
     verdict.signers.push_back(std::move(signer));
+    if (!signature.valid) {
+        return;
+    }
     for (const auto& part : signature.covered) {
         addNew(verdict.covered, part.path + (part.id.empty() ? "" : " (Id " + part.id + ")"));
     }
@@ -74,25 +91,8 @@ void take(XmlVerdict& verdict, const xml::XmlSignatureResult& signature) {
 } // namespace
 
 XmlVerdict verifyXml(Input& document, Coverage required) {
-    const auto signatures = signaturesOf(readWhole(document), document.name(), required);
-    const auto first = [&](xml::XmlSignatureVerdict verdict) {
-        return std::find_if(signatures.begin(), signatures.end(),
-                            [&](const auto& signature) { return signature.verdict == verdict; });
-    };
     XmlVerdict verdict;
-    if (signatures.empty()) {
-        verdict.reason = "the document carries no signature";
-        return verdict;
-    }
-    if (const auto refused = first(xml::XmlSignatureVerdict::invalid); refused != signatures.end()) {
-        verdict.reason = refused->reason;
-        return verdict;
-    }
-    if (const auto unjudged = first(xml::XmlSignatureVerdict::unknown); unjudged != signatures.end()) {
-        throw Failure(ExitCode::service, "cannot verify " + document.name(), unjudged->reason);
-    }
-    verdict.valid = true;
-    for (const auto& signature : signatures) {
+    for (const auto& signature : signaturesOf(readWhole(document), document.name(), required)) {
         take(verdict, signature);
     }
     return verdict;
