@@ -236,7 +236,7 @@ TEST_F(BadInput, StandardInputIsNotBothSignatureAndContent) {
 TEST_F(BadInput, AFileThatIsNoXmlCannotBeSignedAsXml) {
     const Outcome signing =
         place_.cliWithPin({"sign", "report.txt", "--cert", "one", "--format", "xmldsig", "--out", "out.sig"});
-    refused(signing, 3, "no well-formed XML");
+    refused(signing, 3, "not a well-formed XML");
     nothingWritten();
 }
 
