@@ -17,7 +17,7 @@ boost=1.81 gost_engine=(libengine-gost-openssl)
 build_packages=(
     g++ cmake ninja-build ccache pkg-config
     "libboost-filesystem$boost-dev" "libboost-log$boost-dev" "libboost-date-time$boost-dev" "libboost$boost-dev"
-    libssl-dev "${gost_engine[@]}" libxml2-dev libxmlsec1-dev libcurl4-openssl-dev
+    libssl-dev "${gost_engine[@]}" libxml2-dev libcurl4-openssl-dev
     libcli11-dev nlohmann-json3-dev
     openssl
 )

@@ -35,7 +35,8 @@ TEST_F(CrlFiles, AreAddedAndRevokeAtOnce) {
 }
 
 TEST_F(CrlFiles, AreReplacedByNewerOnesOnly) {
-    const csp::Bytes newer = pki::makeCrl(ca_, {.thisUpdate = now_ - 50, .extensions = {{NID_crl_number, "DER:02:01:07"}}});
+    const csp::Bytes newer =
+        pki::makeCrl(ca_, {.thisUpdate = now_ - 50, .extensions = {{NID_crl_number, "DER:02:01:07"}}});
     const auto first = csp::addCrl(folder("ca"), pki::makeCrl(ca_, {.thisUpdate = now_ - 100}));
     const auto second = csp::addCrl(folder("ca"), newer);
     EXPECT_EQ(first.file, second.file);
@@ -51,7 +52,8 @@ TEST_F(CrlFiles, OfOtherIssuersAndScopesStandBeside) {
     csp::addCrl(folder("ca"), pki::crl(root_, std::vector<long>{}));
     csp::addCrl(folder("ca"),
                 pki::makeCrl(ca_, {.extensions = {{NID_issuing_distribution_point, "critical,onlyuser:TRUE"}}}));
-    const auto delta = csp::addCrl(folder("ca"), pki::makeCrl(ca_, {.extensions = {{NID_delta_crl, "critical,DER:02:01:01"}}}));
+    const auto delta =
+        csp::addCrl(folder("ca"), pki::makeCrl(ca_, {.extensions = {{NID_delta_crl, "critical,DER:02:01:01"}}}));
     EXPECT_TRUE(delta.delta);
     EXPECT_EQ(count(), 4U);
 }
