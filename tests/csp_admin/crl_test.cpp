@@ -72,7 +72,7 @@ TEST_F(Crls, GoToTheStoreThatIsNamed) {
     }
 }
 
-TEST_F(Crls, AnOlderListDoesNotReplaceANewerOne) {
+TEST_F(Crls, AddingAListAgainKeepsTheFileThatIsThere) {
     const std::string first = place.folder().read("root.crl");
     ASSERT_EQ(crl({"add", "root.crl"}).exit, 0);
     const Outcome again = crl({"add", "root.crl"});
