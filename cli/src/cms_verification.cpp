@@ -194,12 +194,17 @@ void CmsVerification::lookAround(Tail tail) {
 void CmsVerification::judgeSigners(const std::vector<SignerVerdict>& verdicts) {
     verdict_.signers.resize(verdicts.size()); // equal already, but for a service that contradicts itself
     bool timestamped = false;
+    bool counterUnknown = false;
     for (std::size_t i = 0; i < verdicts.size(); ++i) {
         judge(verdict_.signers[i], verdicts[i], outside_);
         timestamped = timestamped || verdict_.signers[i].timestamped;
+        counterUnknown = counterUnknown || anyUnknown(verdict_.signers[i].counters);
     }
     if (timestamped) {
         verdict_.notChecked.emplace_back("time-stamp");
+    }
+    if (counterUnknown) {
+        verdict_.notChecked.emplace_back("counter-signature");
     }
 }
 

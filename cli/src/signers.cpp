@@ -4,10 +4,10 @@
 #include "crypto/wincrypt/exceptions.hpp"
 #include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
-#include "current_failure.hpp"
 #include "orvik/plugin/constant.hpp"
 
-#include "service_words.hpp"
+#include "signature_reason.hpp"
+#include "signing_time.hpp"
 
 #include <algorithm>
 #include <span>
@@ -22,6 +22,7 @@ using orvik::plugin::crypto::weaknesses;
 using orvik::plugin::crypto::WeaknessLevel;
 
 constexpr std::string_view timestampToken = "1.2.840.113549.1.9.16.2.14";
+constexpr std::string_view counterSignature = "1.2.840.113549.1.9.6";
 
 const CRYPT_ATTRIBUTE* attribute(const CRYPT_ATTRIBUTES& attributes, std::string_view oid) {
     for (const CRYPT_ATTRIBUTE& entry : std::span(attributes.rgAttr, attributes.cAttr)) {
@@ -33,18 +34,13 @@ const CRYPT_ATTRIBUTE* attribute(const CRYPT_ATTRIBUTES& attributes, std::string
 }
 
 boost::posix_time::ptime timeOf(const CRYPT_ATTRIBUTE* signingTime) {
-    FILETIME time{};
-    DWORD size = sizeof time;
-    if (signingTime == nullptr || signingTime->cValue == 0 ||
-        wincrypt::CryptDecodeObject(capi::X509_AND_PKCS_7,
-                                    reinterpret_cast<const char*>(std::uintptr_t{capi::X509_CHOICE_OF_TIME}),
-                                    signingTime->rgValue->pbData, signingTime->rgValue->cbData, 0, &time, &size) == 0) {
+    if (signingTime == nullptr || signingTime->cValue == 0) {
         return {};
     }
-    return wincrypt::converter::to_ptime(time);
+    return signingTimeOf(signingTime->rgValue->pbData, signingTime->rgValue->cbData);
 }
 
-Signer readSigner(void* message, unsigned index) {
+Signer readSigner(void* message, unsigned index, CounterSignatureReader& counters) {
     Signer signer;
     try {
         std::string octets = wincrypt::CryptMsgGetParamEx(message, capi::CMSG_SIGNER_INFO_PARAM, index);
@@ -53,6 +49,9 @@ Signer readSigner(void* message, unsigned index) {
         signer.signatureDigest = digestOidOf(info->HashEncryptionAlgorithm);
         signer.signingTime = timeOf(attribute(info->AuthAttrs, orvik::plugin::oid::signingTime));
         signer.timestamped = attribute(info->UnauthAttrs, timestampToken) != nullptr;
+        if (attribute(info->UnauthAttrs, counterSignature) != nullptr) {
+            signer.counters = counters.read(index);
+        }
     } catch (const orvik::plugin::crypto::exception::SystemException&) {
         return {}; // its verdict says what is wrong with it
     }
@@ -70,9 +69,7 @@ std::vector<std::string> readAll(void* message, unsigned countParam, unsigned pa
 
 std::string reasonOf(const SignerVerdict& verdict, const CertificatePtr& outside) {
     if (verdict.code != capi::CRYPT_E_NOT_FOUND && verdict.code != capi::CRYPT_E_SIGNER_NOT_FOUND) {
-        std::string reason = refusalReason(verdict.code);
-        const Meaning* meaning = serviceMeaning(verdict.code);
-        return meaning == nullptr || *meaning->next == '\0' ? reason : reason + "; " + meaning->next;
+        return signatureReason(verdict.code);
     }
     return outside ? "the certificate given with --signer-cert is not the signer's, and the message does not have it"
                    : "the signer's certificate is not in the message; name it with --signer-cert";
@@ -102,9 +99,10 @@ std::vector<Weakness> weaknessesOf(const Signer& signer) {
 
 std::vector<Signer> readSigners(void* message) {
     std::vector<Signer> signers;
+    CounterSignatureReader counters(message);
     const unsigned count = wincrypt::tools::param(message, capi::CMSG_SIGNER_COUNT_PARAM);
     for (unsigned index = 0; index < count; ++index) {
-        signers.push_back(readSigner(message, index));
+        signers.push_back(readSigner(message, index, counters));
     }
     return signers;
 }

@@ -3,6 +3,7 @@
 /// Who signed a message, and what is known of each signature.
 
 #include "certificates.hpp"
+#include "counter_signatures.hpp"
 #include "crypto/wincrypt/tools_verify.hpp"
 #include "trust.hpp"
 #include "weak.hpp"
@@ -30,6 +31,7 @@ struct Signer {
     bool timestamped = false;             ///< carries an RFC 3161 token
     std::vector<Weakness> weak;           ///< of digest and key
     std::optional<Trust> trust;           ///< when the chain was judged
+    std::vector<CounterSignature> counters; ///< over its signature value; they change nothing of its verdict
 };
 
 /// What every signer of an open message states, in the message's order, without any verdict. A SignerInfo that the

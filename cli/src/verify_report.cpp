@@ -35,6 +35,22 @@ Json truthOf(SignatureVerdict verdict) {
     return verdict == SignatureVerdict::unknown ? Json(nullptr) : Json(verdict == SignatureVerdict::valid);
 }
 
+Json countersJson(const std::vector<CounterSignature>& counters) {
+    Json list = Json::array();
+    for (const CounterSignature& counter : counters) {
+        const bool known = counter.certificate != nullptr;
+        list.push_back({{"valid", truthOf(counter.verdict)},
+                        {"verdict", wordOf(counter.verdict)},
+                        {"reason", counter.reason},
+                        {"subject", known ? subjectOf(*counter.certificate) : std::string{}},
+                        {"serial", known ? serialOf(*counter.certificate) : std::string{}},
+                        {"thumbprint", known ? thumbprintOf(*counter.certificate) : std::string{}},
+                        {"signing_time", text::time(counter.signingTime)},
+                        {"counter_signatures", countersJson(counter.counters)}});
+    }
+    return list;
+}
+
 Json signerJson(const Signer& signer) {
     const bool known = signer.certificate != nullptr;
     Json weak = Json::array();
@@ -50,7 +66,8 @@ Json signerJson(const Signer& signer) {
             {"verdict", wordOf(signer.verdict)},
             {"reason", signer.reason},
             {"chain", signer.trust ? toJson(*signer.trust) : Json(nullptr)},
-            {"weak", weak}};
+            {"weak", weak},
+            {"counter_signatures", countersJson(signer.counters)}};
 }
 
 /// "INVALID: why", as a part of a line.
@@ -63,6 +80,23 @@ void printWeakElements(std::ostream& out, const Trust& trust) {
         for (const std::string& weak : element.weak) {
             out << "  weak: certificate of " << titleOf(*element.certificate) << ": " << printable(weak) << '\n';
         }
+    }
+}
+
+/// Each on a line of its own, those over it further in.
+void printCounters(std::ostream& out, const std::vector<CounterSignature>& counters, const std::string& indent) {
+    for (const CounterSignature& counter : counters) {
+        out << indent << "counter-signed by "
+            << (counter.certificate ? titleOf(*counter.certificate) : std::string("an unknown signer")) << ": ";
+        if (counter.verdict == SignatureVerdict::valid) {
+            const std::string time = text::time(counter.signingTime);
+            out << "valid" << (time.empty() ? "" : ", " + time + " (its signer's own statement)");
+        } else {
+            out << (counter.verdict == SignatureVerdict::invalid ? "INVALID: " : "not judged: ")
+                << printable(counter.reason);
+        }
+        out << '\n';
+        printCounters(out, counter.counters, indent + "  ");
     }
 }
 
@@ -87,6 +121,7 @@ void printSigner(std::ostream& out, const Signer& signer, bool alone) {
     for (const Weakness& weakness : signer.weak) {
         out << "  weak: " << describe(weakness) << '\n';
     }
+    printCounters(out, signer.counters, "  ");
     if (signer.trust) {
         printWeakElements(out, *signer.trust);
         out << "  chain        " << printable(describe(*signer.trust)) << '\n';
