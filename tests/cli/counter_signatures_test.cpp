@@ -210,17 +210,5 @@ TEST_F(VerifyCounterSignatures, AShortKeyIsNamed) {
     EXPECT_THAT(words(), HasSubstr("INVALID: the signer's RSA key is too short to rely on"));
 }
 
-TEST_F(VerifyCounterSignatures, ASignerThatNamesAnotherSigningCertificateIsRefusedForThat) {
-    const std::vector<std::string> same{"-pkeyopt", "ec_paramgen_curve:P-256", "-set_serial", "77"};
-    place_.makeIdentity("x", "ec", same);
-    place_.openssl().must(
-        {"req", "-x509", "-key", "x.key", "-out", "other.pem", "-subj", "/CN=x", "-set_serial", "77", "-days", "9"});
-    place_.sign("m.p7s", {"x"}, {"-nodetach", "-cades"});
-    EXPECT_THAT(words(), HasSubstr("valid attached signature"));
-    const Outcome outcome = place_.cli({"verify", "m.p7s", "--signer-cert", "other.pem"});
-    EXPECT_EQ(outcome.exit, 1) << outcome.out << outcome.err;
-    EXPECT_THAT(outcome.out, HasSubstr("INVALID: the signature names another signing certificate"));
-}
-
 } // namespace
 } // namespace cli_test

@@ -151,5 +151,15 @@ TEST_F(VerifySigners, TheGivenCertificateDecidesAgainstOneOfTheSameNumber) {
     EXPECT_EQ(refused["signers"][0]["thumbprint"], place_.thumbprint("y"));
 }
 
+TEST_F(VerifySigners, OneThatNamesAnotherSigningCertificateIsRefusedForThat) {
+    place_.makeIdentity("x", "gost2012_256", {"-set_serial", "77"});
+    place_.openssl().must(
+        {"req", "-x509", "-key", "x.key", "-out", "other.pem", "-subj", "/CN=x", "-set_serial", "77", "-days", "9"});
+    place_.sign("x.p7s", {"x"}, {"-nodetach", "-cades"});
+    verdict("x.p7s", {}, 0);
+    const Json refused = verdict("x.p7s", {"--signer-cert", "other.pem"}, 1);
+    EXPECT_EQ(refused["signers"][0]["reason"], "the signature names another signing certificate");
+}
+
 } // namespace
 } // namespace cli_test
