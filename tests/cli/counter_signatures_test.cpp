@@ -186,6 +186,20 @@ TEST_F(VerifyCounterSignatures, OfManySignersAreJudgedUpToALimit) {
     EXPECT_THAT(document["not_checked"], testing::Contains("counter-signature"));
 }
 
+TEST_F(VerifyCounterSignatures, AServiceThatDoesNotJudgeThemSaysNothingOfThem) {
+    const std::string signer = plain().signer;
+    const std::vector<std::string> verify{"verify", "m.p7s", "--service", SERVICE_WITHOUT_COUNTER_SIGNATURES};
+    write(countered(signer, counter("witness", valueOf(signer))));
+    const Json document = place_.json(verify);
+    EXPECT_EQ(document["valid"], true) << document;
+    ASSERT_EQ(document["signers"][0]["counter_signatures"].size(), 1U);
+    EXPECT_EQ(document["signers"][0]["counter_signatures"][0]["valid"], nullptr);
+    EXPECT_THAT(document["not_checked"], testing::Contains("counter-signature"));
+    EXPECT_THAT(place_.cli(verify).out, HasSubstr("not judged: the service does not judge counter-signatures"));
+    write(signer);
+    EXPECT_THAT(place_.json(verify)["not_checked"], Not(testing::Contains("counter-signature")));
+}
+
 TEST_F(VerifyCounterSignatures, NamesCannotMoveTheCursor) {
     place_.makeIdentity("odd", "ec", {"-pkeyopt", "ec_paramgen_curve:P-256", "-subj", "/CN=x\x1B[2K\rvalid"});
     const std::string signer = plain().signer;
