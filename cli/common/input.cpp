@@ -173,6 +173,8 @@ public:
                 inside = true;
                 if (around.blocks.size() < mostBlocks) {
                     around.blocks.push_back(labelOf(line));
+                } else {
+                    around.moreBlocks = true;
                 }
             } else if (inside) {
                 inside = !line.starts_with("-----END ");

@@ -20,6 +20,7 @@ struct Surroundings {
     bool textBefore = false;
     bool textAfter = false;
     std::vector<std::string> blocks; ///< labels of the blocks after it, the first few
+    bool moreBlocks = false;         ///< there are more than those
 };
 
 /// An open input. Reads through a buffer of its own, so that pipes, devices and files larger than memory are all alike.

@@ -180,6 +180,11 @@ void CmsVerification::lookAround(Tail tail) {
     if (around.textBefore || around.textAfter) {
         verdict_.notChecked.push_back("text " + placeOf(around) + " the PEM block is not signed");
     }
+    if (around.moreBlocks) {
+        throw Failure(ExitCode::input, "cannot verify " + signature_.name(),
+                      "more than " + std::to_string(around.blocks.size()) + " PEM blocks follow the message",
+                      "put the message into a file of its own");
+    }
     for (const std::string& label : around.blocks) {
         const bool isMessage = label == signature_.label() ||
                                std::find(messageLabels.begin(), messageLabels.end(), label) != messageLabels.end();

@@ -63,6 +63,17 @@ TEST_F(VerifyPem, ASecondMessageIsRefused) {
     }
 }
 
+TEST_F(VerifyPem, ASecondMessageIsNotHiddenByManyBlocks) {
+    std::string junk;
+    for (int i = 0; i < 8; ++i) {
+        junk += "-----BEGIN JUNK-----\nAAAA\n-----END JUNK-----\n";
+    }
+    EXPECT_EQ(verify(block_ + junk).exit, 0);
+    const Outcome outcome = verify(block_ + junk + block_);
+    EXPECT_EQ(outcome.exit, 3) << outcome.out;
+    EXPECT_THAT(outcome.err, HasSubstr("more than 8 PEM blocks follow"));
+}
+
 TEST_F(VerifyPem, AnotherBlockIsNamed) {
     const Outcome outcome = verify(block_ + place_.folder().read("ca.pem"));
     EXPECT_EQ(outcome.exit, 0) << outcome.err;

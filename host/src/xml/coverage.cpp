@@ -1,6 +1,7 @@
 #include "coverage.hpp"
 
 #include "nodes.hpp"
+#include "unsigned_content.hpp"
 #include "xades.hpp"
 
 #include <algorithm>
@@ -152,6 +153,9 @@ std::string gapOf(const SignatureModel& signature, const std::vector<const xmlNo
     }
     if (hasLooseObject(signature, targets)) {
         return "the signature holds an Object that it does not cover";
+    }
+    if (hasForeignContent(signature, targets)) {
+        return "the Signature element holds content of others that is not signed";
     }
     if (findings.instructionsOutside && !instructions) {
         return "the signature does not cover the processing instructions outside the document element";

@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::array namespaces = {"http://uri.etsi.org/01903/v1.3.2#", "http://uri.etsi.org/01903/v1.2.2#",
                                    "http://uri.etsi.org/01903/v1.1.1#"};
+constexpr const char* timeStampNamespace = "http://uri.etsi.org/01903/v1.4.1#"; // of properties alone
 constexpr std::size_t mostNamed = 4; // honest signatures have one such property, or one of either version
 
 bool isXades(const xmlNode* node, const char* name) {
@@ -43,6 +44,34 @@ bool isSigningCertificate(const xmlNode* node) {
 
 bool isQualifyingProperties(const xmlNode* node) {
     return isXades(node, "QualifyingProperties");
+}
+
+bool isUnsignedProperties(const xmlNode* node) {
+    const auto ofXades = [](const xmlNode* element) {
+        const auto* const ns = element->ns == nullptr ? nullptr : element->ns->href;
+        return xmlStrEqual(ns, toXml(timeStampNamespace)) != 0 ||
+               std::any_of(namespaces.begin(), namespaces.end(),
+                           [&](const char* known) { return xmlStrEqual(ns, toXml(known)) != 0; });
+    };
+    const auto holdsXadesAlone = [&](const xmlNode* parent) {
+        for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
+            const bool blank =
+                child->type == XML_COMMENT_NODE || (child->type == XML_TEXT_NODE && xmlIsBlankNode(child) != 0);
+            if (!blank && (child->type != XML_ELEMENT_NODE || !ofXades(child))) {
+                return false;
+            }
+        }
+        return true;
+    };
+    if (!isXades(node, "UnsignedProperties") || !holdsXadesAlone(node)) {
+        return false;
+    }
+    for (const xmlNode* kind = node->children; kind != nullptr; kind = kind->next) {
+        if (kind->type == XML_ELEMENT_NODE && !holdsXadesAlone(kind)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 std::vector<NamedCertificate> namedCertificates(const SignatureModel& signature,

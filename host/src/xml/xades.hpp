@@ -12,6 +12,10 @@ namespace orvik::plugin::xml::internal {
 /// Whether the node is XAdES's QualifyingProperties.
 bool isQualifyingProperties(const xmlNode* node);
 
+/// Whether the node is XAdES's UnsignedProperties, with elements of XAdES alone on its next two levels: the kinds of
+/// properties, and the properties (time-stamps, certificates and revocation data added after signing).
+bool isUnsignedProperties(const xmlNode* node);
+
 /// The digest of a certificate by which a signature names its signer.
 struct NamedCertificate {
     std::string digestMethod; ///< URI

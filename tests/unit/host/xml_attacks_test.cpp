@@ -334,6 +334,43 @@ const Attack attacks[] = {
     {"SignatureInAnotherNamespace", whole,
      [](Text t) { return replaced(t, "<Signature xmlns=\"http://www.w3.org/2000/09/xmldsig#\"", "<Signature xmlns=\"u\""); },
      Outcome::invalid},
+    {"ElementOfOthersInKeyInfo", whole,
+     [](Text t) { return replaced(t, "<KeyInfo>", "<KeyInfo><order xmlns=\"urn:d\">900</order>"); }, Outcome::partial},
+    {"ElementOfOthersInX509Data", whole,
+     [](Text t) { return replaced(t, "<X509Data>", "<X509Data><order xmlns=\"urn:d\">900</order>"); }, Outcome::partial},
+    {"ObjectInKeyInfo", whole,
+     [](Text t) { return replaced(t, "<KeyInfo>", "<KeyInfo><Object>900</Object>"); }, Outcome::partial},
+    {"TextInKeyInfo", whole, [](Text t) { return replaced(t, "<KeyInfo>", "<KeyInfo>pay 900"); }, Outcome::partial},
+    {"InstructionInKeyInfo", whole, [](Text t) { return replaced(t, "<KeyInfo>", "<KeyInfo><?pay 900?>"); },
+     Outcome::partial},
+    {"AttributeOfTheSignature", whole, [](Text t) { return replaced(t, "<Signature ", "<Signature pay=\"900\" "); },
+     Outcome::partial},
+    {"AttributeOfTheSignatureValue", whole,
+     [](Text t) { return replaced(t, "<SignatureValue>", "<SignatureValue pay=\"900\">"); }, Outcome::partial},
+    {"AttributeOfTheCertificate", whole,
+     [](Text t) { return replaced(t, "<X509Certificate>", "<X509Certificate pay=\"900\">"); }, Outcome::partial},
+    {"SignedPropertiesThatAreNotSigned", whole,
+     [](Text t) {
+         return replaced(t, "</Signature>",
+                         "<Object><x:QualifyingProperties xmlns:x=\"http://uri.etsi.org/01903/v1.3.2#\">"
+                         "<x:SignedProperties/></x:QualifyingProperties></Object></Signature>");
+     },
+     Outcome::partial},
+    {"ElementOfOthersInUnsignedProperties", whole,
+     [](Text t) {
+         return replaced(t, "</Signature>",
+                         "<Object><x:QualifyingProperties xmlns:x=\"http://uri.etsi.org/01903/v1.3.2#\"><x:Unsigned"
+                         "Properties><order xmlns=\"urn:d\">900</order></x:UnsignedProperties></x:QualifyingProperties>"
+                         "</Object></Signature>");
+     },
+     Outcome::partial},
+    {"AttributeOfAnObject", whole,
+     [](Text t) {
+         return replaced(t, "</Signature>",
+                         "<Object pay=\"900\"><x:QualifyingProperties xmlns:x=\"http://uri.etsi.org/01903/v1.3.2#\"/>"
+                         "</Object></Signature>");
+     },
+     Outcome::partial},
     // Keys.
     {"OtherCertificate", whole,
      [](Text t) { return replaced(t, content(t, "X509Certificate"), base64::encode(honest().other.der())); },

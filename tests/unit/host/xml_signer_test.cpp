@@ -108,8 +108,19 @@ TEST_F(XmlSigner, ThatAnUnsignedPropertyNamesIsNotProtected) {
     const std::string text = signNaming(second_);
     const std::string object = text.substr(text.find("<Object"), text.find("</Object>") + 9 - text.find("<Object"));
     const auto result = checkOne(replaced(sign("", ""), "</Signature>", object + "</Signature>"));
-    EXPECT_TRUE(result.valid) << result.reason;
+    EXPECT_FALSE(result.valid) << "a reader takes SignedProperties for signed";
     EXPECT_FALSE(result.certificateProtected);
+    EXPECT_THAT(result.notCovered, Contains("unsigned properties in the signature"));
+}
+
+TEST_F(XmlSigner, MayHavePropertiesAddedAfterSigning) {
+    const auto result =
+        checkOne(replaced(sign("", ""), "</Signature>",
+                          "<Object><x:QualifyingProperties xmlns:x=\"http://uri.etsi.org/01903/v1.3.2#\">"
+                          "<x:UnsignedProperties><x:UnsignedSignatureProperties><x:SignatureTimeStamp/>"
+                          "</x:UnsignedSignatureProperties></x:UnsignedProperties>"
+                          "</x:QualifyingProperties></Object></Signature>"));
+    EXPECT_TRUE(result.valid) << result.reason;
     EXPECT_THAT(result.notCovered, Contains("unsigned properties in the signature"));
 }
 
