@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <set>
+#include <string_view>
 
 namespace klunortredi::cli {
 
@@ -28,11 +29,24 @@ std::string normalized(const std::string& word) {
     return text;
 }
 
-/// The public key's octets: the identity of a signer, whatever certificates the key has.
+/// The x coordinate of a point of an elliptic curve (SEC 1, 2.3.3), which may be written compressed or not.
+std::string_view abscissa(std::string_view point) {
+    constexpr char uncompressed = 4;
+    if (point.empty()) {
+        return point;
+    }
+    const auto coordinates = point.substr(1);
+    return coordinates.substr(0, point.front() == uncompressed ? coordinates.size() / 2 : coordinates.size());
+}
+
+/// The public key's octets: the identity of a signer, whatever certificates the key has and however its point is
+/// written.
 std::string keyOf(const Signer& signer) {
+    constexpr std::string_view ecPublicKey = "1.2.840.10045.2.1";
     const auto* context = orvik::plugin::wincrypt::tools::toPCCERT_CONTEXT(signer.certificate->context());
-    const CRYPT_BIT_BLOB& key = context->pCertInfo->SubjectPublicKeyInfo.PublicKey;
-    return {reinterpret_cast<const char*>(key.pbData), key.cbData};
+    const CERT_PUBLIC_KEY_INFO& info = context->pCertInfo->SubjectPublicKeyInfo;
+    const std::string_view key(reinterpret_cast<const char*>(info.PublicKey.pbData), info.PublicKey.cbData);
+    return std::string(info.Algorithm.pszObjId == ecPublicKey ? abscissa(key) : key);
 }
 
 /// The reason of one signer, numbered where there are several.

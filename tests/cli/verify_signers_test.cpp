@@ -94,6 +94,17 @@ TEST_F(VerifySigners, ASecondCertificateOfTheSameKeyCountsOnce) {
     verdict("twice.p7s", {"--require", "2"}, 1);
 }
 
+TEST_F(VerifySigners, APointWrittenCompressedAndNotIsOneKey) {
+    const auto& openssl = place_.openssl();
+    openssl.must({"genpkey", "-algorithm", "EC", "-pkeyopt", "ec_paramgen_curve:P-256", "-out", "e.key"});
+    openssl.must({"ec", "-in", "e.key", "-conv_form", "compressed", "-out", "e2.key"});
+    openssl.must({"req", "-x509", "-key", "e.key", "-out", "e.pem", "-subj", "/CN=one", "-days", "2"});
+    openssl.must({"req", "-x509", "-key", "e2.key", "-out", "e2.pem", "-subj", "/CN=two", "-days", "2"});
+    place_.sign("points.p7s", {"e", "e2"}, {"-nodetach"});
+    ASSERT_EQ(verdict("points.p7s", {}, 0)["signers"].size(), 2U);
+    verdict("points.p7s", {"--require", "2"}, 1);
+}
+
 TEST_F(VerifySigners, ThumbprintsNameWhoMustBeValid) {
     const std::string a = place_.thumbprint("a");
     const std::string b = place_.thumbprint("b");

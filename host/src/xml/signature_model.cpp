@@ -65,6 +65,9 @@ private:
 std::vector<std::string> inclusivePrefixes(const xmlNode* list) {
     std::vector<std::string> prefixes;
     const std::string text = attributeOf(list, "PrefixList");
+    if (text.size() > limits::prefixesPerList * (limits::nameOctets + 1)) {
+        unknown("the signature's list of namespace prefixes is longer than is read here");
+    }
     boost::algorithm::split(prefixes, text, boost::algorithm::is_any_of(" \t\r\n"),
                             boost::algorithm::token_compress_on);
     std::erase(prefixes, "");

@@ -371,6 +371,14 @@ const Attack attacks[] = {
                          "</Object></Signature>");
      },
      Outcome::partial},
+    {"LongListOfPrefixes", exclusiveForm,
+     [](Text t) {
+         const std::string method = std::string("Algorithm=\"") + host_test::exclusive + "\"/>";
+         return replaced(t, method,
+                         std::string("Algorithm=\"") + host_test::exclusive + "\"><InclusiveNamespaces xmlns=\"" +
+                             host_test::exclusive + "\" PrefixList=\"" + std::string(100000, 'a') + "\"/></Transform>");
+     },
+     Outcome::unknown},
     // Keys.
     {"OtherCertificate", whole,
      [](Text t) { return replaced(t, content(t, "X509Certificate"), base64::encode(honest().other.der())); },
