@@ -93,6 +93,7 @@ constexpr std::array texts{
     ErrorText{CRYPT_E_PENDING_CLOSE, "Хранилище закрыто, но его сертификаты ещё используются."},
     ErrorText{CRYPT_E_REVOKED, "Сертификат отозван."},
     ErrorText{CRYPT_E_NO_REVOCATION_CHECK, "Проверить, не отозван ли сертификат, не удалось."},
+    ErrorText{CRYPT_E_REVOCATION_OFFLINE, "Сведений о том, не отозван ли сертификат, нет."},
     ErrorText{CRYPT_E_INVALID_NUMERIC_STRING, "В числовой строке допустимы только цифры и пробел."},
     ErrorText{CRYPT_E_INVALID_PRINTABLE_STRING, "Строка содержит символ, недопустимый в типе PrintableString."},
     ErrorText{CRYPT_E_INVALID_IA5_STRING, "Строка содержит символ не из набора ASCII."},
