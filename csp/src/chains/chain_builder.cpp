@@ -106,10 +106,11 @@ private:
             ChainElement element;
             element.certificate = candidate.certificate;
             element.store = candidate.store;
-            element.errors = errorsOf(path, judgement, i);
+            const DWORD unjudged = crls.unjudged.contains(i) ? unknownBits : 0;
+            element.errors = errorsOf(path, judgement, unjudged, i);
             element.information = informationOf(path, i);
-            element.revocation =
-                revocationOf(judgement.crls[i], candidate.x509.get(), judgement.findings.ofElement(i), request_.time);
+            element.revocation = revocationOf(judgement.crls[i], candidate.x509.get(),
+                                              judgement.findings.ofElement(i) | unjudged, request_.time);
             chain.elements.push_back(std::move(element));
         }
         judgeNames(path, chain.elements);
@@ -124,12 +125,16 @@ private:
         return path.cyclic ? capi::CERT_TRUST_IS_CYCLIC | capi::CERT_TRUST_IS_PARTIAL_CHAIN : 0;
     }
 
-    DWORD errorsOf(const Path& path, const PathJudgement& judgement, std::size_t index) {
+    DWORD errorsOf(const Path& path, const PathJudgement& judgement, DWORD unjudged, std::size_t index) {
         X509* const certificate = path.certificates[index]->x509.get();
         const bool end = index + 1 == path.certificates.size();
         const bool anchor = end && path.anchored;
         DWORD errors = judgement.findings.ofElement(index);
-        errors &= ~ignoredRevocation(index, end && selfIssued(certificate));
+        const DWORD ignored = ignoredRevocation(index, end && selfIssued(certificate));
+        errors &= ~ignored;
+        if ((ignored & capi::CERT_TRUST_IS_REVOKED) == 0) {
+            errors |= unjudged; // a missing list may be no error, one that was there and not looked at always is
+        }
         if ((errors & unknownBits) != 0) {
             errors |= capi::CERT_TRUST_IS_OFFLINE_REVOCATION;
         }

@@ -29,31 +29,15 @@ bool before(ByteView left, ByteView right) {
     return std::ranges::lexicographical_compare(left, right);
 }
 
-Bytes encodingOf(const X509_CRL* crl) {
-    return ossl::toDer(i2d_X509_CRL, const_cast<X509_CRL*>(crl)); // NOLINT: the C function writes nothing
-}
-
-std::time_t timeOf(const std::shared_ptr<X509_CRL>& crl) {
-    std::tm parts{};
-    return ASN1_TIME_to_tm(X509_CRL_get0_lastUpdate(crl.get()), &parts) == 0 ? 0 : timegm(&parts);
-}
-
-/// Newest first; of the same moment by their octets, so that the order is not a folder's.
-bool newer(const std::shared_ptr<X509_CRL>& left, const std::shared_ptr<X509_CRL>& right) {
-    const std::time_t a = timeOf(left);
-    const std::time_t b = timeOf(right);
-    return a != b ? a > b : before(encodingOf(left.get()), encodingOf(right.get()));
-}
-
 } // namespace
 
 ChainSources::ChainSources(const std::shared_ptr<OpenStore>& additional, const std::shared_ptr<OpenStore>& anchors) {
     collect(anchors ? anchors : systemStore("root"), true);
-    if (additional) {
-        collect(additional, false);
-    }
     for (const char* name : {"ca", "my", "trust"}) {
         collect(systemStore(name), false);
+    }
+    if (additional) {
+        collect(additional, false); // last: what a message brings never crowds out what the user keeps
     }
 }
 
@@ -118,19 +102,21 @@ void ChainSources::readCrls() {
                 continue;
             }
             const unsigned long hash = hashOf(issuer.get());
-            crls_.emplace(hash, RevocationList{std::move(stored), std::move(issuer)});
+            crls_[hash].push_back({std::move(stored), std::move(issuer)});
         }
     }
 }
 
-std::vector<std::shared_ptr<X509_CRL>> ChainSources::crlsOf(const X509_NAME* name) {
+IssuerCrls ChainSources::crlsOf(const X509_NAME* name) {
     readCrls();
-    std::vector<std::shared_ptr<X509_CRL>> found;
-    const auto [first, last] = crls_.equal_range(hashOf(name));
-    for (auto at = first; at != last && found.size() < mostCrlsOfAnIssuer; ++at) {
-        RevocationList& list = at->second;
+    IssuerCrls found;
+    for (RevocationList& list : crls_[hashOf(name)]) {
         if (list.unusable || X509_NAME_cmp(list.issuer.get(), name) != 0) {
             continue;
+        }
+        if (found.lists.size() == mostCrlsOfAnIssuer) {
+            found.complete = false;
+            break;
         }
         if (!list.crl) {
             list.crl = ossl::fromDer<ossl::X509CrlPtr>(d2i_X509_CRL, list.stored.der);
@@ -139,10 +125,9 @@ std::vector<std::shared_ptr<X509_CRL>> ChainSources::crlsOf(const X509_NAME* nam
         if (list.unusable) {
             warn("CRL does not decode or has a broken signature algorithm, left out: " + list.stored.name);
         } else {
-            found.push_back(list.crl);
+            found.lists.push_back(list.crl);
         }
     }
-    std::ranges::sort(found, newer);
     return found;
 }
 

@@ -28,6 +28,12 @@ struct RevocationList {
     bool unusable = false;
 };
 
+/// CRLs under one name, decoded; nothing is said of their signatures.
+struct IssuerCrls {
+    std::vector<std::shared_ptr<X509_CRL>> lists;
+    bool complete = true; ///< false: there are more than may be looked at
+};
+
 /// Reads the system stores once; decodes only what a chain asks for. Of equal copies the first found counts: anchors
 /// before others.
 class ChainSources {
@@ -39,17 +45,17 @@ public:
     std::vector<const Candidate*> named(const X509_NAME* name, std::size_t limit);
     /// The anchor with the encoding of `certificate`; null when there is none.
     [[nodiscard]] const Candidate* anchor(const Certificate& certificate) const;
-    /// CRLs whose issuer is `name`, decoded, the newest first. The stores' CRLs are read at the first call; a CRL that
-    /// does not decode is left out with a warning.
-    std::vector<std::shared_ptr<X509_CRL>> crlsOf(const X509_NAME* name);
+    /// CRLs whose issuer is `name`, those of the system stores before those of the additional store. The stores' CRLs
+    /// are read at the first call; a CRL that does not decode is left out with a warning.
+    IssuerCrls crlsOf(const X509_NAME* name);
 
 private:
     void collect(const std::shared_ptr<OpenStore>& store, bool anchor);
     void readCrls();
 
     std::vector<std::shared_ptr<OpenStore>> stores_;
-    std::unordered_multimap<unsigned long, Candidate> candidates_; ///< by the hash of the subject
-    std::unordered_multimap<unsigned long, RevocationList> crls_;  ///< by the hash of the issuer
+    std::unordered_multimap<unsigned long, Candidate> candidates_;        ///< by the hash of the subject
+    std::unordered_map<unsigned long, std::vector<RevocationList>> crls_; ///< by the hash of the issuer
     bool crlsRead_ = false;
 };
 

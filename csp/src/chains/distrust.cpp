@@ -1,25 +1,69 @@
 #include "chains/distrust.hpp"
 
 #include "core/warning.hpp"
+#include "crypto/algorithms.hpp"
 #include "stores/system_store.hpp"
-#include "x509/compare_keys.hpp"
 #include "x509/x509_der.hpp"
 
+#include <openssl/core_names.h>
+
 #include <algorithm>
+#include <array>
 
 namespace klunortredi::csp {
 
 namespace {
 
-/// The same key, also where its parameters or its point are written in another way.
-bool sameKey(const Certificate& left, const X509* leftX509, const Certificate& right, const X509* rightX509) {
+std::string algorithmOf(const X509* certificate) {
+    ASN1_OBJECT* algorithm = nullptr;
+    X509_PUBKEY_get0_param(&algorithm, nullptr, nullptr, nullptr, X509_get_X509_PUBKEY(certificate));
+    return ossl::oidText(algorithm);
+}
+
+/// The octets of the key alone. Those of a GOST key without their OCTET STRING, whose length may be written in several
+/// ways (RFC 9215, 4.3).
+Bytes keyOctets(const X509* certificate) {
+    const ByteView bits = ossl::octets(X509_get0_pubkey_bitstr(certificate));
+    const KeyAlgorithm* const algorithm = findKey(algorithmOf(certificate));
+    if (algorithm != nullptr && algorithm->gost) {
+        const auto point = ossl::fromDer<ossl::OctetString>(d2i_ASN1_OCTET_STRING, bits);
+        if (point) {
+            const ByteView octets = ossl::octets(point.get());
+            return {octets.begin(), octets.end()};
+        }
+    }
+    return {bits.begin(), bits.end()};
+}
+
+/// A number of an RSA key, be it for one kind of padding alone; null for other keys.
+ossl::Bn rsaNumber(const EVP_PKEY* key, const char* name) {
+    BIGNUM* number = nullptr;
+    const int kind = EVP_PKEY_get_base_id(key);
+    if (kind == EVP_PKEY_RSA || kind == EVP_PKEY_RSA_PSS) {
+        EVP_PKEY_get_bn_param(key, name, &number);
+    }
+    return ossl::Bn(number);
+}
+
+bool sameRsaKey(const EVP_PKEY* left, const EVP_PKEY* right) {
+    return std::ranges::all_of(std::array{OSSL_PKEY_PARAM_RSA_N, OSSL_PKEY_PARAM_RSA_E}, [&](const char* name) {
+        const ossl::Bn a = rsaNumber(left, name);
+        const ossl::Bn b = rsaNumber(right, name);
+        return a && b && BN_cmp(a.get(), b.get()) == 0;
+    });
+}
+
+/// The same key, also under another algorithm (RSA and RSASSA-PSS, the GOST algorithms of one point), with other
+/// parameters, or with its point or its numbers written in another way. Different keys never have the same octets, so
+/// the octets alone decide where they are the same.
+bool sameKey(const X509* left, const X509* right) {
     const ossl::ErrorMark mark;
-    if (samePublicKey(left.info().SubjectPublicKeyInfo, right.info().SubjectPublicKeyInfo)) {
+    if (std::ranges::equal(keyOctets(left), keyOctets(right))) {
         return true;
     }
-    const EVP_PKEY* const a = X509_get0_pubkey(leftX509);
-    const EVP_PKEY* const b = X509_get0_pubkey(rightX509);
-    return a != nullptr && b != nullptr && EVP_PKEY_eq(a, b) == 1;
+    const EVP_PKEY* const a = X509_get0_pubkey(left);
+    const EVP_PKEY* const b = X509_get0_pubkey(right);
+    return a != nullptr && b != nullptr && (EVP_PKEY_eq(a, b) == 1 || sameRsaKey(a, b));
 }
 
 } // namespace
@@ -42,8 +86,7 @@ Distrust::Distrust() {
 bool Distrust::holds(const Certificate& certificate, const X509* x509) const {
     return std::ranges::any_of(entries_, [&](const Entry& entry) {
         return entry.certificate->thumbprint() == certificate.thumbprint() ||
-               X509_issuer_and_serial_cmp(entry.x509.get(), x509) == 0 ||
-               sameKey(*entry.certificate, entry.x509.get(), certificate, x509);
+               X509_issuer_and_serial_cmp(entry.x509.get(), x509) == 0 || sameKey(entry.x509.get(), x509);
     });
 }
 

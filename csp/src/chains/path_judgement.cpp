@@ -1,5 +1,6 @@
 #include "chains/path_judgement.hpp"
 
+#include "chains/further_lists.hpp"
 #include "chains/trust_status.hpp"
 #include "core/error.hpp"
 
@@ -270,7 +271,9 @@ private:
 } // namespace
 
 PathJudgement judgePath(const Path& path, const PathCrls& crls, const ChainRequest& request) {
-    return Verification(path, crls, request).run();
+    PathJudgement judgement = Verification(path, crls, request).run();
+    applyFurtherLists(path, crls, request.time, judgement);
+    return judgement;
 }
 
 } // namespace klunortredi::csp

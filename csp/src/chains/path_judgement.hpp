@@ -6,6 +6,8 @@
 #include "chains/findings.hpp"
 #include "chains/path_search.hpp"
 
+#include <set>
+
 namespace klunortredi::csp {
 
 /// The CRLs that one certificate of a path was held against.
@@ -23,6 +25,8 @@ struct PathJudgement {
 struct PathCrls {
     std::vector<std::shared_ptr<X509_CRL>> lists;
     std::vector<const Candidate*> issuers;
+    /// Elements, by index, whose issuer has CRLs that a limit kept from being looked at: any of them may revoke.
+    std::set<std::size_t> unjudged;
 };
 
 PathJudgement judgePath(const Path& path, const PathCrls& crls, const ChainRequest& request);

@@ -7,9 +7,11 @@ target_sources(klunortredi_csp_core PRIVATE
     src/chains/chain_sources.cpp
     src/chains/chain_usage.cpp
     src/chains/crl_context.cpp
+    src/chains/crl_order.cpp
     src/chains/distrust.cpp
     src/chains/element_signature.cpp
     src/chains/findings.cpp
+    src/chains/further_lists.cpp
     src/chains/name_form.cpp
     src/chains/name_limits.cpp
     src/chains/path_judgement.cpp

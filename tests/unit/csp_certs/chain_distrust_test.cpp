@@ -2,6 +2,7 @@
 
 #include "chain_fixture.hpp"
 
+#include <openssl/core_names.h>
 #include <openssl/ecdsa.h>
 
 namespace {
@@ -53,6 +54,53 @@ TEST_F(ChainDistrust, HoldsForTheKey) {
     know(again);
     EXPECT_EQ(elementErrors(chainOf(pki::make({.subject = "Below", .issuer = &again, .serial = 5}).der)),
               (std::vector<DWORD>{0, capi::CERT_TRUST_IS_EXPLICIT_DISTRUST, 0}));
+}
+
+TEST_F(ChainDistrust, HoldsForTheKeyOfRsaUnderTheNameOfRsassaPss) {
+    const Entity person = pki::make({.subject = "Person", .issuer = &ca_, .kind = pki::KeyKind::Rsa, .serial = 5});
+    const Entity again = pki::make(
+        {.subject = "Person again", .issuer = &ca_, .serial = 6, .reuseKey = person.key.get(), .change = [](X509* x) {
+             X509_PUBKEY_set0_param(X509_get_X509_PUBKEY(x), OBJ_nid2obj(NID_rsassaPss), V_ASN1_UNDEF, nullptr, nullptr,
+                                    0);
+         }});
+    EXPECT_EQ(status(again.der), 0U);
+    distrust(person.der);
+    EXPECT_EQ(status(again.der), capi::CERT_TRUST_IS_EXPLICIT_DISTRUST);
+}
+
+TEST_F(ChainDistrust, HoldsForTheKeyWithItsPointCompressed) {
+    const csp::ossl::Pkey compressed(EVP_PKEY_dup(leaf_.key.get()));
+    EVP_PKEY_set_utf8_string_param(compressed.get(), OSSL_PKEY_PARAM_EC_POINT_CONVERSION_FORMAT, "compressed");
+    const Entity again =
+        pki::make({.subject = "Leaf again", .issuer = &ca_, .serial = 6, .reuseKey = compressed.get()});
+    ASSERT_EQ(ASN1_STRING_length(X509_get0_pubkey_bitstr(again.certificate.get())), 33);
+    EXPECT_EQ(status(again.der), 0U);
+    distrust(leaf_.der);
+    EXPECT_EQ(status(again.der), capi::CERT_TRUST_IS_EXPLICIT_DISTRUST);
+}
+
+TEST_F(ChainDistrust, HoldsForTheKeyOfGostUnderTheNameOfTheOlderAlgorithm) {
+    const Entity person = pki::make({.subject = "Person", .issuer = &ca_, .kind = pki::KeyKind::Gost256, .serial = 5});
+    distrust(person.der);
+    for (const bool longForm : {false, true}) { // of the length of the OCTET STRING around the point
+        const auto older = [&](X509* x) {
+            const ASN1_BIT_STRING* const bits = X509_get0_pubkey_bitstr(x);
+            csp::Bytes octets(bits->data, bits->data + bits->length);
+            if (longForm) {
+                octets.insert(octets.begin() + 1, 0x81);
+            }
+            auto* const key = static_cast<unsigned char*>(OPENSSL_memdup(octets.data(), octets.size()));
+            ASN1_STRING* const parameters = ASN1_STRING_new();
+            const std::string_view set("\x30\x12\x06\x07\x2A\x85\x03\x02\x02\x23\x01" // CryptoPro-A
+                                       "\x06\x07\x2A\x85\x03\x02\x02\x1E\x01");
+            ASN1_STRING_set(parameters, set.data(), static_cast<int>(set.size()));
+            X509_PUBKEY_set0_param(X509_get_X509_PUBKEY(x), OBJ_nid2obj(NID_id_GostR3410_2001), V_ASN1_SEQUENCE,
+                                   parameters, key, static_cast<int>(octets.size()));
+        };
+        const Entity again = pki::make(
+            {.subject = "Person again", .issuer = &ca_, .serial = 6, .reuseKey = person.key.get(), .change = older});
+        EXPECT_NE(status(again.der) & capi::CERT_TRUST_IS_EXPLICIT_DISTRUST, 0U) << longForm;
+    }
 }
 
 TEST_F(ChainDistrust, HoldsForIssuerAndSerialNumber) {

@@ -12,7 +12,6 @@ protected:
     static constexpr DWORD revoked = capi::CERT_TRUST_IS_REVOKED;
     static constexpr DWORD unknown =
         capi::CERT_TRUST_REVOCATION_STATUS_UNKNOWN | capi::CERT_TRUST_IS_OFFLINE_REVOCATION;
-    static constexpr std::time_t hour = 3600;
 
     static const CERT_REVOCATION_INFO* revocation(const Chain& chain, DWORD index = 0) {
         return chain->rgpChain[0]->rgpElement[index]->pRevocationInfo;
@@ -181,6 +180,60 @@ TEST_F(ChainCrls, WithADeltaCountTogether) {
     EXPECT_NE(info.pBaseCrlContext, nullptr);
     EXPECT_NE(info.pDeltaCrlContext, nullptr);
     EXPECT_NE(info.fDeltaCrlEntry, 0);
+}
+
+TEST_F(ChainCrls, OfOneMomentCountByTheirNumber) {
+    const auto list = [&](const std::vector<long>& serials, const char* number) {
+        return pki::makeCrl(ca_,
+                            {.serials = serials, .thisUpdate = now_ - 100, .extensions = {{NID_crl_number, number}}});
+    };
+    const Entity other = pki::make({.subject = "Other", .issuer = &ca_, .serial = 78});
+    addCrl(list({77}, "DER:02:01:05")); // before the other by its octets
+    addCrl(list({78}, "DER:02:01:06"));
+    EXPECT_EQ(status(other.der, atHand), revoked);
+    EXPECT_EQ(status(leaf_.der, atHand), 0U) << "released by the later list";
+}
+
+TEST_F(ChainCrls, OfOneMomentAndNumberRevokeTogether) {
+    for (const auto& extensions : {std::vector<std::pair<int, std::string>>{}, {{NID_crl_number, "DER:02:01:05"}}}) {
+        const Entity authority = pki::intermediate("Another", root_, 55 + static_cast<long>(extensions.size()));
+        know(authority);
+        const Entity one = pki::make({.subject = "One", .issuer = &authority, .serial = 1});
+        const Entity two = pki::make({.subject = "Two", .issuer = &authority, .serial = 2});
+        for (const long serial : {1, 2}) {
+            addCrl(pki::makeCrl(authority, {.serials = {serial}, .thisUpdate = now_ - 100, .extensions = extensions}));
+        }
+        for (const Entity* const entity : {&one, &two}) {
+            const Chain chain = chainOf(entity->der, atHand);
+            EXPECT_EQ(chain->TrustStatus.dwErrorStatus, revoked);
+            ASSERT_NE(revocation(chain), nullptr);
+            EXPECT_EQ(revocation(chain)->dwRevocationResult, capi::CRYPT_E_REVOKED);
+            EXPECT_NE(revocation(chain)->pCrlInfo->pCrlEntry, nullptr);
+        }
+    }
+}
+
+TEST_F(ChainCrls, WithADeltaCountTogetherAlsoWhereNothingAnnouncesIt) {
+    addCrl(pki::makeCrl(ca_, {.thisUpdate = now_ - 1000, .extensions = {{NID_crl_number, "DER:02:01:0A"}}}));
+    const auto delta = [&](long serial, const char* base, const char* number, const char* reason) {
+        return pki::makeCrl(ca_, {.serials = {serial},
+                                  .thisUpdate = now_ - 100,
+                                  .extensions = {{NID_crl_number, number}, {NID_delta_crl, base}},
+                                  .entryExtensions = {{NID_crl_reason, reason}}});
+    };
+    addCrl(delta(77, "critical,DER:02:01:0B", "DER:02:01:0C", "DER:0A:01:01"));
+    addCrl(delta(77, "critical,DER:02:01:09", "DER:02:01:0A", "DER:0A:01:01"));
+    addCrl(delta(77, "critical,DER:02:01:0A", "DER:02:01:0B", "DER:0A:01:08"));
+    EXPECT_EQ(status(leaf_.der, atHand), 0U) << "of a later base, not later than the base, and one that removes";
+    const Entity other = pki::make({.subject = "Other", .issuer = &ca_, .serial = 78});
+    addCrl(delta(78, "critical,DER:02:01:0A", "DER:02:01:0B", "DER:0A:01:01"));
+    const Chain chain = chainOf(other.der, atHand);
+    EXPECT_EQ(chain->TrustStatus.dwErrorStatus, revoked);
+    ASSERT_NE(revocation(chain), nullptr);
+    EXPECT_EQ(revocation(chain)->dwRevocationResult, capi::CRYPT_E_REVOKED);
+    EXPECT_NE(revocation(chain)->pCrlInfo->fDeltaCrlEntry, 0);
+    time_ = now_ - 500;
+    EXPECT_EQ(status(other.der, atHand), 0U) << "revoked after the time asked about";
 }
 
 TEST_F(ChainCrls, OfChangesAloneProveNothing) {
