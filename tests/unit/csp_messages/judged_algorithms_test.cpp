@@ -95,7 +95,7 @@ TEST_F(JudgedAlgorithms, KeysOfAnUnknownKindAreNotJudged) {
 }
 
 TEST_F(JudgedAlgorithms, EcdsaValuesThatAreNotDerAreMalformed) {
-    const Bytes key = publicKey(EVP_EC_gen("P-256"));
+    const Bytes key = publicKey(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
     message.signatureAlgorithm = algorithm("1.2.840.10045.4.3.2");
     const auto errorOf = [&](const Bytes& value) {
         message.signatureValue = value;
@@ -114,7 +114,8 @@ TEST_F(JudgedAlgorithms, EcdsaValuesThatAreNotDerAreMalformed) {
 TEST_F(JudgedAlgorithms, EcdsaWithAnUnknownDigestIsNotJudged) {
     message.signatureAlgorithm = algorithm("2.16.840.1.101.3.4.3.10"); // with SHA3-256
     message.signatureValue = der::sequence({der::integer(1), der::integer(2)});
-    EXPECT_EQ(errorWith(encode(signer, message), publicKey(EVP_EC_gen("P-256"))), capi::CRYPT_E_UNKNOWN_ALGO);
+    EXPECT_EQ(errorWith(encode(signer, message), publicKey(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"))),
+              capi::CRYPT_E_UNKNOWN_ALGO);
 }
 
 } // namespace
