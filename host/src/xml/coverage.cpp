@@ -1,5 +1,6 @@
 #include "coverage.hpp"
 
+#include "namespace_use.hpp"
 #include "nodes.hpp"
 #include "unsigned_content.hpp"
 #include "xades.hpp"
@@ -66,28 +67,11 @@ bool isText(const xmlNode* node) {
            xmlIsBlankNode(node) == 0;
 }
 
-void note(const xmlNode* element, DocumentFindings& findings) {
-    for (const xmlNs* ns = element->nsDef; ns != nullptr; ns = ns->next) {
-        findings.declared.insert(ns);
-    }
-    findings.used.insert(element->ns);
-    for (const xmlAttr* attribute = element->properties; attribute != nullptr; attribute = attribute->next) {
-        findings.used.insert(attribute->ns);
-    }
-}
-
 /// Readers that take the first text of an element, or its first child, do not see the text that was signed when a
 /// comment or the border of a CDATA section parts it; a canonical form shows neither.
 bool partsText(const xmlNode* node) {
     return (node->type == XML_COMMENT_NODE || node->type == XML_CDATA_SECTION_NODE) &&
            (isText(node->prev) || isText(node->next));
-}
-
-/// Whether a namespace declaration stands in no canonical form: exclusive ones keep only those that a name uses.
-bool hasLooseNamespaces(const DocumentFindings& findings, const SignatureModel& signature) {
-    const bool exclusive = std::any_of(signature.references.begin(), signature.references.end(),
-                                       [](const auto& ref) { return ref.form.method == CanonicalMethod::exclusive; });
-    return exclusive && findings.looseNamespaces;
 }
 
 bool hasManifest(const SignatureModel& signature) {
@@ -172,14 +156,9 @@ DocumentFindings lookAt(const xmlDoc* document) {
         findings.comments = findings.comments || node->type == XML_COMMENT_NODE;
     }
     forEachNode(rootOf(document), [&](const xmlNode* node) {
-        if (node->type == XML_ELEMENT_NODE) {
-            note(node, findings);
-        }
         findings.comments = findings.comments || node->type == XML_COMMENT_NODE;
         findings.partedText = findings.partedText || partsText(node);
     });
-    findings.looseNamespaces = std::any_of(findings.declared.begin(), findings.declared.end(),
-                                           [&](const xmlNs* ns) { return findings.used.count(ns) == 0; });
     return findings;
 }
 
@@ -203,7 +182,7 @@ Coverage coverageOf(const SignatureModel& signature, const std::vector<const xml
                                     [](const Reference& reference) { return reference.withoutSignatures; });
     const std::pair<bool, const char*> rows[] = {
         {findings.comments, "comments"},
-        {hasLooseNamespaces(findings, signature), "namespace declarations that no name uses"},
+        {hasLooseNamespaces(signature, targets), "namespace declarations that no signed name uses"},
         {hasLooseProperties(signature, targets), "unsigned properties in the signature"},
         {hasManifest(signature), "what the Manifest lists"},
         {others, "other signatures in the document"},

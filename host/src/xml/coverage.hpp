@@ -7,7 +7,6 @@
 #include "orvik/plugin/xml/xml_document.hpp"
 
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 namespace orvik::plugin::xml::internal {
@@ -17,9 +16,6 @@ struct DocumentFindings {
     bool comments = false;
     bool partedText = false;          ///< by a comment or a CDATA section
     bool instructionsOutside = false; ///< processing instructions before or after the document element
-    bool looseNamespaces = false;     ///< declared, but used by no name
-    std::unordered_set<const xmlNs*> declared;
-    std::unordered_set<const xmlNs*> used;
 };
 
 DocumentFindings lookAt(const xmlDoc* document);

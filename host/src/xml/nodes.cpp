@@ -16,6 +16,10 @@ const xmlNode* nextNode(const xmlNode* node, const xmlNode* top) {
     if (node->type == XML_ELEMENT_NODE && node->children != nullptr) {
         return node->children;
     }
+    return nextAfter(node, top);
+}
+
+const xmlNode* nextAfter(const xmlNode* node, const xmlNode* top) {
     while (node != nullptr && node != top && node->next == nullptr) {
         node = node->parent;
     }

@@ -16,6 +16,9 @@ bool isElement(const xmlNode* node, const char* name, const char* ns = dsigNs);
 /// The next node in document order after `node`, without leaving the subtree at `top`; null at its end.
 const xmlNode* nextNode(const xmlNode* node, const xmlNode* top);
 
+/// As nextNode, but passes over what `node` holds.
+const xmlNode* nextAfter(const xmlNode* node, const xmlNode* top);
+
 /// Calls `visit` for every node of the subtree, in document order.
 template <class Visit>
 void forEachNode(const xmlNode* top, Visit visit) {

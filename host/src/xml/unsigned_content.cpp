@@ -109,8 +109,28 @@ bool hasForeignKeyInfo(const SignatureModel& signature, const std::vector<const 
     return foreign;
 }
 
+bool isOfDsig(const xmlNode* element) {
+    const std::string ns = element->ns == nullptr ? std::string() : fromXml(element->ns->href);
+    return ns == dsigNs || ns == dsig11Ns;
+}
+
+/// Whether unsigned properties hold, on any level, an element that neither XAdES nor XML-DSig defines, a processing
+/// instruction, or text beside elements. The properties and their kinds hold elements alone.
+bool isForeignToProperties(const xmlNode* properties) {
+    bool foreign = hasText(properties);
+    for (const xmlNode* kind = properties->children; kind != nullptr; kind = kind->next) {
+        foreign = foreign || hasText(kind);
+    }
+    forEachNode(properties, [&](const xmlNode* node) {
+        const bool element = node->type == XML_ELEMENT_NODE;
+        foreign = foreign || node->type == XML_PI_NODE ||
+                  (element && ((!isOfXades(node) && !isOfDsig(node)) || mixesTextAndElements(node)));
+    });
+    return foreign;
+}
+
 /// Whether properties that no reference covers hold more than XAdES's unsigned properties: SignedProperties, which
-/// readers take for signed, or an element of another namespace where XAdES has its own.
+/// readers take for signed, or content of others.
 bool hasForeignProperties(const xmlNode* properties, const SignatureModel& signature,
                           const std::vector<const xmlNode*>& targets) {
     if (hasForeignAttribute(properties) || mixesTextAndElements(properties) || hasText(properties)) {
@@ -126,7 +146,7 @@ bool hasForeignProperties(const xmlNode* properties, const SignatureModel& signa
         if (isCovered(part, signature, targets)) {
             continue;
         }
-        if (!isUnsignedProperties(part)) {
+        if (!isUnsignedProperties(part) || isForeignToProperties(part)) {
             return true;
         }
     }

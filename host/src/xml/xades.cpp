@@ -47,31 +47,14 @@ bool isQualifyingProperties(const xmlNode* node) {
 }
 
 bool isUnsignedProperties(const xmlNode* node) {
-    const auto ofXades = [](const xmlNode* element) {
-        const auto* const ns = element->ns == nullptr ? nullptr : element->ns->href;
-        return xmlStrEqual(ns, toXml(timeStampNamespace)) != 0 ||
-               std::any_of(namespaces.begin(), namespaces.end(),
-                           [&](const char* known) { return xmlStrEqual(ns, toXml(known)) != 0; });
-    };
-    const auto holdsXadesAlone = [&](const xmlNode* parent) {
-        for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
-            const bool blank =
-                child->type == XML_COMMENT_NODE || (child->type == XML_TEXT_NODE && xmlIsBlankNode(child) != 0);
-            if (!blank && (child->type != XML_ELEMENT_NODE || !ofXades(child))) {
-                return false;
-            }
-        }
-        return true;
-    };
-    if (!isXades(node, "UnsignedProperties") || !holdsXadesAlone(node)) {
-        return false;
-    }
-    for (const xmlNode* kind = node->children; kind != nullptr; kind = kind->next) {
-        if (kind->type == XML_ELEMENT_NODE && !holdsXadesAlone(kind)) {
-            return false;
-        }
-    }
-    return true;
+    return isXades(node, "UnsignedProperties");
+}
+
+bool isOfXades(const xmlNode* element) {
+    const xmlChar* const ns = element->ns == nullptr ? nullptr : element->ns->href;
+    return xmlStrEqual(ns, toXml(timeStampNamespace)) != 0 ||
+           std::any_of(namespaces.begin(), namespaces.end(),
+                       [&](const char* known) { return xmlStrEqual(ns, toXml(known)) != 0; });
 }
 
 std::vector<NamedCertificate> namedCertificates(const SignatureModel& signature,

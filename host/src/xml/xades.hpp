@@ -12,9 +12,11 @@ namespace orvik::plugin::xml::internal {
 /// Whether the node is XAdES's QualifyingProperties.
 bool isQualifyingProperties(const xmlNode* node);
 
-/// Whether the node is XAdES's UnsignedProperties, with elements of XAdES alone on its next two levels: the kinds of
-/// properties, and the properties (time-stamps, certificates and revocation data added after signing).
+/// Whether the node is XAdES's UnsignedProperties (time-stamps, certificates and revocation data added after signing).
 bool isUnsignedProperties(const xmlNode* node);
+
+/// Whether the element is of a namespace of XAdES: 1.1.1, 1.2.2, 1.3.2 or 1.4.1.
+bool isOfXades(const xmlNode* element);
 
 /// The digest of a certificate by which a signature names its signer.
 struct NamedCertificate {

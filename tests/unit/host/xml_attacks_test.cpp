@@ -60,6 +60,16 @@ const Honest& honest() {
     return made;
 }
 
+/// The document with properties of XAdES added to its signature; x is bound to XAdES in them.
+std::string withUnsignedProperty(const std::string& text, const std::string& property) {
+    return replaced(text, "</Signature>",
+                    "<Object><x:QualifyingProperties xmlns:x=\"http://uri.etsi.org/01903/v1.3.2#\"><x:Unsigned"
+                    "Properties><x:UnsignedSignatureProperties>" +
+                        property +
+                        "</x:UnsignedSignatureProperties></x:UnsignedProperties></x:QualifyingProperties></Object>"
+                        "</Signature>");
+}
+
 /// What must come of an attack.
 enum class Outcome {
     document, ///< the document is refused
@@ -364,6 +374,22 @@ const Attack attacks[] = {
                          "</Object></Signature>");
      },
      Outcome::partial},
+    {"ElementOfOthersDeepInUnsignedProperties", whole,
+     [](Text t) { return withUnsignedProperty(t, "<x:CompleteCertificateRefs><order xmlns=\"urn:d\">900</order>"
+                                                 "</x:CompleteCertificateRefs>"); },
+     Outcome::partial},
+    {"ElementWithoutNamespaceInUnsignedProperties", whole,
+     [](Text t) {
+         return withUnsignedProperty(t, "<x:CounterSignature><Object><order xmlns=\"\"/></Object></x:CounterSignature>");
+     },
+     Outcome::partial},
+    {"InstructionInUnsignedProperties", whole,
+     [](Text t) { return withUnsignedProperty(t, "<x:CompleteCertificateRefs><?pay 900?></x:CompleteCertificateRefs>"); },
+     Outcome::partial},
+    {"TextInUnsignedProperties", whole,
+     [](Text t) { return withUnsignedProperty(t, "<x:CompleteCertificateRefs>900<x:CertRefs/>"
+                                                 "</x:CompleteCertificateRefs>"); },
+     Outcome::partial},
     {"AttributeOfAnObject", whole,
      [](Text t) {
          return replaced(t, "</Signature>",
@@ -516,6 +542,47 @@ TEST(XmlAttacks, StartFromValidDocuments) {
     EXPECT_GE(std::size(attacks), 60U);
 }
 
+constexpr const char* looseNamespaces = "namespace declarations that no signed name uses";
+
+TEST(XmlAttacks, UnsignedPropertiesOfXadesLeaveTheDocumentWhole) {
+    const std::string text = withUnsignedProperty(
+        honest().whole, "<x:CompleteCertificateRefs><x:CertRefs><x:Cert><x:CertDigest><DigestMethod Algorithm=\"u\"/>"
+                        "<DigestValue>AAAA</DigestValue></x:CertDigest></x:Cert></x:CertRefs>"
+                        "</x:CompleteCertificateRefs><x:SignatureTimeStamp><x:EncapsulatedTimeStamp>AAAA"
+                        "</x:EncapsulatedTimeStamp></x:SignatureTimeStamp>");
+    const auto result = worst(text, {});
+    ASSERT_TRUE(result);
+    EXPECT_TRUE(result->valid) << result->reason;
+    EXPECT_THAT(result->notCovered, testing::Contains("unsigned properties in the signature"));
+}
+
+// "urn:y" is bound to a prefix that no name of the signed document uses. An inclusive form of SignedInfo would protect
+// it.
+TEST(XmlAttacks, NamesThatAreNotSignedDoNotProtectANamespace) {
+    const std::string signature = replaced(signatureTemplate(referenceTemplate("", withoutItselfExclusive)),
+                                           "http://www.w3.org/TR/2001/REC-xml-c14n-20010315", host_test::exclusive);
+    const std::string text = signTemplate(honest().signer, "<doc xmlns:y=\"urn:y\">" + signature + "</doc>");
+    const std::string element =
+        withUnsignedProperty(replaced(text, "urn:y", "http://uri.etsi.org/01903/v1.3.2#"), "<y:CertRefs/>");
+    const std::string attribute = withUnsignedProperty(replaced(text, "urn:y", "urn:evil"), "<x:CertRefs y:k=\"\"/>");
+    for (const std::string& changed : {text, element, attribute}) {
+        const auto result = worst(changed, {});
+        ASSERT_TRUE(result);
+        EXPECT_TRUE(result->valid) << result->reason;
+        EXPECT_THAT(result->notCovered, testing::Contains(looseNamespaces)) << changed;
+    }
+}
+
+TEST(XmlAttacks, NamesThatAreSignedProtectANamespace) {
+    const std::string text =
+        signTemplate(honest().signer, "<doc xmlns:x=\"urn:x\"><x:part/>" +
+                                          signatureTemplate(referenceTemplate("", withoutItselfExclusive)) + "</doc>");
+    const auto result = worst(text, {});
+    ASSERT_TRUE(result);
+    EXPECT_TRUE(result->valid) << result->reason;
+    EXPECT_THAT(result->notCovered, testing::Not(testing::Contains(looseNamespaces)));
+}
+
 // Every octet of a document, one at a time.
 TEST(XmlAttacks, OneChangedOctetIsRefusedOrNotCovered) {
     const std::string& text = honest().exclusive;
@@ -534,7 +601,7 @@ TEST(XmlAttacks, OneChangedOctetIsRefusedOrNotCovered) {
             EXPECT_THAT(result->notCovered, testing::Contains("the signer's certificate"));
         }
     }
-    // Quotes and blanks are not content; "urn:y" is a namespace that no name uses.
+    // Quotes and blanks are not content; "urn:y" is a namespace that no signed name uses.
     EXPECT_THAT(passed, testing::MatchesRegex("[\"' \n0-9a-z:.]*"));
     EXPECT_LT(passed.size(), 40U) << passed;
 }
