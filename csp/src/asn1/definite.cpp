@@ -50,7 +50,8 @@ public:
         }
         const ByteView identifier = identifierOctets(element.header);
         open_.push_back({{identifier.begin(), identifier.end()}, {}, segment});
-        return Content::Members;
+        const bool deepest = open_.size() == limits::nestingDepth && !element.indefinite && !octetString;
+        return deepest ? Content::Octets : Content::Members;
     }
 
     void octets(ByteView piece) override { der::append(open_.back().content, piece); }

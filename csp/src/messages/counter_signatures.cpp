@@ -6,6 +6,7 @@
 #include "messages/signing_certificate.hpp"
 
 #include <algorithm>
+#include <utility>
 
 namespace klunortredi::csp {
 
@@ -38,18 +39,21 @@ void judge(CounterSignature& counter, ByteView parentValue, const CarriedCertifi
     }
 }
 
-/// Adds the counter-signatures of `signer`, which is the one at `parent` of the list.
-void collect(const SignerInfo& signer, DWORD parent, std::vector<CounterSignature>& list) {
-    for (const Attribute& attribute : signer.unsignedAttributes) {
+/// Adds the counter-signatures among the unsigned attributes of the signer at `parent` of the list. One entry stands
+/// for all those of the signer that are beyond the limit.
+void collect(const std::vector<Attribute>& attributes, DWORD parent, std::vector<CounterSignature>& list) {
+    for (const Attribute& attribute : attributes) {
         if (attribute.oid != oid::countersignature) {
             continue;
         }
         for (const Bytes& value : attribute.values) {
-            if (list.size() == limits::counterSignatures) {
-                fail(capi::CRYPT_E_ASN1_LARGE);
-            }
+            const bool tooMany = list.size() >= limits::counterSignatures;
             CounterSignature& counter = list.emplace_back();
             counter.parent = parent;
+            if (tooMany) {
+                counter.error = capi::CRYPT_E_ASN1_LARGE;
+                return;
+            }
             try {
                 counter.signer = decodeSignerInfo(value);
             } catch (const ApiError& error) {
@@ -64,19 +68,17 @@ void collect(const SignerInfo& signer, DWORD parent, std::vector<CounterSignatur
 std::vector<CounterSignature> judgeCounterSignatures(const SignerInfo& signer,
                                                      const CarriedCertificates& certificates) {
     std::vector<CounterSignature> list;
-    collect(signer, capi::CMSG_NO_PARENT, list);
+    collect(signer.unsignedAttributes, capi::CMSG_NO_PARENT, list);
     for (std::size_t i = 0; i < list.size(); ++i) {
-        if (list[i].error != 0) {
+        CounterSignature& counter = list[i];
+        if (counter.error != 0) {
             continue;
         }
-        const SignerInfo counter = list[i].signer; // the list grows
-        collect(counter, static_cast<DWORD>(i), list);
-    }
-    for (CounterSignature& counter : list) {
-        if (counter.error == 0) {
-            const SignerInfo& parent = counter.parent == capi::CMSG_NO_PARENT ? signer : list[counter.parent].signer;
-            judge(counter, parent.value, certificates);
-        }
+        const SignerInfo& parent = counter.parent == capi::CMSG_NO_PARENT ? signer : list[counter.parent].signer;
+        judge(counter, parent.value, certificates);
+        // Not kept: each level of nesting holds all deeper ones once more.
+        const auto attributes = std::exchange(counter.signer.unsignedAttributes, {});
+        collect(attributes, static_cast<DWORD>(i), list);
     }
     return list;
 }

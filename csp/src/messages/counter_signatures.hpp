@@ -22,8 +22,8 @@ struct CounterSignature {
 /// taken. Nothing is said of their chains.
 ///
 /// Errors in the list are as of `checkCounterSignature` and `checkSigningCertificate`, CRYPT_E_SIGNER_NOT_FOUND without
-/// certificate, CRYPT_E_ASN1_... for a malformed one. Throws ApiError(CRYPT_E_ASN1_LARGE) beyond
-/// limits::counterSignatures.
+/// certificate, CRYPT_E_ASN1_... for a malformed one. Beyond limits::counterSignatures, one empty entry for each parent
+/// with CRYPT_E_ASN1_LARGE stands for those that are not judged.
 std::vector<CounterSignature> judgeCounterSignatures(const SignerInfo& signer, const CarriedCertificates& certificates);
 
 } // namespace klunortredi::csp

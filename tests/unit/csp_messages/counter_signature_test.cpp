@@ -140,13 +140,25 @@ TEST_F(CounterSignatures, OverAValueThatIsSomebodysAttributesNeedSignedAttribute
     EXPECT_EQ(judged(msg), (List{{author0, capi::CRYPT_E_AUTH_ATTR_MISSING}}));
 }
 
-TEST_F(CounterSignatures, AreBounded) {
+TEST_F(CounterSignatures, BeyondTheLimitAreNotJudged) {
     const Bytes one = encodeSignerInfo(witness, counter(witness, value));
-    EXPECT_EQ(judged(with(std::vector<Bytes>(csp::limits::counterSignatures, one))).size(),
-              csp::limits::counterSignatures);
-    EXPECT_EQ(with(std::vector<Bytes>(csp::limits::counterSignatures + 1, one))
-                  .paramError(capi::CMSG_COUNTER_SIGNATURES_PARAM),
-              capi::CRYPT_E_ASN1_LARGE);
+    List expected(csp::limits::counterSignatures, {author0, 0});
+    EXPECT_EQ(judged(with(std::vector<Bytes>(csp::limits::counterSignatures, one))), expected);
+    expected.emplace_back(author0, capi::CRYPT_E_ASN1_LARGE);
+    EXPECT_EQ(judged(with(std::vector<Bytes>(csp::limits::counterSignatures + 5, one))), expected);
+}
+
+TEST_F(CounterSignatures, NestedDeeplyDoNotHideTheSignature) {
+    Crafted made = counter(witness, value);
+    made.signatureValue = value;
+    Bytes nested = encodeSignerInfo(witness, made);
+    for (int level = 0; level < 40; ++level) {
+        made.unsignedAttributes = {attribute(counterSignatureOid, {nested})};
+        nested = encodeSignerInfo(witness, made);
+    }
+    const List found = judged(with({nested}));
+    ASSERT_EQ(found.size(), csp::limits::counterSignatures + 1);
+    EXPECT_EQ(found.back().second, capi::CRYPT_E_ASN1_LARGE);
 }
 
 TEST_F(CounterSignatures, ThatAreNotThereGiveAnEmptyList) {

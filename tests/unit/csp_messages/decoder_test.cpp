@@ -113,13 +113,21 @@ TEST_F(Decoder, LeavesOtherKindsOfCertificatesOut) {
     EXPECT_EQ(msg.verify(signer.certificate), 0U);
 }
 
-TEST_F(Decoder, RefusesCertificatesAndCrlsThatAreNone) {
+TEST_F(Decoder, RefusesCertificatesThatAreNone) {
     Crafted crafted = honest(signer, content);
     crafted.certificates.push_back(der::sequence({der::integer(1)}));
     EXPECT_EQ(Msg::decode().feed(encode(signer, crafted)), capi::CRYPT_E_ASN1_CORRUPT);
-    crafted = honest(signer, content);
-    crafted.crls = {der::sequence({der::integer(1)})};
-    EXPECT_EQ(Msg::decode().feed(encode(signer, crafted)), capi::CRYPT_E_ASN1_CORRUPT);
+}
+
+TEST_F(Decoder, LeavesCrlsThatAreNoneOut) {
+    Crafted crafted = honest(signer, content);
+    const Bytes brokenInside = der::element(der::tag::Sequence, Bytes{0x30, 0x7F, 0x00});
+    const Bytes outerForm = der::sequence({der::sequence({}), algorithm("1.2.3"), der::bitString(Bytes(8))});
+    crafted.crls = {der::sequence({der::integer(1)}), brokenInside, outerForm};
+    const Msg msg = Msg::decode();
+    ASSERT_EQ(msg.feed(encode(signer, crafted)), 0U);
+    EXPECT_EQ(msg.verify(signer.certificate), 0U);
+    EXPECT_EQ(csp::certificateCarrier(msg.handle())->crls(), std::vector<Bytes>{outerForm});
 }
 
 TEST_F(Decoder, HasNoParametersBeforeItsEnd) {
