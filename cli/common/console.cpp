@@ -15,7 +15,7 @@ std::string documentText(const nlohmann::ordered_json& document) {
     nlohmann::ordered_json whole = {{"schema", 1}};
     whole.update(document);
     // Texts come from files and certificates of others: what is not UTF-8 is shown as the replacement character.
-    return whole.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
+    return printableJson(whole.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace)) + '\n';
 }
 
 nlohmann::ordered_json failureDocument(const Failure& failure, const nlohmann::ordered_json& fields) {

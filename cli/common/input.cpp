@@ -156,6 +156,8 @@ public:
     }
 
     [[nodiscard]] const std::string& label() const noexcept { return label_; }
+    /// Whether characters were met that are not Base64; there the octets end.
+    [[nodiscard]] bool damaged() const noexcept { return damaged_; }
 
     /// Reads on from the end of the block, whose last line begins with the '-' that ended the body.
     void readRest(Surroundings& around) {
@@ -207,6 +209,8 @@ protected:
             }
         }
         decoded_ = orvik::plugin::base64::decode(quads);
+        damaged_ = decoded_.empty() && !quads.empty();
+        ended_ = ended_ || damaged_;
         setg(decoded_.data(), decoded_.data(), decoded_.data() + decoded_.size());
         return decoded_.empty() ? traits_type::eof() : traits_type::to_int_type(*gptr());
     }
@@ -247,6 +251,7 @@ private:
     bool pem_;
     bool started_;
     bool ended_ = false;
+    bool damaged_ = false;
     std::string label_;
     std::string decoded_;
 };
@@ -333,6 +338,9 @@ std::uint64_t Input::size() const noexcept {
 void Input::check() const {
     if (descriptor_->error() != 0) {
         throw fileFailure("cannot read " + name_, descriptor_->error());
+    }
+    if (armor_ && armor_->damaged()) {
+        throw Failure(ExitCode::input, "cannot read " + name_, "it is damaged: not Base64");
     }
 }
 

@@ -56,7 +56,8 @@ public:
     /// Octets of a regular file; 0 for anything else.
     [[nodiscard]] std::uint64_t size() const noexcept;
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
-    /// Throws Failure when reading has failed; a failed read looks like an early end to the stream's user.
+    /// Throws Failure (exit 3) when reading has failed, or met what is not Base64; both look like an early end to the
+    /// stream's user.
     void check() const;
 
 private:

@@ -33,17 +33,7 @@ OutputFile::OutputFile(std::string path, bool force) : path_(std::move(path)), f
         direct_ = true;
         return;
     }
-    struct stat status {};
-    if (::stat(path_.c_str(), &status) == 0) {
-        if (S_ISDIR(status.st_mode)) {
-            fail(EISDIR);
-        }
-        direct_ = !S_ISREG(status.st_mode);
-        if (!direct_ && !force_) {
-            throw Failure(ExitCode::input, "cannot write " + path_, "it is there already", "--force replaces it",
-                          EEXIST);
-        }
-    }
+    inspectTarget();
     if (direct_) {
         fd_ = ::open(path_.c_str(), O_WRONLY | O_CLOEXEC);
         if (fd_ < 0) {
@@ -52,6 +42,25 @@ OutputFile::OutputFile(std::string path, bool force) : path_(std::move(path)), f
         return;
     }
     open();
+}
+
+void OutputFile::inspectTarget() {
+    struct stat status {};
+    const bool there = ::stat(path_.c_str(), &status) == 0;
+    if (there && S_ISDIR(status.st_mode)) {
+        fail(EISDIR);
+    }
+    direct_ = there && !S_ISREG(status.st_mode);
+    struct stat named {};
+    if (!direct_ && ::lstat(path_.c_str(), &named) == 0 && S_ISLNK(named.st_mode)) {
+        // Replacing the link leaves the old file where the user looks for the new one; following it writes a file that
+        // whoever made the link chose.
+        throw Failure(ExitCode::input, "cannot write " + path_, "it is a symbolic link",
+                      "name the file that it leads to", EEXIST);
+    }
+    if (there && !direct_ && !force_) {
+        throw Failure(ExitCode::input, "cannot write " + path_, "it is there already", "--force replaces it", EEXIST);
+    }
 }
 
 OutputFile::~OutputFile() {

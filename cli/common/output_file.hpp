@@ -11,7 +11,8 @@ namespace klunortredi::cli {
 /// device or pipe is written to directly.
 class OutputFile {
 public:
-    /// Throws Failure (exit 3) when the file is there already and `force` is false, or when it cannot be made.
+    /// Throws Failure (exit 3) when the file is there already and `force` is false, when it is a symbolic link to a
+    /// file or to nothing, or when it cannot be made.
     OutputFile(std::string path, bool force);
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
@@ -28,6 +29,8 @@ public:
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
 private:
+    /// Finds out what lies under the name, and refuses what must not be written.
+    void inspectTarget();
     void open();
     void publish();
     void rename() const;

@@ -20,6 +20,11 @@ std::string octetCount(const std::string& text) {
                : std::string{};
 }
 
+/// For values that mean "not given" when they are empty: an empty variable of a script must not take a check away.
+std::string notEmpty(const std::string& text) {
+    return text.empty() ? "its value is empty" : std::string{};
+}
+
 /// Builds the verbs; each remembers how to run what it was given.
 class Grammar {
 public:
@@ -143,14 +148,19 @@ private:
     /// How chains are judged, for every verb that judges them.
     static void addChainOptions(CLI::App& verb, ChainOptions& options) {
         verb.add_option("--at", options.at, "Judge the chain at this time (RFC 3339, UTC) instead of now")
-            ->type_name("TIME");
+            ->type_name("TIME")
+            ->check(notEmpty);
         verb.add_option("--with", options.with, "More certificates and CRLs, DER, PEM or PKCS#7")
             ->type_name("FILE")
+            ->check(notEmpty)
             ->allow_extra_args(false);
         verb.add_option("--anchor", options.anchors, "Trust these certificates instead of store root")
             ->type_name("FILE")
+            ->check(notEmpty)
             ->allow_extra_args(false);
-        verb.add_option("--usage", options.usage, "Require this extended key usage")->type_name("OID|NAME");
+        verb.add_option("--usage", options.usage, "Require this extended key usage")
+            ->type_name("OID|NAME")
+            ->check(notEmpty);
         verb.add_flag("--require-revocation", options.requireRevocation,
                       "Do not trust a chain whose revocation status is not known");
         verb.add_flag("--offline", options.offline, "Fetch nothing (nothing is ever fetched yet)");
@@ -178,14 +188,16 @@ private:
         auto verifying = std::make_shared<VerifyArguments>();
         verb = add(app_, "verify", "Check a signature", verifying, verify);
         verb->add_option("FILE", verifying->file, "The signature")->required();
-        verb->add_option("--content", verifying->content, "Content of a detached signature");
+        verb->add_option("--content", verifying->content, "Content of a detached signature")->check(notEmpty);
         verb->add_option("--format", verifying->format, "Signature format (default: recognised)")->check(formats);
         verb->add_option("--signer-cert", verifying->signerCertificate,
-                         "The signer's certificate, for a signature that carries none; it decides");
-        verb->add_option("--extract", verifying->extract, "Write the signed content to this file, once it is valid");
+                         "The signer's certificate, for a signature that carries none; it decides")
+            ->check(notEmpty);
+        verb->add_option("--extract", verifying->extract, "Write the signed content to this file, once it is valid")
+            ->check(notEmpty);
         verb->add_flag("--allow-partial", verifying->allowPartial,
                        "Accept signatures over parts of an XML document; the parts are listed");
-        verb->add_option("--json-out", verifying->jsonOut, "Write the JSON document to this file");
+        verb->add_option("--json-out", verifying->jsonOut, "Write the JSON document to this file")->check(notEmpty);
         verb->add_option("--require", verifying->require,
                          "Which signers must be valid: all, any, a number, or thumbprints (default: all)")
             ->type_name("WHICH")

@@ -111,7 +111,7 @@ std::string subjectOf(const ICertificate& certificate) {
 }
 
 std::string titleOf(const ICertificate& certificate) {
-    return printable(subjectOf(certificate));
+    return printableName(subjectOf(certificate));
 }
 
 std::string thumbprintOf(const ICertificate& certificate) {
@@ -151,7 +151,7 @@ nlohmann::ordered_json toJson(const ICertificate& certificate) {
 void print(std::ostream& out, const ICertificate& certificate) {
     const auto line = [&out](const char* label, const std::string& value) {
         if (!value.empty()) {
-            out << "  " << label << printable(value) << '\n';
+            out << "  " << label << printableName(value) << '\n';
         }
     };
     out << titleOf(certificate) << '\n';

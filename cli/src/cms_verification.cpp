@@ -27,17 +27,6 @@ constexpr std::size_t lengthSize = 16; // octets that hold a tag and any length
 /// Labels of PEM blocks that hold messages (RFC 7468, 9 and 10; the last two as old programs write them).
 constexpr std::array<std::string_view, 4> messageLabels = {"CMS", "PKCS7", "PKCS #7 SIGNED DATA", "SIGNED MESSAGE"};
 
-/// Where the content of a detached signature lies when nobody says: "x" beside "x.sig".
-std::string contentBeside(const std::string& file) {
-    const auto dot = file.rfind('.');
-    const auto slash = file.rfind('/');
-    if (dot == std::string::npos || dot == 0 || (slash != std::string::npos && dot <= slash + 1)) {
-        return {};
-    }
-    const std::string candidate = file.substr(0, dot);
-    return ::access(candidate.c_str(), F_OK) == 0 ? candidate : std::string{};
-}
-
 bool isSigner(const orvik::plugin::crypto::ICertificate& certificate, const std::vector<Signer>& signers) {
     return std::any_of(signers.begin(), signers.end(), [octets = certificate.raw()](const Signer& signer) {
         return signer.certificate && signer.certificate->raw() == octets;
@@ -62,6 +51,16 @@ CmsVerification::CmsVerification(Session& session, const VerifyArguments& argume
 }
 
 CmsVerification::~CmsVerification() = default;
+
+std::string CmsVerification::contentBeside(const std::string& file) {
+    const auto dot = file.rfind('.');
+    const auto slash = file.rfind('/');
+    if (dot == std::string::npos || dot == 0 || (slash != std::string::npos && dot <= slash + 1)) {
+        return {};
+    }
+    const std::string candidate = file.substr(0, dot);
+    return ::access(candidate.c_str(), F_OK) == 0 ? candidate : std::string{};
+}
 
 Verdict CmsVerification::run() {
     openContent();

@@ -29,6 +29,9 @@ public:
     /// (other content, a certificate that no signer has), else valid: the caller decides which signers are required.
     /// Throws Failure and SystemException when the message or its content cannot be read.
     Verdict run();
+    /// Where the content of a detached signature lies when nobody says: "x" beside "x.sig"; empty when nothing is
+    /// there.
+    [[nodiscard]] static std::string contentBeside(const std::string& file);
     /// Where the content of an attached signature goes; null without --extract.
     [[nodiscard]] Extraction* extraction() const noexcept { return extraction_.get(); }
 

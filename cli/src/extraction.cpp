@@ -24,9 +24,8 @@ bool showsAtOnce(const std::string& path) {
 bool Extraction::isStandardOutput(const std::string& path) {
     struct stat out {};
     struct stat named {};
-    return path == "-" ||
-           (showsAtOnce(path) && ::fstat(STDOUT_FILENO, &out) == 0 && ::stat(path.c_str(), &named) == 0 &&
-            out.st_dev == named.st_dev && out.st_ino == named.st_ino);
+    return path == "-" || (::fstat(STDOUT_FILENO, &out) == 0 && ::stat(path.c_str(), &named) == 0 &&
+                           out.st_dev == named.st_dev && out.st_ino == named.st_ino);
 }
 
 Extraction::Extraction(const std::string& path, bool force, const Input& signature) {
@@ -39,8 +38,9 @@ Extraction::Extraction(const std::string& path, bool force, const Input& signatu
         throw Failure(ExitCode::input, "cannot write " + (isTerminal ? std::string("standard output") : path),
                       isTerminal ? "it is a terminal" : "it is a pipe or a device", "--force writes there");
     }
-    target_ = std::make_unique<OutputFile>(path, force);
-    if (showsAtOnce(path)) {
+    const bool isOutput = isStandardOutput(path);
+    target_ = std::make_unique<OutputFile>(isOutput ? "-" : path, force);
+    if (isOutput || showsAtOnce(path)) {
         spool_ = std::make_unique<Spool>();
     }
 }

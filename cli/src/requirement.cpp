@@ -29,14 +29,16 @@ std::string normalized(const std::string& word) {
     return text;
 }
 
-/// The x coordinate of a point of an elliptic curve (SEC 1, 2.3.3), which may be written compressed or not.
+/// The x coordinate of a point of an elliptic curve (SEC 1, 2.3.3), which may be written compressed, not, or as a
+/// hybrid of both (ANSI X9.62, 4.3.6).
 std::string_view abscissa(std::string_view point) {
-    constexpr char uncompressed = 4;
+    constexpr std::string_view bothCoordinates = "\4\6\7";
     if (point.empty()) {
         return point;
     }
     const auto coordinates = point.substr(1);
-    return coordinates.substr(0, point.front() == uncompressed ? coordinates.size() / 2 : coordinates.size());
+    const bool both = bothCoordinates.find(point.front()) != std::string_view::npos;
+    return coordinates.substr(0, both ? coordinates.size() / 2 : coordinates.size());
 }
 
 /// The public key's octets: the identity of a signer, whatever certificates the key has and however its point is

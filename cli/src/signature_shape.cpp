@@ -3,16 +3,33 @@
 #include "der_head.hpp"
 #include "input.hpp"
 
+#include <string>
+
 namespace klunortredi::cli {
 
 namespace {
 
 constexpr std::string_view signedDataOid = "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x02";
 
+/// The characters of UTF-16 with a byte order mark, as octets; those beyond ASCII as '?'. Empty for anything else.
+std::string asciiOfUtf16(std::string_view head) {
+    const bool little = head.starts_with("\xFF\xFE");
+    if (!little && !head.starts_with("\xFE\xFF")) {
+        return {};
+    }
+    std::string text;
+    for (std::size_t i = 2; i + 1 < head.size(); i += 2) {
+        const char low = head[little ? i : i + 1];
+        const char high = head[little ? i + 1 : i];
+        text.push_back(high == 0 ? low : '?');
+    }
+    return text;
+}
+
 bool looksLikeXml(std::string_view head) {
-    using namespace std::string_view_literals;
-    if (head.starts_with("\xFF\xFE<\0"sv) || head.starts_with("\xFE\xFF\0<"sv)) { // UTF-16
-        return true;
+    const std::string narrow = asciiOfUtf16(head);
+    if (!narrow.empty()) {
+        head = narrow;
     }
     if (head.starts_with(byteOrderMark)) {
         head.remove_prefix(byteOrderMark.size());

@@ -68,6 +68,9 @@ std::vector<std::string> readAll(void* message, unsigned countParam, unsigned pa
 }
 
 std::string reasonOf(const SignerVerdict& verdict, const CertificatePtr& outside) {
+    if (verdict.code == capi::CRYPT_E_ASN1_LARGE) {
+        return "more certificates have the signer's issuer and serial number than are tried, or one is too large";
+    }
     if (verdict.code != capi::CRYPT_E_NOT_FOUND && verdict.code != capi::CRYPT_E_SIGNER_NOT_FOUND) {
         return signatureReason(verdict.code);
     }

@@ -1,9 +1,11 @@
 #include "verify_report.hpp"
 
+#include "cms_verification.hpp"
 #include "console.hpp"
 #include "extraction.hpp"
 #include "input.hpp"
 #include "printable.hpp"
+#include "same_file.hpp"
 #include "text.hpp"
 
 #include <nlohmann/json.hpp>
@@ -12,6 +14,7 @@
 #include <iostream>
 #include <iterator>
 #include <utility>
+#include <vector>
 
 namespace klunortredi::cli {
 
@@ -112,7 +115,7 @@ void printSigner(std::ostream& out, const Signer& signer, bool alone) {
         out << "  verdict      valid\n";
     }
     if (signer.certificate) {
-        out << "  issuer       " << printable(text::name(signer.certificate->issuerNameInfo())) << '\n';
+        out << "  issuer       " << printableName(text::name(signer.certificate->issuerNameInfo())) << '\n';
         out << "  serial       " << serialOf(*signer.certificate) << '\n';
         out << "  thumbprint   " << thumbprintOf(*signer.certificate) << '\n';
     }
@@ -127,6 +130,34 @@ void printSigner(std::ostream& out, const Signer& signer, bool alone) {
         out << "  chain        " << printable(describe(*signer.trust)) << '\n';
         out << "  revocation   " << printable(describe(signer.trust->revocation)) << '\n';
     }
+}
+
+/// Refuses an output that is a file of the options which the verdict is made from.
+void refuseInputs(const VerifyArguments& arguments, const std::string& output) {
+    std::vector<std::string> inputs = {arguments.content, arguments.signerCertificate};
+    for (const auto* more : {&arguments.chainOptions.with, &arguments.chainOptions.anchors}) {
+        inputs.insert(inputs.end(), more->begin(), more->end());
+    }
+    if (std::any_of(inputs.begin(), inputs.end(), [&](const std::string& path) { return isSameFile(path, output); })) {
+        throw Failure(ExitCode::usage, "cannot write " + output, "it is read for the verdict");
+    }
+}
+
+/// Refuses a --json-out that is another file of the same call.
+void refuseJsonOut(const VerifyArguments& arguments) {
+    const std::string& path = arguments.jsonOut;
+    const std::pair<std::string, const char*> rows[] = {
+        {arguments.file, "--json-out names the signature itself"},
+        {arguments.extract, "--extract and --json-out name the same file"},
+        {arguments.content.empty() ? CmsVerification::contentBeside(arguments.file) : std::string{},
+         "the content of a detached signature is looked for there"},
+    };
+    for (const auto& [other, why] : rows) {
+        if (isSameFile(path, other)) {
+            throw Failure(ExitCode::usage, "cannot write " + path, why);
+        }
+    }
+    refuseInputs(arguments, path);
 }
 
 } // namespace
@@ -169,6 +200,8 @@ VerifyReport::VerifyReport(const Session& session, const VerifyArguments& argume
         throw Failure(ExitCode::usage, "cannot use --json-out " + path_, "it takes the name of a file",
                       "--json writes to standard output");
     }
+    refuseJsonOut(arguments);
+    refuseInputs(arguments, arguments.extract);
     if (contentTakesOutput_ && session.options.json && path_.empty()) {
         throw Failure(ExitCode::usage, "cannot use --json with --extract -", "standard output belongs to the content",
                       "name a file with --json-out");

@@ -252,5 +252,17 @@ TEST_F(BadInput, ABatchInWhichASignatureWouldReplaceAnotherFile) {
     EXPECT_EQ(place_.folder().read("report.txt"), "The report.\n");
 }
 
+TEST_F(BadInput, AnEmptyValueIsNotAnOptionThatIsNotGiven) {
+    for (const char* option : {"--at", "--usage", "--with", "--anchor", "--content", "--signer-cert", "--extract",
+                               "--json-out", "--require"}) {
+        const Outcome outcome = place_.cli({"verify", "report.txt", "--chain", option, ""});
+        EXPECT_EQ(outcome.exit, 2) << option << outcome.err;
+        EXPECT_EQ(outcome.out, "") << option;
+    }
+    for (const char* option : {"--at", "--usage"}) {
+        EXPECT_EQ(place_.cli({"chain", "ca.pem", option, ""}).exit, 2) << option;
+    }
+}
+
 } // namespace
 } // namespace cli_test

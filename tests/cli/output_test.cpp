@@ -2,6 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <unistd.h>
+
+#include <filesystem>
+
 namespace cli_test {
 namespace {
 
@@ -56,6 +60,22 @@ TEST_F(Output, AFullDiskAtRequestLeavesNoContainer) {
     EXPECT_EQ(place_.json({"containers"})["containers"].size(), 1U);
     EXPECT_EQ(place_.cliWithPin({"request", "--container", "two", "--subject", "2.5.4.3=Two", "--out", "two.csr"}).exit,
               0);
+}
+
+TEST_F(Output, ASymbolicLinkIsNeitherReplacedNorFollowed) {
+    place_.folder().write("kept.sig", "precious");
+    for (const char* leadsTo : {"kept.sig", "nowhere.sig"}) {
+        const std::string link = place_.folder() / (std::string("to-") + leadsTo);
+        ASSERT_EQ(::symlink(leadsTo, link.c_str()), 0);
+        for (const std::vector<std::string>& more : {std::vector<std::string>{}, {"--force"}}) {
+            const Outcome refused = sign(link, more);
+            EXPECT_EQ(refused.exit, 3);
+            EXPECT_THAT(refused.err, HasSubstr("symbolic link"));
+        }
+        EXPECT_TRUE(std::filesystem::is_symlink(link));
+    }
+    EXPECT_EQ(place_.folder().read("kept.sig"), "precious");
+    EXPECT_FALSE(place_.folder().has("nowhere.sig"));
 }
 
 TEST_F(Output, AFolderThatIsNotThereIsAnInputError) {

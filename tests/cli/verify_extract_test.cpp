@@ -156,5 +156,50 @@ TEST_F(VerifyExtract, NothingIsLeftInTheTemporaryFolder) {
     EXPECT_EQ(place_.cli({"verify", "a.p7s", "--extract", "-"}, options).exit, 3);
 }
 
+TEST_F(VerifyExtract, TheContentAndItsVerdictNeverShareAFile) {
+    place_.folder().write("there", "old");
+    ASSERT_EQ(::link((place_.folder() / "there").c_str(), (place_.folder() / "linked").c_str()), 0);
+    const std::pair<const char*, const char*> rows[] = {
+        {"new", "new"}, {"new", "./new"}, {"there", "there"}, {"there", "linked"}};
+    for (const auto& [content, document] : rows) {
+        const Outcome outcome =
+            place_.cli({"verify", "a.p7s", "--extract", content, "--json-out", document, "--force"});
+        EXPECT_EQ(outcome.exit, 2) << content << " " << document << outcome.out;
+    }
+    EXPECT_FALSE(place_.folder().has("new"));
+    EXPECT_EQ(place_.folder().read("there"), "old");
+}
+
+TEST_F(VerifyExtract, TheJsonFileIsNeverAFileThatIsRead) {
+    place_.sign("report.txt.p7s", {"a"}, {});
+    const std::vector<std::vector<std::string>> calls = {
+        {"verify", "report.txt.p7s", "--content", "report.txt", "--json-out", "report.txt"},
+        {"verify", "report.txt.p7s", "--json-out", "./report.txt"},
+        {"verify", "a.p7s", "--signer-cert", "a.pem", "--json-out", "a.pem"},
+        {"verify", "a.p7s", "--content", "report.txt", "--extract", "report.txt"},
+    };
+    const std::string certificate = place_.folder().read("a.pem");
+    for (std::vector<std::string> words : calls) {
+        words.emplace_back("--force");
+        EXPECT_EQ(place_.cli(words).exit, 2) << words.back();
+    }
+    EXPECT_EQ(place_.folder().read("report.txt"), content_);
+    EXPECT_EQ(place_.folder().read("a.pem"), certificate);
+}
+
+TEST_F(VerifyExtract, AFileThatIsStandardOutputHasTheContentAlone) {
+    RunOptions options;
+    options.environment = {{"KLUNORTREDI_HOME", place_.home()}};
+    options.folder = place_.folder().path();
+    for (const char* target : {"redirected", "/dev/stdout"}) {
+        const std::string call = " verify a.p7s --force --extract " + std::string(target) + " > redirected";
+        const Outcome outcome =
+            test_support::run({"sh", "-c", "exec '" + std::string(KLUNORTREDI) + "'" + call}, options);
+        EXPECT_EQ(outcome.exit, 0) << outcome.err;
+        EXPECT_EQ(place_.folder().read("redirected"), content_);
+        EXPECT_THAT(outcome.err, HasSubstr("a.p7s: valid attached signature"));
+    }
+}
+
 } // namespace
 } // namespace cli_test

@@ -94,5 +94,21 @@ TEST_F(VerifyPem, OctetsAfterTheMessageInsideTheBlockAreRefused) {
     EXPECT_EQ(verify(base64).exit, 3);
 }
 
+TEST_F(VerifyPem, DamagedBase64IsAnInputError) {
+    const std::string base64 = place_.folder().read("a.b64");
+    const std::string damaged = base64.substr(0, 200) + "!" + base64.substr(201);
+    const std::string shortened = base64.substr(0, base64.size() - 3) + "\n";
+    for (const std::string& body : {damaged, shortened}) {
+        const Outcome outcome = verify("-----BEGIN CMS-----\n" + body + "-----END CMS-----\n");
+        EXPECT_EQ(outcome.exit, 3) << outcome.out;
+        EXPECT_THAT(outcome.err, HasSubstr("not Base64"));
+    }
+    EXPECT_EQ(verify(shortened).exit, 3);
+    place_.folder().write("bad.pem", "-----BEGIN CERTIFICATE-----\nMII!\n-----END CERTIFICATE-----\n");
+    const Outcome certificate = place_.cli({"verify", "a.p7s", "--signer-cert", "bad.pem"});
+    EXPECT_EQ(certificate.exit, 3);
+    EXPECT_THAT(certificate.err, HasSubstr("not Base64"));
+}
+
 } // namespace
 } // namespace cli_test

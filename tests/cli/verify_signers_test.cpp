@@ -105,6 +105,33 @@ TEST_F(VerifySigners, APointWrittenCompressedAndNotIsOneKey) {
     verdict("points.p7s", {"--require", "2"}, 1);
 }
 
+TEST_F(VerifySigners, AHybridPointIsTheSameKeyToo) {
+    const auto& openssl = place_.openssl();
+    openssl.must({"genpkey", "-algorithm", "EC", "-pkeyopt", "ec_paramgen_curve:P-256", "-out", "e.key"});
+    openssl.must({"ec", "-in", "e.key", "-conv_form", "hybrid", "-out", "e2.key"});
+    openssl.must({"req", "-x509", "-key", "e.key", "-out", "e.pem", "-subj", "/CN=one", "-days", "2"});
+    openssl.must({"req", "-x509", "-key", "e2.key", "-out", "e2.pem", "-subj", "/CN=two", "-days", "2"});
+    place_.sign("hybrid.p7s", {"e", "e2"}, {"-nodetach"});
+    ASSERT_EQ(verdict("hybrid.p7s", {}, 0)["signers"].size(), 2U);
+    verdict("hybrid.p7s", {"--require", "2"}, 1);
+}
+
+TEST_F(VerifySigners, TooManyCertificatesOfOneNumberAreTheReason) {
+    const auto& openssl = place_.openssl();
+    std::string others;
+    for (int i = 0; i < 6; ++i) {
+        const std::string name = "twin" + std::to_string(i);
+        openssl.must({"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-keyout",
+                      name + ".key", "-out", name + ".pem", "-subj", "/CN=twin", "-set_serial", "7", "-days", "2"});
+        others += i > 0 ? place_.folder().read(name + ".pem") : "";
+    }
+    place_.folder().write("others.pem", others);
+    place_.sign("twins.p7s", {"twin0"}, {"-nodetach", "-nocerts", "-certfile", "others.pem"});
+    const Outcome outcome = place_.cli({"verify", "twins.p7s"});
+    EXPECT_EQ(outcome.exit, 4) << outcome.out;
+    EXPECT_THAT(outcome.out, testing::HasSubstr("more certificates have the signer's issuer and serial number"));
+}
+
 TEST_F(VerifySigners, ThumbprintsNameWhoMustBeValid) {
     const std::string a = place_.thumbprint("a");
     const std::string b = place_.thumbprint("b");

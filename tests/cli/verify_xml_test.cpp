@@ -102,6 +102,11 @@ TEST_F(VerifyXml, ReadsUtf16) {
     const Outcome checking = place_.cli({"verify", "wide.signed.xml"});
     EXPECT_EQ(checking.exit, 0) << checking.out << checking.err;
     EXPECT_EQ(place_.cli({"verify", "wide.xml"}).exit, 1) << "no signature";
+    const std::string blanks("\n\0 \0", 4);
+    place_.folder().write("wide.signed.xml", place_.folder().read("wide.signed.xml").insert(2, blanks));
+    const Outcome afterBlanks = place_.cli({"verify", "wide.signed.xml"});
+    EXPECT_THAT(afterBlanks.out + afterBlanks.err, HasSubstr("XML")) << "recognised";
+    EXPECT_THAT(afterBlanks.err, testing::Not(HasSubstr("CMS"))) << "recognised";
 }
 
 TEST_F(VerifyXml, WhatIsNotOneDocumentIsAnInputError) {

@@ -56,7 +56,7 @@ Json toJson(const CrlSummary& crl) {
 
 void print(std::ostream& out, const CrlSummary& crl) {
     const bool late = crl.nextUpdate && *crl.nextUpdate < std::time(nullptr);
-    out << cli::printable(crl.issuer) << '\n'
+    out << cli::printableName(crl.issuer) << '\n'
         << "  number       " << (crl.number.empty() ? "not stated" : csp::toHex(crl.number)) << '\n'
         << "  this update  " << timeText(crl.thisUpdate) << '\n'
         << "  next update  " << (crl.nextUpdate ? timeText(*crl.nextUpdate) : "not stated")
@@ -109,7 +109,7 @@ ExitCode addCrl(Session& session, const CrlArguments& arguments) {
     try {
         const CrlSummary crl = csp::addCrl(folder, contents);
         session.console.result({{"added", toJson(crl)}, {"store", arguments.store}}, [&](std::ostream& out) {
-            out << "added the CRL of " << cli::printable(crl.issuer) << " of " << timeText(crl.thisUpdate)
+            out << "added the CRL of " << cli::printableName(crl.issuer) << " of " << timeText(crl.thisUpdate)
                 << " to store " << arguments.store << '\n';
         });
     } catch (const csp::ApiError& e) {
@@ -121,7 +121,7 @@ ExitCode addCrl(Session& session, const CrlArguments& arguments) {
         }
         const CrlSummary crl = csp::summarizeCrl(contents);
         session.console.result({{"added", nullptr}, {"store", arguments.store}}, [&](std::ostream& out) {
-            out << "store " << arguments.store << " has this CRL of " << cli::printable(crl.issuer)
+            out << "store " << arguments.store << " has this CRL of " << cli::printableName(crl.issuer)
                 << ", or a newer one, already\n";
         });
     }
@@ -154,7 +154,7 @@ ExitCode deleteCrl(Session& session, const CrlArguments& arguments) {
     const CrlSummary crl = find(folder, arguments);
     csp::deleteCrl(folder, crl.file);
     session.console.result({{"deleted", toJson(crl)}, {"store", arguments.store}}, [&](std::ostream& out) {
-        out << "deleted the CRL of " << cli::printable(crl.issuer) << " from store " << arguments.store << '\n';
+        out << "deleted the CRL of " << cli::printableName(crl.issuer) << " from store " << arguments.store << '\n';
     });
     return ExitCode::done;
 }

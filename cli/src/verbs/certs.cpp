@@ -68,8 +68,8 @@ ExitCode addRevocationList(Session& session, const CertsArguments& arguments, st
         if (document["added"].is_null()) {
             out << "store " << arguments.store << " has this CRL, or a newer one, already\n";
         } else {
-            out << "added the CRL of " << printable(document["added"].value("issuer", std::string{})) << " to store "
-                << arguments.store << '\n';
+            out << "added the CRL of " << printableName(document["added"].value("issuer", std::string{}))
+                << " to store " << arguments.store << '\n';
         }
     });
     return ExitCode::done;

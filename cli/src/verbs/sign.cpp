@@ -58,7 +58,7 @@ std::vector<std::string> issuersOf(const orvik::plugin::crypto::ICertificate& ce
     if ((chain.status & capi::CERT_TRUST_IS_PARTIAL_CHAIN) != 0) {
         const auto& last = chain.elements.empty() ? certificate : *chain.elements.back().certificate;
         throw Failure(ExitCode::service, "cannot include the chain",
-                      "the issuer's certificate is missing (" + printable(text::name(last.issuerNameInfo())) + ")",
+                      "the issuer's certificate is missing (" + printableName(text::name(last.issuerNameInfo())) + ")",
                       "add it with 'klunortredi certs add FILE --store ca'");
     }
     std::vector<std::string> issuers;

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+
+namespace klunortredi::cli {
+
+/// Whether two paths lead to one file: the same file by whatever names, or, of a file that is not there yet, the same
+/// name in the same folder. Never for "-".
+bool isSameFile(const std::string& one, const std::string& other);
+
+} // namespace klunortredi::cli
