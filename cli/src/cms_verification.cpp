@@ -22,8 +22,6 @@ namespace {
 namespace constant = orvik::plugin::crypto::constant;
 namespace wincrypt = orvik::plugin::wincrypt;
 
-constexpr std::size_t lengthSize = 16; // octets that hold a tag and any length
-
 /// Labels of PEM blocks that hold messages (RFC 7468, 9 and 10; the last two as old programs write them).
 constexpr std::array<std::string_view, 4> messageLabels = {"CMS", "PKCS7", "PKCS #7 SIGNED DATA", "SIGNED MESSAGE"};
 
@@ -125,7 +123,7 @@ std::vector<SignerVerdict> CmsVerification::check() {
             return take({reinterpret_cast<const char*>(data), size});
         };
     }
-    MessageOctets octets(*signature_.decoded().rdbuf(), signature_.peek(lengthSize));
+    MessageOctets octets(*signature_.decoded().rdbuf());
     std::istream message(&octets);
     const boost::optional<std::istream&> content =
         detached_ ? boost::optional<std::istream&>(content_->raw()) : boost::none;

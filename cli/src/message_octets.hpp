@@ -2,10 +2,10 @@
 
 /// The octets of one message, apart from what follows them in a file.
 
-#include <cstddef>
-#include <optional>
+#include "message_end.hpp"
+
 #include <streambuf>
-#include <string_view>
+#include <string>
 #include <vector>
 
 namespace klunortredi::cli {
@@ -17,13 +17,12 @@ enum class Tail {
     octets,  ///< something else
 };
 
-/// Passes a BER or DER message on and stops where it ends: the outermost length says where. A message of indefinite
-/// length ends in two zero octets, so a line end after them is not part of it; everything else is passed on, and the
-/// reader of the message says what is wrong. Memory stays flat.
+/// Passes a BER or DER message on and stops where it ends, whatever the form of its lengths. What cannot be followed is
+/// passed on whole, and the reader of the message says what is wrong. Memory stays flat.
 class MessageOctets : public std::streambuf {
 public:
-    /// Reads from `source`, which starts with `head` (six octets are enough) and outlives this.
-    MessageOctets(std::streambuf& source, std::string_view head);
+    /// Reads from `source`, which outlives this.
+    explicit MessageOctets(std::streambuf& source);
 
     /// What follows the message; call it after the message was read to its end. Reads up to three octets more.
     [[nodiscard]] Tail tail();
@@ -32,11 +31,9 @@ protected:
     int_type underflow() override;
 
 private:
-    [[nodiscard]] std::size_t withoutLineEnd(std::size_t count);
-
     std::streambuf& source_;
-    std::optional<std::size_t> left_; ///< octets of a message of definite length that were not read yet
-    bool endsInLine_ = false;         ///< a line end was held back
+    MessageEnd end_;
+    std::string rest_; ///< the first octets after the message that were read with it
     std::vector<char> buffer_;
 };
 

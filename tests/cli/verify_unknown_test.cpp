@@ -101,8 +101,11 @@ TEST_F(VerifyUnknown, ALineEndAfterTheMessageIsNamed) {
 
 TEST_F(VerifyUnknown, OtherOctetsAfterTheMessageAreRefusedWithTheirReason) {
     place_.sign("a.p7s", {"a"});
-    for (const std::string tail : {"x", "\n\n", "\r", "\nx", " "}) {
-        place_.folder().write("tail.p7s", place_.folder().read("a.p7s") + tail);
+    place_.sign("ber.p7s", {"a"}, {"-nodetach", "-stream"});
+    const std::string zeros(2, '\0');
+    const std::vector<std::string> tails = {"x", "\n\n", "\r", "\nx", " ", zeros.substr(1), zeros, zeros + "\n"};
+    for (std::size_t i = 0; i < 2 * tails.size(); ++i) {
+        place_.folder().write("tail.p7s", place_.folder().read(i % 2 == 0 ? "a.p7s" : "ber.p7s") + tails[i / 2]);
         const Outcome outcome = place_.cli({"verify", "tail.p7s", "--extract", "out.txt"});
         EXPECT_EQ(outcome.exit, 3) << outcome.out;
         EXPECT_THAT(outcome.err, HasSubstr("octets follow the message"));
