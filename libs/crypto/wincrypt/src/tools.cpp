@@ -25,8 +25,6 @@ namespace orvik::plugin::wincrypt::tools {
 namespace internal {
 namespace {
 
-namespace constant = crypto::constant;
-
 /// The GOST 2012 providers name their containers in Windows-1251, all others in UTF-8. Empty for what is no text in the
 /// encoding, as for what cannot be read.
 std::wstring containerText(unsigned long hProv, const std::string& text) {
