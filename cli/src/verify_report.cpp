@@ -107,7 +107,7 @@ void printSigner(std::ostream& out, const Signer& signer, bool alone) {
     if (signer.certificate) {
         out << "  signer       " << titleOf(*signer.certificate) << '\n';
     } else {
-        out << "  signer       unknown: there is no certificate of it\n";
+        out << "  signer       unknown: its certificate is missing\n";
     }
     if (signer.verdict != SignatureVerdict::valid) {
         out << "  verdict      " << headline(signer.verdict, signer.reason) << '\n';

@@ -60,9 +60,9 @@ ExitCode addRevocationList(Session& session, const CertsArguments& arguments, st
                               ? Json()
                               : Json::parse(result.output.substr(begin, end + 1 - begin), nullptr, false);
     if (result.exit != 0 || !document.contains("added")) {
-        const bool told = document.contains("error");
+        const bool explained = document.contains("error");
         throw Failure(result.exit > 0 ? static_cast<ExitCode>(result.exit) : ExitCode::service, what,
-                      told ? document["error"].value("message", std::string{}) : "klunortredi-csp cannot be run");
+                      explained ? document["error"].value("message", std::string{}) : "klunortredi-csp cannot be run");
     }
     session.console.result({{"added_crl", document["added"]}, {"store", arguments.store}}, [&](std::ostream& out) {
         if (document["added"].is_null()) {
