@@ -57,4 +57,22 @@ void updateMessage(void* hMsg, const unsigned char* data, std::size_t size, cons
     internal::validateCryptMsgUpdate(CryptMsgUpdate(hMsg, data, boost::numeric_cast<DWORD>(size), 0), file);
 }
 
+void feedMessage(void* hMsg, HeldBackOctet heldBack, const unsigned char* data, std::size_t size, std::size_t* consumed,
+                 const char* file) {
+    if (heldBack.pending) {
+        updateMessage(hMsg, &heldBack.octet, 1, file);
+        heldBack.pending = false;
+    }
+    if (data != nullptr && size != 0) {
+        heldBack.octet = data[size - 1];
+        heldBack.pending = true;
+        if (size > 1) {
+            updateMessage(hMsg, data, size - 1, file);
+        }
+    }
+    if (consumed != nullptr) {
+        *consumed = size;
+    }
+}
+
 } // namespace orvik::plugin::wincrypt

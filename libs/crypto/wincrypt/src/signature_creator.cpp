@@ -1,12 +1,11 @@
 #include "crypto/wincrypt/signature_creator.hpp"
 
-#include "decoded_structure.hpp"
+#include "container_link.hpp"
 #include "message_stream.hpp"
 #include "signature_context.hpp"
 
 #include "capi/constants.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
-#include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "orvik/plugin/crypto/auth_provider.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
@@ -34,19 +33,11 @@ void require(bool condition, Code otherwise) {
     }
 }
 
-bool named(const wchar_t* name) {
-    return name != nullptr && *name != L'\0';
-}
-
 void validateCertificate(const boost::shared_ptr<crypto::ICertificate>& certificate) {
     require(certificate != nullptr, Code::noCertificate);
     const auto usage = certificate->keyUsage();
     require(usage && (*usage & capi::CERT_DIGITAL_SIGNATURE_KEY_USAGE) != 0, Code::keyUsageForbids);
-    const auto property = keyProvProperty(tools::toPCCERT_CONTEXT(certificate->context()));
-    const auto* link = structure<CRYPT_KEY_PROV_INFO>(property);
-    require(link != nullptr, Code::noContainer);
-    require(named(link->pwszProvName), Code::noProvider);
-    require(named(link->pwszContainerName), Code::noContainer);
+    requireContainerLink(*certificate, file);
 }
 
 } // namespace
@@ -76,20 +67,7 @@ bool Creator::updateImpl(const unsigned char* data, std::size_t size, std::size_
     if (!context_) {
         return false;
     }
-    if (pending_) {
-        updateMessage(context_->message(), &pendingByte_, 1, internal::file);
-        pending_ = false;
-    }
-    if (data != nullptr && size != 0) {
-        pendingByte_ = data[size - 1];
-        pending_ = true;
-        if (size > 1) {
-            updateMessage(context_->message(), data, size - 1, internal::file);
-        }
-    }
-    if (consumed != nullptr) {
-        *consumed = size;
-    }
+    feedMessage(context_->message(), {pending_, pendingByte_}, data, size, consumed, internal::file);
     return true;
 }
 
