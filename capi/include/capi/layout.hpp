@@ -45,6 +45,9 @@ static_assert(sizeof(CERT_REVOCATION_INFO) == 40 && offsetof(CERT_REVOCATION_INF
 static_assert(sizeof(CERT_CHAIN_ELEMENT) == 56 && offsetof(CERT_CHAIN_ELEMENT, pRevocationInfo) == 24);
 static_assert(sizeof(CERT_SIMPLE_CHAIN) == 40 && offsetof(CERT_SIMPLE_CHAIN, rgpElement) == 16);
 static_assert(sizeof(CERT_CHAIN_CONTEXT) == 48);
-static_assert(sizeof(CRYPT_TIMESTAMP_REQUEST) == 88);
+static_assert(sizeof(CRYPT_TIMESTAMP_REQUEST) == 88 && offsetof(CRYPT_TIMESTAMP_REQUEST, Nonce) == 56);
+static_assert(sizeof(CRYPT_TIMESTAMP_RESPONSE) == 56 && offsetof(CRYPT_TIMESTAMP_RESPONSE, ContentInfo) == 40);
+static_assert(sizeof(CRYPT_TIMESTAMP_ACCURACY) == 12);
+static_assert(sizeof(CRYPT_TIMESTAMP_INFO) == 144 && offsetof(CRYPT_TIMESTAMP_INFO, ftTime) == 72);
 
 } // namespace capi

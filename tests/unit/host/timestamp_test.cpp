@@ -36,6 +36,20 @@ public:
         EXPECT_EQ(nonce, nonces.back());
         return signature.to_string() + "+" + token.to_string();
     }
+    [[nodiscard]] std::string makeRequestFor(boost::string_view octets, const std::string& digestOid,
+                                             boost::string_view nonce) const override {
+        nonces.push_back(nonce.to_string());
+        return digestOid + " of " + octets.to_string();
+    }
+    [[nodiscard]] std::string tokenFor(boost::string_view /*octets*/, const std::string& /*digestOid*/,
+                                       boost::string_view response, boost::string_view nonce) const override {
+        EXPECT_EQ(nonce, nonces.back());
+        return response.to_string();
+    }
+    [[nodiscard]] orvik::plugin::crypto::cadest::TimestampVerdict judge(boost::string_view /*token*/,
+                                                                        boost::string_view /*octets*/) const override {
+        return {};
+    }
     mutable std::vector<std::string> nonces;
 };
 
