@@ -1,5 +1,6 @@
 #pragma once
 
+#include "crypto/wincrypt/output_sink.hpp"
 #include "orvik/plugin/crypto/signature_factory.hpp"
 #include "orvik/plugin/export.hpp"
 
@@ -7,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,23 +23,44 @@ struct ORVIK_EXPORT ChainParams : crypto::SignatureFactory::Creator::Params {
     std::vector<std::string> issuers; ///< DER; any order, not the signer's own
 };
 
+/// Parameters for what the framework's own do not offer. A member at its default changes nothing.
+struct ORVIK_EXPORT ExtendedParams : ChainParams {
+    ~ExtendedParams() override;
+
+    /// Takes the message as the service makes it; finalize() returns an empty vector then. Empty: finalize() returns
+    /// the whole message.
+    OutputSink sink;
+    /// Octets of the content, where they are known beforehand. update() beyond it and finalize() short of it throw
+    /// SystemException(CRYPT_E_BAD_LEN); the PIN is not asked for. An attached message is DER then (definite lengths).
+    /// The service takes the size in 32 bits: from 4 GiB - 1 octets on the message is BER of indefinite lengths, as
+    /// without a size.
+    std::optional<std::uint64_t> contentSize;
+};
+
 /// Streams data into a CMS SignedData (RFC 5652) made with the key that a certificate is linked to.
 ///
 /// Data is never kept, but for one octet: the last one is held back until finalize, so that the service's final update
-/// carries data. One thread uses a creator at a time.
+/// carries data. The message is collected in memory unless ExtendedParams carry a sink. One thread uses a creator at a
+/// time.
+///
+/// finalize() asks for the PIN unless the key is authenticated already: to have it asked for before much data is read,
+/// call crypto::AuthProvider::authorize() with the certificate's privateKey() first.
 class ORVIK_EXPORT Creator : public crypto::SignatureFactory::Creator {
 public:
     ~Creator() override;
 
     /// Throws std::bad_cast for foreign parameters; CryptoException noCertificate, keyUsageForbids, noContainer (no
-    /// linked container), noProvider, badAttribute; SystemException when the service opens no message.
+    /// linked container), noProvider, badAttribute, privateKeyUnavailable (the certificate returns no private key);
+    /// SystemException when the service opens no message. A second call drops the message of the first one before it
+    /// opens its own; when it throws earlier, the first message stays open.
     bool initializeImpl(const IDataHandler::Params& params) override;
-    /// Takes every octet it is given, less than 4 GiB at a time. Throws ApplicationException cancelled or
-    /// SystemException. False before initialize.
+    /// Takes every octet it is given, less than 4 GiB at a time. Throws ApplicationException cancelled,
+    /// SystemException, or what the sink threw. False before initialize.
     bool updateImpl(const unsigned char* data, std::size_t size, std::size_t* consumed) override;
-    /// Asks for the PIN where needed, signs, and gives the DER or BER of the message. False before initialize, and when
-    /// the PIN is refused: the creator stays open for another finalize then. Throws SystemException when there was no
-    /// data or the service refuses.
+    /// Asks for the PIN where needed, signs, and returns the DER or BER of the message. False before initialize, and
+    /// when the PIN is refused: the creator stays open for another finalize then. Throws SystemException when there was
+    /// no data or the service refuses, and what the authorization or the sink threw; the creator is unconfigured after
+    /// each of them.
     bool finalizeImpl(std::vector<unsigned char>& out) override;
 
 protected:

@@ -7,14 +7,18 @@
 #include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/tools_attributes.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
+#include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/i_certificate.hpp"
 #include "orvik/plugin/crypto/i_private_key.hpp"
 #include "orvik/plugin/crypto/tools.hpp"
 
 #include <set>
-#include <utility>
 
 namespace orvik::plugin::wincrypt::binary {
+
+using crypto::exception::CryptoException;
+
+Context::~Context() = default;
 
 Context::Context(const crypto::ICertificate& certificate,
                  const std::vector<crypto::format::SignatureRequest::Attribute>& attributes)
@@ -26,6 +30,9 @@ Context::Context(const crypto::ICertificate& certificate,
         return;
     }
     privateKey_ = certificate.privateKey();
+    if (!privateKey_) {
+        raise(CryptoException(CryptoException::Code::privateKeyUnavailable), {"signature_creator", "Context"});
+    }
     describeAttributes();
     describeSigner(context);
     describeMessage(context);
@@ -72,17 +79,6 @@ void Context::addCertificates(const std::vector<CRYPT_DATA_BLOB>& certificates) 
     certificates_.insert(certificates_.end(), certificates.begin(), certificates.end());
     signedMessage_.cCertEncoded = static_cast<DWORD>(certificates_.size());
     signedMessage_.rgCertEncoded = certificates_.data();
-}
-
-ChainContext::ChainContext(const crypto::ICertificate& certificate,
-                           const std::vector<crypto::format::SignatureRequest::Attribute>& attributes,
-                           std::vector<std::string> issuers)
-    : Context(certificate, attributes), issuers_(std::move(issuers)) {
-    std::vector<CRYPT_DATA_BLOB> blobs;
-    for (std::string& issuer : issuers_) {
-        blobs.push_back({static_cast<DWORD>(issuer.size()), reinterpret_cast<BYTE*>(issuer.data())});
-    }
-    addCertificates(blobs);
 }
 
 void Context::open(DWORD flags) {

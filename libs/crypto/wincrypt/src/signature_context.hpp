@@ -1,11 +1,16 @@
 #pragma once
 
+#include "sink_stream.hpp"
+
 #include "capi/types.h"
 #include "crypto/wincrypt/handles.hpp"
 #include "orvik/plugin/crypto/format/signature_request.hpp"
 
 #include <boost/smart_ptr/shared_ptr.hpp>
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +20,8 @@ class IPrivateKey;
 } // namespace orvik::plugin::crypto
 
 namespace orvik::plugin::wincrypt::binary {
+
+struct ExtendedParams;
 
 /// One signature under way: the message and everything that its descriptions point to. The structures point into the
 /// vectors and strings beside them, so a context stays where it was made.
@@ -26,6 +33,7 @@ public:
             const std::vector<crypto::format::SignatureRequest::Attribute>& attributes);
     Context(const Context&) = delete;
     Context& operator=(const Context&) = delete;
+    virtual ~Context();
 
     /// Opens the message; throws SystemException.
     void open(DWORD flags);
@@ -34,9 +42,17 @@ public:
     /// What the service has streamed out so far.
     [[nodiscard]] std::vector<unsigned char>& output() { return output_; }
 
+    /// Counts content that is about to be passed on. Throws SystemException for more than was announced.
+    virtual void count(std::size_t /*size*/) {}
+    /// Throws SystemException when less content came than was announced.
+    virtual void checkComplete() const {}
+    /// Throws what the caller's sink threw, if it did: to be called when the service refused an update.
+    virtual void rethrowSinkFailure() {}
+
 protected:
     /// Lets the message carry these as well, whose octets stay the caller's as long as the context lives.
     void addCertificates(const std::vector<CRYPT_DATA_BLOB>& certificates);
+    [[nodiscard]] CMSG_STREAM_INFO& stream() { return stream_; }
 
 private:
     void describeAttributes();
@@ -57,16 +73,26 @@ private:
     std::string hashAlgorithm_;
 };
 
-/// A signature whose message also carries certificates of the signer's issuers.
-class ChainContext : public Context {
+/// A signature with what ExtendedParams ask for.
+class ExtendedContext : public Context {
 public:
-    /// `issuers` are DER. Throws as Context does.
-    ChainContext(const crypto::ICertificate& certificate,
-                 const std::vector<crypto::format::SignatureRequest::Attribute>& attributes,
-                 std::vector<std::string> issuers);
+    /// Throws as Context does.
+    ExtendedContext(const crypto::ICertificate& certificate,
+                    const std::vector<crypto::format::SignatureRequest::Attribute>& attributes,
+                    std::vector<std::string> issuers);
+    ExtendedContext(const crypto::ICertificate& certificate, const ExtendedParams& params);
+
+    void count(std::size_t size) override;
+    void checkComplete() const override;
+    void rethrowSinkFailure() override;
 
 private:
+    void addIssuers();
+
     std::vector<std::string> issuers_;
+    SinkStream sink_;
+    std::optional<std::uint64_t> contentSize_;
+    std::uint64_t taken_ = 0;
 };
 
 } // namespace orvik::plugin::wincrypt::binary

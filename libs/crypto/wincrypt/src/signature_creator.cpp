@@ -40,10 +40,22 @@ void validateCertificate(const boost::shared_ptr<crypto::ICertificate>& certific
     requireContainerLink(*certificate, file);
 }
 
+boost::shared_ptr<Context> makeContext(const crypto::SignatureFactory::Creator::Params& params) {
+    if (const auto* const extended = dynamic_cast<const ExtendedParams*>(&params)) {
+        return boost::make_shared<ExtendedContext>(*params.certificate, *extended);
+    }
+    if (const auto* const chain = dynamic_cast<const ChainParams*>(&params)) {
+        return boost::make_shared<ExtendedContext>(*params.certificate, params.attributes, chain->issuers);
+    }
+    return boost::make_shared<Context>(*params.certificate, params.attributes);
+}
+
 } // namespace
 } // namespace internal
 
 ChainParams::~ChainParams() = default;
+
+ExtendedParams::~ExtendedParams() = default;
 
 Creator::Creator(std::uint32_t openFlags) : openFlags_(openFlags) {}
 
@@ -52,10 +64,7 @@ Creator::~Creator() = default;
 bool Creator::initializeImpl(const IDataHandler::Params& params) {
     const auto& own = dynamic_cast<const Params&>(params);
     internal::validateCertificate(own.certificate);
-    const auto* const chain = dynamic_cast<const ChainParams*>(&params);
-    auto context = chain == nullptr
-                       ? boost::make_shared<Context>(*own.certificate, own.attributes)
-                       : boost::make_shared<ChainContext>(*own.certificate, own.attributes, chain->issuers);
+    auto context = internal::makeContext(own);
     context_.reset();
     pending_ = false;
     context->open(openFlags_);
@@ -67,7 +76,15 @@ bool Creator::updateImpl(const unsigned char* data, std::size_t size, std::size_
     if (!context_) {
         return false;
     }
-    feedMessage(context_->message(), {pending_, pendingByte_}, data, size, consumed, internal::file);
+    if (data != nullptr) {
+        context_->count(size);
+    }
+    try {
+        feedMessage(context_->message(), {pending_, pendingByte_}, data, size, consumed, internal::file);
+    } catch (...) {
+        context_->rethrowSinkFailure();
+        throw;
+    }
     return true;
 }
 
@@ -75,13 +92,17 @@ bool Creator::finalizeImpl(std::vector<unsigned char>& out) {
     if (!context_) {
         return false;
     }
-    const auto& key = context_->privateKey();
-    if (key->supportsAuthentication() && !crypto::AuthProvider::authorize(key, "")) {
+    auto context = std::exchange(context_, nullptr); // whatever throws leaves the creator unconfigured
+    context->checkComplete();
+    const auto& key = context->privateKey();
+    if (key && key->supportsAuthentication() && !crypto::AuthProvider::authorize(key, "")) {
+        context_ = std::move(context);
         return false;
     }
-    const auto context = std::exchange(context_, nullptr);
     if (!std::exchange(pending_, false) || CryptMsgUpdate(context->message(), &pendingByte_, 1, 1) == 0) {
-        raise(internal::SystemException(), {internal::file, "finalizeImpl"});
+        const internal::SystemException failure;
+        context->rethrowSinkFailure();
+        raise(failure, {internal::file, "finalizeImpl"});
     }
     out = std::move(context->output());
     return true;
