@@ -1,10 +1,11 @@
 #pragma once
 
-/// Octets that do not stay behind in memory: PINs.
+/// Octets that do not stay in memory after use: PINs, content-encryption keys.
 
 #include <openssl/crypto.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -27,6 +28,9 @@ struct WipingAllocator {
 
 /// Wiped when destroyed, replaced or grown. (A std::string would keep short values inside itself.)
 using Secret = std::vector<char, WipingAllocator<char>>;
+
+/// Key material: the same for octets.
+using SecretBytes = std::vector<std::uint8_t, WipingAllocator<std::uint8_t>>;
 
 inline Secret secretOf(std::string_view text) {
     return {text.begin(), text.end()};
