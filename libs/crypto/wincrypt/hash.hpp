@@ -31,6 +31,8 @@ public:
     /// On the context of the certificate's private key, so that sign() signs with that key; it stays with that context
     /// when the key's authentication is reset. Throws also as IPrivateKey::context() does.
     CryptHash(const boost::shared_ptr<crypto::ICertificate>& certificate, boost::string_view algorithm);
+    /// On a reference of its own to `provider`. Throws CryptoException noProvider for an empty one.
+    CryptHash(const HCRYPTPROV& provider, boost::string_view algorithm);
     ~CryptHash() override;
 
     /// Reads the stream in pieces of 512 KiB until its end, or until it reports a failure: whether it has been read

@@ -52,13 +52,16 @@ bool isRefusal(const std::exception_ptr& failure) {
     }
 }
 
-/// A reference of the hash's own to the key's context: the key may close its context while the hash lives.
-unsigned long shareContext(const boost::shared_ptr<crypto::IPrivateKey>& key) {
-    const auto context = key ? tools::toHCRYPTPROV(key->context()) : 0;
+/// A reference of the hash's own to a context: its owner may close it while the hash lives.
+unsigned long shareContext(unsigned long context) {
     if (context != 0 && CryptContextAddRef(context, nullptr, 0) == 0) {
         exception::raise(SystemException(), {"hash", "CryptHash"});
     }
     return context;
+}
+
+unsigned long shareContext(const boost::shared_ptr<crypto::IPrivateKey>& key) {
+    return shareContext(key ? tools::toHCRYPTPROV(key->context()) : 0);
 }
 
 } // namespace
@@ -75,6 +78,11 @@ CryptHash::CryptHash(const crypto::IProvider& provider, boost::string_view algor
 CryptHash::CryptHash(const boost::shared_ptr<crypto::ICertificate>& certificate, boost::string_view algorithm)
     : certificate_(certificate), privateKey_(internal::keyOf(certificate)),
       provider_(internal::shareContext(privateKey_)) {
+    createHash(tools::oid_to_alg_id(algorithm).value_or(0), algorithm);
+}
+
+CryptHash::CryptHash(const HCRYPTPROV& provider, boost::string_view algorithm)
+    : provider_(internal::shareContext(provider.get())) {
     createHash(tools::oid_to_alg_id(algorithm).value_or(0), algorithm);
 }
 
