@@ -55,6 +55,7 @@ struct Message {
     std::string content;
     std::vector<std::string> certificates; ///< DER
     std::vector<std::string> signers;      ///< DER of each signer's certificate
+    std::vector<std::string> recipients;   ///< DER of each recipient's certificate; none: the message is not enveloped
     bool valid = true;                     ///< what CMSG_CTRL_VERIFY_SIGNATURE says
     /// Further parameters by (type, index), whole values; they come before what the fields above give.
     std::map<std::pair<DWORD, DWORD>, std::string> parameters;

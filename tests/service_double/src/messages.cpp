@@ -1,5 +1,5 @@
 // Messages. One opened to encode gives out "HEAD", its content unless detached, and "TAIL"; one opened to decode holds
-// what the script says.
+// what the script says. With recipients it is an enveloped one: its content comes when it is asked to decrypt.
 
 #include "model.hpp"
 
@@ -19,6 +19,9 @@ BOOL emit(const MessageObject& message, std::string octets, bool final) {
 
 /// Feeds the caller's stream as a service does: from inside CryptMsgUpdate.
 BOOL stream(MessageObject& message, const std::string& piece, bool final) {
+    if (message.decodes && !service().message.recipients.empty()) {
+        return 1;
+    }
     const bool detached = (message.flags & capi::CMSG_DETACHED_FLAG) != 0;
     if (!message.decodes && !message.begun && !emit(message, "HEAD", false)) {
         return 0;
@@ -30,10 +33,9 @@ BOOL stream(MessageObject& message, const std::string& piece, bool final) {
     return message.decodes || !final ? 1 : emit(message, "TAIL", true);
 }
 
-/// CERT_INFO with what names a signer: issuer and serial number.
-std::optional<Flat> signerCertInfo(DWORD index) {
-    const auto& signers = service().message.signers;
-    const auto certificate = index < signers.size() ? parseCertificate(signers[index]) : nullptr;
+/// CERT_INFO with what names a signer or a recipient: issuer and serial number.
+std::optional<Flat> namingCertInfo(const std::vector<std::string>& certificates, DWORD index) {
+    const auto certificate = index < certificates.size() ? parseCertificate(certificates[index]) : nullptr;
     if (!certificate) {
         return std::nullopt;
     }
@@ -66,10 +68,24 @@ std::optional<std::string> decodedParameter(DWORD type, DWORD index) {
         return script.content;
     case capi::CMSG_SIGNER_COUNT_PARAM:
         return number(script.signers.size());
+    case capi::CMSG_RECIPIENT_COUNT_PARAM:
+        return number(script.recipients.size());
     case capi::CMSG_CERT_COUNT_PARAM:
         return number(script.certificates.size());
     case capi::CMSG_CERT_PARAM:
         return index < script.certificates.size() ? std::optional(script.certificates[index]) : std::nullopt;
+    default:
+        return std::nullopt;
+    }
+}
+
+/// A parameter that is a structure; nothing for one that the message does not have.
+std::optional<Flat> decodedStructure(DWORD type, DWORD index) {
+    switch (type) {
+    case capi::CMSG_SIGNER_CERT_INFO_PARAM:
+        return namingCertInfo(service().message.signers, index);
+    case capi::CMSG_RECIPIENT_INFO_PARAM:
+        return namingCertInfo(service().message.recipients, index);
     default:
         return std::nullopt;
     }
@@ -118,14 +134,18 @@ BOOL Defaults::CryptMsgGetParam(void* handle, DWORD type, DWORD index, void* buf
     if (value) {
         return give(*value, buffer, size);
     }
-    const auto signer = type == capi::CMSG_SIGNER_CERT_INFO_PARAM ? signerCertInfo(index) : std::nullopt;
-    return signer ? giveFlat(*signer, buffer, size) : static_cast<BOOL>(fail(capi::CRYPT_E_INVALID_INDEX));
+    const auto structure = decodedStructure(type, index);
+    return structure ? giveFlat(*structure, buffer, size) : static_cast<BOOL>(fail(capi::CRYPT_E_INVALID_INDEX));
 }
 
 BOOL Defaults::CryptMsgControl(void* handle, DWORD /*flags*/, DWORD type, const void* /*parameter*/) {
     const Lock lock(stateMutex());
-    if (state().messages.find(toHandle(handle)) == nullptr) {
+    const auto* message = state().messages.find(toHandle(handle));
+    if (message == nullptr) {
         return fail(capi::ERROR_INVALID_HANDLE);
+    }
+    if (type == capi::CMSG_CTRL_DECRYPT && message->stream) {
+        return emit(*message, service().message.content, true);
     }
     const bool verifies = type == capi::CMSG_CTRL_VERIFY_SIGNATURE || type == capi::CMSG_CTRL_VERIFY_SIGNATURE_EX;
     const bool refused = verifies && !service().message.valid;

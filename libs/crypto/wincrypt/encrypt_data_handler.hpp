@@ -1,0 +1,56 @@
+#pragma once
+
+#include "orvik/plugin/data_handler.hpp"
+#include "orvik/plugin/export.hpp"
+
+#include <boost/smart_ptr/shared_ptr.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace orvik::plugin::crypto {
+class ICertificate;
+}
+
+namespace orvik::plugin::wincrypt {
+
+class DecryptContext;
+
+/// Decrypts a CMS EnvelopedData or AuthEnvelopedData (RFC 5652, 6; RFC 5083), BER or DER, with the private key that a
+/// recipient's certificate is linked to.
+///
+/// Data is never kept, but for one octet: the last one is held back until finalize, so that the service's final update
+/// carries data. One thread uses a handler at a time.
+class ORVIK_EXPORT DecryptDataHandler : public IDataHandler {
+public:
+    struct ORVIK_EXPORT Params : IDataHandler::Params {
+        ~Params() override;
+        boost::shared_ptr<crypto::ICertificate> certificate; ///< the recipient's
+    };
+
+    DecryptDataHandler();
+    ~DecryptDataHandler() override;
+
+    [[nodiscard]] std::unique_ptr<IDataHandler::Params> paramsImpl() const override;
+    /// Throws std::bad_cast for foreign parameters; CryptoException noCertificate, noContainer (no linked container),
+    /// noProvider; SystemException when the service opens no message.
+    bool initializeImpl(const IDataHandler::Params& params) override;
+    /// Takes every octet it is given, less than 4 GiB at a time. Throws ApplicationException cancelled or
+    /// SystemException. False before initialize.
+    bool updateImpl(const unsigned char* data, std::size_t size, std::size_t* consumed) override;
+    /// Asks for the PIN where needed, decrypts, and gives the plaintext. True with an empty `out` for a message that is
+    /// addressed to other certificates only. False before initialize and when no data came. Throws SystemException when
+    /// the service does not take the end of the message (the handler stays open then), CryptoException
+    /// privateKeyUnavailable when the PIN is refused, decryptionFailed when the message cannot be decrypted (the log
+    /// has the reason).
+    bool finalizeImpl(std::vector<unsigned char>& out) override;
+
+private:
+    boost::shared_ptr<DecryptContext> context_;
+    bool pending_ = false;
+    std::uint8_t pendingByte_ = 0;
+};
+
+} // namespace orvik::plugin::wincrypt
