@@ -1,5 +1,6 @@
 #pragma once
 
+#include "crypto/wincrypt/output_sink.hpp"
 #include "orvik/plugin/data_handler.hpp"
 #include "orvik/plugin/export.hpp"
 
@@ -30,6 +31,16 @@ public:
         boost::shared_ptr<crypto::ICertificate> certificate; ///< the recipient's
     };
 
+    /// Parameters for a message that does not fit into memory. update() then gives the service the key as soon as the
+    /// service knows the recipients, so that plaintext flows while the message arrives: the PIN is asked for, and the
+    /// exceptions of finalize() are thrown, by the update that has come so far. A recipient that is named by key
+    /// identifier is found, too. finalize() returns an empty vector. Until it has returned true, what the sink took is
+    /// not a result.
+    struct ORVIK_EXPORT SinkParams : Params {
+        ~SinkParams() override;
+        OutputSink sink; ///< takes the plaintext; empty: the parameters are as plain ones
+    };
+
     DecryptDataHandler();
     ~DecryptDataHandler() override;
 
@@ -38,7 +49,8 @@ public:
     /// noProvider; SystemException when the service opens no message.
     bool initializeImpl(const IDataHandler::Params& params) override;
     /// Takes every octet it is given, less than 4 GiB at a time. Throws ApplicationException cancelled or
-    /// SystemException. False before initialize.
+    /// SystemException. With a sink also what the sink threw, and what finalize() throws for the key and the
+    /// decryption: the handler is unconfigured then. False before initialize.
     bool updateImpl(const unsigned char* data, std::size_t size, std::size_t* consumed) override;
     /// Asks for the PIN where needed, decrypts, and gives the plaintext. True with an empty `out` for a message that is
     /// addressed to other certificates only. False before initialize and when no data came. Throws SystemException when

@@ -16,7 +16,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr DWORD faultCode = 0x8009000E;
-const std::string logged = "warning wincrypt::Decrypt: finalize failed: No memory.";
+const std::string failureRecord = "warning wincrypt::Decrypt: finalize failed: No memory.";
 const std::string former = "former";
 
 class DecryptHandlerTest : public SignaturesFixture {
@@ -74,17 +74,18 @@ protected:
     static constexpr Thrown updating(int number) {
         return {number, "encrypt_data_handler", "validateCryptMsgUpdate", 0};
     }
-    /// Texts of the warnings and errors logged.
+    /// Texts of the warnings and errors logged, without what the key says of its PIN.
     [[nodiscard]] std::vector<std::string> warnings() const {
         std::vector<std::string> texts;
         for (const auto& record : log()) {
-            if (record.severity >= Severity::warning) {
+            const bool ofTheKey = record.text.starts_with("wincrypt: authorization error.");
+            if (record.severity >= Severity::warning && !ofTheKey) {
                 texts.push_back((record.severity == Severity::warning ? "warning " : "error ") + record.text);
             }
         }
         return texts;
     }
-    /// One failure of the walk: what `finalize` of the handler is expected to throw, "" when the failure does no harm.
+    /// Asserts how a run of the walk ended.
     void expectEnding(const FaultOutcome& outcome, const std::string& plaintext) const;
 };
 
@@ -329,7 +330,7 @@ TEST_F(DecryptHandlerTest, FailureToDecryptIsLoggedAndHidden) {
         std::vector<unsigned char> out(former.begin(), former.end());
         EXPECT_EQ(thrownBy<CryptoException>([&] { handler.finalize(out); }), finalization(30058)) << function;
         EXPECT_EQ(std::string(out.begin(), out.end()), former);
-        EXPECT_THAT(warnings(), ElementsAre(logged)) << function;
+        EXPECT_THAT(warnings(), ElementsAre(failureRecord)) << function;
         EXPECT_FALSE(handler.finalize(out));
         service().failFunction(function, 0);
         clearLog();
@@ -389,7 +390,7 @@ void DecryptHandlerTest::expectEnding(const FaultOutcome& outcome, const std::st
     }
     EXPECT_EQ(ending(outcome), expected);
     EXPECT_EQ(plaintext, expected.empty() ? "the plaintext" : former);
-    EXPECT_EQ(warnings(), expected == cannotDecrypt ? std::vector{logged} : std::vector<std::string>{});
+    EXPECT_EQ(warnings(), expected == cannotDecrypt ? std::vector{failureRecord} : std::vector<std::string>{});
 }
 
 TEST_F(DecryptHandlerTest, EveryFailingCallIsReportedWithItsCodeAndPlace) {

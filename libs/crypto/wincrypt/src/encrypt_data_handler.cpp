@@ -32,13 +32,23 @@ void validateCertificate(const boost::shared_ptr<crypto::ICertificate>& certific
     requireContainerLink(*certificate, file);
 }
 
+boost::shared_ptr<DecryptContext> makeContext(const DecryptDataHandler::Params& params) {
+    const auto* const own = dynamic_cast<const DecryptDataHandler::SinkParams*>(&params);
+    if (own != nullptr && own->sink) {
+        return boost::make_shared<SinkDecryptContext>(params.certificate, own->sink);
+    }
+    return boost::make_shared<DecryptContext>(params.certificate);
+}
+
 /// Whoever sent the message must not learn from the result in which way it is damaged: that goes to the log only.
-void decrypt(DecryptContext& context, const crypto::IPrivateKey& key) {
+void decrypt(DecryptContext& context) {
+    const auto key = context.authorizedKey();
     try {
         if (const auto index = context.recipientIndex()) {
-            context.decrypt(key, *index);
+            context.decrypt(*key, *index);
         }
     } catch (const exception::Exception& e) {
+        context.rethrowSinkFailure();
         log::warning(std::string("wincrypt::Decrypt: finalize failed: ") + e.what());
         exception::raise(CryptoException(Code::decryptionFailed), {file, "finalizeImpl"});
     }
@@ -48,6 +58,8 @@ void decrypt(DecryptContext& context, const crypto::IPrivateKey& key) {
 } // namespace internal
 
 DecryptDataHandler::Params::~Params() = default;
+
+DecryptDataHandler::SinkParams::~SinkParams() = default;
 
 DecryptDataHandler::DecryptDataHandler() = default;
 
@@ -60,9 +72,9 @@ std::unique_ptr<IDataHandler::Params> DecryptDataHandler::paramsImpl() const {
 bool DecryptDataHandler::initializeImpl(const IDataHandler::Params& params) {
     const auto& own = dynamic_cast<const Params&>(params);
     internal::validateCertificate(own.certificate);
+    auto context = internal::makeContext(own);
     context_.reset();
     pending_ = false;
-    auto context = boost::make_shared<DecryptContext>(own.certificate);
     context->open();
     context_ = std::move(context);
     return true;
@@ -72,7 +84,17 @@ bool DecryptDataHandler::updateImpl(const unsigned char* data, std::size_t size,
     if (!context_) {
         return false;
     }
-    feedMessage(context_->message(), {pending_, pendingByte_}, data, size, consumed, internal::file);
+    try {
+        feedMessage(context_->message(), {pending_, pendingByte_}, data, size, consumed, internal::file);
+    } catch (...) {
+        context_->rethrowSinkFailure();
+        throw;
+    }
+    if (context_->awaitsKey() && context_->knowsRecipientsEarly()) {
+        const auto context = std::exchange(context_, nullptr); // whatever throws leaves the handler unconfigured
+        internal::decrypt(*context);
+        context_ = context;
+    }
     return true;
 }
 
@@ -85,11 +107,15 @@ bool DecryptDataHandler::finalizeImpl(std::vector<unsigned char>& out) {
         return false;
     }
     if (CryptMsgUpdate(context_->message(), &pendingByte_, 1, 1) == 0) {
-        exception::raise(internal::SystemException(), {internal::file, "finalizeImpl"});
+        const internal::SystemException failure;
+        context_->rethrowSinkFailure();
+        exception::raise(failure, {internal::file, "finalizeImpl"});
     }
     pending_ = false;
     const auto context = std::exchange(context_, nullptr);
-    internal::decrypt(*context, *context->authorizedKey());
+    if (context->awaitsKey()) {
+        internal::decrypt(*context);
+    }
     out = std::move(context->output());
     return true;
 }
