@@ -25,12 +25,6 @@ namespace wincrypt = orvik::plugin::wincrypt;
 /// Labels of PEM blocks that hold messages (RFC 7468, 9 and 10; the last two as old programs write them).
 constexpr std::array<std::string_view, 4> messageLabels = {"CMS", "PKCS7", "PKCS #7 SIGNED DATA", "SIGNED MESSAGE"};
 
-bool isSigner(const orvik::plugin::crypto::ICertificate& certificate, const std::vector<Signer>& signers) {
-    return std::any_of(signers.begin(), signers.end(), [octets = certificate.raw()](const Signer& signer) {
-        return signer.certificate && signer.certificate->raw() == octets;
-    });
-}
-
 std::string placeOf(const Surroundings& around) {
     if (around.textBefore && around.textAfter) {
         return "before and after";
@@ -70,7 +64,7 @@ Verdict CmsVerification::run() {
     verdict_.verdict = SignatureVerdict::valid;
     if (outside_ && !isSigner(*outside_, verdict_.signers)) {
         verdict_.verdict = SignatureVerdict::unknown;
-        verdict_.reason = "the certificate given with --signer-cert is not that of a signer";
+        verdict_.reason = notOfASigner;
     }
     if (comparison_ && !comparison_->same()) {
         verdict_.verdict = SignatureVerdict::invalid;

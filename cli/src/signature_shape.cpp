@@ -11,14 +11,17 @@ namespace {
 
 constexpr std::string_view signedDataOid = "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x02";
 
-/// The characters of UTF-16 with a byte order mark, as octets; those beyond ASCII as '?'. Empty for anything else.
+/// The characters of UTF-16 with a byte order mark, or of a document in UTF-16 whose first character is "<", as octets;
+/// those beyond ASCII as '?'. Empty for anything else.
 std::string asciiOfUtf16(std::string_view head) {
-    const bool little = head.starts_with("\xFF\xFE");
-    if (!little && !head.starts_with("\xFE\xFF")) {
+    using namespace std::string_view_literals;
+    const bool marked = head.starts_with("\xFF\xFE") || head.starts_with("\xFE\xFF");
+    const bool little = head.starts_with("\xFF\xFE") || head.starts_with("<\0"sv);
+    if (!little && !marked && !head.starts_with("\0<"sv)) {
         return {};
     }
     std::string text;
-    for (std::size_t i = 2; i + 1 < head.size(); i += 2) {
+    for (std::size_t i = marked ? 2 : 0; i + 1 < head.size(); i += 2) {
         const char low = head[little ? i : i + 1];
         const char high = head[little ? i + 1 : i];
         text.push_back(high == 0 ? low : '?');

@@ -100,6 +100,12 @@ std::vector<Weakness> weaknessesOf(const Signer& signer) {
 
 } // namespace
 
+bool isSigner(const orvik::plugin::crypto::ICertificate& certificate, const std::vector<Signer>& signers) {
+    return std::any_of(signers.begin(), signers.end(), [octets = certificate.raw()](const Signer& signer) {
+        return signer.certificate && signer.certificate->raw() == octets;
+    });
+}
+
 std::vector<Signer> readSigners(void* message) {
     std::vector<Signer> signers;
     CounterSignatureReader counters(message);

@@ -34,6 +34,12 @@ struct Signer {
     std::vector<CounterSignature> counters; ///< over its signature value; they change nothing of its verdict
 };
 
+/// Why a verdict is unknown when the certificate of --signer-cert is not that of a signer.
+inline constexpr const char* notOfASigner = "the certificate given with --signer-cert is not that of a signer";
+
+/// Whether the certificate is that of one of the signers, whatever their verdicts.
+bool isSigner(const orvik::plugin::crypto::ICertificate& certificate, const std::vector<Signer>& signers);
+
 /// What every signer of an open message states, in the message's order, without any verdict. A SignerInfo that the
 /// service cannot show gives an empty record. Throws SystemException when the message cannot be asked at all.
 std::vector<Signer> readSigners(void* message);

@@ -83,6 +83,14 @@ TEST_F(WithoutEngine, GostDocumentsAreNeitherValidNorInvalid) {
         place_.cliWithPin({"sign", "order.xml", "--cert", "Signer gost", "--format", "xmldsig", "--out", "s.xml"}).exit,
         0);
     expectNamesThePackage({"verify", "s.xml"});
+    const Outcome json = cli({"verify", "s.xml", "--json"});
+    EXPECT_EQ(json.exit, 4);
+    const Json verdict = Json::parse(json.out);
+    EXPECT_TRUE(verdict["valid"].is_null()) << verdict;
+    EXPECT_EQ(verdict["verdict"], "unknown");
+    ASSERT_EQ(verdict["signers"].size(), 1U);
+    EXPECT_TRUE(verdict["signers"][0]["valid"].is_null());
+    EXPECT_EQ(verdict["signers"][0]["verdict"], "unknown");
 }
 
 TEST_F(WithoutEngine, ChainsOfGostKeysAreNotJudged) {

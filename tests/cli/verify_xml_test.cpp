@@ -55,7 +55,7 @@ TEST_F(VerifyXml, AKeyWithoutCertificateIsNotJudged) {
     const Outcome checking = place_.cli({"verify", "bare.xml"});
     EXPECT_EQ(checking.exit, 4) << checking.out << checking.err;
     EXPECT_THAT(checking.out, HasSubstr("UNKNOWN: "));
-    EXPECT_THAT(checking.out, HasSubstr("it carries no certificate that says whose key it is"));
+    EXPECT_THAT(checking.out, HasSubstr("nothing says whose key it is: the signature carries no certificate"));
     const Json document = place_.json({"verify", "bare.xml"});
     EXPECT_TRUE(document["valid"].is_null());
     EXPECT_EQ(document["verdict"], "unknown");
@@ -107,6 +107,52 @@ TEST_F(VerifyXml, ReadsUtf16) {
     const Outcome afterBlanks = place_.cli({"verify", "wide.signed.xml"});
     EXPECT_THAT(afterBlanks.out + afterBlanks.err, HasSubstr("XML")) << "recognised";
     EXPECT_THAT(afterBlanks.err, testing::Not(HasSubstr("CMS"))) << "recognised";
+}
+
+TEST_F(VerifyXml, RecognisesUtf16WithoutByteOrderMark) {
+    const auto wide = [](const std::string& text, bool bigEndian) {
+        std::string octets;
+        for (const char c : text) {
+            octets += bigEndian ? std::string{'\0', c} : std::string{c, '\0'};
+        }
+        return octets;
+    };
+    for (const bool bigEndian : {false, true}) {
+        place_.folder().write("own.xml", wide("<?xml version='1.0' encoding='UTF-16'?><a>100</a>", bigEndian));
+        const Outcome signing = place_.cliWithPin(
+            {"sign", "own.xml", "--cert", "Signer one", "--format", "xmldsig", "--out", "own.sgn", "--force"});
+        ASSERT_EQ(signing.exit, 0) << signing.err;
+        EXPECT_EQ(place_.cli({"verify", "own.sgn"}).exit, 0);
+        EXPECT_EQ(place_.cli({"verify", "own.xml"}).exit, 1) << "no signature";
+        place_.folder().write("odd.xml", wide("<a>100</a>", bigEndian));
+        const Outcome checking = place_.cli({"verify", "odd.xml"});
+        const Outcome refused =
+            place_.cliWithPin({"sign", "odd.xml", "--cert", "Signer one", "--format", "xmldsig", "--out", "odd.sgn"});
+        for (const Outcome* outcome : {&checking, &refused}) {
+            EXPECT_EQ(outcome->exit, 3) << outcome->out;
+            EXPECT_THAT(outcome->err, HasSubstr("neither a byte order mark nor a declaration of its encoding"));
+        }
+    }
+}
+
+TEST_F(VerifyXml, TakesTheSignersCertificateFromTheUser) {
+    const Outcome given = place_.cli({"verify", "signed.xml", "--signer-cert", "one.pem"});
+    EXPECT_EQ(given.exit, 0) << given.out << given.err;
+    EXPECT_THAT(given.out, testing::Not(HasSubstr("the signer's certificate (not signed)")));
+    std::string text = place_.folder().read("signed.xml");
+    const auto keyInfo = text.find("<KeyInfo");
+    text.erase(keyInfo, text.find("</KeyInfo>") + 10 - keyInfo);
+    place_.folder().write("without.xml", text);
+    EXPECT_EQ(place_.cli({"verify", "without.xml"}).exit, 4);
+    const Outcome outside = place_.cli({"verify", "without.xml", "--signer-cert", "one.pem"});
+    EXPECT_EQ(outside.exit, 0) << outside.out << outside.err;
+    EXPECT_THAT(outside.out, HasSubstr("CN=Signer one"));
+    const Outcome other = place_.cli({"verify", "without.xml", "--signer-cert", "ca.pem"});
+    EXPECT_EQ(other.exit, 1) << other.out;
+    const Outcome notHis = place_.cli({"verify", "signed.xml", "--signer-cert", "ca.pem"});
+    EXPECT_EQ(notHis.exit, 4) << notHis.out;
+    EXPECT_THAT(notHis.out, HasSubstr("is not that of a signer"));
+    EXPECT_EQ(place_.cli({"verify", "signed.xml", "--signer-cert", "order.xml"}).exit, 3);
 }
 
 TEST_F(VerifyXml, WhatIsNotOneDocumentIsAnInputError) {
@@ -167,7 +213,7 @@ TEST_F(VerifyXml, TellsWhyADocumentIsRefused) {
 }
 
 TEST_F(VerifyXml, TakesNoOptionsOfMessages) {
-    for (const char* option : {"--content", "--extract", "--signer-cert"}) {
+    for (const char* option : {"--content", "--extract"}) {
         const Outcome checking = place_.cli({"verify", "signed.xml", option, "one.pem"});
         EXPECT_EQ(checking.exit, 2) << option;
         EXPECT_THAT(checking.err, HasSubstr(option));

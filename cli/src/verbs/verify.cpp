@@ -69,15 +69,16 @@ Judged verifyCms(Session& session, const VerifyArguments& arguments, Input& inpu
 
 Judged verifyXmlDocument(const VerifyArguments& arguments, Input& input) {
     const std::pair<const char*, bool> ofMessages[] = {{"--content", !arguments.content.empty()},
-                                                       {"--extract", !arguments.extract.empty()},
-                                                       {"--signer-cert", !arguments.signerCertificate.empty()}};
+                                                       {"--extract", !arguments.extract.empty()}};
     for (const auto& [option, given] : ofMessages) {
         if (given) {
             throw Failure(ExitCode::usage, "cannot verify " + input.name(),
                           std::string(option) + " is not for signed XML documents");
         }
     }
-    XmlVerdict xml = verifyXml(input, arguments.allowPartial ? Coverage::partial : Coverage::whole);
+    const CertificatePtr given =
+        arguments.signerCertificate.empty() ? nullptr : readCertificate(arguments.signerCertificate);
+    XmlVerdict xml = verifyXml(input, arguments.allowPartial ? Coverage::partial : Coverage::whole, given);
     Judged judged;
     const bool isSigned = !xml.signers.empty();
     judged.verdict.verdict = isSigned ? SignatureVerdict::valid : SignatureVerdict::invalid; // until signers decide
@@ -86,6 +87,10 @@ Judged verifyXmlDocument(const VerifyArguments& arguments, Input& input) {
     judged.verdict.signers = std::move(xml.signers);
     judged.verdict.covered = std::move(xml.covered);
     judged.verdict.notChecked = std::move(xml.notChecked);
+    if (isSigned && given && !isSigner(*given, judged.verdict.signers)) {
+        judged.verdict.verdict = SignatureVerdict::unknown;
+        judged.verdict.reason = notOfASigner;
+    }
     return judged;
 }
 

@@ -1,11 +1,8 @@
 #include "verbs/verify_xml.hpp"
 
-#include "capi/constants.hpp"
 #include "certificates.hpp"
-#include "current_failure.hpp"
 #include "failure.hpp"
 #include "input.hpp"
-#include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/xml/xml_document.hpp"
 
 #include <algorithm>
@@ -32,22 +29,6 @@ std::string readWhole(Input& document) {
     }
     document.check();
     return octets;
-}
-
-std::vector<xml::XmlSignatureResult> signaturesOf(const std::string& octets, const std::string& name,
-                                                  Coverage required) {
-    using orvik::plugin::crypto::exception::CryptoException;
-    xml::XmlVerifyOptions options;
-    options.allowPartial = required == Coverage::partial;
-    try {
-        xml::XmlDocument parsed(octets.data(), octets.size());
-        return xml::verifyXmlSignatures(parsed, nullptr, options);
-    } catch (const CryptoException& e) {
-        if (e.code().value() != static_cast<int>(CryptoException::Code::algorithmUnsupported)) {
-            throw currentFailure("cannot verify " + name);
-        }
-        throw serviceFailure("cannot verify " + name, capi::NTE_PROV_TYPE_NOT_DEF);
-    }
 }
 
 void addNew(std::vector<std::string>& list, const std::string& text) {
@@ -90,9 +71,14 @@ void take(XmlVerdict& verdict, const xml::XmlSignatureResult& signature) {
 
 } // namespace
 
-XmlVerdict verifyXml(Input& document, Coverage required) {
+XmlVerdict verifyXml(Input& document, Coverage required, const CertificatePtr& signer) {
+    xml::XmlVerifyOptions options;
+    options.allowPartial = required == Coverage::partial;
+    options.certificate = signer ? signer->raw() : std::string();
+    const std::string octets = readWhole(document);
+    xml::XmlDocument parsed(octets.data(), octets.size());
     XmlVerdict verdict;
-    for (const auto& signature : signaturesOf(readWhole(document), document.name(), required)) {
+    for (const auto& signature : xml::verifyXmlSignatures(parsed, nullptr, options)) {
         take(verdict, signature);
     }
     return verdict;

@@ -19,8 +19,9 @@ struct XmlVerdict {
 /// Whether a signature over a part of the document is valid.
 enum class Coverage { whole, partial };
 
-/// Judges every signature of the document; no signers when it carries none. Throws Failure: exit 3 when the document is
-/// not well-formed or not one that is read, exit 4 when OpenSSL's GOST engine is needed and missing.
-XmlVerdict verifyXml(Input& document, Coverage required = Coverage::whole);
+/// Judges every signature of the document; no signers when it carries none. `signer` is a signer's certificate that the
+/// user gave; it may be null. Throws Failure when the document cannot be read, CryptoException unknownFormat or
+/// ApplicationException emptyInput when it is not one that is judged.
+XmlVerdict verifyXml(Input& document, Coverage required, const CertificatePtr& signer);
 
 } // namespace klunortredi::cli

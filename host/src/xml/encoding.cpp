@@ -4,6 +4,7 @@
 
 #include <boost/algorithm/string/predicate.hpp>
 
+#include <algorithm>
 #include <array>
 #include <initializer_list>
 
@@ -69,7 +70,7 @@ void append(std::string& out, char32_t c) {
     }
 }
 
-/// UTF-16 without its byte order mark as UTF-8 (RFC 2781).
+/// UTF-16, after any byte order mark, as UTF-8 (RFC 2781).
 std::string fromUtf16(std::string_view octets, bool bigEndian) {
     if (octets.size() % 2 != 0) {
         refuseDocument("the UTF-16 text ends within a character");
@@ -96,20 +97,44 @@ std::string fromUtf16(std::string_view octets, bool bigEndian) {
     return out;
 }
 
-/// `allowed` lists what a declaration may say where the byte order mark has said it already.
+/// `allowed` lists what a declaration may say where the first octets have said it already.
 void requireDeclared(const std::string& declared, std::initializer_list<const char*> allowed) {
     for (const char* name : allowed) {
         if (declared.empty() || boost::algorithm::iequals(declared, name)) {
             return;
         }
     }
-    refuseDocument("the declared encoding contradicts the byte order mark");
+    refuseDocument("the declared encoding contradicts the first octets");
 }
 
-DecodedDocument decodeUtf16(std::string_view octets, bool bigEndian) {
+/// How a document in UTF-16 begins, with its byte order mark or with the "<" of its XML declaration (XML 1.0, F.1).
+struct Utf16Start {
+    std::string_view octets;
+    bool mark;
+    bool bigEndian;
+};
+constexpr std::array utf16Starts = {
+    Utf16Start{{"\xFE\xFF", 2}, true, true},
+    Utf16Start{{"\xFF\xFE", 2}, true, false},
+    Utf16Start{{"\0<", 2}, false, true},
+    Utf16Start{{"<\0", 2}, false, false},
+};
+
+/// Null when the document is not in UTF-16.
+const Utf16Start* utf16Start(std::string_view octets) {
+    const auto* const found = std::find_if(utf16Starts.begin(), utf16Starts.end(),
+                                           [&](const Utf16Start& start) { return octets.starts_with(start.octets); });
+    return found == utf16Starts.end() ? nullptr : found;
+}
+
+DecodedDocument decodeUtf16(std::string_view octets, const Utf16Start& start) {
     DecodedDocument out;
-    out.converted = fromUtf16(octets.substr(2), bigEndian);
-    requireDeclared(declaredEncoding(out.text()), {"UTF-16", bigEndian ? "UTF-16BE" : "UTF-16LE"});
+    out.converted = fromUtf16(octets.substr(start.mark ? start.octets.size() : 0), start.bigEndian);
+    const std::string declared = declaredEncoding(out.text());
+    if (!start.mark && declared.empty()) {
+        refuseDocument("the UTF-16 text has neither a byte order mark nor a declaration of its encoding");
+    }
+    requireDeclared(declared, {"UTF-16", start.bigEndian ? "UTF-16BE" : "UTF-16LE"});
     out.encoding = "UTF-16";
     return out;
 }
@@ -135,9 +160,8 @@ DecodedDocument decodeOneOctet(std::string_view octets) {
 } // namespace
 
 DecodedDocument decodeDocument(std::string_view octets) {
-    const bool bigEndian = octets.starts_with("\xFE\xFF");
-    DecodedDocument out =
-        bigEndian || octets.starts_with("\xFF\xFE") ? decodeUtf16(octets, bigEndian) : decodeOneOctet(octets);
+    const Utf16Start* const wide = utf16Start(octets);
+    DecodedDocument out = wide == nullptr ? decodeOneOctet(octets) : decodeUtf16(octets, *wide);
     // The parser stops at a zero octet; other readers may go on.
     const std::string_view text = out.text();
     if (text.find('\0') != std::string_view::npos) {

@@ -97,21 +97,27 @@ KeyPtr ecKey(const xmlNode* value) {
 
 } // namespace
 
-std::vector<CarriedCertificate> carriedCertificates(const xmlNode* keyInfo) {
-    std::vector<CarriedCertificate> found;
+ReadCertificate readCertificate(std::string der) {
+    const ssl::internal::ErrorMark mark;
+    auto certificate = fromDer<Owned<X509, X509_free>>(der, d2i_X509);
+    EVP_PKEY* const key = certificate ? X509_get0_pubkey(certificate.get()) : nullptr;
+    return {std::move(der), std::move(certificate), key};
+}
+
+CarriedCertificates carriedCertificates(const xmlNode* keyInfo) {
+    CarriedCertificates found;
     std::size_t count = 0;
     const auto add = [&](const xmlNode* element) {
         if (++count > limits::certificatesPerSignature) {
             unknown("the signature carries more certificates than are tried here");
         }
-        std::string der = base64::decode(textOf(element));
-        const ssl::internal::ErrorMark mark;
-        auto certificate = fromDer<Owned<X509, X509_free>>(der, d2i_X509);
-        EVP_PKEY* const key = certificate ? X509_get0_pubkey(certificate.get()) : nullptr;
-        const bool repeated =
-            std::any_of(found.begin(), found.end(), [&](const auto& known) { return known.der == der; });
-        if (key != nullptr && !repeated) {
-            found.push_back({std::move(der), std::move(certificate), key});
+        ReadCertificate one = readCertificate(base64::decode(textOf(element)));
+        found.damaged = found.damaged || !one.certificate;
+        found.unsupported = found.unsupported || (one.certificate && one.key == nullptr);
+        const bool repeated = std::any_of(found.usable.begin(), found.usable.end(),
+                                          [&](const auto& known) { return known.der == one.der; });
+        if (one.key != nullptr && !repeated) {
+            found.usable.push_back(std::move(one));
         }
     };
     forEachChild(keyInfo, "X509Data", dsigNs,

@@ -40,7 +40,7 @@ bool isNamed(const std::string& certificate, const std::vector<NamedCertificate>
 }
 
 /// Of certificates with the same key the signer's.
-FoundSigner choose(const std::vector<const CarriedCertificate*>& fitting, const SignatureModel& signature,
+FoundSigner choose(const std::vector<const ReadCertificate*>& fitting, const SignatureModel& signature,
                    const std::vector<const xmlNode*>& targets) {
     FoundSigner signer = describe(fitting.front()->key);
     signer.certificate = fitting.front()->der;
@@ -57,24 +57,57 @@ FoundSigner choose(const std::vector<const CarriedCertificate*>& fitting, const 
     return signer;
 }
 
-FoundSigner findBare(const SignatureModel& signature, const SignatureAlgorithm& algorithm, const std::string& digest,
-                     const XmlVerifyOptions& options) {
-    const auto keys = bareKeys(signature.keyInfo);
-    const bool judged = std::any_of(keys.begin(), keys.end(),
-                                    [&](const auto& key) { return EVP_PKEY_get_base_id(key.get()) == algorithm.key; });
-    const auto fitting = std::find_if(keys.begin(), keys.end(), [&](const auto& key) {
-        return isSignature(algorithm, key.get(), digest, signature.value);
-    });
+/// A signature's value, and what it is to be checked with.
+struct Value {
+    const SignatureModel& signature;
+    const SignatureAlgorithm& algorithm;
+    const std::string& digest;
+
+    [[nodiscard]] bool fits(EVP_PKEY* key) const { return isSignature(algorithm, key, digest, signature.value); }
+    [[nodiscard]] bool judgedBy(const EVP_PKEY* key) const {
+        return key != nullptr && EVP_PKEY_get_base_id(key) == algorithm.key;
+    }
+};
+
+/// The certificates whose key fits.
+std::vector<const ReadCertificate*> fittingOf(const Value& value, const std::vector<ReadCertificate>& among) {
+    std::vector<const ReadCertificate*> fitting;
+    for (const ReadCertificate& one : among) {
+        const bool known = !fitting.empty() && EVP_PKEY_eq(one.key, fitting.front()->key) == 1;
+        if (known || (fitting.empty() && value.fits(one.key))) {
+            fitting.push_back(&one);
+        }
+    }
+    return fitting;
+}
+
+/// Why a signature whose certificates do not help has no signer.
+std::string lackOf(const CarriedCertificates& carried) {
+    if (carried.damaged) {
+        return "a certificate that the signature carries is damaged";
+    }
+    if (carried.unsupported) {
+        return "a certificate that the signature carries has a key that is not supported";
+    }
+    return carried.usable.empty() ? "the signature carries no certificate"
+                                  : "no certificate that the signature carries has a key of its algorithm";
+}
+
+FoundSigner findBare(const Value& value, const CarriedCertificates& carried, const XmlVerifyOptions& options) {
+    const auto keys = bareKeys(value.signature.keyInfo);
+    const bool judged =
+        std::any_of(keys.begin(), keys.end(), [&](const auto& key) { return value.judgedBy(key.get()); });
+    const auto fitting = std::find_if(keys.begin(), keys.end(), [&](const auto& key) { return value.fits(key.get()); });
     if (fitting != keys.end() && options.allowBareKey) {
         return describe(fitting->get());
     }
     if (fitting != keys.end()) {
-        unknown("the signature fits the key that it carries, but it carries no certificate that says whose key it is");
+        unknown("the signature fits the key that it carries, but nothing says whose key it is: " + lackOf(carried));
     }
     if (judged) {
         invalid("the signature does not fit the key that it carries");
     }
-    unknown("the signature carries no certificate: the signer's certificate is needed");
+    unknown(lackOf(carried) + ": the signer's certificate is needed");
 }
 
 } // namespace
@@ -82,23 +115,27 @@ FoundSigner findBare(const SignatureModel& signature, const SignatureAlgorithm& 
 FoundSigner findSigner(const SignatureModel& signature, const std::vector<const xmlNode*>& targets,
                        const SignatureAlgorithm& algorithm, const std::string& digest,
                        const XmlVerifyOptions& options) {
-    const auto carried = carriedCertificates(signature.keyInfo);
-    std::vector<const CarriedCertificate*> fitting;
-    bool judged = false;
-    for (const CarriedCertificate& one : carried) {
-        const bool known = !fitting.empty() && EVP_PKEY_eq(one.key, fitting.front()->key) == 1;
-        if (known || (fitting.empty() && isSignature(algorithm, one.key, digest, signature.value))) {
-            fitting.push_back(&one);
-        }
-        judged = judged || EVP_PKEY_get_base_id(one.key) == algorithm.key;
+    const Value value{signature, algorithm, digest};
+    const ReadCertificate given = readCertificate(options.certificate);
+    if (given.key != nullptr && value.fits(given.key)) {
+        FoundSigner signer = choose({&given}, signature, targets);
+        signer.certificateProtected = true;
+        return signer;
     }
+    const CarriedCertificates carried = carriedCertificates(signature.keyInfo);
+    const auto fitting = fittingOf(value, carried.usable);
     if (!fitting.empty()) {
         return choose(fitting, signature, targets);
     }
-    if (judged) {
+    const bool judged = std::any_of(carried.usable.begin(), carried.usable.end(),
+                                    [&](const auto& one) { return value.judgedBy(one.key); });
+    if (judged && !carried.damaged) {
         invalid("the signature has been changed, or none of the certificates that it carries is the signer's");
     }
-    return findBare(signature, algorithm, digest, options);
+    if (value.judgedBy(given.key)) {
+        invalid("the signature has been changed, or the given certificate is not the signer's");
+    }
+    return findBare(value, carried, options);
 }
 
 } // namespace orvik::plugin::xml::internal

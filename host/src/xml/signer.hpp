@@ -19,10 +19,12 @@ struct FoundSigner {
     unsigned keyBits = 0;
 };
 
-/// Checks the signature's value, over what has that digest, with the keys that the signature carries. Of several
-/// certificates with the key that fits, the one that the signature protects is the signer's. `targets` are those of the
+/// Checks the signature's value, over what has that digest, with the key of the certificate in the options, then with
+/// those that the signature carries. Of several carried certificates with the key that fits, the one that the signature
+/// protects is the signer's. `targets` are those of the
 /// references, whose digests fit. Throws Refusal: invalid when no key fits or when a property of XAdES names another
-/// certificate, unknown when the signature carries no certificate or none with a key of its algorithm.
+/// certificate, unknown when no certificate with a key of the
+/// signature's algorithm is at hand.
 FoundSigner findSigner(const SignatureModel& signature, const std::vector<const xmlNode*>& targets,
                        const SignatureAlgorithm& algorithm, const std::string& digest, const XmlVerifyOptions& options);
 

@@ -2,7 +2,6 @@
 #include "gost_engine.hpp"
 #include "libxml.hpp"
 #include "limits.hpp"
-#include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/xml/xml_document.hpp"
 #include "references.hpp"
 #include "refusal.hpp"
@@ -119,16 +118,13 @@ XmlSignatureResult resultOf(const SignatureModel& signature, Check& check) {
     }
 }
 
-/// Without the engine a GOST signature cannot be told from a wrong one.
+/// Without the engine a GOST signature cannot be judged.
 void requireEngineFor(const SignatureModel& signature) {
-    using crypto::exception::CryptoException;
     const bool needed = needsGostEngine(signature.method) ||
                         std::any_of(signature.references.begin(), signature.references.end(),
                                     [](const Reference& one) { return needsGostEngine(one.digestMethod); });
     if (needed && gostEngine() == nullptr) {
-        plugin::exception::raise(CryptoException(CryptoException::Code::algorithmUnsupported)
-                                     << plugin::exception::Message_("OpenSSL's GOST engine is not installed"),
-                                 {"xml_document", "verifyXmlSignatures"});
+        unknown("OpenSSL's GOST engine is not installed; install the package libengine-gost-openssl");
     }
 }
 
@@ -140,7 +136,9 @@ struct Read {
 
 Read read(const xmlNode* signature) {
     try {
-        return {readSignature(signature), {}};
+        Read one{readSignature(signature), {}};
+        requireEngineFor(*one.model);
+        return one;
     } catch (const Refusal& refusal) {
         return {{}, refused(refusal)};
     }
@@ -151,7 +149,6 @@ std::vector<SignatureModel> modelsOf(const std::vector<Read>& all) {
     std::size_t references = 0;
     for (const Read& one : all) {
         if (one.model) {
-            requireEngineFor(*one.model);
             references += one.model->references.size();
             models.push_back(*one.model);
         }

@@ -17,6 +17,7 @@ namespace {
 
 namespace base64 = orvik::plugin::base64;
 using host_test::content;
+using host_test::part;
 using host_test::referenceTemplate;
 using host_test::replaced;
 using host_test::signatureTemplate;
@@ -87,11 +88,6 @@ struct Attack {
 
 void PrintTo(const Attack& attack, std::ostream* out) {
     *out << attack.name;
-}
-
-std::string part(const std::string& text, const std::string& from, const std::string& to) {
-    const auto begin = text.find(from);
-    return text.substr(begin, text.find(to, begin) + to.size() - begin);
 }
 
 std::string signatureOf(const std::string& text) {

@@ -93,10 +93,42 @@ bool isRead(const std::string& text) {
 TEST(XmlDocument, ReadsUtf16WithItsByteOrderMark) {
     EXPECT_TRUE(isRead("\xFF\xFE<\0a\0/\0>\0"s));
     EXPECT_TRUE(isRead("\xFE\xFF\0<\0a\0/\0>"s));
-    EXPECT_FALSE(isRead("<\0a\0/\0>\0"s));
     EXPECT_FALSE(isRead("\xFF\xFE<\0a\0>\0\x00\xD8<\0/\0"s
                         "a\0>\0"s)) // half a surrogate pair
         << "broken";
+}
+
+std::string utf16(const std::string& text, bool bigEndian) {
+    std::string wide;
+    for (const char c : text) {
+        wide += bigEndian ? std::string{'\0', c} : std::string{c, '\0'};
+    }
+    return wide;
+}
+
+TEST(XmlDocument, ReadsUtf16WithoutByteOrderMarkWhenItDeclaresItself) {
+    for (const bool bigEndian : {false, true}) {
+        const std::string own = bigEndian ? "UTF-16BE" : "utf-16le";
+        const std::string other = bigEndian ? "UTF-16LE" : "UTF-16BE";
+        const auto declared = [&](const std::string& encoding) {
+            return utf16("<?xml version='1.0' encoding='" + encoding + "'?><a/>", bigEndian);
+        };
+        EXPECT_TRUE(isRead(declared("UTF-16")));
+        EXPECT_TRUE(isRead(declared(own)));
+        EXPECT_FALSE(isRead(declared(other)));
+        EXPECT_FALSE(isRead(declared("UTF-8")));
+        const std::string undeclared = utf16("<?xml version='1.0'?><a/>", bigEndian);
+        for (const std::string& text : {undeclared, utf16("<a/>", bigEndian)}) {
+            try {
+                const XmlDocument document(text.data(), text.size());
+                ADD_FAILURE() << text;
+            } catch (const CryptoException& e) {
+                EXPECT_EQ(e.code().value(), 30009);
+                EXPECT_THAT(e.what(), testing::HasSubstr("neither a byte order mark nor a declaration"));
+            }
+        }
+        EXPECT_FALSE(isRead(declared("UTF-16") + '\0')) << "half a character";
+    }
 }
 
 TEST(XmlDocument, RefusesEveryDocumentTypeDeclaration) {

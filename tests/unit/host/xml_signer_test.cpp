@@ -32,6 +32,14 @@ XmlSignatureResult checkOne(const std::string& text) {
     return orvik::plugin::xml::verifyXmlSignatures(parsed, {}).at(0);
 }
 
+/// The same for a caller who has the signer's certificate.
+XmlSignatureResult checkBy(const std::string& certificate, const std::string& text) {
+    XmlDocument parsed(text.data(), text.size());
+    orvik::plugin::xml::XmlVerifyOptions options;
+    options.certificate = certificate;
+    return orvik::plugin::xml::verifyXmlSignatures(parsed, {}, options).at(0);
+}
+
 /// Documents by one signer, who has a second certificate of the same key.
 class XmlSigner : public testing::Test {
 protected:
@@ -143,6 +151,70 @@ TEST_F(XmlSigner, IsProtectedByAReferenceToItsPlace) {
     EXPECT_TRUE(result.valid) << result.reason;
     EXPECT_TRUE(result.certificateProtected);
     EXPECT_FALSE(checkOne(replaced(done, der, base64::encode(second_))).valid);
+}
+
+TEST_F(XmlSigner, IsTheCertificateThatTheCallerGives) {
+    const std::string text = sign("", "");
+    for (const std::string& given : {second_, signer_.der()}) {
+        const auto result = checkBy(given, text);
+        EXPECT_TRUE(result.valid) << result.reason;
+        EXPECT_EQ(result.certificate, given);
+        EXPECT_TRUE(result.certificateProtected);
+        EXPECT_THAT(result.notCovered, Not(Contains(notSigned)));
+    }
+    const auto changed = checkBy(signer_.der(), replaced(text, "100", "101"));
+    EXPECT_EQ(changed.verdict, XmlSignatureVerdict::invalid);
+}
+
+TEST_F(XmlSigner, MayBeKnownToTheCallerAlone) {
+    const std::string text = sign("", "");
+    const std::string bare = replaced(text, host_test::part(text, "<KeyInfo>", "</KeyInfo>"), "");
+    EXPECT_EQ(checkOne(bare).verdict, XmlSignatureVerdict::unknown);
+    const auto result = checkBy(signer_.der(), bare);
+    EXPECT_TRUE(result.valid) << result.reason;
+    EXPECT_EQ(result.certificate, signer_.der());
+    const Signer other(host_test::rsaSigner());
+    const auto refused = checkBy(other.der(), bare);
+    EXPECT_EQ(refused.verdict, XmlSignatureVerdict::invalid);
+    EXPECT_THAT(refused.reason, HasSubstr("the given certificate is not the signer's"));
+    // Without identifiers in XML signatures, one that its own certificate verifies is judged by that.
+    const auto own = checkBy(other.der(), text);
+    EXPECT_TRUE(own.valid);
+    EXPECT_EQ(own.certificate, signer_.der());
+    EXPECT_FALSE(own.certificateProtected);
+}
+
+TEST_F(XmlSigner, ThatTheCallerGivesMustBeTheOneThatASignedPropertyNames) {
+    EXPECT_EQ(checkBy(second_, signNaming(signer_.der())).verdict, XmlSignatureVerdict::invalid);
+    EXPECT_TRUE(checkBy(signer_.der(), signNaming(signer_.der())).valid);
+}
+
+TEST_F(XmlSigner, WhoseCertificateIsOfNoUseIsDescribedAsIs) {
+    const std::string text = sign("", "");
+    const std::string der = content(text, "X509Certificate");
+    std::string damaged = signer_.der();
+    damaged.pop_back();
+    std::string foreignKey = signer_.der(); // another OID for the key's algorithm
+    const std::string rsaKey("\x2A\x86\x48\x86\xF7\x0D\x01\x01\x01", 9);
+    foreignKey[foreignKey.find(rsaKey) + rsaKey.size() - 1] = 0x7F;
+    signer_.folder().write("ec.pem", "");
+    test_support::Openssl(signer_.folder())
+        .must({"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-noenc", "-keyout", "ec.key",
+               "-outform", "DER", "-out", "ec.der", "-subj", "/CN=ec"});
+    const std::pair<std::string, std::string> rows[] = {
+        {base64::encode(damaged), "a certificate that the signature carries is damaged"},
+        {"!", "a certificate that the signature carries is damaged"},
+        {base64::encode(foreignKey), "a certificate that the signature carries has a key that is not supported"},
+        {base64::encode(signer_.folder().read("ec.der")),
+         "no certificate that the signature carries has a key of its algorithm"},
+    };
+    for (const auto& [certificate, reason] : rows) {
+        const auto result = checkOne(replaced(text, der, certificate));
+        EXPECT_EQ(result.verdict, XmlSignatureVerdict::unknown) << reason;
+        EXPECT_THAT(result.reason, HasSubstr(reason));
+    }
+    const auto missing = checkOne(replaced(text, host_test::part(text, "<KeyInfo>", "</KeyInfo>"), ""));
+    EXPECT_THAT(missing.reason, HasSubstr("the signature carries no certificate"));
 }
 
 TEST_F(XmlSigner, OfAManifestIsNotEnough) {

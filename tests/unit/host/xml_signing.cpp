@@ -71,6 +71,11 @@ std::string replaced(std::string text, const std::string& old, const std::string
     return text.replace(at, old.size(), with);
 }
 
+std::string part(const std::string& text, const std::string& from, const std::string& to) {
+    const auto begin = text.find(from);
+    return text.substr(begin, text.find(to, begin) + to.size() - begin);
+}
+
 std::string content(const std::string& text, const std::string& element) {
     const auto begin = text.find("<" + element + ">") + element.size() + 2;
     return text.substr(begin, text.find("</" + element + ">") - begin);

@@ -32,6 +32,9 @@ inline constexpr const char* exclusive = "http://www.w3.org/2001/10/xml-exc-c14n
 /// The text with the first `old` replaced. Throws std::logic_error when it is not there.
 std::string replaced(std::string text, const std::string& old, const std::string& with);
 
+/// The text from the first `from` to the end of the next `to`.
+std::string part(const std::string& text, const std::string& from, const std::string& to);
+
 /// What stands in the first element of that name without attributes.
 std::string content(const std::string& text, const std::string& element);
 

@@ -19,9 +19,9 @@ namespace orvik::plugin::xml {
 /// A parsed XML document (libxml2; no network, no document type declaration, bounded work and memory).
 class ORVIK_EXPORT XmlDocument {
 public:
-    /// `data` is UTF-8, UTF-16 with its byte order mark, or a declared one-octet encoding. Throws ApplicationException
-    /// emptyInput, or CryptoException unknownFormat whose text (ASCII) says why: not well-formed, a document type
-    /// declaration, an encoding that is not read, or more than is read of one document.
+    /// `data` is UTF-8, UTF-16 with its byte order mark or declared, or a declared one-octet encoding. Throws
+    /// ApplicationException emptyInput, or CryptoException unknownFormat whose text (ASCII) says why: not well-formed,
+    /// a document type declaration, an encoding that is not read, or more than is read of one document.
     XmlDocument(const char* data, std::size_t size);
     XmlDocument(const XmlDocument&) = delete;
     XmlDocument& operator=(const XmlDocument&) = delete;
@@ -55,8 +55,8 @@ struct XmlSignatureResult {
     XmlSignatureVerdict verdict = XmlSignatureVerdict::invalid;
     /// Whether the document element is covered whole but for the signature itself.
     bool wholeDocument = false;
-    /// Whether the signature covers the certificate (its KeyInfo or a XAdES signing-certificate property). If not,
-    /// anybody can replace it with another certificate of the same key.
+    /// Whether the certificate is the caller's own, or the signature covers it (its KeyInfo or a XAdES
+    /// signing-certificate property). If not, anybody can replace it with another certificate of the same key.
     bool certificateProtected = false;
     std::vector<XmlCoveredPart> covered; ///< parts whose digests fit, in the order of the references
     std::vector<std::string> notCovered; ///< what of the document the signature does not protect
@@ -68,13 +68,16 @@ struct XmlSignatureResult {
 struct XmlVerifyOptions {
     bool allowPartial = false; ///< a signature over a part is valid; `covered` says over which
     bool allowBareKey = false; ///< a key in the signature does, without a certificate: nothing says whose it is
+    /// DER of a signer's certificate. It is that of every signature whose value fits its key, whatever certificates
+    /// that signature carries; other signatures are judged without it. Empty when the caller has none.
+    std::string certificate = {};
 };
 
 /// Checks every XML-DSig signature of the document, in document order, with the key of a certificate in its KeyInfo.
 /// The certificate's chain is not judged. Nothing outside the document is fetched; XSLT, XPath (but for the expression
 /// that takes signatures out), Base64 and HMAC are not supported. `provider` is not needed and may be null. Throws
-/// CryptoException unknownFormat for a document with more signatures than are checked, algorithmUnsupported for a GOST
-/// signature when OpenSSL's GOST engine is not installed.
+/// CryptoException unknownFormat for a document with more signatures than are checked. A GOST signature is unknown when
+/// OpenSSL's GOST engine is not installed.
 ORVIK_EXPORT std::vector<XmlSignatureResult> verifyXmlSignatures(XmlDocument& document,
                                                                  const boost::shared_ptr<crypto::IProvider>& provider);
 
