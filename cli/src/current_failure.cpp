@@ -75,10 +75,10 @@ Failure make(const Meaning* meaning, ExitCode otherwise, const std::string& what
     if (value != nullptr && code == badAttribute) {
         why += ": " + *value;
     }
-    // The framework's own words, in English, say what is wrong with a document.
+    // The framework's own words, in English, say what is wrong with a document, and what an authority did.
     constexpr auto unknownFormat = static_cast<std::uint32_t>(CryptoException::Code::unknownFormat);
     const auto* message = boost::get_error_info<orvik::plugin::exception::Message_>(e);
-    if (message != nullptr && code == unknownFormat) {
+    if (message != nullptr && (code == unknownFormat || meaning->exit == ExitCode::network)) {
         why = *message;
     }
     return {meaning->exit, what, why, meaning->next, code};

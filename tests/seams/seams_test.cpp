@@ -86,6 +86,19 @@ TEST(Seams, ThePluginIncludesNeitherOpensslNorTheServiceNorTheCommand) {
                 IsEmpty());
 }
 
+TEST(Seams, ThePluginKnowsNothingOfTheFrameworksTimeStamping) {
+    EXPECT_THAT(includes("libs/crypto", "orvik/plugin/crypto/timestamp_tools|timestamp_glue"), IsEmpty());
+    const auto symbols = test_support::run({"nm", "-D", PLUGIN_LIBRARY});
+    EXPECT_EQ(symbols.exit, 0) << symbols.err;
+    EXPECT_THAT(symbols.out, Not(HasSubstr("TimestampTools")));
+}
+
+TEST(Seams, TheLinkBetweenThemUsesPublicHeadersOnly) {
+    EXPECT_THAT(
+        includes("libs/timestamp_glue", "openssl/|curl/|(decoded_structure|struct_type|decoding_message)\\.hpp"),
+        IsEmpty());
+}
+
 TEST(Seams, TheServiceIncludesNeitherHostNorPlugin) {
     EXPECT_THAT(includes("csp", "orvik/|crypto/wincrypt/|boost/"), IsEmpty());
 }

@@ -34,6 +34,11 @@ public:
     [[nodiscard]] std::string embed(boost::string_view signature, boost::string_view token,
                                     boost::string_view nonce) const override {
         EXPECT_EQ(nonce, nonces.back());
+        if (refusals != 0) {
+            --refusals;
+            throw ApplicationException(ApplicationException::Code::timestampInvalid)
+                << orvik::plugin::exception::Message_("not for this");
+        }
         return signature.to_string() + "+" + token.to_string();
     }
     [[nodiscard]] std::string makeRequestFor(boost::string_view octets, const std::string& digestOid,
@@ -51,6 +56,7 @@ public:
         return {};
     }
     mutable std::vector<std::string> nonces;
+    mutable int refusals = 0; ///< responses yet to be refused
 };
 
 class Timestamp : public testing::Test {
@@ -144,7 +150,41 @@ TEST_F(Timestamp, TellsThatNobodyAnswers) {
     expectRefused(url, "onnect");
 }
 
+TEST_F(Timestamp, TriesTheNextAuthorityWithAFreshNonce) {
+    std::string nobody;
+    { nobody = HttpAuthority({}).url(); }
+    HttpAuthority page({response("<html>", "text/html")});
+    HttpAuthority good({response("token")});
+    HttpAuthority never({response("unasked")});
+    EXPECT_EQ(stamp(nobody + "  " + page.url() + " " + good.url() + "\t" + never.url()), "signature+token");
+    ASSERT_THAT(tools_->nonces, SizeIs(3));
+    EXPECT_NE(tools_->nonces[0], tools_->nonces[1]);
+    EXPECT_NE(tools_->nonces[1], tools_->nonces[2]);
+}
+
+TEST_F(Timestamp, TriesTheNextAuthorityWhenAResponseIsNotAcceptable) {
+    tools_->refusals = 1;
+    HttpAuthority first({response("bad")});
+    HttpAuthority second({response("token")});
+    EXPECT_EQ(stamp(first.url() + " " + second.url()), "signature+token");
+}
+
+TEST_F(Timestamp, SaysWhatEachAuthorityDidWhenAllFail) {
+    tools_->refusals = 1;
+    HttpAuthority page({response("<html>", "text/html")});
+    HttpAuthority refused({response("bad")});
+    try {
+        stamp(page.url() + " " + refused.url());
+        FAIL() << "no authority gave a time-stamp";
+    } catch (const ApplicationException& e) {
+        EXPECT_EQ(e.code().value(), 20017) << "the last one's";
+        EXPECT_THAT(e.what(), HasSubstr(page.url()));
+        EXPECT_THAT(e.what(), HasSubstr("time-stamp authority " + refused.url() + ": not for this"));
+    }
+}
+
 TEST_F(Timestamp, NeedsAnAuthorityAndASignature) {
+    EXPECT_THROW(stamp(" \t"), ApplicationException);
     EXPECT_THROW(stamp(""), ApplicationException);
     Transformer transformer;
     Transformer::Params params;

@@ -1,13 +1,9 @@
+#include "authorities.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/timestamp_tools.hpp"
 #include "orvik/plugin/exception/application_exception.hpp"
 #include "orvik/plugin/ssl/cadest_transformers.hpp"
 #include "transport.hpp"
-
-#include <openssl/rand.h>
-
-#include <array>
-#include <stdexcept>
 
 namespace orvik::plugin::ssl::cadest {
 
@@ -35,18 +31,6 @@ void requireInput(bool present, const char* message) {
     }
 }
 
-/// Sixty-odd random bits, a positive number read from either end.
-std::string newNonce() {
-    std::array<unsigned char, 8> octets{};
-    if (RAND_bytes(octets.data(), static_cast<int>(octets.size())) != 1) {
-        throw std::runtime_error("no random numbers");
-    }
-    for (unsigned char* end : {&octets.front(), &octets.back()}) {
-        *end = static_cast<unsigned char>((*end & 0x7FU) | 0x01U);
-    }
-    return {octets.begin(), octets.end()};
-}
-
 void append(std::string& target, const unsigned char* data, std::size_t size, std::size_t* consumed) {
     if (data != nullptr) {
         target.append(reinterpret_cast<const char*>(data), size);
@@ -69,11 +53,12 @@ bool Transformer::updateImpl(const unsigned char* data, std::size_t size, std::s
 
 bool Transformer::finalizeImpl(std::vector<unsigned char>& out) {
     const auto tools = requireTools();
-    requireInput(!authority().empty(), "no address of a time-stamp authority is given");
     requireInput(!signature_.empty(), "there is no signature to put a time-stamp on");
-    const std::string nonce = newNonce();
-    const std::string response = internal::exchangeTimestamp(authority(), tools->makeRequest(signature_, nonce));
-    const std::string stamped = tools->embed(signature_, response, nonce);
+    const std::string stamped =
+        internal::fromFirstAuthority(authority(), [&](const std::string& address, const std::string& nonce) {
+            const std::string request = tools->makeRequest(signature_, nonce);
+            return tools->embed(signature_, internal::exchangeTimestamp(address, request), nonce);
+        });
     out.assign(stamped.begin(), stamped.end());
     signature_.clear();
     return true;

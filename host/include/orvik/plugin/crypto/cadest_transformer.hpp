@@ -13,7 +13,8 @@ class ORVIK_EXPORT Transformer : public SignatureFactory::Transformer {
 public:
     struct ORVIK_EXPORT Params : IDataHandler::Params {
         ~Params() override;
-        boost::optional<std::string> authority; ///< address of the time-stamp authority
+        /// Addresses of time-stamp authorities, separated by blanks; they are tried in this order until one answers.
+        boost::optional<std::string> authority;
     };
     ~Transformer() override;
     [[nodiscard]] std::unique_ptr<IDataHandler::Params> paramsImpl() const override;

@@ -1,0 +1,122 @@
+#include "timestamp_glue.hpp"
+
+#include "hashing.hpp"
+#include "token_rules.hpp"
+
+#include "crypto/wincrypt/exceptions.hpp"
+#include "crypto/wincrypt/tools_timestamp.hpp"
+#include "orvik/plugin/crypto/i_certificate.hpp"
+#include "orvik/plugin/crypto/i_provider.hpp"
+#include "orvik/plugin/exception/application_exception.hpp"
+
+#include <boost/smart_ptr/make_shared.hpp>
+
+namespace orvik::plugin::timestamp_glue {
+
+namespace {
+
+using crypto::exception::SystemException;
+using plugin::exception::ApplicationException;
+using plugin::exception::Message_;
+using Code = ApplicationException::Code;
+using wincrypt::HCRYPTPROV;
+
+[[noreturn]] void refuse(Code code, const std::string& why) {
+    raise(ApplicationException(code) << Message_(why), {"timestamp_glue", "checkedToken"});
+}
+
+/// What a time-stamp on a CMS signature covers.
+struct Stamped {
+    std::string digestOid; ///< of the first signer
+    std::string value;     ///< its signature value
+};
+
+Stamped firstSigner(boost::string_view signature) {
+    const Token message(signature);
+    return {message.digestAlgorithm(), wincrypt::CryptMsgGetParamEx(message.message(), capi::CMSG_ENCRYPTED_DIGEST, 0)};
+}
+
+/// The response by the plug-in's own function; one that cannot be read is the authority's fault.
+wincrypt::tools::TspResponse parsed(const HCRYPTPROV& provider, boost::string_view response) {
+    if (response.size() > largestToken) {
+        refuse(Code::timestampInvalid, "the response is larger than " + std::to_string(largestToken) + " octets");
+    }
+    try {
+        return wincrypt::tools::parseTspResponse(provider, response);
+    } catch (const SystemException&) {
+        refuse(Code::timestampInvalid, "the response cannot be read, or its token carries no certificate");
+    }
+}
+
+/// The token of a response that is acceptable in every respect.
+std::string checkedToken(boost::string_view response, boost::string_view octets, const Asked& asked) {
+    const HCRYPTPROV provider(*providerFor(asked.digestOid), nullptr);
+    auto answer = parsed(provider, response);
+    if (!answer.content) {
+        wincrypt::tools::validateTspResponse(answer, provider, {}); // throws: refused, or without token
+        refuse(Code::timestampMissing, "the response carries no token");
+    }
+    const TimestampVerdict verdict = judgeToken(answer.content->token, octets, asked);
+    if (verdict.authority) {
+        answer.content->certificate = verdict.authority->raw(); // the first one may be an issuer's
+    }
+    const bool holds = verdict.result == TimestampVerdict::Result::valid;
+    try {
+        wincrypt::tools::validateTspResponse(answer, provider, hashOf(asked.digestOid, octets));
+    } catch (const ApplicationException& e) {
+        if (holds || e.code().value() != static_cast<int>(Code::timestampInvalid)) {
+            throw;
+        }
+    }
+    if (!holds) {
+        refuse(Code::timestampInvalid, "the time-stamp is not acceptable: " + verdict.reason);
+    }
+    return answer.content->token;
+}
+
+} // namespace
+
+WincryptTimestampTools::WincryptTimestampTools() = default;
+WincryptTimestampTools::~WincryptTimestampTools() = default;
+
+std::string WincryptTimestampTools::makeRequest(boost::string_view signature, boost::string_view nonce) const {
+    const HCRYPTPROV provider(*providerFor(firstSigner(signature).digestOid), nullptr);
+    return wincrypt::tools::makeTspRequest(provider, signature, nonce, 0);
+}
+
+std::string WincryptTimestampTools::embed(boost::string_view signature, boost::string_view response,
+                                          boost::string_view nonce) const {
+    const Stamped stamped = firstSigner(signature);
+    const std::string token = checkedToken(response, stamped.value, {stamped.digestOid, nonce.to_string()});
+    return wincrypt::tools::addTimestampToSignature(HCRYPTPROV(), signature, token);
+}
+
+std::string WincryptTimestampTools::makeRequestFor(boost::string_view octets, const std::string& digestOid,
+                                                   boost::string_view nonce) const {
+    std::string imprint = hashOf(digestOid, octets);
+    std::string algorithm = digestOid;
+    std::string number = nonce.to_string();
+    CRYPT_TIMESTAMP_REQUEST request{};
+    request.dwVersion = 1;
+    request.HashAlgorithm.pszObjId = algorithm.data();
+    request.HashedMessage = {static_cast<DWORD>(imprint.size()), reinterpret_cast<BYTE*>(imprint.data())};
+    request.Nonce = {static_cast<DWORD>(number.size()), reinterpret_cast<BYTE*>(number.data())};
+    request.fCertReq = 1;
+    return wincrypt::CryptEncodeObjectEx(capi::X509_AND_PKCS_7, structType(capi::TIMESTAMP_REQUEST), &request);
+}
+
+std::string WincryptTimestampTools::tokenFor(boost::string_view octets, const std::string& digestOid,
+                                             boost::string_view response, boost::string_view nonce) const {
+    return checkedToken(response, octets, {digestOid, nonce.to_string()});
+}
+
+crypto::cadest::TimestampVerdict WincryptTimestampTools::judge(boost::string_view token,
+                                                               boost::string_view octets) const {
+    return judgeToken(token, octets, std::nullopt);
+}
+
+void installTimestampTools() {
+    crypto::cadest::TimestampTools::install(boost::make_shared<const WincryptTimestampTools>());
+}
+
+} // namespace orvik::plugin::timestamp_glue
