@@ -1,93 +1,15 @@
-#include "signatures_fixture.hpp"
+#include "decrypt_handler_fixture.hpp"
 
-#include "crypto/wincrypt/encrypt_data_handler.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
-#include "orvik/plugin/crypto/i_private_key.hpp"
-#include "service_double/fault_walk.hpp"
 
 namespace wincrypt_signatures {
 namespace {
 
-using orvik::plugin::IDataHandler;
-using orvik::plugin::crypto::AuthProvider;
-using orvik::plugin::wincrypt::DecryptDataHandler;
-using service_double::FaultOutcome;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr DWORD faultCode = 0x8009000E;
 const std::string failureRecord = "warning wincrypt::Decrypt: finalize failed: No memory.";
-const std::string former = "former";
-
-class DecryptHandlerTest : public SignaturesFixture {
-protected:
-    DecryptHandlerTest() { arrangeMessage(); }
-
-    static void arrangeMessage() {
-        service().message.content = "the plaintext";
-        service().message.recipients = {der(enciphermentCertificate), der(signerCertificate), der(signerCertificate)};
-        service().clearCalls();
-    }
-    static DecryptDataHandler::Params params(const boost::shared_ptr<Certificate>& recipient) {
-        DecryptDataHandler::Params made;
-        made.certificate = recipient;
-        return made;
-    }
-    static bool update(IDataHandler& handler, const std::string& data) {
-        return handler.update(reinterpret_cast<const unsigned char*>(data.data()), data.size());
-    }
-    static std::string finalize(IDataHandler& handler) {
-        std::vector<unsigned char> out(former.begin(), former.end());
-        EXPECT_TRUE(handler.finalize(out));
-        return {out.begin(), out.end()};
-    }
-    /// A handler that has taken a message.
-    static void open(DecryptDataHandler& handler, const boost::shared_ptr<Certificate>& recipient = linked()) {
-        EXPECT_TRUE(handler.initialize(params(recipient)));
-        EXPECT_TRUE(update(handler, "message"));
-    }
-    static void answerPinWith(const boost::optional<std::string>& pin) {
-        AuthProvider::setDialog([=](const auto&, unsigned) { return pin; });
-    }
-    static std::vector<std::string> messageCalls() {
-        std::vector<std::string> names;
-        for (const auto& name : functions()) {
-            if (name.starts_with("CryptMsg")) {
-                names.push_back(name);
-            }
-        }
-        return names;
-    }
-    static std::vector<std::string> updates() {
-        std::vector<std::string> result;
-        for (const auto& call : service().trace()) {
-            if (call.starts_with("CryptMsgUpdate")) {
-                result.push_back(call.substr(call.find("pointer") + 9));
-            }
-        }
-        return result;
-    }
-    static constexpr Thrown validation(int number) {
-        return {number, "encrypt_data_handler", "validateCertificate", 0};
-    }
-    static constexpr Thrown finalization(int number) { return {number, "encrypt_data_handler", "finalizeImpl", 0}; }
-    static constexpr Thrown updating(int number) {
-        return {number, "encrypt_data_handler", "validateCryptMsgUpdate", 0};
-    }
-    /// Texts of the warnings and errors logged, without what the key says of its PIN.
-    [[nodiscard]] std::vector<std::string> warnings() const {
-        std::vector<std::string> texts;
-        for (const auto& record : log()) {
-            const bool ofTheKey = record.text.starts_with("wincrypt: authorization error.");
-            if (record.severity >= Severity::warning && !ofTheKey) {
-                texts.push_back((record.severity == Severity::warning ? "warning " : "error ") + record.text);
-            }
-        }
-        return texts;
-    }
-    /// Asserts how a run of the walk ended.
-    void expectEnding(const FaultOutcome& outcome, const std::string& plaintext) const;
-};
 
 TEST_F(DecryptHandlerTest, GivesThePlaintextInPlaceOfWhatStoodInTheOutput) {
     DecryptDataHandler handler;
@@ -380,7 +302,8 @@ const std::vector<Step> beforeTheKey{
     {"CertDuplicateCertificateContext", noCopy},
 };
 
-void DecryptHandlerTest::expectEnding(const FaultOutcome& outcome, const std::string& plaintext) const {
+/// Asserts how a run of the walk ended.
+void expectEnding(const FaultOutcome& outcome, const std::string& plaintext, const std::vector<std::string>& records) {
     std::string expected;
     if (outcome.index <= beforeTheKey.size()) {
         EXPECT_EQ(outcome.function, beforeTheKey[outcome.index - 1].function);
@@ -390,7 +313,7 @@ void DecryptHandlerTest::expectEnding(const FaultOutcome& outcome, const std::st
     }
     EXPECT_EQ(ending(outcome), expected);
     EXPECT_EQ(plaintext, expected.empty() ? "the plaintext" : former);
-    EXPECT_EQ(warnings(), expected == cannotDecrypt ? std::vector{failureRecord} : std::vector<std::string>{});
+    EXPECT_EQ(records, expected == cannotDecrypt ? std::vector{failureRecord} : std::vector<std::string>{});
 }
 
 TEST_F(DecryptHandlerTest, EveryFailingCallIsReportedWithItsCodeAndPlace) {
@@ -420,7 +343,7 @@ TEST_F(DecryptHandlerTest, EveryFailingCallIsReportedWithItsCodeAndPlace) {
             throw;
         }
     };
-    walk.expect = [&](const FaultOutcome& outcome) { expectEnding(outcome, plaintext); };
+    walk.expect = [&](const FaultOutcome& outcome) { expectEnding(outcome, plaintext, warnings()); };
     EXPECT_EQ(service_double::walkFaults(walk), 37U);
 }
 
