@@ -311,6 +311,82 @@ typedef struct _CMSG_SIGNER_INFO {
     CRYPT_ATTRIBUTES UnauthAttrs;
 } CMSG_SIGNER_INFO;
 
+typedef struct _CERT_ISSUER_SERIAL_NUMBER {
+    CERT_NAME_BLOB Issuer;
+    CRYPT_INTEGER_BLOB SerialNumber; /* least significant byte first */
+} CERT_ISSUER_SERIAL_NUMBER;
+
+typedef struct _CERT_ID {
+    DWORD dwIdChoice;
+    union {
+        CERT_ISSUER_SERIAL_NUMBER IssuerSerialNumber;
+        CRYPT_HASH_BLOB KeyId;
+        CRYPT_HASH_BLOB HashId;
+    } u;
+} CERT_ID;
+
+typedef struct _CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO {
+    DWORD cbSize;
+    CRYPT_ALGORITHM_IDENTIFIER KeyEncryptionAlgorithm; /* that of the recipient's public key */
+    void* pvKeyEncryptionAuxInfo;
+    unsigned long hCryptProv;
+    CRYPT_BIT_BLOB RecipientPublicKey;
+    CERT_ID RecipientId;
+} CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO;
+
+typedef struct _CMSG_RECIPIENT_ENCRYPTED_KEY_ENCODE_INFO {
+    DWORD cbSize;
+    CRYPT_BIT_BLOB RecipientPublicKey;
+    CERT_ID RecipientId;
+    FILETIME Date;
+    CRYPT_ATTRIBUTE_TYPE_VALUE* pOtherAttr;
+} CMSG_RECIPIENT_ENCRYPTED_KEY_ENCODE_INFO;
+
+typedef struct _CMSG_KEY_AGREE_RECIPIENT_ENCODE_INFO {
+    DWORD cbSize;
+    CRYPT_ALGORITHM_IDENTIFIER KeyEncryptionAlgorithm;
+    void* pvKeyEncryptionAuxInfo;
+    CRYPT_ALGORITHM_IDENTIFIER KeyWrapAlgorithm;
+    void* pvKeyWrapAuxInfo;
+    unsigned long hCryptProv;
+    DWORD dwKeySpec;
+    DWORD dwKeyChoice;
+    union {
+        CRYPT_ALGORITHM_IDENTIFIER* pEphemeralAlgorithm; /* that of the recipients' public keys */
+        CERT_ID* pSenderId;
+    } u;
+    CRYPT_DATA_BLOB UserKeyingMaterial;
+    DWORD cRecipientEncryptedKeys;
+    CMSG_RECIPIENT_ENCRYPTED_KEY_ENCODE_INFO** rgpRecipientEncryptedKeys;
+} CMSG_KEY_AGREE_RECIPIENT_ENCODE_INFO;
+
+typedef struct _CMSG_RECIPIENT_ENCODE_INFO {
+    DWORD dwRecipientChoice;
+    union {
+        CMSG_KEY_TRANS_RECIPIENT_ENCODE_INFO* pKeyTrans;
+        CMSG_KEY_AGREE_RECIPIENT_ENCODE_INFO* pKeyAgree;
+        void* pMailList;
+    } u;
+} CMSG_RECIPIENT_ENCODE_INFO;
+
+typedef struct _CMSG_ENVELOPED_ENCODE_INFO {
+    DWORD cbSize; /* up to rgpRecipients, or all of it */
+    unsigned long hCryptProv;
+    CRYPT_ALGORITHM_IDENTIFIER ContentEncryptionAlgorithm;
+    void* pvEncryptionAuxInfo;
+    DWORD cRecipients;         /* of rgpRecipients, or of rgCmsRecipients when that is given */
+    CERT_INFO** rgpRecipients; /* each a recipient by key transport, named by issuer and serial number */
+    CMSG_RECIPIENT_ENCODE_INFO* rgCmsRecipients;
+    DWORD cCertEncoded;
+    CERT_BLOB* rgCertEncoded;
+    DWORD cCrlEncoded;
+    CRL_BLOB* rgCrlEncoded;
+    DWORD cAttrCertEncoded;
+    CERT_BLOB* rgAttrCertEncoded;
+    DWORD cUnprotectedAttr;
+    CRYPT_ATTRIBUTE* rgUnprotectedAttr;
+} CMSG_ENVELOPED_ENCODE_INFO;
+
 typedef struct _CMSG_CTRL_DECRYPT_PARA {
     DWORD cbSize;
     unsigned long hCryptProv;
