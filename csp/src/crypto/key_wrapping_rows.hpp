@@ -1,0 +1,18 @@
+#pragma once
+
+/// The families of key wrapping behind crypto/key_wrapping.hpp.
+
+#include "crypto/key_wrapping.hpp"
+
+namespace klunortredi::csp::wrapping {
+
+SecretBytes unwrapRsa(EVP_PKEY* key, const TransportedKey& wrapped, std::size_t keySize);
+TransportedKey wrapRsa(EVP_PKEY* recipient, TransportForm form, ByteView contentKey);
+
+SecretBytes unwrapGost(EVP_PKEY* key, const TransportedKey& wrapped);
+TransportedKey wrapGost(EVP_PKEY* recipient, TransportForm form, ByteView contentKey);
+
+SecretBytes unwrapGost(EVP_PKEY* key, const AgreedKey& wrapped);
+AgreedKey wrapGost(EVP_PKEY* recipient, AgreementForm form, ByteView contentKey);
+
+} // namespace klunortredi::csp::wrapping
