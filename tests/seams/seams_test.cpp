@@ -81,8 +81,21 @@ TEST(Seams, TheServiceNeedsNoHostAndNoPlugin) {
     EXPECT_THAT(dynamic.out, Not(HasSubstr("wincrypt")));
 }
 
+TEST(Seams, NobodyIsLinkedWithTheHttpLibrary) {
+    for (const char* file : {HOST_LIBRARY, PLUGIN_LIBRARY, SERVICE_LIBRARY, COMMAND, ADMINISTRATION}) {
+        const auto dynamic = test_support::run({"readelf", "-d", file});
+        ASSERT_EQ(dynamic.exit, 0) << dynamic.err;
+        EXPECT_THAT(dynamic.out, HasSubstr("NEEDED")) << file;
+        EXPECT_THAT(dynamic.out, Not(HasSubstr("libcurl"))) << file << ": it is opened at the first request";
+    }
+}
+
+TEST(Seams, TheHttpClientIncludesNothingOfOurs) {
+    EXPECT_THAT(includes("net", "orvik/|capi/|csp/|cli/|crypto/|core/|asn1/|text/|x509/|chains/|support/"), IsEmpty());
+}
+
 TEST(Seams, ThePluginIncludesNeitherOpensslNorTheServiceNorTheCommand) {
-    EXPECT_THAT(includes("libs", "openssl/|csp/|cli/|exports/|keys/|stores/|objects/|messages/|chains/|x509/|asn1/"),
+    EXPECT_THAT(includes("libs", "openssl/|net/|curl/|csp/|cli/|exports/|keys/|stores/|objects/|messages/|chains/|x509/|asn1/"),
                 IsEmpty());
 }
 

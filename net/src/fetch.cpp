@@ -1,0 +1,76 @@
+#include "net/fetch.hpp"
+
+#include "transfer.hpp"
+#include "url.hpp"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace klunortredi::net {
+
+namespace {
+
+bool isHeaderValue(const std::string& text) {
+    return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+}
+
+void check(const HttpRequest& request) {
+    const bool method = request.method == "GET" ? request.body.empty() : request.method == "POST";
+    const bool types = isHeaderValue(request.contentType) && std::ranges::all_of(request.acceptTypes, isHeaderValue);
+    if (!method || !types) {
+        throw NetworkError(ErrorKind::request, request.url, "the request has a wrong method or media type");
+    }
+}
+
+const CurlLibrary& library(const std::string& url) {
+    try {
+        return CurlLibrary::instance();
+    } catch (const std::runtime_error& e) {
+        throw NetworkError(ErrorKind::library, url, e.what());
+    }
+}
+
+AddressRules rules(const std::string& url) {
+    try {
+        return AddressRules::fromEnvironment();
+    } catch (const std::invalid_argument& e) {
+        throw NetworkError(ErrorKind::address, url, std::string(privateAddressesVariable) + ": " + e.what());
+    }
+}
+
+} // namespace
+
+HttpResponse fetch(const HttpRequest& request) {
+    check(request);
+    bool secure = readUrl(request.url).secure;
+    Exchange exchange{request, library(request.url), rules(request.url),
+                      std::chrono::steady_clock::now() + request.limits.totalTimeout};
+    std::string url = request.url;
+    for (int redirects = 0;; ++redirects) {
+        Answer answer = transfer(exchange, url, redirects == 0);
+        if (answer.location.empty()) {
+            return std::move(answer.response);
+        }
+        const long status = answer.response.status;
+        if (redirects == request.limits.maxRedirects) {
+            throw NetworkError(ErrorKind::redirect, url, "too many redirects", status);
+        }
+        try {
+            const bool next = readUrl(answer.location).secure;
+            if (secure && !next) {
+                throw NetworkError(ErrorKind::redirect, url, "the redirect leaves https", status);
+            }
+            secure = next;
+        } catch (const NetworkError& e) {
+            if (e.kind() != ErrorKind::request) {
+                throw;
+            }
+            throw NetworkError(ErrorKind::redirect, url,
+                               "the redirect to " + printable(answer.location, 100) + " is not allowed: " + e.reason(),
+                               status);
+        }
+        url = answer.location;
+    }
+}
+
+} // namespace klunortredi::net
