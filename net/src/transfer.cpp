@@ -307,10 +307,11 @@ void requireUsable(const State& state, const Outcome& outcome) {
         fail(state, outcome, ErrorKind::protocol, "the answer is compressed");
     }
     const auto accepts = [&](const std::string& type) { return essence(type) == essence(outcome.mediaType); };
-    if (request.mediaTypeRequired && std::ranges::none_of(request.acceptTypes, accepts)) {
-        fail(state, outcome, ErrorKind::mediaType,
-             outcome.mediaType.empty() ? "the answer has no media type"
-                                       : "the answer is of media type " + printable(outcome.mediaType, 100));
+    if (request.mediaTypeRequired && !request.acceptTypes.empty() &&
+        std::ranges::none_of(request.acceptTypes, accepts)) {
+        const std::string is =
+            outcome.mediaType.empty() ? "has no media type" : "is of media type " + printable(outcome.mediaType, 100);
+        fail(state, outcome, ErrorKind::mediaType, "the answer " + is + ", not " + request.acceptTypes.front());
     }
 }
 

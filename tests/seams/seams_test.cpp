@@ -95,8 +95,9 @@ TEST(Seams, TheHttpClientIncludesNothingOfOurs) {
 }
 
 TEST(Seams, ThePluginIncludesNeitherOpensslNorTheServiceNorTheCommand) {
-    EXPECT_THAT(includes("libs", "openssl/|net/|curl/|csp/|cli/|exports/|keys/|stores/|objects/|messages/|chains/|x509/|asn1/"),
-                IsEmpty());
+    EXPECT_THAT(
+        includes("libs", "openssl/|net/|curl/|csp/|cli/|exports/|keys/|stores/|objects/|messages/|chains/|x509/|asn1/"),
+        IsEmpty());
 }
 
 TEST(Seams, ThePluginKnowsNothingOfTheFrameworksTimeStamping) {

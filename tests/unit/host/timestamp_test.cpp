@@ -127,7 +127,7 @@ TEST_F(Timestamp, FollowsARedirectWithItsRequest) {
 
 TEST_F(Timestamp, RefusesWhatIsNoTimestampReply) {
     HttpAuthority page({response("<html>", "text/html")});
-    expectRefused(page.url(), "not a time-stamp reply");
+    expectRefused(page.url(), "media type text/html, not application/timestamp-reply");
     HttpAuthority failing({response("", "application/timestamp-reply", "503 Service Unavailable")});
     expectRefused(failing.url(), "HTTP status 503");
 }

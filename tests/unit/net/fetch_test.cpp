@@ -98,13 +98,13 @@ TEST(Fetch, RefusesAnotherMediaTypeWhereOneIsRequired) {
     request.mediaTypeRequired = true;
     const auto error = errorOf(request);
     EXPECT_EQ(error.kind(), ErrorKind::mediaType);
-    EXPECT_EQ(error.reason(), "the answer is of media type text/html");
+    EXPECT_EQ(error.reason(), "the answer is of media type text/html, not application/timestamp-reply");
     const HttpServer longer(always({"application/timestamp-reply-x", ""}));
     request.url = longer.url();
     EXPECT_EQ(errorOf(request).kind(), ErrorKind::mediaType);
     const HttpServer silent(always({"", "x"}));
     request.url = silent.url();
-    EXPECT_EQ(errorOf(request).reason(), "the answer has no media type");
+    EXPECT_EQ(errorOf(request).reason(), "the answer has no media type, not application/timestamp-reply");
     const HttpServer capitals(always({"Application/Timestamp-Reply ; a=b", "x"}));
     request.url = capitals.url();
     EXPECT_EQ(fetch(request).body, "x");
