@@ -12,12 +12,7 @@
 namespace cli_test {
 
 // Sanitizers keep memory of their own: under them only the answer counts.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SANITIZED 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(SANITIZED)
+#if defined(KLUNORTREDI_SANITIZED)
 inline constexpr long peakKiB = std::numeric_limits<long>::max();
 #else
 inline constexpr long peakKiB = 200L * 1024; ///< of the whole process

@@ -7,7 +7,7 @@
 #include "fuzz_targets.hpp"
 
 #include <openssl/pem.h>
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KLUNORTREDI_ADDRESS_SANITIZED)
 #include <sanitizer/lsan_interface.h>
 #endif
 
@@ -142,7 +142,7 @@ public:
 
 private:
     void toggle([[maybe_unused]] bool begin) const {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KLUNORTREDI_ADDRESS_SANITIZED)
         if (expected_) {
             begin ? __lsan_disable() : __lsan_enable();
         }

@@ -38,7 +38,7 @@ BOOL generates(unsigned long hProv, DWORD keySpec) {
     return made;
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(KLUNORTREDI_SANITIZED)
 constexpr bool addressSpaceIsReserved = true;
 #else
 constexpr bool addressSpaceIsReserved = false;

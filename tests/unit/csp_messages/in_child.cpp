@@ -11,12 +11,7 @@ namespace klunortredi::test {
 
 namespace {
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SANITIZED 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(SANITIZED)
+#if defined(KLUNORTREDI_SANITIZED)
 constexpr bool judged = false;
 #else
 constexpr bool judged = true;

@@ -13,7 +13,7 @@
 #include <sstream>
 #include <thread>
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KLUNORTREDI_ADDRESS_SANITIZED)
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes(); // its header comes with other compilers only
 #endif
 
@@ -24,7 +24,7 @@ using orvik::plugin::wincrypt::Certificate;
 
 /// Octets that the process has allocated and not freed.
 std::size_t heap() {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KLUNORTREDI_ADDRESS_SANITIZED)
     return __sanitizer_get_current_allocated_bytes();
 #else
     const auto info = ::mallinfo2();
