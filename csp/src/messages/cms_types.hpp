@@ -13,6 +13,8 @@ namespace klunortredi::csp {
 namespace oid {
 inline constexpr std::string_view data = "1.2.840.113549.1.7.1";
 inline constexpr std::string_view signedData = "1.2.840.113549.1.7.2";
+inline constexpr std::string_view envelopedData = "1.2.840.113549.1.7.3";
+inline constexpr std::string_view authEnvelopedData = "1.2.840.113549.1.9.16.1.23";
 inline constexpr std::string_view contentType = "1.2.840.113549.1.9.3";
 inline constexpr std::string_view messageDigest = "1.2.840.113549.1.9.4";
 inline constexpr std::string_view signingTime = "1.2.840.113549.1.9.5";
@@ -20,6 +22,7 @@ inline constexpr std::string_view countersignature = "1.2.840.113549.1.9.6";
 inline constexpr std::string_view signingCertificate = "1.2.840.113549.1.9.16.2.12";
 inline constexpr std::string_view signingCertificateV2 = "1.2.840.113549.1.9.16.2.47";
 inline constexpr std::string_view rsaEncryption = "1.2.840.113549.1.1.1";
+inline constexpr std::string_view rsaesOaep = "1.2.840.113549.1.1.7";
 inline constexpr std::string_view rsassaPss = "1.2.840.113549.1.1.10";
 inline constexpr std::string_view gostR341194 = "1.2.643.2.2.9";
 /// The name attribute under which the CryptoAPI tells a signer that is known by its key identifier only.

@@ -1,37 +1,14 @@
 #include "messages/signed_data_writer.hpp"
 
-#include "asn1/definite.hpp"
 #include "asn1/der.hpp"
 #include "messages/cms_types.hpp"
+#include "messages/nesting.hpp"
 
 namespace klunortredi::csp {
 
 namespace {
 
 constexpr std::uint8_t explicitContent = der::tag::contextConstructed(0);
-
-/// Headers of elements, each the only or the last member of the one before it, found from the inside out.
-class Nesting {
-public:
-    explicit Nesting(std::uint64_t innermostSize) : size_(innermostSize) {}
-
-    /// Puts a header (and octets that stand before the content so far) around.
-    void wrap(std::uint8_t identifier, ByteView before = {}) {
-        octets_.insert(octets_.begin(), before.begin(), before.end());
-        size_ += before.size();
-        const Bytes header = definiteHeader(identifier, size_);
-        octets_.insert(octets_.begin(), header.begin(), header.end());
-        size_ += header.size();
-    }
-    /// Octets that follow inside the element put around next.
-    void follow(std::uint64_t size) { size_ += size; }
-
-    [[nodiscard]] const Bytes& octets() const noexcept { return octets_; }
-
-private:
-    Bytes octets_;
-    std::uint64_t size_;
-};
 
 Bytes optionalSet(const std::vector<Bytes>& members, unsigned number) {
     return members.empty() ? Bytes{} : der::setOf(members, der::tag::contextConstructed(number));

@@ -1,6 +1,5 @@
 #include "messages/signed_encoder.hpp"
 
-#include "asn1/definite.hpp"
 #include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "core/output.hpp"
@@ -15,10 +14,6 @@
 namespace klunortredi::csp {
 
 namespace {
-
-/// Octets of content in one segment of a streamed message: large enough that headers cost nothing, small enough to be
-/// held while content comes octet by octet. Segments do not depend on how the content was cut by the caller.
-constexpr std::size_t segmentSize = 64U << 10U;
 
 template <class Owner, class Decode>
 std::vector<Bytes> encodedItems(const CRYPTOAPI_BLOB* first, DWORD count, Decode d2i) {
@@ -117,31 +112,10 @@ void SignedEncoder::takeContent(ByteView piece) {
         emit(sizeTold() ? writer_.definiteHead(stream_->contentSize(), signersSize) : writer_.streamHead());
     }
     if (!sizeTold()) {
-        writeSegments(piece);
+        segments_.add(piece, [this](ByteView octets) { emit(octets); });
     } else if (!piece.empty()) {
         emit(piece);
     }
-}
-
-void SignedEncoder::writeSegments(ByteView piece) {
-    if (!segment_.empty()) {
-        const ByteView filling = piece.first(std::min(piece.size(), segmentSize - segment_.size()));
-        der::append(segment_, filling);
-        piece = piece.subspan(filling.size());
-        if (segment_.size() == segmentSize) {
-            writeSegment(segment_);
-            segment_.clear();
-        }
-    }
-    for (; piece.size() >= segmentSize; piece = piece.subspan(segmentSize)) {
-        writeSegment(piece.first(segmentSize));
-    }
-    der::append(segment_, piece);
-}
-
-void SignedEncoder::writeSegment(ByteView segment) {
-    emit(definiteHeader(der::tag::OctetString, segment.size()));
-    emit(segment);
 }
 
 void SignedEncoder::finish() {
@@ -164,9 +138,7 @@ void SignedEncoder::finish() {
     } else if (sizeTold()) {
         emit(writer_.definiteTail(signerInfos), true);
     } else {
-        if (!segment_.empty()) {
-            writeSegment(std::exchange(segment_, {}));
-        }
+        segments_.finish([this](ByteView octets) { emit(octets); });
         emit(writer_.streamTail(signerInfos), true);
     }
     finished_ = true;

@@ -4,6 +4,7 @@
 
 #include "capi/types.h"
 #include "messages/content_hasher.hpp"
+#include "messages/content_segments.hpp"
 #include "messages/handles.hpp"
 #include "messages/signed_data_writer.hpp"
 #include "messages/signer_builder.hpp"
@@ -32,8 +33,6 @@ private:
     void doControl(DWORD type, const void* parameters) override;
 
     void takeContent(ByteView piece);
-    void writeSegments(ByteView piece);
-    void writeSegment(ByteView segment);
     void finish();
     void emit(ByteView piece, bool final = false);
     [[nodiscard]] bool streamsContent() const noexcept { return stream_ && !detached_; }
@@ -47,7 +46,7 @@ private:
     std::uint64_t contentSize_ = 0; ///< so far
     bool headWritten_ = false;
     bool finished_ = false;
-    Bytes segment_; ///< content that does not fill a segment yet
+    ContentSegments segments_;
     Bytes content_; ///< all of it, when the message is made in one piece
     Bytes encoded_; ///< the finished message, when it is not streamed
 };

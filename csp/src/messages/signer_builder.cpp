@@ -6,53 +6,19 @@
 #include "crypto/key_pair.hpp"
 #include "crypto/signature.hpp"
 #include "messages/attribute_rules.hpp"
-#include "x509/blob.hpp"
+#include "messages/given_values.hpp"
 #include "x509/cert_info.hpp"
 
 #include <algorithm>
-#include <span>
 
 namespace klunortredi::csp {
 
 namespace {
 
-template <class T>
-std::span<T> items(T* first, DWORD count) {
-    if (first == nullptr && count != 0) {
-        fail(capi::ERROR_INVALID_PARAMETER);
-    }
-    return {first, count};
-}
-
-std::vector<Attribute> attributes(CRYPT_ATTRIBUTE* first, DWORD count) {
-    std::vector<Attribute> decoded;
-    for (const CRYPT_ATTRIBUTE& attribute : items(first, count)) {
-        if (attribute.pszObjId == nullptr || attribute.cValue == 0) {
-            fail(capi::ERROR_INVALID_PARAMETER);
-        }
-        Attribute& added = decoded.emplace_back(attribute.pszObjId);
-        for (const CRYPT_ATTR_BLOB& value : items(attribute.rgValue, attribute.cValue)) {
-            const ByteView octets = blobView(value);
-            der::readOnly(octets); // one DER value, or the message could not be read again
-            added.values.emplace_back(octets.begin(), octets.end());
-        }
-    }
-    return decoded;
-}
-
 std::vector<Bytes> encodeAll(const std::vector<Attribute>& attributes) {
     std::vector<Bytes> encoded;
     std::ranges::transform(attributes, std::back_inserter(encoded), encodeAttribute);
     return encoded;
-}
-
-Bytes issuerAndSerial(const CERT_INFO& certificate) {
-    const ByteView serial = blobView(certificate.SerialNumber);
-    const ByteView issuer = blobView(certificate.Issuer);
-    if (serial.empty() || issuer.empty()) {
-        fail(capi::ERROR_INVALID_PARAMETER);
-    }
-    return der::sequence({issuer, der::integer(Bytes(serial.rbegin(), serial.rend()))});
 }
 
 /// Parameters are absent but where RFC 4490 (2.1, 3.1) wants a NULL.
@@ -87,15 +53,15 @@ SignerBuilder::SignerBuilder(const CMSG_SIGNER_ENCODE_INFO& info, std::string_vi
         fail(capi::NTE_BAD_PUBLIC_KEY);
     }
     signatureSize_ = signatureSize(key.get());
-    issuerAndSerial_ = issuerAndSerial(*info.pCertInfo);
+    issuerAndSerial_ = givenIssuerAndSerial(info.pCertInfo->Issuer, info.pCertInfo->SerialNumber);
 
-    std::vector<Attribute> given = attributes(info.rgAuthAttr, info.cAuthAttr);
+    std::vector<Attribute> given = givenAttributes(info.rgAuthAttr, info.cAuthAttr);
     const auto ours = [](const Attribute& a) { return a.oid == oid::contentType || a.oid == oid::messageDigest; };
     if (std::ranges::any_of(given, ours)) {
         fail(capi::ERROR_INVALID_PARAMETER);
     }
     given.push_back({std::string(oid::contentType), {der::objectIdentifier(contentType)}});
-    const std::vector<Attribute> unsignedOnes = attributes(info.rgUnauthAttr, info.cUnauthAttr);
+    const std::vector<Attribute> unsignedOnes = givenAttributes(info.rgUnauthAttr, info.cUnauthAttr);
     checkAttributeRules(given, unsignedOnes);
     signedAttributes_ = encodeAll(given);
     unsignedAttributes_ = encodeAll(unsignedOnes);

@@ -6,6 +6,7 @@ target_sources(klunortredi_csp_core PRIVATE
     src/messages/cms_types.cpp
     src/messages/content_hasher.cpp
     src/messages/counter_signatures.cpp
+    src/messages/given_values.cpp
     src/messages/handles.cpp
     src/messages/other_signatures.cpp
     src/messages/signature_check.cpp
