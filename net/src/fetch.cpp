@@ -4,11 +4,18 @@
 #include "url.hpp"
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace klunortredi::net {
 
 namespace {
+
+constexpr double longestTimeout = 86400; // seconds; also keeps the arithmetic of times in range
 
 bool isHeaderValue(const std::string& text) {
     return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
@@ -38,13 +45,29 @@ AddressRules rules(const std::string& url) {
     }
 }
 
+/// The user's own limit, in place of the request's.
+std::chrono::milliseconds totalTimeout(const HttpRequest& request) {
+    const char* const text = std::getenv(timeoutVariable);
+    if (text == nullptr || *text == '\0') {
+        return request.limits.totalTimeout;
+    }
+    double seconds = 0;
+    const char* const end = text + std::strlen(text);
+    const auto read = std::from_chars(text, end, seconds, std::chars_format::fixed);
+    if (read.ec != std::errc() || read.ptr != end || !(seconds > 0 && seconds <= longestTimeout)) {
+        throw NetworkError(ErrorKind::request, request.url,
+                           std::string(timeoutVariable) + " is not a number of seconds: " + printable(text, 40));
+    }
+    return std::chrono::milliseconds(std::max<long>(1, std::lround(seconds * 1000)));
+}
+
 } // namespace
 
 HttpResponse fetch(const HttpRequest& request) {
     check(request);
     bool secure = readUrl(request.url).secure;
     Exchange exchange{request, library(request.url), rules(request.url),
-                      std::chrono::steady_clock::now() + request.limits.totalTimeout};
+                      std::chrono::steady_clock::now() + totalTimeout(request)};
     std::string url = request.url;
     for (int redirects = 0;; ++redirects) {
         Answer answer = transfer(exchange, url, redirects == 0);

@@ -41,8 +41,10 @@ struct HttpResponse {
 /// Sends the request over HTTP/1.1 and returns the answer (RFC 9110, RFC 9112). No cookies, no credentials, no
 /// compression; TLS 1.2 or later with the system's authorities, or those of the file in SSL_CERT_FILE. The proxies
 /// are those of http_proxy, https_proxy, all_proxy and no_proxy. Addresses that are not public are refused unless
-/// KLUNORTREDI_PRIVATE_ADDRESSES or the request allows them (net/address.hpp). Can be called from any thread.
-/// Throws NetworkError.
+/// KLUNORTREDI_PRIVATE_ADDRESSES or the request allows them (net/address.hpp). KLUNORTREDI_NETWORK_TIMEOUT, a number
+/// of seconds, takes the place of Limits::totalTimeout. Can be called from any thread. Throws NetworkError.
 HttpResponse fetch(const HttpRequest& request);
+
+inline constexpr const char* timeoutVariable = "KLUNORTREDI_NETWORK_TIMEOUT";
 
 } // namespace klunortredi::net

@@ -147,6 +147,16 @@ TEST(Fetch, EndsASlowAnswerAtTheTimeLimit) {
     EXPECT_EQ(errorOf(request).kind(), ErrorKind::timeout);
 }
 
+TEST(Fetch, TakesTheUsersTimeLimit) {
+    const HttpServer silent(always({.body = "x", .delay = 10s}));
+    const Variable limit("KLUNORTREDI_NETWORK_TIMEOUT", "0.1");
+    EXPECT_EQ(errorOf(named(silent.url()), 1s).kind(), ErrorKind::timeout);
+    for (const char* text : {"0", "-1", "1s", "nan", "inf", "1e99", "86401", "x", " 1"}) {
+        const Variable unreadable("KLUNORTREDI_NETWORK_TIMEOUT", text);
+        EXPECT_EQ(errorOf(named(silent.url()), 1s).kind(), ErrorKind::request) << text;
+    }
+}
+
 TEST(Fetch, CountsTheTimeOfAllRedirectsTogether) {
     const HttpServer server([](const test_servers::Request&) {
         Reply reply = redirect("/again");

@@ -15,9 +15,10 @@ constexpr std::chrono::seconds totalTime{60}; // authorities sign on slow hardwa
 constexpr const char* queryType = "application/timestamp-query";
 constexpr const char* replyType = "application/timestamp-reply";
 
-[[noreturn]] void fail(const std::string& reasons) {
+[[noreturn]] void fail(const std::string& authority, const klunortredi::net::NetworkError& error) {
+    const std::string reason = error.url() == authority ? error.reason() : std::string("redirected to ") + error.what();
     plugin::exception::raise(ApplicationException(ApplicationException::Code::timestampRefused)
-                                 << plugin::exception::Message_("time-stamp authority " + reasons),
+                                 << plugin::exception::Message_("time-stamp authority " + authority + ": " + reason),
                              {"transport", "exchangeTimestamp"});
 }
 
@@ -38,20 +39,12 @@ std::string ask(const std::string& authority, const std::string& request) {
 
 } // namespace
 
-std::string exchangeTimestamp(const std::vector<std::string>& authorities, const std::string& request) {
-    std::string reasons;
-    for (const auto& authority : authorities) {
-        try {
-            return ask(authority, request);
-        } catch (const klunortredi::net::NetworkError& e) {
-            reasons += (reasons.empty() ? "" : "; ") + std::string(e.what());
-        }
-    }
-    fail(reasons);
-}
-
 std::string exchangeTimestamp(const std::string& authority, const std::string& request) {
-    return exchangeTimestamp(std::vector<std::string>{authority}, request);
+    try {
+        return ask(authority, request);
+    } catch (const klunortredi::net::NetworkError& e) {
+        fail(authority, e);
+    }
 }
 
 } // namespace orvik::plugin::ssl::internal
