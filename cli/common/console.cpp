@@ -11,11 +11,26 @@
 
 namespace klunortredi::cli {
 
-std::string documentText(const nlohmann::ordered_json& document) {
+namespace {
+
+constexpr int inLines = 2; // blanks by which members stand further in
+constexpr int inOneLine = -1;
+
+std::string dump(const nlohmann::ordered_json& value, int indent) {
+    // Texts come from files and certificates of others: what is not UTF-8 is shown as the replacement character.
+    return printableJson(value.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+}
+
+} // namespace
+
+std::string jsonText(const nlohmann::ordered_json& value) {
+    return dump(value, inLines);
+}
+
+std::string documentText(const nlohmann::ordered_json& document, JsonForm form) {
     nlohmann::ordered_json whole = {{"schema", 1}};
     whole.update(document);
-    // Texts come from files and certificates of others: what is not UTF-8 is shown as the replacement character.
-    return printableJson(whole.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace)) + '\n';
+    return dump(whole, form == JsonForm::lines ? inOneLine : inLines) + '\n';
 }
 
 nlohmann::ordered_json failureDocument(const Failure& failure, const nlohmann::ordered_json& fields) {
@@ -25,15 +40,31 @@ nlohmann::ordered_json failureDocument(const Failure& failure, const nlohmann::o
 }
 
 void Console::result(const nlohmann::ordered_json& document, const std::function<void(std::ostream&)>& text) const {
-    if (options_.json) {
-        std::cout << documentText(document);
-    } else {
-        text(std::cout);
+    if (json()) {
+        write(documentText(document, form()));
+        return;
     }
+    text(std::cout);
+    flush();
+}
+
+void Console::write(std::string_view text) const {
+    std::cout << text;
+    flush();
+}
+
+void Console::flush() {
     errno = 0;
     if (!std::cout.flush()) {
         throw fileFailure("cannot write the result", errno == 0 ? EIO : errno);
     }
+}
+
+JsonForm Console::form() const noexcept {
+    if (options_.jsonLines) {
+        return JsonForm::lines;
+    }
+    return options_.json ? JsonForm::document : JsonForm::none;
 }
 
 void Console::note(const std::string& line) const {
@@ -48,8 +79,8 @@ void Console::line(const std::string& text) const {
 
 void Console::failure(const Failure& failure, const nlohmann::ordered_json& fields) const {
     line(failure.what());
-    if (options_.json) {
-        std::cout << documentText(failureDocument(failure, fields));
+    if (json()) {
+        std::cout << documentText(failureDocument(failure, fields), form());
         std::cout.flush();
     }
 }
@@ -59,7 +90,7 @@ void Console::failure(const Failure& failure) const {
 }
 
 bool Console::showsProgress() const {
-    return !options_.quiet && !options_.json && isatty(STDERR_FILENO) != 0;
+    return !options_.quiet && !json() && isatty(STDERR_FILENO) != 0;
 }
 
 } // namespace klunortredi::cli

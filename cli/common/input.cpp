@@ -256,7 +256,7 @@ private:
     std::string decoded_;
 };
 
-Input::Input(const std::string& path) : name_(path == "-" ? "standard input" : path) {
+Input::Input(const std::string& path) : path_(path), name_(path == "-" ? "standard input" : path) {
     const int fd = path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     struct stat status {};
     if (fd < 0 || ::fstat(fd, &status) != 0) {

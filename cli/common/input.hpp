@@ -55,7 +55,9 @@ public:
     void watch(Watcher watcher);
     /// Octets of a regular file; 0 for anything else.
     [[nodiscard]] std::uint64_t size() const noexcept;
+    /// For messages: the path, or "standard input".
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
+    [[nodiscard]] const std::string& path() const noexcept { return path_; }
     /// Throws Failure (exit 3) when reading has failed, or met what is not Base64; both look like an early end to the
     /// stream's user.
     void check() const;
@@ -64,6 +66,7 @@ private:
     class Descriptor;
     class Armor;
 
+    std::string path_;
     std::string name_;
     std::unique_ptr<Descriptor> descriptor_;
     std::unique_ptr<Armor> armor_;

@@ -15,6 +15,7 @@ struct PinOptions {
 /// Options that every verb takes.
 struct Options {
     bool json = false;
+    bool jsonLines = false; ///< of the verbs that have it: one JSON document a line
     bool quiet = false;
     bool force = false;
     bool pem = false;

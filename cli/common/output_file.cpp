@@ -82,6 +82,7 @@ void OutputFile::write(std::string_view octets) {
             fail(errno);
         }
         octets.remove_prefix(static_cast<std::size_t>(written));
+        size_ += static_cast<std::uint64_t>(written);
     }
 }
 

@@ -2,6 +2,7 @@
 
 /// Files that appear whole or not at all.
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -27,6 +28,8 @@ public:
     void commit();
 
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
+    /// Octets written so far.
+    [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
 
 private:
     /// Finds out what lies under the name, and refuses what must not be written.
@@ -39,6 +42,7 @@ private:
     std::string path_;
     std::string temporary_; ///< empty while the file has no name at all
     int fd_ = -1;
+    std::uint64_t size_ = 0;
     bool force_;
     bool direct_ = false;
 };

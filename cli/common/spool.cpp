@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <utility>
 
 namespace klunortredi::cli {
 
@@ -31,7 +32,7 @@ int openAndUnlink(const std::string& folder) {
 
 } // namespace
 
-Spool::Spool() : folder_(temporaryFolder()) {
+Spool::Spool(std::string what) : what_(std::move(what)), folder_(temporaryFolder()) {
     constexpr int ownerOnly = 0600;
     fd_ = ::open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, ownerOnly);
     if (fd_ < 0 && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)) {
@@ -80,7 +81,7 @@ std::string_view Spool::next() {
 }
 
 void Spool::fail(int error) const {
-    throw fileFailure("cannot keep the content in " + folder_, error);
+    throw fileFailure("cannot keep " + what_ + " in " + folder_, error);
 }
 
 } // namespace klunortredi::cli

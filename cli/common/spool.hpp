@@ -9,8 +9,8 @@ namespace klunortredi::cli {
 /// may be passed on. Nothing is left of it, whatever ends the process.
 class Spool {
 public:
-    /// Throws Failure (exit 3) when the file cannot be made.
-    Spool();
+    /// `what` is what it holds, for the messages. Throws Failure (exit 3) when the file cannot be made.
+    explicit Spool(std::string what = "the content");
     Spool(const Spool&) = delete;
     Spool& operator=(const Spool&) = delete;
     ~Spool();
@@ -26,11 +26,15 @@ public:
         }
     }
 
-private:
+    /// Back to the first octet, for next().
     void rewind() const;
+    /// The next octets, which stay until the next call; empty at the end.
     [[nodiscard]] std::string_view next();
+
+private:
     [[noreturn]] void fail(int error) const;
 
+    std::string what_;
     std::string folder_;
     std::string buffer_;
     int fd_ = -1;

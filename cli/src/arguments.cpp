@@ -166,11 +166,21 @@ private:
         verb.add_flag("--offline", options.offline, "Fetch nothing (nothing is ever fetched yet)");
     }
 
+    /// The files that a verb works on, and how their results are written.
+    void addFiles(CLI::App& verb, NamedFiles& files, const char* help) {
+        verb.add_option("FILE", files.files, help);
+        verb.add_option("--files-from", files.from, "Read the files' names from this list, one a line")
+            ->type_name("LIST")
+            ->check(notEmpty);
+        verb.add_flag("-0", files.zeroEnds, "The names of the list end with a zero octet");
+        verb.add_flag("--json-lines", command_.options.jsonLines, "Print one JSON document a line, as files are done");
+    }
+
     void addSignatures() {
         const auto formats = CLI::IsMember({"attached", "detached", "xmldsig"});
         auto signing = std::make_shared<SignArguments>();
         CLI::App* verb = add(app_, "sign", "Sign files", signing, sign);
-        verb->add_option("FILE", signing->files, "Files to sign")->required();
+        addFiles(*verb, signing->files, "Files to sign");
         verb->add_option("--cert", signing->certificate,
                          "The signer's certificate in store my: thumbprint prefix, serial, or part of the subject")
             ->type_name("WHICH")
@@ -184,10 +194,11 @@ private:
         verb->add_flag("--include-chain", signing->includeChain,
                        "Put the issuers' certificates into the signature, without the root");
         verb->add_flag("--keep-going", signing->keepGoing, "Go on with the next file after a failure");
+        verb->add_flag("--skip-existing", signing->skipExisting, "Leave files alone whose signature is there");
 
         auto verifying = std::make_shared<VerifyArguments>();
-        verb = add(app_, "verify", "Check a signature", verifying, verify);
-        verb->add_option("FILE", verifying->file, "The signature")->required();
+        verb = add(app_, "verify", "Check signatures", verifying, verify);
+        addFiles(*verb, verifying->files, "The signatures");
         verb->add_option("--content", verifying->content, "Content of a detached signature")->check(notEmpty);
         verb->add_option("--format", verifying->format, "Signature format (default: recognised)")->check(formats);
         verb->add_option("--signer-cert", verifying->signerCertificate,
@@ -203,7 +214,6 @@ private:
             ->type_name("WHICH")
             ->delimiter(',')
             ->allow_extra_args(false);
-        verb->add_option("THUMBPRINT", verifying->alsoRequire, "More signers for --require")->group("");
         verb->add_flag("--strict", verifying->strict, "Refuse weak algorithms and keys");
         verb->add_flag("--chain", verifying->chain, "Also judge the signers' chains");
         addChainOptions(*verb, verifying->chainOptions);
@@ -228,8 +238,8 @@ private:
     Command& command_;
 };
 
-bool asksForJson(int argc, char** argv) {
-    return std::any_of(argv, argv + argc, [](const char* argument) { return std::string_view(argument) == "--json"; });
+bool asksFor(std::string_view option, int argc, char** argv) {
+    return std::any_of(argv, argv + argc, [&](const char* argument) { return argument == option; });
 }
 
 /// What is wrong with the words, and where the verb that they named tells how to use it.
@@ -258,7 +268,8 @@ Command parse(int argc, char** argv) {
     } catch (const CLI::Success& e) {
         app.exit(e);
     } catch (const CLI::ParseError& e) {
-        command.options.json = asksForJson(argc, argv);
+        command.options.json = asksFor("--json", argc, argv);
+        command.options.jsonLines = asksFor("--json-lines", argc, argv);
         command.exit = ExitCode::usage;
         const Console console(command.options);
         console.failure(misuse(app, e));

@@ -34,12 +34,11 @@ std::string placeOf(const Surroundings& around) {
 
 } // namespace
 
-CmsVerification::CmsVerification(Session& session, const VerifyArguments& arguments, Input& signature, bool detached)
-    : session_(session), arguments_(arguments), signature_(signature), detached_(detached) {
+CmsVerification::CmsVerification(Session& session, const VerifyArguments& arguments, Input& signature, bool detached,
+                                 CertificatePtr signerCertificate)
+    : session_(session), arguments_(arguments), signature_(signature), detached_(detached),
+      outside_(std::move(signerCertificate)) {
     verdict_.format = detached ? constant::signature_detached : constant::signature_attached;
-    if (!arguments.signerCertificate.empty()) {
-        outside_ = readCertificate(arguments.signerCertificate);
-    }
 }
 
 CmsVerification::~CmsVerification() = default;
@@ -87,7 +86,7 @@ void CmsVerification::openContent() {
     }
     std::string path = arguments_.content;
     if (path.empty()) {
-        path = contentBeside(arguments_.file);
+        path = contentBeside(signature_.path());
         if (path.empty()) {
             throw Failure(ExitCode::input, "cannot verify " + signature_.name(),
                           "it is detached, and its content is not beside it", "name the content with --content");

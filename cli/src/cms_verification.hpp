@@ -19,8 +19,10 @@ class Input;
 
 class CmsVerification {
 public:
-    /// `signature` stands at its first octet and outlives this. Throws Failure for a certificate that cannot be read.
-    CmsVerification(Session& session, const VerifyArguments& arguments, Input& signature, bool detached);
+    /// `signature` stands at its first octet and outlives this. `signerCertificate` is that of --signer-cert, else
+    /// null.
+    CmsVerification(Session& session, const VerifyArguments& arguments, Input& signature, bool detached,
+                    CertificatePtr signerCertificate);
     CmsVerification(const CmsVerification&) = delete;
     CmsVerification& operator=(const CmsVerification&) = delete;
     ~CmsVerification();

@@ -66,10 +66,15 @@ std::string firstReason(const std::vector<Signer>& signers, const Requirement::J
 
 } // namespace
 
+bool Requirement::isThumbprint(const std::string& word) {
+    const std::string text = normalized(word);
+    return text.size() == thumbprintDigits && hasOnly(text, "0123456789abcdef");
+}
+
 Requirement::Requirement(const std::vector<std::string>& words) {
     for (const std::string& word : words) {
         const std::string text = normalized(word);
-        if (text.size() == thumbprintDigits && hasOnly(text, "0123456789abcdef")) {
+        if (isThumbprint(word)) {
             kind_ = Kind::named;
             thumbprints_.push_back(text);
         } else if (text == "any") {

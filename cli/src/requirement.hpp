@@ -23,6 +23,9 @@ public:
     /// ignored). Throws Failure (usage) for anything else, and for several words that are not all thumbprints.
     explicit Requirement(const std::vector<std::string>& words);
 
+    /// Whether the word is a thumbprint.
+    [[nodiscard]] static bool isThumbprint(const std::string& word);
+
     /// What a signer counts as.
     using Judge = std::function<SignatureVerdict(const Signer&)>;
 

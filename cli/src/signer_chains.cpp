@@ -24,8 +24,7 @@ bool isTrusted(const Signer& signer) {
 
 } // namespace
 
-void judgeChains(Verdict& verdict, const ChainOptions& options) {
-    ChainQuery query = chainQuery(options);
+void judgeChains(Verdict& verdict, ChainQuery query, bool atSigningTime) {
     query.signer = true;
     query.certificates.insert(query.certificates.end(), verdict.certificates.begin(), verdict.certificates.end());
     query.crls.insert(query.crls.end(), verdict.crls.begin(), verdict.crls.end());
@@ -39,8 +38,8 @@ void judgeChains(Verdict& verdict, const ChainOptions& options) {
             signer.trust = withoutCertificate();
             continue;
         }
-        const bool stated = options.atSigningTime() && !signer.signingTime.is_special();
-        if (options.atSigningTime()) {
+        const bool stated = atSigningTime && !signer.signingTime.is_special();
+        if (atSigningTime) {
             query.time = stated ? std::optional(signer.signingTime) : std::nullopt;
         }
         const auto key = std::pair(signer.certificate->raw(), stated ? signer.signingTime : boost::posix_time::ptime{});

@@ -8,9 +8,9 @@
 
 namespace klunortredi::cli {
 
-/// Judges the chain of every valid signer, with what the user and the message bring. Throws what `chainQuery` and
-/// `judgeChain` throw.
-void judgeChains(Verdict& verdict, const ChainOptions& options);
+/// Judges the chain of every valid signer, with what the user (`query`) and the message bring. `atSigningTime`: each at
+/// the time that its signer states. Throws what `judgeChain` throws.
+void judgeChains(Verdict& verdict, ChainQuery query, bool atSigningTime);
 
 /// Whether the required signers are trusted. The document's chain becomes one that decides: that of a signer that is
 /// not trusted, when that is why the requirement is not met.

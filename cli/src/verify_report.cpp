@@ -1,5 +1,6 @@
 #include "verify_report.hpp"
 
+#include "batch_report.hpp"
 #include "cms_verification.hpp"
 #include "console.hpp"
 #include "extraction.hpp"
@@ -132,6 +133,11 @@ void printSigner(std::ostream& out, const Signer& signer, bool alone) {
     }
 }
 
+/// The line that says on standard error why there is no verdict.
+std::string whyUnknown(const FileReport& report) {
+    return "cannot verify " + report.name + ": " + report.verdict->reason;
+}
+
 /// Refuses an output that is a file of the options which the verdict is made from.
 void refuseInputs(const VerifyArguments& arguments, const std::string& output) {
     std::vector<std::string> inputs = {arguments.content, arguments.signerCertificate};
@@ -146,10 +152,11 @@ void refuseInputs(const VerifyArguments& arguments, const std::string& output) {
 /// Refuses a --json-out that is another file of the same call.
 void refuseJsonOut(const VerifyArguments& arguments) {
     const std::string& path = arguments.jsonOut;
+    const std::string& file = arguments.files.files.front();
     const std::pair<std::string, const char*> rows[] = {
-        {arguments.file, "--json-out names the signature itself"},
+        {file, "--json-out names the signature itself"},
         {arguments.extract, "--extract and --json-out name the same file"},
-        {arguments.content.empty() ? CmsVerification::contentBeside(arguments.file) : std::string{},
+        {arguments.content.empty() ? CmsVerification::contentBeside(file) : std::string{},
          "the content of a detached signature is looked for there"},
     };
     for (const auto& [other, why] : rows) {
@@ -219,6 +226,17 @@ void VerifyReport::open(const Input& signature) {
     document_ = std::make_unique<OutputFile>(path_, session_.options.force);
 }
 
+void VerifyReport::show(const FileReport& report) {
+    if (report.failure) {
+        failure(*report.failure);
+        return;
+    }
+    result(report.name, *report.verdict);
+    if (report.exit == ExitCode::service && !contentTakesOutput_) { // else the words are there already
+        session_.console.line(whyUnknown(report));
+    }
+}
+
 void VerifyReport::result(const std::string& name, const Verdict& verdict) {
     const Json document = toJson(verdict);
     if (document_) {
@@ -256,9 +274,18 @@ void VerifyReport::writeFailure(const Failure& failure) {
     document_->commit();
 }
 
-void VerifyReport::unknown(const std::string& name, const std::string& reason) const {
-    if (!contentTakesOutput_) { // else the words are there already
-        session_.console.line("cannot verify " + name + ": " + reason);
+void addTo(BatchReport& batch, const Console& console, const FileReport& report) {
+    Json document = {{"file", report.name}};
+    if (report.failure) {
+        console.line(report.failure->what());
+        document.update(failureDocument(*report.failure, verdictOf(*report.failure)));
+        batch.add(document, [](std::ostream&) {});
+        return;
+    }
+    document.update(toJson(*report.verdict));
+    batch.add(document, [&](std::ostream& out) { print(out, report.name, *report.verdict); });
+    if (report.exit == ExitCode::service) {
+        console.line(whyUnknown(report));
     }
 }
 

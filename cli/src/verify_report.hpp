@@ -4,6 +4,7 @@
 
 #include "failure.hpp"
 #include "output_file.hpp"
+#include "signature_judge.hpp"
 #include "verbs/verbs.hpp"
 #include "verdict.hpp"
 
@@ -15,6 +16,8 @@
 
 namespace klunortredi::cli {
 
+class BatchReport;
+class Console;
 class Input;
 
 nlohmann::ordered_json toJson(const Verdict& verdict);
@@ -30,13 +33,12 @@ public:
     /// Makes the file for JSON, before any work is done. Throws Failure when it names the signature itself (exit 2) or
     /// cannot be made (exit 3).
     void open(const Input& signature);
-    void result(const std::string& name, const Verdict& verdict);
+    void show(const FileReport& report);
     /// The line of a failure on standard error and its JSON document.
     void failure(const Failure& failure);
-    /// The line that says on standard error why there is no verdict.
-    void unknown(const std::string& name, const std::string& reason) const;
 
 private:
+    void result(const std::string& name, const Verdict& verdict);
     void writeFailure(const Failure& failure);
 
     const Session& session_;
@@ -44,6 +46,9 @@ private:
     std::string path_;                     ///< of --json-out; empty: no such file
     std::unique_ptr<OutputFile> document_; ///< of --json-out, once it is open
 };
+
+/// Adds what came of one of many files.
+void addTo(BatchReport& batch, const Console& console, const FileReport& report);
 
 /// The fields that say that nothing could be judged, for a failure of the service (exit 4); else none.
 nlohmann::ordered_json verdictOf(const Failure& failure);

@@ -1,5 +1,6 @@
 #include "verbs/verbs.hpp"
 
+#include "batch_report.hpp"
 #include "capi/constants.hpp"
 #include "certificates.hpp"
 #include "console.hpp"
@@ -7,23 +8,29 @@
 #include "crypto/wincrypt/signature_factory.hpp"
 #include "current_failure.hpp"
 #include "failure.hpp"
+#include "file_names.hpp"
 #include "input.hpp"
 #include "installed.hpp"
 #include "options.hpp"
 #include "orvik/plugin/crypto/constant.hpp"
 #include "orvik/plugin/crypto/i_provider.hpp"
 #include "output_file.hpp"
+#include "output_names.hpp"
 #include "pin.hpp"
 #include "printable.hpp"
 #include "progress.hpp"
 #include "text.hpp"
 #include "trust.hpp"
 
-#include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
 #include <nlohmann/json.hpp>
 
-#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <optional>
 
 namespace klunortredi::cli {
 
@@ -77,6 +84,7 @@ public:
     Batch(Session& session, const SignArguments& arguments)
         : session_(session), arguments_(arguments), factory_(arguments.format),
           certificate_(findCertificate(storeCertificates("my"), arguments.certificate, "store my")) {
+        signer_ = titleOf(*certificate_);
         if (!arguments.attributes.empty() && arguments.format == orvik::plugin::crypto::constant::signature_xmldsig) {
             throw Failure(ExitCode::usage, "cannot use --attribute", "XML signatures have no signed attributes");
         }
@@ -93,14 +101,19 @@ public:
         });
     }
 
+    /// Signs one file; what came of it, once its signature has reached the disk.
     Json sign(const std::string& file) {
+        const std::string path = outputOf(file);
+        if (arguments_.skipExisting && isThere(path)) {
+            return {{"input", file}, {"output", path}, {"format", arguments_.format}, {"skipped", true}};
+        }
         Input input(file);
         if (input.raw().peek() == std::istream::traits_type::eof()) {
             input.check();
             throw Failure(ExitCode::input, "cannot sign " + input.name(), "it is empty",
                           "a signature needs something to sign");
         }
-        OutputFile out(outputOf(file), session_.options.force);
+        OutputFile out(path, session_.options.force);
         const auto signature = signatureOf(input, "cannot sign " + input.name());
         const std::string_view octets(reinterpret_cast<const char*>(signature.data()), signature.size());
         const bool armoured =
@@ -111,31 +124,65 @@ public:
             out.write(octets);
         }
         out.commit();
-        return {{"input", file}, {"output", out.path()}, {"format", arguments_.format}, {"bytes", signature.size()}};
+        return {{"input", file}, {"output", out.path()}, {"format", arguments_.format}, {"bytes", out.size()}};
     }
 
     /// Refuses, before anything is written, a batch in which one signature would replace another, or a file yet to be
-    /// signed.
-    void checkOutputs() const {
-        std::set<boost::filesystem::path> taken;
-        if (session_.options.force) {
-            for (const std::string& file : arguments_.files) {
-                taken.insert(boost::filesystem::weakly_canonical(file));
-            }
+    /// signed; without --keep-going also a list with entries that are not names.
+    void checkOutputs(FileNames& names) const {
+        OutputNames outputs;
+        eachOutput(
+            names,
+            [&](const FileName& file) {
+                if (!file.trouble.empty() && !arguments_.keepGoing) {
+                    throw Failure(ExitCode::input, "cannot sign " + file.name, file.trouble);
+                }
+            },
+            [&](const FileName&, const std::string& path) { outputs.add(path); });
+        if (!outputs.suspicious()) {
+            return;
         }
-        for (const std::string& file : arguments_.files) {
-            const std::string out = outputOf(file);
-            if (out != "-" && !taken.insert(boost::filesystem::weakly_canonical(out)).second) {
-                throw Failure(ExitCode::usage, "cannot sign " + file,
-                              "its signature would replace " + out + ", another file of this batch",
+        eachOutput(
+            names, [](const FileName&) {},
+            [&](const FileName& file, const std::string& path) {
+                if (!outputs.repeats(path)) {
+                    return;
+                }
+                const bool isInput = path == file.name;
+                throw Failure(ExitCode::usage, "cannot sign " + file.name,
+                              isInput ? "a signature of this batch would replace it"
+                                      : "its signature would replace " + path + ", another file of this batch",
                               "sign it by itself, or use --out or --out-dir");
-            }
-        }
+            });
     }
 
-    [[nodiscard]] const orvik::plugin::crypto::ICertificate& certificate() const { return *certificate_; }
+    /// The signer's name for a person to read.
+    [[nodiscard]] const std::string& signer() const { return signer_; }
 
 private:
+    static bool isThere(const std::string& path) {
+        struct stat status {};
+        return ::lstat(path.c_str(), &status) == 0;
+    }
+
+    /// Calls `named` for each entry, and `path` for each file that must not be another's output: what is written, and
+    /// with --force what is signed too.
+    void eachOutput(FileNames& names, const std::function<void(const FileName&)>& named,
+                    const std::function<void(const FileName&, const std::string&)>& path) const {
+        names.rewind();
+        while (const auto file = names.next()) {
+            named(*file);
+            if (!file->trouble.empty() || outputOf(file->name) == "-") {
+                continue;
+            }
+            if (session_.options.force) {
+                path(*file, file->name);
+            }
+            path(*file, outputOf(file->name));
+        }
+        names.rewind();
+    }
+
     /// FILE without its extension, followed by the format's suffix, beside FILE or in --out-dir.
     [[nodiscard]] std::string outputOf(const std::string& file) const {
         if (!arguments_.out.empty()) {
@@ -196,47 +243,102 @@ private:
     const SignArguments& arguments_;
     orvik::plugin::wincrypt::SignatureFactory factory_;
     CertificatePtr certificate_;
+    std::string signer_;
     SignatureRequest request_;
     std::vector<std::string> issuers_; ///< DER
 };
 
+void checkOptions(const Session& session, const SignArguments& arguments) {
+    arguments.files.check("cannot sign");
+    const auto& files = arguments.files.files;
+    const bool many = arguments.files.many();
+    const bool toOutput = !many && (arguments.out == "-" || (files.front() == "-" && arguments.out.empty()));
+    const bool json = session.options.json || session.options.jsonLines;
+    const struct {
+        bool wrong;
+        const char* why;
+        const char* next;
+    } rows[] = {
+        {many && !arguments.out.empty(), "--out names one file, but several are to be signed", "use --out-dir"},
+        {many && std::find(files.begin(), files.end(), "-") != files.end(),
+         "standard input is signed by itself, its signature goes to standard output", "name it alone, or use --out"},
+        {!arguments.out.empty() && !arguments.outDir.empty(), "--out and --out-dir both say where it goes", ""},
+        {toOutput && json, "standard output belongs to the signature", "name a file with --out"},
+        {toOutput && arguments.skipExisting, "--skip-existing is for files", "name a file with --out"},
+        {session.options.force && arguments.skipExisting, "--force and --skip-existing contradict each other", ""},
+        {session.options.json && session.options.jsonLines, "--json and --json-lines ask for different documents", ""},
+        {arguments.files.from == "-" && session.options.pin.descriptor == STDIN_FILENO,
+         "standard input cannot be both the list of files and the PIN", ""},
+    };
+    for (const auto& row : rows) {
+        if (row.wrong) {
+            throw Failure(ExitCode::usage, "cannot sign", row.why, row.next);
+        }
+    }
+}
+
+void print(std::ostream& out, const Json& file, const std::string& signer) {
+    if (!file.contains("output")) {
+        return; // the line of its failure was written
+    }
+    out << printable(file["input"].get<std::string>()) << " -> " << printable(file["output"].get<std::string>());
+    if (file.contains("skipped")) {
+        out << " is there already\n";
+    } else {
+        out << " (" << file["format"].get<std::string>() << ", " << file["bytes"] << " bytes), signed by " << signer
+            << '\n';
+    }
+}
+
+/// Signs one file and reports it. Returns the failure, if any.
+std::optional<Failure> signOne(const Session& session, Batch& batch, BatchReport& report, const FileName& file) {
+    Json result;
+    std::optional<Failure> failure;
+    try {
+        if (!file.trouble.empty()) {
+            throw Failure(ExitCode::input, "cannot sign " + file.name, file.trouble);
+        }
+        result = batch.sign(file.name);
+    } catch (...) {
+        failure = currentFailure("cannot sign " + file.name);
+        session.console.line(failure->what());
+        result = failureDocument(*failure, {{"input", file.name}});
+    }
+    if (result.value("output", "") != "-") { // else standard output is the signature's
+        report.add(result, [&](std::ostream& out) { print(out, result, batch.signer()); });
+    }
+    return failure;
+}
+
 } // namespace
 
 ExitCode sign(Session& session, const SignArguments& arguments) {
-    if (arguments.files.size() > 1 && !arguments.out.empty()) {
-        throw Failure(ExitCode::usage, "cannot sign", "--out names one file, but several are to be signed",
-                      "use --out-dir");
-    }
+    checkOptions(session, arguments);
     Batch batch(session, arguments);
-    batch.checkOutputs();
-    Json list = Json::array();
+    FileNames names(arguments.files);
+    names.keep();
+    batch.checkOutputs(names);
+    BatchReport report(session.console);
     ExitCode worst = ExitCode::done;
-    for (const std::string& file : arguments.files) {
-        try {
-            list.push_back(batch.sign(file));
-        } catch (...) {
-            const Failure failure = currentFailure("cannot sign " + file);
+    try {
+        while (const auto file = names.next()) {
+            const auto failure = signOne(session, batch, report, *file);
+            if (!failure) {
+                continue;
+            }
+            worst = worse(worst, failure->exit());
             // After a refused PIN every further file would cost another try.
-            if (!arguments.keepGoing || failure.exit() == ExitCode::pin || failure.exit() == ExitCode::cancelled) {
-                throw failure;
-            }
-            session.console.note(std::string("klunortredi: ") + failure.what());
-            list.push_back({{"input", file}, {"error", {{"code", failure.code()}, {"message", failure.what()}}}});
-            worst = failure.exit();
-        }
-    }
-    if (arguments.files.size() == 1 && worst == ExitCode::done && list.front()["output"] == "-") {
-        return worst; // standard output is the signature's
-    }
-    session.console.result({{"files", list}}, [&](std::ostream& out) {
-        for (const Json& file : list) {
-            if (file.contains("output")) {
-                out << printable(file["input"].get<std::string>()) << " -> "
-                    << printable(file["output"].get<std::string>()) << " (" << arguments.format << ", " << file["bytes"]
-                    << " bytes), signed by " << titleOf(batch.certificate()) << '\n';
+            if (!arguments.keepGoing || failure->exit() == ExitCode::pin || failure->exit() == ExitCode::cancelled) {
+                report.endEarly(*failure);
+                return worst;
             }
         }
-    });
+        report.end();
+    } catch (...) {
+        const Failure failure = currentFailure("cannot sign");
+        report.abort(failure);
+        worst = worse(worst, failure.exit());
+    }
     return worst;
 }
 

@@ -4,6 +4,7 @@
 
 #include "chain_options.hpp"
 #include "exit_code.hpp"
+#include "file_names.hpp"
 
 #include <optional>
 #include <string>
@@ -67,26 +68,26 @@ ExitCode deleteCertificate(Session& session, const CertsArguments& arguments);
 ExitCode exportCertificate(Session& session, const CertsArguments& arguments);
 
 struct SignArguments {
-    std::vector<std::string> files;
+    NamedFiles files;
     std::string certificate;
     std::string format = "detached";
     std::vector<std::string> attributes; ///< OID=TYPE:VALUE
     std::string out;
     std::string outDir;
     bool keepGoing = false;
+    bool skipExisting = false; ///< a file whose signature is there is left as it is
     bool includeChain = false; ///< the message carries the signer's issuers
 };
 ExitCode sign(Session& session, const SignArguments& arguments);
 
 struct VerifyArguments {
-    std::string file;
+    NamedFiles files;
     std::string content;
     std::string format;
     std::string signerCertificate;
     std::string extract;
     std::string jsonOut;
-    std::vector<std::string> require;     ///< empty: all
-    std::vector<std::string> alsoRequire; ///< thumbprints that follow the first
+    std::vector<std::string> require; ///< empty: all; further thumbprints may stand among the files
     bool chain = false;
     bool allowPartial = false; ///< a signature over a part of an XML document is valid
     ChainOptions chainOptions;

@@ -1,0 +1,205 @@
+#include "signature_judge.hpp"
+
+#include "cms_verification.hpp"
+#include "console.hpp"
+#include "crypto/wincrypt/exceptions.hpp"
+#include "current_failure.hpp"
+#include "extraction.hpp"
+#include "input.hpp"
+#include "orvik/plugin/crypto/constant.hpp"
+#include "signature_shape.hpp"
+#include "signer_chains.hpp"
+#include "verbs/verify_xml.hpp"
+
+#include <memory>
+#include <utility>
+
+namespace klunortredi::cli {
+
+namespace {
+
+namespace constant = orvik::plugin::crypto::constant;
+using orvik::plugin::crypto::exception::SystemException;
+
+constexpr std::size_t headSize = 4096; // octets of a signature that tell its shape
+
+/// What cannot be read is an input error. Nothing was computed, so a code that would refuse a signature says here only
+/// that it could not be judged.
+[[noreturn]] void refuseMessage(const std::string& name, std::uint32_t code) {
+    const std::string what = "cannot verify " + name;
+    const Failure failure = serviceFailure(what, code);
+    if (failure.exit() == ExitCode::no) {
+        throw Failure(ExitCode::service, what, refusalReason(code), {}, code);
+    }
+    throw failure;
+}
+
+/// Whether the message is detached, and not of a format that was not asked for.
+bool isDetached(const VerifyArguments& arguments, Input& input) {
+    input.decoded();
+    const SignatureShape shape = signatureShape(input.peek(headSize));
+    if (shape == SignatureShape::xml) {
+        throw Failure(ExitCode::input, "cannot verify " + input.name(), "this is not a CMS message",
+                      "try --format xmldsig");
+    }
+    // When the head does not tell, the service reads the message and says what is wrong with it.
+    const bool detached = shape == SignatureShape::unknown ? arguments.format == constant::signature_detached
+                                                           : shape == SignatureShape::detached;
+    if (!arguments.format.empty() && detached != (arguments.format == constant::signature_detached)) {
+        throw Failure(ExitCode::input, "cannot verify " + input.name(),
+                      std::string("the signature is ") + (detached ? "detached" : "attached"));
+    }
+    return detached;
+}
+
+Verdict verifyXmlDocument(const VerifyArguments& arguments, Input& input, const CertificatePtr& given) {
+    const std::pair<const char*, bool> ofMessages[] = {{"--content", !arguments.content.empty()},
+                                                       {"--extract", !arguments.extract.empty()}};
+    for (const auto& [option, isGiven] : ofMessages) {
+        if (isGiven) {
+            throw Failure(ExitCode::usage, "cannot verify " + input.name(),
+                          std::string(option) + " is not for signed XML documents");
+        }
+    }
+    XmlVerdict xml = verifyXml(input, arguments.allowPartial ? Coverage::partial : Coverage::whole, given);
+    Verdict verdict;
+    const bool isSigned = !xml.signers.empty();
+    verdict.verdict = isSigned ? SignatureVerdict::valid : SignatureVerdict::invalid; // until signers decide
+    verdict.reason = isSigned ? "" : "the document carries no signature";
+    verdict.format = constant::signature_xmldsig;
+    verdict.signers = std::move(xml.signers);
+    verdict.covered = std::move(xml.covered);
+    verdict.notChecked = std::move(xml.notChecked);
+    if (isSigned && given && !isSigner(*given, verdict.signers)) {
+        verdict.verdict = SignatureVerdict::unknown;
+        verdict.reason = notOfASigner;
+    }
+    return verdict;
+}
+
+/// The first thing that is weak about a signer, or about a certificate of its chain; empty without any.
+std::string firstWeakness(const Signer& signer) {
+    if (!signer.weak.empty()) {
+        return describe(signer.weak.front());
+    }
+    for (std::size_t i = 0; signer.trust && i < signer.trust->elements.size(); ++i) {
+        const TrustElement& element = signer.trust->elements[i];
+        if (!element.weak.empty()) {
+            return subjectOf(*element.certificate) + ": " + element.weak.front();
+        }
+    }
+    return {};
+}
+
+/// With --strict what is weak is refused.
+void refuseWeak(std::vector<Signer>& signers) {
+    for (Signer& signer : signers) {
+        const std::string weakness = firstWeakness(signer);
+        if (signer.verdict == SignatureVerdict::valid && !weakness.empty()) {
+            signer.verdict = SignatureVerdict::invalid;
+            signer.reason = "refused by --strict: " + weakness;
+        }
+    }
+}
+
+/// The signers' share in the verdict; what was found besides them stays when it is graver.
+void decide(Verdict& verdict, const Requirement& requirement) {
+    const Decision decision = requirement.decide(verdict.signers);
+    const bool graver = verdict.verdict == SignatureVerdict::valid ||
+                        (verdict.verdict == SignatureVerdict::unknown && decision.verdict == SignatureVerdict::invalid);
+    if (graver) {
+        verdict.verdict = decision.verdict;
+        verdict.reason = decision.reason;
+    }
+}
+
+ExitCode exitOf(const Verdict& verdict, bool trusted) {
+    switch (verdict.verdict) {
+    case SignatureVerdict::invalid:
+        return ExitCode::no;
+    case SignatureVerdict::unknown:
+        return ExitCode::service;
+    default:
+        return trusted ? ExitCode::done : ExitCode::untrusted;
+    }
+}
+
+/// Whether the file is to be judged as an XML document.
+bool isXml(const VerifyArguments& arguments, Input& input) {
+    if (input.peek(1).empty()) {
+        input.check();
+        throw Failure(ExitCode::input, "cannot verify " + input.name(), "it is empty");
+    }
+    return arguments.format == constant::signature_xmldsig ||
+           (arguments.format.empty() && signatureShape(input.peek(headSize)) == SignatureShape::xml);
+}
+
+} // namespace
+
+SignatureJudge::SignatureJudge(Session& session, const VerifyArguments& arguments)
+    : session_(session), arguments_(arguments), requirement_(arguments.require) {
+    if (!arguments.signerCertificate.empty()) {
+        signerCertificate_ = readCertificate(arguments.signerCertificate);
+    }
+    if (arguments.chain) {
+        chainQuery_ = chainQuery(arguments.chainOptions);
+    }
+    if (arguments.chain && arguments.chainOptions.atSigningTime()) {
+        session.console.note("klunortredi: --at signing trusts each signer's own statement of the time");
+    }
+}
+
+FileReport SignatureJudge::judge(const std::string& file, const Opened& opened) const {
+    FileReport report;
+    report.name = file == "-" ? "standard input" : file;
+    try {
+        Input input(file);
+        opened(input);
+        if (isXml(arguments_, input)) {
+            report.verdict = verifyXmlDocument(arguments_, input, signerCertificate_);
+            report.exit = complete(*report.verdict);
+            return report;
+        }
+        CmsVerification message(session_, arguments_, input, isDetached(arguments_, input), signerCertificate_);
+        report.verdict = verdictOn(message, input.name());
+        report.exit = complete(*report.verdict);
+        if (report.exit == ExitCode::done && message.extraction() != nullptr) {
+            message.extraction()->commit();
+        }
+    } catch (...) {
+        report.failure = currentFailure("cannot verify " + file);
+        report.verdict.reset();
+        report.exit = report.failure->exit();
+    }
+    return report;
+}
+
+Verdict SignatureJudge::verdictOn(CmsVerification& message, const std::string& name) {
+    try {
+        return message.run();
+    } catch (const SystemException& e) {
+        refuseMessage(name, static_cast<std::uint32_t>(e.code().value()));
+    }
+}
+
+/// What the signers and their chains add to the verdict; the exit code that it all comes to.
+ExitCode SignatureJudge::complete(Verdict& verdict) const {
+    if (arguments_.strict) {
+        refuseWeak(verdict.signers);
+    }
+    decide(verdict, requirement_);
+    bool trusted = true;
+    if (verdict.verdict == SignatureVerdict::valid && arguments_.chain) {
+        judgeChains(verdict, chainQuery_, arguments_.chainOptions.atSigningTime());
+        if (arguments_.strict) {
+            refuseWeak(verdict.signers);
+            decide(verdict, requirement_);
+        }
+        trusted = decideTrust(verdict, requirement_);
+    } else if (verdict.verdict == SignatureVerdict::valid) {
+        verdict.notChecked.emplace_back("certificate chain");
+    }
+    return exitOf(verdict, trusted);
+}
+
+} // namespace klunortredi::cli
