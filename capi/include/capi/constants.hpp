@@ -360,11 +360,14 @@ inline constexpr DWORD CMSG_CERT_COUNT_PARAM = 11;
 inline constexpr DWORD CMSG_CERT_PARAM = 12;
 inline constexpr DWORD CMSG_CRL_COUNT_PARAM = 13;
 inline constexpr DWORD CMSG_CRL_PARAM = 14;
+inline constexpr DWORD CMSG_ENVELOPE_ALGORITHM_PARAM = 15;
 inline constexpr DWORD CMSG_RECIPIENT_COUNT_PARAM = 17;
+inline constexpr DWORD CMSG_RECIPIENT_INDEX_PARAM = 18;
 inline constexpr DWORD CMSG_RECIPIENT_INFO_PARAM = 19;
 inline constexpr DWORD CMSG_COMPUTED_HASH_PARAM = 22;
 inline constexpr DWORD CMSG_ENCRYPTED_DIGEST = 27;
 inline constexpr DWORD CMSG_ENCODED_MESSAGE = 29;
+inline constexpr DWORD CMSG_UNPROTECTED_ATTR_PARAM = 37;
 /// A parameter that only the embedded service knows: CMSG_COUNTER_SIGNATURES of the signer of that index, judged with
 /// the certificates that the message carries. Any other service refuses it.
 inline constexpr DWORD CMSG_COUNTER_SIGNATURES_PARAM = 0x4B4C0003;

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <string>
+#include <variant>
 
 namespace klunortredi::csp {
 
@@ -26,6 +27,8 @@ struct AgreedKey {
     Bytes ukm;           ///< content of the OCTET STRING; empty when absent
     Bytes encryptedKey;  ///< content of the recipient's OCTET STRING
 };
+
+using WrappedKey = std::variant<TransportedKey, AgreedKey>;
 
 /// The key of `keySize` octets that `wrapped` transports to the holder of the private key `key`.
 ///

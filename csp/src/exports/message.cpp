@@ -1,5 +1,5 @@
 #include "exports/export.hpp"
-#include "messages/signed_decoder.hpp"
+#include "messages/any_decoder.hpp"
 #include "messages/signed_encoder.hpp"
 
 namespace klunortredi::csp::exports {
@@ -53,11 +53,7 @@ void* CryptMsgOpenToDecode(DWORD dwMsgEncodingType, DWORD dwFlags, DWORD dwMsgTy
                            CERT_INFO* /*pRecipientInfo*/, CMSG_STREAM_INFO* pStreamInfo) {
     return guard<void*>(nullptr, [&] {
         checkOpening(dwMsgEncodingType, dwFlags);
-        constexpr DWORD typeFromData = 0;
-        if (dwMsgType != typeFromData && dwMsgType != capi::CMSG_SIGNED) {
-            fail(capi::CRYPT_E_INVALID_MSG_TYPE);
-        }
-        return addMessage(std::make_shared<SignedDecoder>(isDetached(dwFlags), streamOutput(pStreamInfo)));
+        return addMessage(makeDecoder(dwMsgType, isDetached(dwFlags), streamOutput(pStreamInfo)));
     });
 }
 

@@ -6,6 +6,7 @@
 #include "core/handle_table.hpp"
 #include "core/ossl.hpp"
 #include "crypto/algorithms.hpp"
+#include "crypto/key_wrapping.hpp"
 
 #include <memory>
 #include <string_view>
@@ -25,6 +26,9 @@ public:
     /// Signature in the order of X.509 and CMS (see crypto/signature.hpp). ApiError(SCARD_W_CARD_NOT_AUTHENTICATED)
     /// when the container still wants its PIN.
     virtual Bytes sign(DWORD keySpec, const DigestAlgorithm& algorithm, ByteView digest) = 0;
+    /// The content-encryption key of `keySize` octets that `wrapped` brings to the key pair of either spec. Errors as
+    /// of `unwrapKey` (crypto/key_wrapping.hpp) and those of `sign` about the container.
+    virtual SecretBytes unwrap(DWORD keySpec, const WrappedKey& wrapped, std::size_t keySize) = 0;
 };
 
 /// The context behind a handle. Throws ApiError(ERROR_INVALID_HANDLE) for a handle that is not one of ours.

@@ -78,14 +78,19 @@ Bytes ProviderContext::publicKeyInfo(DWORD keySpec) const {
     return key(keySpec).publicKeyInfo;
 }
 
+std::shared_ptr<EVP_PKEY> ProviderContext::privateKey(DWORD keySpec) {
+    const std::lock_guard lock(mutex_);
+    key(keySpec);
+    return access_.key(container(), keySpec);
+}
+
 Bytes ProviderContext::sign(DWORD keySpec, const DigestAlgorithm& algorithm, ByteView digest) {
-    std::shared_ptr<EVP_PKEY> privateKey;
-    {
-        const std::lock_guard lock(mutex_);
-        key(keySpec);
-        privateKey = access_.key(container(), keySpec);
-    }
-    return signDigest(privateKey.get(), algorithm, digest);
+    return signDigest(privateKey(keySpec).get(), algorithm, digest);
+}
+
+SecretBytes ProviderContext::unwrap(DWORD keySpec, const WrappedKey& wrapped, std::size_t keySize) {
+    const auto own = privateKey(keySpec);
+    return std::visit([&](const auto& form) { return unwrapKey(own.get(), form, keySize); }, wrapped);
 }
 
 std::size_t ProviderContext::signatureSize(DWORD keySpec, const DigestAlgorithm& algorithm) {

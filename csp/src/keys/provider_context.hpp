@@ -41,6 +41,7 @@ public:
 
     [[nodiscard]] Bytes publicKeyInfo(DWORD keySpec) const override;
     Bytes sign(DWORD keySpec, const DigestAlgorithm& algorithm, ByteView digest) override;
+    SecretBytes unwrap(DWORD keySpec, const WrappedKey& wrapped, std::size_t keySize) override;
     /// Size of a signature, found without the private key. Throws ApiError: NTE_NO_KEY, NTE_BAD_ALGID.
     [[nodiscard]] std::size_t signatureSize(DWORD keySpec, const DigestAlgorithm& algorithm);
     [[nodiscard]] bool exportable(DWORD keySpec) const;
@@ -72,6 +73,7 @@ private:
     Container& container();
     [[nodiscard]] const Container& container() const;
     const KeyEntry& key(DWORD keySpec) const;
+    [[nodiscard]] std::shared_ptr<EVP_PKEY> privateKey(DWORD keySpec);
     [[nodiscard]] ossl::Pkey makeKey(const KeyRequest& request) const;
     void settleLocked();
 

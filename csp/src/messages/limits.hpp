@@ -50,6 +50,16 @@ inline constexpr std::size_t counterSignatures = 16;
 /// Certificates of one issuer and serial number that are tried for one signer; an honest message has one.
 inline constexpr std::size_t sameNamedCertificates = 4;
 
+/// Recipients of enveloped data, each key of a key agreement counted. Mailing lists encrypt to the list, not to its
+/// members; only the one recipient that is asked for costs a private-key operation.
+inline constexpr std::size_t recipients = 4096;
+
+/// Octets of one RecipientInfo: a key agreement holds a key for each of its recipients, about 200 octets each.
+inline constexpr std::size_t recipientInfo = 1U << 20U;
+
+/// Octets of an encrypted key, and of an originator's public key. RSA of 16,384 bits has 2,048.
+inline constexpr std::size_t encryptedKey = 8192;
+
 /// Octets of a message that is taken or made in one piece: the interface tells sizes in 32 bits.
 inline constexpr std::uint64_t onePiece = 0xFFFFFFFF;
 

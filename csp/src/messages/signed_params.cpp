@@ -4,6 +4,7 @@
 #include "core/error.hpp"
 #include "core/output.hpp"
 #include "messages/counter_signatures.hpp"
+#include "messages/param_pieces.hpp"
 #include "messages/signed_decoder.hpp"
 
 #include <algorithm>
@@ -39,46 +40,9 @@ DWORD count(std::size_t size) {
 
 // ---- pieces of structures --------------------------------------------------------------------------------------
 
-void algorithm(StructBuilder& builder, std::size_t offset, const AlgorithmId& value) {
-    builder.text(offset + offsetof(CRYPT_ALGORITHM_IDENTIFIER, pszObjId), value.oid);
-    builder.blob(offset + offsetof(CRYPT_ALGORITHM_IDENTIFIER, Parameters), value.parameters);
-}
-
-void attributes(StructBuilder& builder, std::size_t offset, const std::vector<Attribute>& values) {
-    if (values.empty()) {
-        return;
-    }
-    builder.at<CRYPT_ATTRIBUTES>(offset).cAttr = count(values.size());
-    const std::size_t array = builder.reserve(values.size() * sizeof(CRYPT_ATTRIBUTE));
-    builder.point(offset + offsetof(CRYPT_ATTRIBUTES, rgAttr), array);
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        const Attribute& value = values[i];
-        const std::size_t at = array + i * sizeof(CRYPT_ATTRIBUTE);
-        builder.text(at + offsetof(CRYPT_ATTRIBUTE, pszObjId), value.oid);
-        builder.at<CRYPT_ATTRIBUTE>(at).cValue = count(value.values.size());
-        if (value.values.empty()) {
-            continue;
-        }
-        const std::size_t blobs = builder.reserve(value.values.size() * sizeof(CRYPT_ATTR_BLOB));
-        builder.point(at + offsetof(CRYPT_ATTRIBUTE, rgValue), blobs);
-        for (std::size_t j = 0; j < value.values.size(); ++j) {
-            builder.blob(blobs + j * sizeof(CRYPT_ATTR_BLOB), value.values[j]);
-        }
-    }
-}
-
-/// Issuer and serial number; a signer known by key identifier gets a name of one RDN that holds it, and serial 0.
-SignerId issuerAndSerial(const SignerInfo& signer) {
-    if (!signer.namedByKeyId()) {
-        return signer.id;
-    }
-    const Bytes rdn = der::sequence({der::objectIdentifier(oid::keyIdRdn), der::octetString(signer.id.keyId)});
-    return {der::sequence({der::setOf({rdn})}), {0}, {}};
-}
-
 template <class Struct>
 void issuerAndSerial(StructBuilder& builder, const SignerInfo& signer, std::size_t offset = 0) {
-    const SignerId id = issuerAndSerial(signer);
+    const SignerId id = pieces::asIssuerAndSerial(signer.id);
     builder.blob(offset + offsetof(Struct, Issuer), id.issuer);
     builder.blob(offset + offsetof(Struct, SerialNumber), Bytes(id.serial.rbegin(), id.serial.rend()));
 }
@@ -119,11 +83,11 @@ void signerInfo(const Request& request) {
     StructBuilder builder(sizeof(CMSG_SIGNER_INFO));
     builder.at<CMSG_SIGNER_INFO>(0).dwVersion = static_cast<DWORD>(from.version);
     issuerAndSerial<CMSG_SIGNER_INFO>(builder, from);
-    algorithm(builder, offsetof(CMSG_SIGNER_INFO, HashAlgorithm), from.digest);
-    algorithm(builder, offsetof(CMSG_SIGNER_INFO, HashEncryptionAlgorithm), from.signature);
+    pieces::algorithm(builder, offsetof(CMSG_SIGNER_INFO, HashAlgorithm), from.digest);
+    pieces::algorithm(builder, offsetof(CMSG_SIGNER_INFO, HashEncryptionAlgorithm), from.signature);
     builder.blob(offsetof(CMSG_SIGNER_INFO, EncryptedHash), from.value);
-    attributes(builder, offsetof(CMSG_SIGNER_INFO, AuthAttrs), from.signedAttributes);
-    attributes(builder, offsetof(CMSG_SIGNER_INFO, UnauthAttrs), from.unsignedAttributes);
+    pieces::attributes(builder, offsetof(CMSG_SIGNER_INFO, AuthAttrs), from.signedAttributes);
+    pieces::attributes(builder, offsetof(CMSG_SIGNER_INFO, UnauthAttrs), from.unsignedAttributes);
     builder.deliver(request.data, request.size);
 }
 
@@ -135,7 +99,7 @@ void signerCertInfo(const Request& request) {
 
 void signerHashAlgorithm(const Request& request) {
     StructBuilder builder(sizeof(CRYPT_ALGORITHM_IDENTIFIER));
-    algorithm(builder, 0, signer(request).digest);
+    pieces::algorithm(builder, 0, signer(request).digest);
     builder.deliver(request.data, request.size);
 }
 
@@ -144,7 +108,7 @@ void giveAttributes(const Request& request, const std::vector<Attribute>& values
         fail(capi::CRYPT_E_ATTRIBUTES_MISSING);
     }
     StructBuilder builder(sizeof(CRYPT_ATTRIBUTES));
-    attributes(builder, 0, values);
+    pieces::attributes(builder, 0, values);
     builder.deliver(request.data, request.size);
 }
 

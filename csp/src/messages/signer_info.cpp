@@ -55,6 +55,8 @@ void requireFewAttributes(ByteView content) {
     }
 }
 
+} // namespace
+
 std::vector<Attribute> decodeAttributes(ByteView content) {
     requireFewAttributes(content);
     std::vector<Attribute> attributes;
@@ -63,6 +65,8 @@ std::vector<Attribute> decodeAttributes(ByteView content) {
     }
     return attributes;
 }
+
+namespace {
 
 /// The octets as they are wherever they can be DER already.
 Bytes signedSet(ByteView content) {

@@ -34,6 +34,9 @@ struct SignerInfo {
     [[nodiscard]] bool namedByKeyId() const noexcept { return id.issuer.empty(); }
 };
 
+/// The attributes in the content of a SET OF, however it is tagged. Errors as below.
+std::vector<Attribute> decodeAttributes(ByteView content);
+
 /// Decodes a SignerInfo with definite lengths. ApiError(CRYPT_E_ASN1_...) when malformed, CRYPT_E_ASN1_LARGE when it
 /// has more attributes or values than limits.hpp allows.
 SignerInfo decodeSignerInfo(ByteView der);

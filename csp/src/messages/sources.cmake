@@ -1,14 +1,21 @@
 target_sources(klunortredi_csp_core PRIVATE
+    src/messages/any_decoder.cpp
     src/messages/attribute_rules.cpp
     src/messages/attribute_shape.cpp
     src/messages/broken_algorithms.cpp
     src/messages/carried_certificates.cpp
+    src/messages/ciphertext_spool.cpp
     src/messages/cms_types.cpp
     src/messages/content_hasher.cpp
     src/messages/counter_signatures.cpp
+    src/messages/enveloped_data_reader.cpp
+    src/messages/enveloped_decoder.cpp
+    src/messages/enveloped_params.cpp
     src/messages/given_values.cpp
     src/messages/handles.cpp
     src/messages/other_signatures.cpp
+    src/messages/param_pieces.cpp
+    src/messages/recipient_info.cpp
     src/messages/signature_check.cpp
     src/messages/signed_controls.cpp
     src/messages/signed_data_reader.cpp
@@ -20,4 +27,5 @@ target_sources(klunortredi_csp_core PRIVATE
     src/messages/signer_info.cpp
     src/messages/signer_match.cpp
     src/messages/signing_certificate.cpp
+    src/messages/structure_reader.cpp
 )
