@@ -1,5 +1,6 @@
 #include "transfer.hpp"
 
+#include "broken_pipe.hpp"
 #include "proxy.hpp"
 #include "url.hpp"
 
@@ -371,6 +372,7 @@ Answer transfer(Exchange& exchange, const std::string& url, bool first) {
     if (state.proxied) {
         requireAllowedThroughProxy(state, parts.host);
     }
+    const BrokenPipeGuard guard; // also while the connection is closed
     Handle handle(exchange.curl, url);
     state.easy = handle.easy;
     setLimits(handle, exchange);

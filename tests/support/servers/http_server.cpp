@@ -2,19 +2,18 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
+#include <csignal>
 #include <stdexcept>
 
 namespace test_servers {
 
 namespace {
 
-constexpr std::size_t largestRequest = std::size_t{16} << 20;
+constexpr std::size_t largestRequest = std::size_t{4} << 20;
 constexpr std::chrono::milliseconds step{10}; // how soon an ended server is noticed
 
 void require(bool done, const char* what) {
@@ -35,12 +34,11 @@ Request parse(const std::string& head) {
     return {head.substr(0, first), head.substr(first + 1, second - first - 1), head, {}};
 }
 
-std::optional<Request> readRequest(int connection, const std::atomic<bool>& ended) {
+std::optional<Request> readRequest(Connection& connection) {
     std::string octets;
-    std::array<char, 4096> buffer{};
     std::optional<Request> request;
     std::size_t size = 0;
-    while (!ended && octets.size() < largestRequest) {
+    while (octets.size() < largestRequest) {
         const auto end = octets.find("\r\n\r\n");
         if (!request && end != std::string::npos) {
             request = parse(octets.substr(0, end + 4));
@@ -50,36 +48,13 @@ std::optional<Request> readRequest(int connection, const std::atomic<bool>& ende
             request->body = octets.substr(request->head.size());
             return request;
         }
-        pollfd ready{connection, POLLIN, 0};
-        if (::poll(&ready, 1, static_cast<int>(step.count())) == 0) {
-            continue;
-        }
-        const auto count = ::recv(connection, buffer.data(), buffer.size(), 0);
-        if (count <= 0) {
+        const std::string more = connection.read();
+        if (more.empty()) {
             break;
         }
-        octets.append(buffer.data(), static_cast<std::size_t>(count));
+        octets += more;
     }
     return std::nullopt;
-}
-
-bool sendAll(int connection, const std::string& octets, const std::atomic<bool>& ended) {
-    std::size_t sent = 0;
-    while (sent < octets.size()) {
-        pollfd ready{connection, POLLOUT, 0};
-        if (ended) {
-            return false;
-        }
-        if (::poll(&ready, 1, static_cast<int>(step.count())) == 0) {
-            continue;
-        }
-        const auto count = ::send(connection, octets.data() + sent, octets.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (count <= 0) {
-            return false; // the client has gone away
-        }
-        sent += static_cast<std::size_t>(count);
-    }
-    return true;
 }
 
 std::string headOf(const Reply& reply) {
@@ -99,7 +74,8 @@ std::string headOf(const Reply& reply) {
 
 } // namespace
 
-HttpServer::HttpServer(Handler handler) : handler_(std::move(handler)) {
+HttpServer::HttpServer(Handler handler, std::shared_ptr<ssl_ctx_st> tls)
+    : handler_(std::move(handler)), tls_(std::move(tls)) {
     socket_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -123,7 +99,7 @@ HttpServer::~HttpServer() {
 }
 
 std::string HttpServer::url(const std::string& path) const {
-    return "http://127.0.0.1:" + std::to_string(port_) + path;
+    return (tls_ ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port_) + path;
 }
 
 std::vector<Request> HttpServer::requests() const {
@@ -140,37 +116,39 @@ void HttpServer::serve() {
     }
 }
 
-void HttpServer::answer(int connection) {
-    const int on = 1;
-    ::setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    if (auto request = readRequest(connection, ended_)) {
+void HttpServer::answer(int socket) {
+    sigset_t pipe; // TLS writes without MSG_NOSIGNAL
+    ::sigemptyset(&pipe);
+    ::sigaddset(&pipe, SIGPIPE);
+    ::pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+    Connection connection(socket, tls_.get(), ended_);
+    if (auto request = readRequest(connection)) {
         {
             const std::lock_guard lock(mutex_);
             requests_.push_back(*request);
         }
         send(connection, handler_(*request));
     }
-    ::close(connection);
 }
 
-void HttpServer::send(int connection, const Reply& reply) {
+void HttpServer::send(Connection& connection, const Reply& reply) {
     wait(reply.delay);
     if (!reply.raw.empty()) {
-        sendAll(connection, reply.raw, ended_);
-    } else if (sendAll(connection, headOf(reply), ended_)) {
+        connection.write(reply.raw);
+    } else if (connection.write(headOf(reply))) {
         while (sendBody(connection, reply) && reply.endless) {
         }
     }
 }
 
-bool HttpServer::sendBody(int connection, const Reply& reply) {
+bool HttpServer::sendBody(Connection& connection, const Reply& reply) {
     const std::string body = reply.body.substr(0, reply.cutAfter.value_or(reply.body.size()));
     if (reply.pause.count() == 0) {
         sent_ += body.size();
-        return sendAll(connection, body, ended_);
+        return connection.write(body);
     }
     for (const char octet : body) {
-        if (!sendAll(connection, std::string(1, octet), ended_)) {
+        if (!connection.write(std::string(1, octet))) {
             return false;
         }
         ++sent_;

@@ -1,10 +1,13 @@
 #pragma once
 
+#include "support/servers/connection.hpp"
+
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <functional>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -38,15 +41,16 @@ struct Reply {
 using Handler = std::function<Reply(const Request&)>;
 
 /// An HTTP/1.1 server on 127.0.0.1 with a port that the system chooses. Every connection has one request and a thread
-/// of its own. Destroying the server ends everything at once, slow answers too.
+/// of its own; one above 4 MiB is cut off. With a TLS context (connection.hpp) it speaks HTTPS. Destroying the server
+/// ends everything at once, slow answers too.
 class HttpServer {
 public:
-    explicit HttpServer(Handler handler);
+    explicit HttpServer(Handler handler, std::shared_ptr<ssl_ctx_st> tls = {});
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
     ~HttpServer();
 
-    /// "http://127.0.0.1:PORT" followed by `path`.
+    /// "http://127.0.0.1:PORT" (or https) followed by `path`.
     [[nodiscard]] std::string url(const std::string& path = "/") const;
     [[nodiscard]] int port() const noexcept { return port_; }
     /// What came until now.
@@ -56,12 +60,13 @@ public:
 
 private:
     void serve();
-    void answer(int connection);
-    void send(int connection, const Reply& reply);
-    bool sendBody(int connection, const Reply& reply);
+    void answer(int socket);
+    void send(Connection& connection, const Reply& reply);
+    bool sendBody(Connection& connection, const Reply& reply);
     void wait(std::chrono::milliseconds time) const;
 
     Handler handler_;
+    std::shared_ptr<ssl_ctx_st> tls_;
     int socket_ = -1;
     int port_ = 0;
     std::atomic<bool> ended_{false};
