@@ -35,7 +35,7 @@ const ContentAlgorithm* findContentAlgorithm(std::string_view oid) noexcept;
 /// By name; null when unknown.
 const ContentAlgorithm* findContentAlgorithmByName(std::string_view name) noexcept;
 
-/// id-cms-mac-attr: its one value is an OCTET STRING with the MAC of the plaintext.
+/// id-cms-mac-attr: its one value is an OCTET STRING with the MAC of the plaintext, encrypted.
 inline constexpr std::string_view macAttributeOid = "1.2.643.7.1.0.6.1.1";
 /// id-tc26-gost-28147-param-Z: the parameter set that GOST 28147-89 is encrypted with unless another is named.
 inline constexpr std::string_view gost28147ParamZ = "1.2.643.7.1.2.5.1.1";

@@ -126,7 +126,8 @@ private:
     GostCfb cfb_;
 };
 
-/// The cipher and, in the authenticated forms, the MAC of the plaintext, each with a key of its own.
+/// The cipher and, in the authenticated forms, the MAC of the plaintext, each with a key of its own. The MAC is
+/// encrypted after the plaintext, in the same stream.
 class Acpkm {
 public:
     Acpkm(const ContentAlgorithm& algorithm, ByteView parameters, ByteView key) {
@@ -160,7 +161,11 @@ public:
         }
     }
 
-    Bytes tag() { return omac_ ? omac_->finish() : Bytes{}; }
+    Bytes tag() {
+        Bytes tag = omac_ ? omac_->finish() : Bytes{};
+        ctr_->apply(tag);
+        return tag;
+    }
 
 private:
     std::optional<CtrMode> ctr_;

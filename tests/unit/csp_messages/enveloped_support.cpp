@@ -52,7 +52,7 @@ std::optional<DWORD> findRecipient(const Msg& msg, ByteView certificate) {
 } // namespace
 
 Signer makeRecipient(const Bytes& privateKey, const Bytes& certificate) {
-    makeSigner(KeyKind::Gost256); // so that the service's data has its folder
+    useOwnHome();
     csp::gostEngine();
     const Bytes der = fromPem(privateKey);
     const unsigned char* next = der.data();

@@ -40,14 +40,16 @@ TEST_P(OpensslEnveloped, IsOpened) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Forms, OpensslEnveloped,
-                         testing::Values(Form{KeyKind::Rsa, "-aes-128-cbc"},
-                                         Form{KeyKind::Rsa, "-aes-192-cbc -stream -indef"},
-                                         Form{KeyKind::Rsa, "-aes-256-cbc"}, Form{KeyKind::Rsa, "-des3"},
-                                         Form{KeyKind::Rsa, "-aes-256-gcm"}, Form{KeyKind::Rsa, "-aes-128-gcm"},
-                                         Form{KeyKind::Gost256, "-gost89"}, Form{KeyKind::Gost512, "-gost89"},
-                                         Form{KeyKind::Gost2001, "-gost89"}),
-                         [](const auto& row) { return "Row" + std::to_string(row.index); });
+INSTANTIATE_TEST_SUITE_P(
+    Forms, OpensslEnveloped,
+    testing::Values(Form{KeyKind::Rsa, "-aes-128-cbc"}, Form{KeyKind::Rsa, "-aes-192-cbc -stream -indef"},
+                    Form{KeyKind::Rsa, "-aes-256-cbc"}, Form{KeyKind::Rsa, "-des3"}, Form{KeyKind::Rsa, "-aes-256-gcm"},
+                    Form{KeyKind::Rsa, "-aes-128-gcm"}, Form{KeyKind::Gost256, "-gost89"},
+                    Form{KeyKind::Gost512, "-gost89"}, Form{KeyKind::Gost2001, "-gost89"},
+                    Form{KeyKind::Gost256, "-kuznyechik-ctr-acpkm"}, Form{KeyKind::Gost512, "-magma-ctr-acpkm"},
+                    Form{KeyKind::Gost256, "-magma-ctr-acpkm-omac"},
+                    Form{KeyKind::Gost512, "-kuznyechik-ctr-acpkm-omac"}),
+    [](const auto& row) { return "Row" + std::to_string(row.index); });
 
 } // namespace
 } // namespace klunortredi::test

@@ -131,7 +131,8 @@ Bytes issueCertificate(const Bytes& publicKeyInfo, long serial) {
     return encoded;
 }
 
-/// The service's data goes to a folder of this process.
+} // namespace
+
 void useOwnHome() {
     static const TempFolder* const home = [] {
         static const TempFolder folder;
@@ -140,6 +141,8 @@ void useOwnHome() {
     }();
     static_cast<void>(home);
 }
+
+namespace {
 
 Signer makeSigner(KeyKind kind, std::string_view pin) {
     useOwnHome();

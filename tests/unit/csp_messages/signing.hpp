@@ -13,6 +13,9 @@ namespace klunortredi::test {
 
 enum class KeyKind : std::uint8_t { Gost256, Gost512, Gost2001, Rsa };
 
+/// The service's data goes to a folder of this process from now on.
+void useOwnHome();
+
 /// A key pair in a provider context of its own, and its certificate (issued by a throw-away authority, with a subject
 /// key identifier).
 struct Signer {
