@@ -20,7 +20,7 @@ constexpr std::size_t gcmTag = 16;
 
 // clang-format off
 constexpr std::array rows{
-    // R 1323565.1.025-2019 (section sizes as in RFC 9189)
+    // R 1323565.1.025-2019
     ContentAlgorithm{"1.2.643.7.1.1.5.2.2"sv, "kuznyechik-ctr-acpkm-omac"sv, 32, 16, Authentication::MacAttribute, true},
     ContentAlgorithm{"1.2.643.7.1.1.5.2.1"sv, "kuznyechik-ctr-acpkm"sv, 32, 0, Authentication::None, true},
     ContentAlgorithm{"1.2.643.7.1.1.5.1.2"sv, "magma-ctr-acpkm-omac"sv, 32, 8, Authentication::MacAttribute, true},

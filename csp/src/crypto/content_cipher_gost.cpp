@@ -17,17 +17,22 @@ constexpr std::string_view gost28147Oid = "1.2.643.2.2.21";
 /// Octets of an initialisation vector in front of the seed of a UKM: half a block.
 constexpr std::size_t seedSize = 8;
 
-/// The rows of R 1323565.1.025-2019. ACPKM sections are as large as in RFC 9189 and in OpenSSL's GOST engine.
+/// Octets of an ACPKM section in a message (R 1323565.1.025-2019): 8 KiB and 256 KiB. OpenSSL's GOST engine encrypts
+/// messages with them, and decrypts with the sections of RFC 9189, 1 and 4 KiB: longer ones come out wrong there.
+constexpr std::size_t magmaSection = 8U << 10U;
+constexpr std::size_t kuznyechikSection = 256U << 10U;
+
+/// The rows of R 1323565.1.025-2019.
 struct AcpkmRow {
     std::string_view oid;
     Gost2015 cipher;
     std::size_t sectionSize;
 };
 constexpr std::array acpkmRows{
-    AcpkmRow{"1.2.643.7.1.1.5.1.1", Gost2015::Magma, 1024},
-    AcpkmRow{"1.2.643.7.1.1.5.1.2", Gost2015::Magma, 1024},
-    AcpkmRow{"1.2.643.7.1.1.5.2.1", Gost2015::Kuznyechik, 4096},
-    AcpkmRow{"1.2.643.7.1.1.5.2.2", Gost2015::Kuznyechik, 4096},
+    AcpkmRow{"1.2.643.7.1.1.5.1.1", Gost2015::Magma, magmaSection},
+    AcpkmRow{"1.2.643.7.1.1.5.1.2", Gost2015::Magma, magmaSection},
+    AcpkmRow{"1.2.643.7.1.1.5.2.1", Gost2015::Kuznyechik, kuznyechikSection},
+    AcpkmRow{"1.2.643.7.1.1.5.2.2", Gost2015::Kuznyechik, kuznyechikSection},
 };
 
 const AcpkmRow& acpkmRow(const ContentAlgorithm& algorithm) {

@@ -11,16 +11,19 @@
 namespace klunortredi::test {
 namespace {
 
-constexpr std::size_t sizes[] = {0, 16, 5000};
+/// Nothing, a block, and more than two sections of any kind: meshing after 1 KiB, ACPKM after 8 KiB with Magma and
+/// after 256 KiB with Kuznyechik.
+constexpr std::size_t sizes[] = {0, 16, 600000};
 
 /// How the message is fed and when the key comes must not matter.
 void expectOpens(const Signer& recipient, const Bytes& message, const Bytes& plaintext, const std::string& what) {
     const Opened expected{0, plaintext, 1};
-    EXPECT_EQ(open(recipient, message), expected) << what;
-    EXPECT_EQ(open(recipient, message, {.chunk = 1}), expected) << what;
-    EXPECT_EQ(open(recipient, message, {.chunk = 7, .keyFirst = true}), expected) << what;
-    EXPECT_EQ(open(recipient, message, {.keyFirst = true}), expected) << what;
-    EXPECT_EQ(open(recipient, message, {.streamed = false}).plaintext, plaintext) << what;
+    EXPECT_TRUE(open(recipient, message) == expected) << what;
+    EXPECT_TRUE(open(recipient, message, {.chunk = message.size() > 100000 ? 4099U : 1U}) == expected) << what;
+    EXPECT_TRUE(open(recipient, message, {.chunk = message.size() > 100000 ? 1021U : 7U, .keyFirst = true}) == expected)
+        << what;
+    EXPECT_TRUE(open(recipient, message, {.keyFirst = true}) == expected) << what;
+    EXPECT_TRUE(open(recipient, message, {.streamed = false}).plaintext == plaintext) << what;
 }
 
 struct Form {
