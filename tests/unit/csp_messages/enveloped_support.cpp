@@ -1,5 +1,6 @@
 #include "enveloped_support.hpp"
 
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "core/ossl.hpp"
 #include "crypto/engine.hpp"
@@ -90,9 +91,11 @@ Opened open(const Signer& recipient, ByteView message, const OpenOptions& option
         opened.error = index ? decrypt(msg, recipient, *index) : capi::CRYPT_E_RECIPIENT_NOT_FOUND;
     };
     const std::size_t chunk = options.chunk == whole ? std::max<std::size_t>(message.size(), 1) : options.chunk;
-    for (std::size_t at = 0; opened.error == 0 && at < message.size(); at += chunk) {
+    bool fed = false;
+    for (std::size_t at = 0; opened.error == 0 && !fed; at += chunk) {
         const ByteView piece = message.subspan(at, std::min(chunk, message.size() - at));
-        opened.error = msg.feed(piece, whole, at + piece.size() == message.size());
+        fed = at + piece.size() == message.size();
+        opened.error = msg.feed(piece, whole, fed);
         if (opened.error == 0 && options.keyFirst && !unlocked &&
             msg.paramError(capi::CMSG_RECIPIENT_COUNT_PARAM) == 0) {
             unlock();
@@ -125,6 +128,103 @@ Bytes opensslEncrypt(const TempFolder& folder, const std::vector<Bytes>& certifi
         throw std::runtime_error(output(folder));
     }
     return readFile(folder.path() / "sealed.der");
+}
+
+namespace {
+
+csp::ossl::X509Ptr decoded(const Signer& recipient) {
+    const unsigned char* next = recipient.certificate.data();
+    return csp::ossl::X509Ptr(d2i_X509(nullptr, &next, static_cast<long>(recipient.certificate.size())));
+}
+
+Bytes issuerAndSerial(const Signer& recipient) {
+    const csp::CertInfo info(recipient.certificate);
+    const CERT_INFO& fields = info.get();
+    const ByteView issuer(fields.Issuer.pbData, fields.Issuer.cbData);
+    Bytes serial(fields.SerialNumber.pbData, fields.SerialNumber.pbData + fields.SerialNumber.cbData);
+    std::ranges::reverse(serial);
+    return csp::der::sequence({issuer, csp::der::integer(serial)});
+}
+
+Bytes keyIdentifier(const Signer& recipient) {
+    const csp::ossl::X509Ptr certificate = decoded(recipient);
+    const ASN1_OCTET_STRING* const id = X509_get0_subject_key_id(certificate.get());
+    return csp::der::element(csp::der::tag::context(0),
+                             {ASN1_STRING_get0_data(id), static_cast<std::size_t>(ASN1_STRING_length(id))});
+}
+
+csp::ossl::Pkey publicKey(const Signer& recipient) {
+    const csp::CertInfo info(recipient.certificate);
+    return csp::publicKeyFromInfo(info.subjectPublicKeyInfo());
+}
+
+Bytes algorithmIdentifier(std::string_view oid, ByteView parameters) {
+    return csp::der::sequence({csp::der::objectIdentifier(oid), parameters});
+}
+
+} // namespace
+
+Bytes transportInfo(const Signer& recipient, csp::TransportForm form, ByteView contentKey, bool byKeyId) {
+    const csp::TransportedKey wrapped = csp::wrapKey(publicKey(recipient).get(), form, contentKey);
+    return csp::der::sequence(
+        {csp::der::integer(byKeyId ? 2 : 0), byKeyId ? keyIdentifier(recipient) : issuerAndSerial(recipient),
+         algorithmIdentifier(wrapped.oid, wrapped.parameters), csp::der::octetString(wrapped.encryptedKey)});
+}
+
+Bytes agreementInfo(const std::vector<Signer>& recipients, csp::AgreementForm form, ByteView contentKey) {
+    // Each wrapping has an ephemeral key of its own; the message names the last one, so only that recipient's opens.
+    csp::AgreedKey wrapped;
+    Bytes keys;
+    for (const Signer& recipient : recipients) {
+        wrapped = csp::wrapKey(publicKey(recipient).get(), form, contentKey);
+        csp::der::append(keys,
+                         csp::der::sequence({issuerAndSerial(recipient), csp::der::octetString(wrapped.encryptedKey)}));
+    }
+    const Bytes originator = csp::der::explicitTag(0, csp::der::implicitTag(1, wrapped.originatorKey));
+    return csp::der::implicitTag(1, csp::der::sequence({csp::der::integer(3), originator,
+                                                        csp::der::explicitTag(1, csp::der::octetString(wrapped.ukm)),
+                                                        algorithmIdentifier(wrapped.oid, wrapped.parameters),
+                                                        csp::der::element(csp::der::tag::Sequence, keys)}));
+}
+
+Bytes passwordInfo() {
+    const Bytes algorithm = algorithmIdentifier("1.2.840.113549.1.9.16.3.9", {});
+    return csp::der::implicitTag(
+        3, csp::der::sequence({csp::der::integer(0), algorithm, csp::der::octetString(patternOf(40))}));
+}
+
+Bytes contentKeyFor(std::string_view algorithm) {
+    return patternOf(csp::findContentAlgorithmByName(algorithm)->keySize);
+}
+
+Bytes craftEnveloped(std::string_view algorithm, ByteView contentKey, ByteView content,
+                     const std::vector<Bytes>& recipientInfos, ByteView attributes) {
+    namespace der = csp::der;
+    const csp::ContentAlgorithm& row = *csp::findContentAlgorithmByName(algorithm);
+    const Bytes parameters = csp::newContentParameters(row);
+    const auto cipher = csp::contentEncryptor(row, parameters, contentKey, attributes);
+    Bytes ciphertext;
+    cipher->update(content, ciphertext);
+    cipher->finish(ciphertext);
+    const Bytes encrypted =
+        der::sequence({der::objectIdentifier("1.2.840.113549.1.7.1"), algorithmIdentifier(row.oid, parameters),
+                       der::element(der::tag::context(0), ciphertext)});
+    const Bytes recipients = der::setOf(recipientInfos);
+    if (row.authentication == csp::Authentication::AuthEnveloped) {
+        const Bytes attributeSet =
+            attributes.empty() ? Bytes{} : der::implicitTag(1, {attributes.begin(), attributes.end()});
+        const Bytes body =
+            der::sequence({der::integer(0), recipients, encrypted, attributeSet, der::octetString(cipher->tag())});
+        return der::sequence({der::objectIdentifier("1.2.840.113549.1.9.16.1.23"), der::explicitTag(0, body)});
+    }
+    Bytes unprotected;
+    if (row.authentication == csp::Authentication::MacAttribute) {
+        const Bytes attribute =
+            der::sequence({der::objectIdentifier(csp::macAttributeOid), der::setOf({der::octetString(cipher->tag())})});
+        unprotected = der::element(der::tag::contextConstructed(1), attribute);
+    }
+    const Bytes body = der::sequence({der::integer(2), recipients, encrypted, unprotected});
+    return der::sequence({der::objectIdentifier("1.2.840.113549.1.7.3"), der::explicitTag(0, body)});
 }
 
 Bytes patternOf(std::size_t size) {

@@ -5,6 +5,9 @@
 #include "openssl_tool.hpp"
 #include "signing.hpp"
 
+#include "crypto/content_cipher.hpp"
+#include "crypto/key_wrapping.hpp"
+
 #include <optional>
 
 namespace klunortredi::test {
@@ -37,6 +40,18 @@ DWORD decrypt(const Msg& msg, const Signer& recipient, DWORD index);
 /// `openssl cms -encrypt WORDS` of `content` to the certificates; DER.
 Bytes opensslEncrypt(const TempFolder& folder, const std::vector<Bytes>& certificates, ByteView content,
                      const std::string& words);
+
+/// A RecipientInfo made here: key transport, or agreement with an ephemeral key.
+Bytes transportInfo(const Signer& recipient, csp::TransportForm form, ByteView contentKey, bool byKeyId = false);
+Bytes agreementInfo(const std::vector<Signer>& recipients, csp::AgreementForm form, ByteView contentKey);
+/// A PasswordRecipientInfo that nobody can use.
+Bytes passwordInfo();
+
+/// A message made here, with definite lengths. `attributes`: DER of authenticated attributes as a SET OF.
+Bytes craftEnveloped(std::string_view algorithm, ByteView contentKey, ByteView content,
+                     const std::vector<Bytes>& recipientInfos, ByteView attributes = {});
+/// A content-encryption key for the algorithm.
+Bytes contentKeyFor(std::string_view algorithm);
 
 /// Octets that do not repeat soon.
 Bytes patternOf(std::size_t size);
