@@ -188,14 +188,14 @@ void CmsVerification::lookAround(Tail tail) {
 
 void CmsVerification::judgeSigners(const std::vector<SignerVerdict>& verdicts) {
     verdict_.signers.resize(verdicts.size()); // equal already, but for a service that contradicts itself
-    bool timestamped = false;
+    bool timestampUnknown = false;
     bool counterUnknown = false;
     for (std::size_t i = 0; i < verdicts.size(); ++i) {
         judge(verdict_.signers[i], verdicts[i], outside_);
-        timestamped = timestamped || verdict_.signers[i].timestamped;
+        timestampUnknown = timestampUnknown || anyUnknown(verdict_.signers[i].timestamps);
         counterUnknown = counterUnknown || anyUnknown(verdict_.signers[i].counters);
     }
-    if (timestamped) {
+    if (timestampUnknown) {
         verdict_.notChecked.emplace_back("time-stamp");
     }
     if (counterUnknown) {

@@ -40,7 +40,26 @@ boost::posix_time::ptime timeOf(const CRYPT_ATTRIBUTE* signingTime) {
     return signingTimeOf(signingTime->rgValue->pbData, signingTime->rgValue->cbData);
 }
 
-Signer readSigner(void* message, unsigned index, CounterSignatureReader& counters) {
+template <class Blob>
+std::string_view octetsOf(const Blob& blob) {
+    return blob.pbData == nullptr ? std::string_view{}
+                                  : std::string_view(reinterpret_cast<const char*>(blob.pbData), blob.cbData);
+}
+
+/// Every value of every attribute of the type: a careless program may have added a second attribute.
+std::vector<std::string_view> timestampTokens(const CRYPT_ATTRIBUTES& attributes) {
+    std::vector<std::string_view> tokens;
+    for (const CRYPT_ATTRIBUTE& entry : std::span(attributes.rgAttr, attributes.cAttr)) {
+        for (const CRYPT_ATTR_BLOB& value : std::span(entry.rgValue, entry.cValue)) {
+            if (entry.pszObjId == timestampToken) {
+                tokens.push_back(octetsOf(value));
+            }
+        }
+    }
+    return tokens;
+}
+
+Signer readSigner(void* message, unsigned index, CounterSignatureReader& counters, TimestampReader& timestamps) {
     Signer signer;
     try {
         std::string octets = wincrypt::CryptMsgGetParamEx(message, capi::CMSG_SIGNER_INFO_PARAM, index);
@@ -48,7 +67,7 @@ Signer readSigner(void* message, unsigned index, CounterSignatureReader& counter
         signer.digestAlgorithm = info->HashAlgorithm.pszObjId;
         signer.signatureDigest = digestOidOf(info->HashEncryptionAlgorithm);
         signer.signingTime = timeOf(attribute(info->AuthAttrs, orvik::plugin::oid::signingTime));
-        signer.timestamped = attribute(info->UnauthAttrs, timestampToken) != nullptr;
+        signer.timestamps = timestamps.read(timestampTokens(info->UnauthAttrs), octetsOf(info->EncryptedHash));
         if (attribute(info->UnauthAttrs, counterSignature) != nullptr) {
             signer.counters = counters.read(index);
         }
@@ -109,9 +128,10 @@ bool isSigner(const orvik::plugin::crypto::ICertificate& certificate, const std:
 std::vector<Signer> readSigners(void* message) {
     std::vector<Signer> signers;
     CounterSignatureReader counters(message);
+    TimestampReader timestamps;
     const unsigned count = wincrypt::tools::param(message, capi::CMSG_SIGNER_COUNT_PARAM);
     for (unsigned index = 0; index < count; ++index) {
-        signers.push_back(readSigner(message, index, counters));
+        signers.push_back(readSigner(message, index, counters, timestamps));
     }
     return signers;
 }

@@ -5,6 +5,7 @@
 #include "certificates.hpp"
 #include "counter_signatures.hpp"
 #include "crypto/wincrypt/tools_verify.hpp"
+#include "timestamp_verdict.hpp"
 #include "trust.hpp"
 #include "weak.hpp"
 
@@ -28,7 +29,7 @@ struct Signer {
     boost::posix_time::ptime signingTime; ///< the signer's own statement; not set without one
     std::string digestAlgorithm;          ///< OID
     std::string signatureDigest;          ///< OID of the digest that the signature algorithm names, or of the algorithm
-    bool timestamped = false;             ///< carries an RFC 3161 token
+    std::vector<Timestamp> timestamps;    ///< on its signature value; they change nothing of its verdict
     std::vector<Weakness> weak;           ///< of digest and key
     std::optional<Trust> trust;           ///< when the chain was judged
     std::vector<CounterSignature> counters; ///< over its signature value; they change nothing of its verdict

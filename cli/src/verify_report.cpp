@@ -71,6 +71,8 @@ Json signerJson(const Signer& signer) {
             {"reason", signer.reason},
             {"chain", signer.trust ? toJson(*signer.trust) : Json(nullptr)},
             {"weak", weak},
+            {"timestamp", toJson(deciding(signer.timestamps))},
+            {"timestamps", toJson(signer.timestamps)},
             {"counter_signatures", countersJson(signer.counters)}};
 }
 
@@ -125,6 +127,7 @@ void printSigner(std::ostream& out, const Signer& signer, bool alone) {
     for (const Weakness& weakness : signer.weak) {
         out << "  weak: " << describe(weakness) << '\n';
     }
+    print(out, signer.timestamps);
     printCounters(out, signer.counters, "  ");
     if (signer.trust) {
         printWeakElements(out, *signer.trust);
@@ -177,7 +180,7 @@ Json toJson(const Verdict& verdict) {
             {"format", verdict.format},
             {"reason", verdict.reason},
             {"signers", signers},
-            {"timestamp", nullptr},
+            {"timestamp", verdict.signers.empty() ? Json(nullptr) : toJson(deciding(verdict.signers[0].timestamps))},
             {"chain", verdict.trust ? toJson(*verdict.trust) : Json(nullptr)},
             {"covered", verdict.covered},
             {"not_checked", verdict.notChecked}};
