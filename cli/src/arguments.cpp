@@ -147,7 +147,8 @@ private:
 
     /// How chains are judged, for every verb that judges them.
     static void addChainOptions(CLI::App& verb, ChainOptions& options) {
-        verb.add_option("--at", options.at, "Judge the chain at this time (RFC 3339, UTC) instead of now")
+        verb.add_option("--at", options.at,
+                        "Judge the chain at this time (RFC 3339, UTC); for verify also signing or timestamp")
             ->type_name("TIME")
             ->check(notEmpty);
         verb.add_option("--with", options.with, "More certificates and CRLs, DER, PEM or PKCS#7")
@@ -195,6 +196,17 @@ private:
                        "Put the issuers' certificates into the signature, without the root");
         verb->add_flag("--keep-going", signing->keepGoing, "Go on with the next file after a failure");
         verb->add_flag("--skip-existing", signing->skipExisting, "Leave files alone whose signature is there");
+
+        auto stamping = std::make_shared<TimestampArguments>();
+        verb = add(app_, "timestamp", "Put a time-stamp on a signature", stamping, timestamp);
+        verb->add_option("SIG", stamping->file, "The signature")->required();
+        verb->add_option("--url", stamping->urls, "A time-stamp authority; several are asked in turn")
+            ->type_name("URL")
+            ->check(notEmpty)
+            ->allow_extra_args(false)
+            ->required();
+        verb->add_option("--out", stamping->out, "Output file (with --force the signature itself is replaced)")
+            ->check(notEmpty);
 
         auto verifying = std::make_shared<VerifyArguments>();
         verb = add(app_, "verify", "Check signatures", verifying, verify);

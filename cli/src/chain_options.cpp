@@ -44,11 +44,7 @@ boost::posix_time::ptime timeOf(const std::string& text) {
 
 ChainQuery chainQuery(const ChainOptions& options) {
     ChainQuery query;
-    if (options.at == "timestamp") {
-        throw Failure(ExitCode::usage, "cannot use --at timestamp", "time-stamps are not judged yet",
-                      "give a time that you trust, as --at 2026-11-20T12:00:00Z");
-    }
-    if (!options.at.empty() && !options.atSigningTime()) {
+    if (!options.at.empty() && !options.atSigningTime() && !options.atTimestamp()) {
         query.time = timeOf(options.at);
     }
     query.usage = options.usage.empty() ? std::string{} : usageOid("--usage", options.usage);

@@ -23,11 +23,13 @@ struct ChainOptions {
     }
     /// Whether `--at signing` asks for each signer's own signing time.
     [[nodiscard]] bool atSigningTime() const { return at == "signing"; }
+    /// Whether `--at timestamp` asks for the time that each signer's time-stamps prove.
+    [[nodiscard]] bool atTimestamp() const { return at == "timestamp"; }
 };
 
-/// The query that the options make; its files are read. With `--at signing` the time is left to the caller. Throws
-/// Failure: exit 2 (a time or a usage that cannot be read, `--at timestamp`), exit 3 (files), exit 4 (`--anchor` with a
-/// service other than the embedded one).
+/// The query that the options make; its files are read. With `--at signing` and `--at timestamp` the time is left to
+/// the caller. Throws Failure: exit 2 (a time or a usage that cannot be read), exit 3 (files), exit 4 (`--anchor` with
+/// a service other than the embedded one).
 ChainQuery chainQuery(const ChainOptions& options);
 
 } // namespace klunortredi::cli

@@ -91,13 +91,18 @@ std::string firstWeakness(const Signer& signer) {
     return {};
 }
 
-/// With --strict what is weak is refused.
+/// With --strict what is weak is refused, and a time-stamp that is not valid.
 void refuseWeak(std::vector<Signer>& signers) {
     for (Signer& signer : signers) {
         const std::string weakness = firstWeakness(signer);
         if (signer.verdict == SignatureVerdict::valid && !weakness.empty()) {
             signer.verdict = SignatureVerdict::invalid;
             signer.reason = "refused by --strict: " + weakness;
+        }
+        const auto refusal = strictRefusal(signer.timestamps);
+        if (signer.verdict == SignatureVerdict::valid && refusal) {
+            signer.verdict = refusal->verdict;
+            signer.reason = "refused by --strict: " + refusal->reason;
         }
     }
 }
@@ -190,7 +195,7 @@ ExitCode SignatureJudge::complete(Verdict& verdict) const {
     decide(verdict, requirement_);
     bool trusted = true;
     if (verdict.verdict == SignatureVerdict::valid && arguments_.chain) {
-        judgeChains(verdict, chainQuery_, arguments_.chainOptions.atSigningTime());
+        judgeChains(verdict, chainQuery_, arguments_.chainOptions);
         if (arguments_.strict) {
             refuseWeak(verdict.signers);
             decide(verdict, requirement_);
@@ -198,6 +203,13 @@ ExitCode SignatureJudge::complete(Verdict& verdict) const {
         trusted = decideTrust(verdict, requirement_);
     } else if (verdict.verdict == SignatureVerdict::valid) {
         verdict.notChecked.emplace_back("certificate chain");
+        const auto stamped = [](const Signer& signer) {
+            const Timestamp* const timestamp = deciding(signer.timestamps);
+            return timestamp != nullptr && timestamp->verdict == SignatureVerdict::valid;
+        };
+        if (std::any_of(verdict.signers.begin(), verdict.signers.end(), stamped)) {
+            verdict.notChecked.emplace_back("certificate chain of the time-stamp authority");
+        }
     }
     return exitOf(verdict, trusted);
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <utility>
 
 namespace klunortredi::cli {
@@ -18,13 +19,30 @@ Trust withoutCertificate() {
     return trust;
 }
 
+/// For --at timestamp: nothing says that the signature was made while the certificate was valid.
+Trust withoutTimestamp() {
+    Trust trust;
+    trust.status = capi::CERT_TRUST_IS_NOT_TIME_VALID;
+    trust.statusNames = {"CERT_TRUST_IS_NOT_TIME_VALID"};
+    trust.problems = {{"the signature has no valid time-stamp of a trusted authority", "judge it now, without --at"}};
+    return trust;
+}
+
+std::optional<boost::posix_time::ptime> timeOf(const Signer& signer, const ChainQuery& query,
+                                               const ChainOptions& options) {
+    if (options.atSigningTime()) {
+        return signer.signingTime.is_special() ? std::nullopt : std::optional(signer.signingTime);
+    }
+    return options.at.empty() || options.atTimestamp() ? provenTime(signer.timestamps) : query.time;
+}
+
 bool isTrusted(const Signer& signer) {
     return signer.verdict == SignatureVerdict::valid && signer.trust && signer.trust->trusted;
 }
 
 } // namespace
 
-void judgeChains(Verdict& verdict, ChainQuery query, bool atSigningTime) {
+void judgeChains(Verdict& verdict, ChainQuery query, const ChainOptions& options) {
     query.signer = true;
     query.certificates.insert(query.certificates.end(), verdict.certificates.begin(), verdict.certificates.end());
     query.crls.insert(query.crls.end(), verdict.crls.begin(), verdict.crls.end());
@@ -38,11 +56,14 @@ void judgeChains(Verdict& verdict, ChainQuery query, bool atSigningTime) {
             signer.trust = withoutCertificate();
             continue;
         }
-        const bool stated = atSigningTime && !signer.signingTime.is_special();
-        if (atSigningTime) {
-            query.time = stated ? std::optional(signer.signingTime) : std::nullopt;
+        judgeAuthorities(signer.timestamps, query);
+        query.time = timeOf(signer, query, options);
+        if (!query.time && options.atTimestamp()) {
+            signer.trust = withoutTimestamp();
+            continue;
         }
-        const auto key = std::pair(signer.certificate->raw(), stated ? signer.signingTime : boost::posix_time::ptime{});
+        signer.chainTime = query.time.value_or(boost::posix_time::ptime{});
+        const auto key = std::pair(signer.certificate->raw(), signer.chainTime);
         auto known = judged.find(key);
         if (known == judged.end()) {
             known = judged.emplace(key, judgeChain(*signer.certificate, query)).first;

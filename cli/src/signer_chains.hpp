@@ -8,9 +8,13 @@
 
 namespace klunortredi::cli {
 
-/// Judges the chain of every valid signer, with what the user (`query`) and the message bring. `atSigningTime`: each at
-/// the time that its signer states. Throws what `judgeChain` throws.
-void judgeChains(Verdict& verdict, ChainQuery query, bool atSigningTime);
+/// Judges the chain of every valid signer, and of the authorities of its time-stamps, with what the user (`query`, made
+/// from `options`) and the message bring. Throws what `judgeChain` throws.
+///
+/// The time is that of --at: the one given, each signer's own statement (signing), or what a time-stamp proves
+/// (timestamp; a signer without a valid one of a trusted authority is not trusted). Without --at it is what a
+/// time-stamp proves, and now for a signer without such a proof.
+void judgeChains(Verdict& verdict, ChainQuery query, const ChainOptions& options);
 
 /// Whether the required signers are trusted. The document's chain becomes one that decides: that of a signer that is
 /// not trusted, when that is why the requirement is not met.

@@ -32,6 +32,7 @@ struct Signer {
     std::vector<Timestamp> timestamps;    ///< on its signature value; they change nothing of its verdict
     std::vector<Weakness> weak;           ///< of digest and key
     std::optional<Trust> trust;           ///< when the chain was judged
+    boost::posix_time::ptime chainTime;   ///< at which it was judged, UTC; not set: now
     std::vector<CounterSignature> counters; ///< over its signature value; they change nothing of its verdict
 };
 

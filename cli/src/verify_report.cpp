@@ -70,6 +70,7 @@ Json signerJson(const Signer& signer) {
             {"verdict", wordOf(signer.verdict)},
             {"reason", signer.reason},
             {"chain", signer.trust ? toJson(*signer.trust) : Json(nullptr)},
+            {"chain_time", text::time(signer.chainTime)},
             {"weak", weak},
             {"timestamp", toJson(deciding(signer.timestamps))},
             {"timestamps", toJson(signer.timestamps)},
@@ -131,7 +132,8 @@ void printSigner(std::ostream& out, const Signer& signer, bool alone) {
     printCounters(out, signer.counters, "  ");
     if (signer.trust) {
         printWeakElements(out, *signer.trust);
-        out << "  chain        " << printable(describe(*signer.trust)) << '\n';
+        const std::string at = text::time(signer.chainTime);
+        out << "  chain        " << printable(describe(*signer.trust)) << (at.empty() ? "" : ", at " + at) << '\n';
         out << "  revocation   " << printable(describe(signer.trust->revocation)) << '\n';
     }
 }

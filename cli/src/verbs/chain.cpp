@@ -50,8 +50,9 @@ void print(std::ostream& out, const Trust& trust, bool names) {
 } // namespace
 
 ExitCode chain(Session& session, const ChainArguments& arguments) {
-    if (arguments.options.atSigningTime()) {
-        throw Failure(ExitCode::usage, "cannot use --at signing", "a certificate has no signing time",
+    if (arguments.options.atSigningTime() || arguments.options.atTimestamp()) {
+        throw Failure(ExitCode::usage, "cannot use --at " + arguments.options.at,
+                      "a certificate has no signing time and no time-stamp",
                       "give a time, as --at 2026-11-20T12:00:00Z");
     }
     const bool isFile = arguments.which == "-" || ::access(arguments.which.c_str(), F_OK) == 0;

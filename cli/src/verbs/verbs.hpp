@@ -80,6 +80,13 @@ struct SignArguments {
 };
 ExitCode sign(Session& session, const SignArguments& arguments);
 
+struct TimestampArguments {
+    std::string file;
+    std::vector<std::string> urls; ///< of authorities, asked in turn
+    std::string out;               ///< empty: the signature itself, with --force
+};
+ExitCode timestamp(Session& session, const TimestampArguments& arguments);
+
 struct VerifyArguments {
     NamedFiles files;
     std::string content;
