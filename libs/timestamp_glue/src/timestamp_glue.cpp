@@ -21,6 +21,9 @@ using plugin::exception::Message_;
 using Code = ApplicationException::Code;
 using wincrypt::HCRYPTPROV;
 
+constexpr unsigned granted = 0; // PKIStatus (RFC 3161, 2.4.2)
+constexpr unsigned grantedWithMods = 1;
+
 [[noreturn]] void refuse(Code code, const std::string& why) {
     raise(ApplicationException(code) << Message_(why), {"timestamp_glue", "checkedToken"});
 }
@@ -48,29 +51,36 @@ wincrypt::tools::TspResponse parsed(const HCRYPTPROV& provider, boost::string_vi
     }
 }
 
+/// What the plug-in's own checks refuse, in words. A token that does not do has a reason of its own.
+void validate(const wincrypt::tools::TspResponse& answer, const HCRYPTPROV& provider, const std::string& imprint) {
+    try {
+        wincrypt::tools::validateTspResponse(answer, provider, imprint);
+    } catch (const ApplicationException& e) {
+        switch (static_cast<Code>(e.code().value())) {
+        case Code::timestampRefused:
+            refuse(Code::timestampRefused, "it refused the request (status " + std::to_string(answer.status) + ")");
+        case Code::timestampMissing:
+            refuse(Code::timestampMissing, "its response carries no token");
+        default:
+            refuse(Code::timestampInvalid, "the token is for something else, or not validly signed");
+        }
+    }
+}
+
 /// The token of a response that is acceptable in every respect.
 std::string checkedToken(boost::string_view response, boost::string_view octets, const Asked& asked) {
     const HCRYPTPROV provider(*providerFor(asked.digestOid), nullptr);
+    const std::string imprint = wincrypt::tools::hash(provider, asked.digestOid, octets);
     auto answer = parsed(provider, response);
-    if (!answer.content) {
-        wincrypt::tools::validateTspResponse(answer, provider, {}); // throws: refused, or without token
-        refuse(Code::timestampMissing, "the response carries no token");
-    }
-    const TimestampVerdict verdict = judgeToken(answer.content->token, octets, asked);
-    if (verdict.authority) {
+    const bool looksGood = answer.content && (answer.status == granted || answer.status == grantedWithMods);
+    if (looksGood) {
+        const TimestampVerdict verdict = judgeToken(answer.content->token, octets, asked);
+        if (verdict.result != TimestampVerdict::Result::valid) {
+            refuse(Code::timestampInvalid, "the time-stamp is not acceptable: " + verdict.reason);
+        }
         answer.content->certificate = verdict.authority->raw(); // the first one may be an issuer's
     }
-    const bool holds = verdict.result == TimestampVerdict::Result::valid;
-    try {
-        wincrypt::tools::validateTspResponse(answer, provider, hashOf(asked.digestOid, octets));
-    } catch (const ApplicationException& e) {
-        if (holds || e.code().value() != static_cast<int>(Code::timestampInvalid)) {
-            throw;
-        }
-    }
-    if (!holds) {
-        refuse(Code::timestampInvalid, "the time-stamp is not acceptable: " + verdict.reason);
-    }
+    validate(answer, provider, imprint);
     return answer.content->token;
 }
 
