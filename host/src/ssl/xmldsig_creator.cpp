@@ -1,32 +1,31 @@
 #include "orvik/plugin/ssl/xmldsig_creator.hpp"
 
-#include "orvik/plugin/base64.hpp"
+#include "orvik/plugin/constant.hpp"
+#include "orvik/plugin/converter.hpp"
+#include "orvik/plugin/crypto/constant.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/i_certificate.hpp"
-#include "orvik/plugin/crypto/i_hash.hpp"
 #include "orvik/plugin/crypto/i_provider.hpp"
 #include "orvik/plugin/crypto/i_public_key.hpp"
+#include "orvik/plugin/crypto/tools.hpp"
 #include "orvik/plugin/xml/xml_document.hpp"
-#include "xml/algorithms.hpp"
 #include "xml/canonical.hpp"
-#include "xml/coverage.hpp"
-#include "xml/libxml.hpp"
-#include "xml/limits.hpp"
-#include "xml/refusal.hpp"
-#include "xml/signature_model.hpp"
+#include "xml_signing.hpp"
+
+#include <boost/lexical_cast/try_lexical_convert.hpp>
 
 #include <algorithm>
 #include <cstdint>
-#include <new>
-#include <string_view>
+#include <ctime>
+#include <optional>
 
 namespace orvik::plugin::ssl::xmldsig {
 
 namespace {
 
+using boost::posix_time::ptime;
 using crypto::exception::CryptoException;
 using xml::internal::SigningMethod;
-using xml::internal::toXml;
 
 constexpr std::uint16_t digitalSignature = 0x80; // the first bit of the key usage (RFC 5280, section 4.2.1.3)
 
@@ -54,132 +53,67 @@ void requireSigningUsage(const crypto::ICertificate& certificate) {
     }
 }
 
-/// An XML signature has no place for the attributes of CMS.
-void requireNoAttributes(const crypto::SignatureFactory::Creator::Params& params) {
-    if (!params.attributes.empty()) {
-        plugin::exception::raise(CryptoException(CryptoException::Code::badAttribute)
-                                     << plugin::exception::Message_("signed attributes are not for XML signatures"),
-                                 {"xmldsig_creator", "initializeImpl"});
-    }
+[[noreturn]] void refuseAttribute(const char* why) {
+    plugin::exception::raise(CryptoException(CryptoException::Code::badAttribute) << plugin::exception::Message_(why),
+                             {"xmldsig_creator", "initializeImpl"});
 }
 
-/// Refuses what the signature could not cover, or what it would break.
-void requireSignable(const xmlDoc* document) {
-    if (!xml::internal::signatureNodes(document).empty()) {
-        xml::internal::refuseDocument("the XML document is already signed: another signature would change what the "
-                                      "first one covers");
+/// Not set for a text that is neither Unix seconds nor of the framework's format.
+ptime timeOf(const std::string& text) {
+    std::time_t seconds = 0;
+    if (!crypto::tools::likelyUnixTimestamp(text)) {
+        return converter::to_ptime(text, crypto::constant::timestampFormat);
     }
-    if (xml::internal::lookAt(document).partedText) {
-        xml::internal::refuseDocument("a comment or CDATA section parts a text of the XML document, which a signature "
-                                      "would not cover");
-    }
+    return boost::conversion::try_lexical_convert(text, seconds) ? converter::to_ptime(seconds) : ptime();
 }
 
-/// Hashes the exclusive canonical form of the document, or of the subtree at `apex`.
-void feed(crypto::IHash& hash, const xmlDoc* document, const xmlNode* apex = nullptr) {
-    xml::internal::CanonicalBudget budget{xml::internal::limits::canonicalOctets,
-                                          xml::internal::limits::canonicalSteps};
-    hash.initialize();
-    try {
-        xml::internal::canonicalize(document, apex, {}, {}, budget, [&hash](std::string_view octets) {
-            hash.update(reinterpret_cast<const unsigned char*>(octets.data()), octets.size());
-        });
-    } catch (const xml::internal::Refusal& refusal) {
-        xml::internal::refuseDocument(std::string("the XML document cannot be signed: ") + refusal.what());
+/// The signing time that the parameters ask for, or now; nullopt for a signature without properties. XAdES has no place
+/// for other signed attributes.
+std::optional<ptime> signingTime(const crypto::SignatureFactory::Creator::Params& params) {
+    const auto* const own = dynamic_cast<const Creator::Params*>(&params);
+    const bool properties = own == nullptr || own->properties;
+    std::optional<ptime> time = properties ? std::optional(converter::to_ptime(std::time(nullptr))) : std::nullopt;
+    for (const auto& attribute : params.attributes) {
+        if (!properties || attribute.oid != oid::signingTime || params.attributes.size() > 1) {
+            refuseAttribute("an XML signature has no signed attribute but the signing time of its XAdES properties");
+        }
+        time = timeOf(attribute.value);
+        if (time->is_special()) {
+            refuseAttribute("the signing time is not a time");
+        }
     }
-}
-
-xmlNodePtr addChild(xmlNodePtr parent, const char* name, const std::string& text = {}) {
-    const xmlNodePtr child =
-        xmlNewTextChild(parent, parent->ns, toXml(name), text.empty() ? nullptr : toXml(text.c_str()));
-    if (child == nullptr) {
-        throw std::bad_alloc();
-    }
-    return child;
-}
-
-xmlNodePtr addMethod(xmlNodePtr parent, const char* name, const char* uri) {
-    const xmlNodePtr child = addChild(parent, name);
-    if (xmlNewProp(child, toXml("Algorithm"), toXml(uri)) == nullptr) {
-        throw std::bad_alloc();
-    }
-    return child;
-}
-
-/// The SignedInfo of one reference to the whole document without this signature.
-xmlNodePtr addSignedInfo(xmlNodePtr signature, const SigningMethod& method, const std::string& digest) {
-    const xmlNodePtr info = addChild(signature, "SignedInfo");
-    addMethod(info, "CanonicalizationMethod", xml::internal::exclusiveC14n);
-    addMethod(info, "SignatureMethod", method.signatureUri);
-    const xmlNodePtr reference = addChild(info, "Reference");
-    if (xmlNewProp(reference, toXml("URI"), toXml("")) == nullptr) {
-        throw std::bad_alloc();
-    }
-    const xmlNodePtr transforms = addChild(reference, "Transforms");
-    addMethod(transforms, "Transform", xml::internal::envelopedSignature);
-    addMethod(transforms, "Transform", xml::internal::exclusiveC14n);
-    addMethod(reference, "DigestMethod", method.digestUri);
-    addChild(reference, "DigestValue", base64::encode(digest));
-    return info;
-}
-
-void addCertificate(xmlNodePtr signature, const std::string& der) {
-    addChild(addChild(addChild(signature, "KeyInfo"), "X509Data"), "X509Certificate", base64::encode(der));
-}
-
-xmlNodePtr addSignature(xmlNodePtr root) {
-    const xmlNodePtr signature = xmlNewChild(root, nullptr, toXml("Signature"), nullptr);
-    if (signature == nullptr) {
-        throw std::bad_alloc();
-    }
-    const xmlNsPtr ns = xmlNewNs(signature, toXml(xml::internal::dsigNs), nullptr);
-    xmlSetNs(signature, ns);
-    return signature;
+    return time;
 }
 
 } // namespace
 
 struct Creator::Context {
-    boost::shared_ptr<crypto::ICertificate> certificate;
-    boost::shared_ptr<crypto::IProvider> provider;
-    const SigningMethod& method;
+    internal::XmlSigner signer;
     std::string text;
-
-    void sign(xmlDocPtr document) const;
 };
 
-void Creator::Context::sign(xmlDocPtr document) const {
-    requireSignable(document);
-    const auto digest = provider->hash(nullptr, method.hashOid);
-    feed(*digest, document);
-    const xmlNodePtr signature = addSignature(xmlDocGetRootElement(document));
-    const xmlNodePtr info = addSignedInfo(signature, method, digest->finalize());
-    const auto hash = provider->hash(certificate, method.hashOid);
-    feed(*hash, document, info);
-    std::string value = hash->sign();
-    if (method.littleEndian) {
-        std::reverse(value.begin(), value.end());
-    }
-    addChild(signature, "SignatureValue", base64::encode(value));
-    addCertificate(signature, certificate->raw());
-}
-
+Creator::Params::~Params() = default;
 Creator::Creator() = default;
 Creator::~Creator() = default;
 
+std::unique_ptr<IDataHandler::Params> Creator::paramsImpl() const {
+    return std::make_unique<Params>();
+}
+
 bool Creator::initializeImpl(const IDataHandler::Params& params) {
-    const auto& own = dynamic_cast<const Params&>(params);
+    const auto& own = dynamic_cast<const crypto::SignatureFactory::Creator::Params&>(params);
     const auto& certificate = own.certificate;
     if (!certificate) {
         refuse(CryptoException::Code::noCertificate);
     }
     requireSigningUsage(*certificate);
-    requireNoAttributes(own);
+    const auto time = signingTime(own);
     auto provider = certificate->provider(true);
     if (!provider) {
         refuse(CryptoException::Code::noProvider);
     }
-    context_ = std::make_unique<Context>(Context{certificate, std::move(provider), signingMethod(*certificate), {}});
+    context_ = std::make_unique<Context>(
+        Context{{certificate, std::move(provider), signingMethod(*certificate), time}, {}});
     return true;
 }
 
@@ -203,7 +137,7 @@ bool Creator::finalizeImpl(std::vector<unsigned char>& out) {
     const auto context = std::move(context_);
     const xml::XmlDocument document(context->text.data(), context->text.size());
     auto* const native = static_cast<xmlDocPtr>(document.native());
-    context->sign(native);
+    internal::signXml(native, context->signer);
     const std::string text = xml::internal::serialized(native);
     out.assign(text.begin(), text.end());
     return true;

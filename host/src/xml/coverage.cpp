@@ -2,6 +2,7 @@
 
 #include "namespace_use.hpp"
 #include "nodes.hpp"
+#include "signature_timestamps.hpp"
 #include "unsigned_content.hpp"
 #include "xades.hpp"
 
@@ -101,15 +102,25 @@ bool hasLooseObject(const SignatureModel& signature, const std::vector<const xml
     return std::any_of(signature.objects.begin(), signature.objects.end(), loose);
 }
 
+/// Whether there are unsigned properties beside time-stamps, which have verdicts of their own.
 bool hasLooseProperties(const SignatureModel& signature, const std::vector<const xmlNode*>& targets) {
-    for (const xmlNode* object : signature.objects) {
-        for (const xmlNode* child = object->children; child != nullptr; child = child->next) {
-            if (isQualifyingProperties(child) && !isCovered(child, signature, targets)) {
-                return true;
-            }
+    const xmlNode* const properties = qualifyingPropertiesOf(signature);
+    if (properties == nullptr || isCovered(properties, signature, targets)) {
+        return false;
+    }
+    for (const xmlNode* part = properties->children; part != nullptr; part = part->next) {
+        const bool loose = part->type == XML_ELEMENT_NODE && !isCovered(part, signature, targets) &&
+                           (!isXades(part, "UnsignedProperties") || !areTimestampsAlone(part));
+        if (loose) {
+            return true;
         }
     }
     return false;
+}
+
+/// Whether the target is the signature's own SignedProperties, which are not a part of the document's content.
+bool isOwnProperties(const xmlNode* target, const SignatureModel& signature) {
+    return target != nullptr && isXades(target, "SignedProperties") && isWithin(target, signature.node);
 }
 
 /// Whether a reference covers the document element but for the signature; `instructions` says whether what stands
@@ -175,7 +186,9 @@ Coverage coverageOf(const SignatureModel& signature, const std::vector<const xml
                     const DocumentFindings& findings) {
     Coverage coverage;
     for (std::size_t i = 0; i < targets.size(); ++i) {
-        coverage.parts.push_back(partOf(signature.references[i], targets[i]));
+        if (!isOwnProperties(targets[i], signature)) {
+            coverage.parts.push_back(partOf(signature.references[i], targets[i]));
+        }
     }
     coverage.gap = gapOf(signature, targets, findings);
     const bool others = std::any_of(signature.references.begin(), signature.references.end(),

@@ -23,7 +23,7 @@ DocumentFindings lookAt(const xmlDoc* document);
 struct Coverage {
     /// Why the document is not covered as a whole; empty when it is.
     std::string gap;
-    std::vector<XmlCoveredPart> parts;
+    std::vector<XmlCoveredPart> parts;   ///< without the signature's own SignedProperties
     std::vector<std::string> notCovered; ///< without the certificate
 };
 

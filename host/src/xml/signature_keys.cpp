@@ -2,7 +2,6 @@
 
 #include "limits.hpp"
 #include "nodes.hpp"
-#include "orvik/plugin/base64.hpp"
 #include "refusal.hpp"
 
 #include <openssl/core_names.h>
@@ -95,6 +94,15 @@ KeyPtr ecKey(const xmlNode* value) {
     return makeKey("EC", builder.get());
 }
 
+/// Empty when the text is not Base64.
+std::string certificateOctets(const xmlNode* element) {
+    try {
+        return octetsOf(element);
+    } catch (const Refusal&) {
+        return {};
+    }
+}
+
 } // namespace
 
 ReadCertificate readCertificate(std::string der) {
@@ -111,7 +119,7 @@ CarriedCertificates carriedCertificates(const xmlNode* keyInfo) {
         if (++count > limits::certificatesPerSignature) {
             unknown("the signature carries more certificates than are tried here");
         }
-        ReadCertificate one = readCertificate(base64::decode(textOf(element)));
+        ReadCertificate one = readCertificate(certificateOctets(element));
         found.damaged = found.damaged || !one.certificate;
         found.unsupported = found.unsupported || (one.certificate && one.key == nullptr);
         const bool repeated = std::any_of(found.usable.begin(), found.usable.end(),

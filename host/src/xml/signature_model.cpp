@@ -9,7 +9,6 @@
 #include <libxml/tree.h>
 
 #include <array>
-#include <optional>
 #include <string_view>
 
 namespace orvik::plugin::xml::internal {
@@ -80,26 +79,6 @@ std::vector<std::string> inclusivePrefixes(const xmlNode* list) {
     return prefixes;
 }
 
-/// The canonical form of a method or transform element; nothing when its algorithm is another.
-std::optional<CanonicalForm> canonicalForm(const xmlNode* element) {
-    const std::string uri = attributeOf(element, "Algorithm");
-    for (const CanonicalName& known : canonicalNames) {
-        if (known.uri != uri) {
-            continue;
-        }
-        CanonicalForm form{known.method, {}};
-        for (const xmlNode* child : childElements(element)) {
-            if (known.method != CanonicalMethod::exclusive || !isElement(child, "InclusiveNamespaces", exclusiveC14n) ||
-                !form.inclusivePrefixes.empty()) {
-                invalid("the signature's canonicalization has a parameter that is not allowed");
-            }
-            form.inclusivePrefixes = inclusivePrefixes(child);
-        }
-        return form;
-    }
-    return {};
-}
-
 /// Whether the expression is exactly "not(ancestor-or-self::P:Signature)", P a prefix of XML-DSig's namespace. Blanks
 /// inside can change what an expression means, and are not allowed anywhere.
 bool takesSignaturesOut(const xmlNode* xpath) {
@@ -143,7 +122,7 @@ void readTransforms(const xmlNode* transforms, Reference& reference) {
             reference.withoutSignature = true;
         } else if (uri == xpathTransform) {
             readXpath(transform, reference);
-        } else if (auto form = canonicalForm(transform)) {
+        } else if (auto form = readCanonicalForm(transform)) {
             reference.form = std::move(*form);
             canonical = true;
         } else {
@@ -183,7 +162,7 @@ Reference readReference(const xmlNode* node) {
 void readSignedInfo(const xmlNode* info, SignatureModel& model) {
     Children children(info);
     const xmlNode* canonicalization = children.need("CanonicalizationMethod");
-    auto form = canonicalForm(canonicalization);
+    auto form = readCanonicalForm(canonicalization);
     if (!form) {
         unknown("the signature uses a canonicalization that is not supported: " +
                 shown(attributeOf(canonicalization, "Algorithm")));
@@ -208,6 +187,25 @@ void readSignedInfo(const xmlNode* info, SignatureModel& model) {
 }
 
 } // namespace
+
+std::optional<CanonicalForm> readCanonicalForm(const xmlNode* element) {
+    const std::string uri = attributeOf(element, "Algorithm");
+    for (const CanonicalName& known : canonicalNames) {
+        if (known.uri != uri) {
+            continue;
+        }
+        CanonicalForm form{known.method, {}};
+        for (const xmlNode* child : childElements(element)) {
+            if (known.method != CanonicalMethod::exclusive || !isElement(child, "InclusiveNamespaces", exclusiveC14n) ||
+                !form.inclusivePrefixes.empty()) {
+                invalid("the signature's canonicalization has a parameter that is not allowed");
+            }
+            form.inclusivePrefixes = inclusivePrefixes(child);
+        }
+        return form;
+    }
+    return {};
+}
 
 std::vector<const xmlNode*> signatureNodes(const xmlDoc* document) {
     std::vector<const xmlNode*> found;

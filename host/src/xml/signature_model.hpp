@@ -2,6 +2,7 @@
 
 #include "canonical.hpp"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,10 @@ struct SignatureModel {
     std::vector<Reference> references;
     std::string value;
 };
+
+/// The canonical form that a method or transform element asks for; nullopt when its algorithm is another. Throws
+/// Refusal: invalid for a parameter that is not allowed, unknown for a list of prefixes that is too long.
+std::optional<CanonicalForm> readCanonicalForm(const xmlNode* element);
 
 /// Every dsig:Signature element of the document, in document order.
 std::vector<const xmlNode*> signatureNodes(const xmlDoc* document);

@@ -35,6 +35,27 @@ constexpr std::array allowedAttributes = {
     AllowedAttribute{"DigestMethod", "Algorithm"},
     AllowedAttribute{"Transform", "Algorithm"},
     AllowedAttribute{"QualifyingProperties", "Target"},
+    // Of XAdES and of signatures in its unsigned properties.
+    AllowedAttribute{"CanonicalizationMethod", "Algorithm"},
+    AllowedAttribute{"EncapsulatedTimeStamp", "Encoding"},
+    AllowedAttribute{"EncapsulatedX509Certificate", "Encoding"},
+    AllowedAttribute{"EncapsulatedCRLValue", "Encoding"},
+    AllowedAttribute{"EncapsulatedOCSPValue", "Encoding"},
+    AllowedAttribute{"OtherCertificate", "Encoding"},
+    AllowedAttribute{"Include", "URI"},
+    AllowedAttribute{"Include", "referencedData"},
+    AllowedAttribute{"Reference", "URI"},
+    AllowedAttribute{"Reference", "Type"},
+    AllowedAttribute{"SignatureMethod", "Algorithm"},
+    AllowedAttribute{"SignatureProperty", "Target"},
+    AllowedAttribute{"CRLIdentifier", "URI"},
+    AllowedAttribute{"OCSPIdentifier", "URI"},
+    AllowedAttribute{"CertRefs", "URI"},
+    AllowedAttribute{"Cert", "URI"},
+    AllowedAttribute{"Identifier", "Qualifier"},
+    AllowedAttribute{"ReferenceInfo", "URI"},
+    AllowedAttribute{"TimeStampValidationData", "URI"},
+    AllowedAttribute{"SignaturePolicyStore", "Target"},
 };
 
 bool hasForeignAttribute(const xmlNode* element) {
@@ -114,8 +135,8 @@ bool isOfDsig(const xmlNode* element) {
     return ns == dsigNs || ns == dsig11Ns;
 }
 
-/// Whether unsigned properties hold, on any level, an element that neither XAdES nor XML-DSig defines, a processing
-/// instruction, or text beside elements. The properties and their kinds hold elements alone.
+/// Whether unsigned properties hold, on any level, an element or attribute that neither XAdES nor XML-DSig defines, a
+/// processing instruction, or text beside elements. The properties and their kinds hold elements alone.
 bool isForeignToProperties(const xmlNode* properties) {
     bool foreign = hasText(properties);
     for (const xmlNode* kind = properties->children; kind != nullptr; kind = kind->next) {
@@ -124,16 +145,24 @@ bool isForeignToProperties(const xmlNode* properties) {
     forEachNode(properties, [&](const xmlNode* node) {
         const bool element = node->type == XML_ELEMENT_NODE;
         foreign = foreign || node->type == XML_PI_NODE ||
-                  (element && ((!isOfXades(node) && !isOfDsig(node)) || mixesTextAndElements(node)));
+                  (element && ((!isOfXades(node) && !isOfDsig(node)) || hasForeignAttribute(node) ||
+                               mixesTextAndElements(node)));
     });
     return foreign;
 }
 
+/// Whether the properties say that they are those of another signature.
+bool targetsAnother(const xmlNode* properties, const SignatureModel& signature) {
+    return xmlHasProp(const_cast<xmlNode*>(properties), toXml("Target")) != nullptr &&
+           attributeOf(properties, "Target") != "#" + attributeOf(signature.node, "Id");
+}
+
 /// Whether properties that no reference covers hold more than XAdES's unsigned properties: SignedProperties, which
-/// readers take for signed, or content of others.
+/// readers take for signed, or content of others; or are those of another signature.
 bool hasForeignProperties(const xmlNode* properties, const SignatureModel& signature,
                           const std::vector<const xmlNode*>& targets) {
-    if (hasForeignAttribute(properties) || mixesTextAndElements(properties) || hasText(properties)) {
+    if (hasForeignAttribute(properties) || targetsAnother(properties, signature) || mixesTextAndElements(properties) ||
+        hasText(properties)) {
         return true;
     }
     for (const xmlNode* part = properties->children; part != nullptr; part = part->next) {
@@ -146,7 +175,7 @@ bool hasForeignProperties(const xmlNode* properties, const SignatureModel& signa
         if (isCovered(part, signature, targets)) {
             continue;
         }
-        if (!isUnsignedProperties(part) || isForeignToProperties(part)) {
+        if (!isXades(part, "UnsignedProperties") || isForeignToProperties(part)) {
             return true;
         }
     }

@@ -7,9 +7,12 @@
 #include "refusal.hpp"
 #include "signature_algorithms.hpp"
 #include "signature_model.hpp"
+#include "signature_timestamps.hpp"
+#include "signed_properties.hpp"
 #include "signer.hpp"
 
 #include <algorithm>
+#include <cstddef>
 #include <optional>
 
 namespace orvik::plugin::xml {
@@ -25,6 +28,7 @@ struct Check {
     Targets targets;
     DocumentFindings findings;
     CanonicalBudget budget{limits::canonicalOctets, limits::canonicalSteps};
+    std::size_t keysLeft = limits::keysTried;
 };
 
 std::vector<const xmlNode*> targetsOf(const SignatureModel& signature, const Targets& targets) {
@@ -64,6 +68,19 @@ std::vector<crypto::Weakness> weakOf(const SignatureModel& signature, const Dige
     return weak;
 }
 
+void describe(const FoundSigner& signer, const SignedProperties& properties, const Coverage& coverage,
+              XmlSignatureResult& result) {
+    result.certificate = signer.certificate;
+    result.certificateProtected = signer.certificateProtected;
+    result.signingTime = properties.signingTime;
+    result.wholeDocument = coverage.gap.empty();
+    result.covered = coverage.parts;
+    result.notCovered = coverage.notCovered;
+    if (!signer.certificate.empty() && !signer.certificateProtected) {
+        result.notCovered.emplace_back("the signer's certificate");
+    }
+}
+
 /// Fills the result; throws Refusal when the signature is not valid.
 void judge(const SignatureModel& signature, Check& check, XmlSignatureResult& result) {
     const auto targets = targetsOf(signature, check.targets);
@@ -76,18 +93,14 @@ void judge(const SignatureModel& signature, Check& check, XmlSignatureResult& re
     }
     const DigestAlgorithm& digest = digestAlgorithm(algorithm->digest);
     result.digestAlgorithm = digest.oid;
+    const SignedProperties properties = signedProperties(signature, targets);
+    const std::string over = signedDigest(signature, digest);
     const FoundSigner signer =
-        findSigner(signature, targets, *algorithm, signedDigest(signature, digest), check.options);
-    Coverage coverage = coverageOf(signature, targets, check.findings);
-    result.certificate = signer.certificate;
-    result.certificateProtected = signer.certificateProtected;
+        findSigner({signature, targets, *algorithm, over, properties, check.keysLeft}, check.options);
+    const Coverage coverage = coverageOf(signature, targets, check.findings);
+    describe(signer, properties, coverage, result);
+    result.timestamps = signatureTimestamps(signature, check.budget);
     result.weak = weakOf(signature, digest, signer);
-    result.wholeDocument = coverage.gap.empty();
-    result.covered = std::move(coverage.parts);
-    result.notCovered = std::move(coverage.notCovered);
-    if (!signer.certificate.empty() && !signer.certificateProtected) {
-        result.notCovered.emplace_back("the signer's certificate");
-    }
     const auto broken = std::find_if(result.weak.begin(), result.weak.end(), [](const crypto::Weakness& weakness) {
         return weakness.level == crypto::WeaknessLevel::never;
     });

@@ -1,53 +1,45 @@
 #include "xades.hpp"
 
-#include "coverage.hpp"
 #include "nodes.hpp"
 #include "refusal.hpp"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 
 namespace orvik::plugin::xml::internal {
 
 namespace {
 
-constexpr std::array namespaces = {"http://uri.etsi.org/01903/v1.3.2#", "http://uri.etsi.org/01903/v1.2.2#",
-                                   "http://uri.etsi.org/01903/v1.1.1#"};
+constexpr std::array namespaces = {xadesNs, "http://uri.etsi.org/01903/v1.2.2#", "http://uri.etsi.org/01903/v1.1.1#"};
 constexpr const char* timeStampNamespace = "http://uri.etsi.org/01903/v1.4.1#"; // of properties alone
-constexpr std::size_t mostNamed = 4; // honest signatures have one such property, or one of either version
+
+template <class Matches>
+std::size_t countChildren(const xmlNode* parent, Matches matches) {
+    std::size_t count = 0;
+    for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
+        count += static_cast<std::size_t>(matches(child));
+    }
+    return count;
+}
+
+void requireOneOfEachKind(const xmlNode* properties) {
+    constexpr std::array kinds = {"SignedProperties", "UnsignedProperties"};
+    for (const char* kind : kinds) {
+        if (countChildren(properties, [&](const xmlNode* child) { return isXades(child, kind); }) > 1) {
+            invalid(std::string("the signature has more than one ") + kind);
+        }
+    }
+}
+
+} // namespace
 
 bool isXades(const xmlNode* node, const char* name) {
     return std::any_of(namespaces.begin(), namespaces.end(), [&](const char* ns) { return isElement(node, name, ns); });
 }
 
-/// The first element of that name in the subtree of XAdES; null when there is none.
-const xmlNode* find(const xmlNode* top, bool (*matches)(const xmlNode*)) {
-    const xmlNode* found = nullptr;
-    forEachNode(top, [&](const xmlNode* node) { found = found == nullptr && matches(node) ? node : found; });
-    return found;
-}
-
-NamedCertificate named(const xmlNode* property) {
-    const xmlNode* const digest = find(property, [](const xmlNode* node) { return isXades(node, "CertDigest"); });
-    const auto parts = digest == nullptr ? std::vector<const xmlNode*>() : childElements(digest);
-    if (parts.size() != 2 || !isElement(parts[0], "DigestMethod") || !isElement(parts[1], "DigestValue")) {
-        invalid("the signature's signing-certificate property names no certificate");
-    }
-    return {attributeOf(parts[0], "Algorithm"), octetsOf(parts[1])};
-}
-
-bool isSigningCertificate(const xmlNode* node) {
-    return isXades(node, "SigningCertificate") || isXades(node, "SigningCertificateV2");
-}
-
-} // namespace
-
 bool isQualifyingProperties(const xmlNode* node) {
     return isXades(node, "QualifyingProperties");
-}
-
-bool isUnsignedProperties(const xmlNode* node) {
-    return isXades(node, "UnsignedProperties");
 }
 
 bool isOfXades(const xmlNode* element) {
@@ -57,15 +49,26 @@ bool isOfXades(const xmlNode* element) {
                        [&](const char* known) { return xmlStrEqual(ns, toXml(known)) != 0; });
 }
 
-std::vector<NamedCertificate> namedCertificates(const SignatureModel& signature,
-                                                const std::vector<const xmlNode*>& targets) {
-    std::vector<NamedCertificate> found;
+const xmlNode* xadesChild(const xmlNode* parent, const char* name) {
+    const xmlNode* child = parent == nullptr ? nullptr : parent->children;
+    while (child != nullptr && !isXades(child, name)) {
+        child = child->next;
+    }
+    return child;
+}
+
+const xmlNode* qualifyingPropertiesOf(const SignatureModel& signature) {
+    const xmlNode* found = nullptr;
+    std::size_t count = 0;
     for (const xmlNode* object : signature.objects) {
-        forEachNode(object, [&](const xmlNode* node) {
-            if (isSigningCertificate(node) && found.size() < mostNamed && isCovered(node, signature, targets)) {
-                found.push_back(named(node));
-            }
-        });
+        count += countChildren(object, isQualifyingProperties);
+        found = found == nullptr ? xadesChild(object, "QualifyingProperties") : found;
+    }
+    if (count > 1) {
+        invalid("the signature has more than one QualifyingProperties");
+    }
+    if (found != nullptr) {
+        requireOneOfEachKind(found);
     }
     return found;
 }

@@ -3,6 +3,7 @@
 #include "orvik/plugin/crypto/weak_algorithms.hpp"
 #include "orvik/plugin/export.hpp"
 
+#include <boost/date_time/posix_time/ptime.hpp>
 #include <boost/smart_ptr/shared_ptr.hpp>
 
 #include <cstddef>
@@ -47,6 +48,16 @@ struct XmlCoveredPart {
     std::string id;   ///< the identifier by which the signature names it; empty for the document
 };
 
+/// A time-stamp on a signature's value (SignatureTimeStamp, ETSI EN 319 132-1), not judged:
+/// crypto::cadest::TimestampTools::judge() does.
+struct XmlTimestamp {
+    std::string token;   ///< DER or BER of the RFC 3161 token; empty when there is a problem
+    std::string octets;  ///< what the token must be for: the canonical form of the SignatureValue element
+    std::string problem; ///< why there is nothing to judge; empty when there is
+    /// valid without a problem; else invalid (not of the required form) or unknown (not supported).
+    XmlSignatureVerdict form = XmlSignatureVerdict::valid;
+};
+
 /// One signature found in a document. Texts are English and ASCII unless stated otherwise.
 struct XmlSignatureResult {
     bool valid = false;      ///< verdict is valid
@@ -62,6 +73,8 @@ struct XmlSignatureResult {
     std::vector<std::string> notCovered; ///< what of the document the signature does not protect
     std::vector<crypto::Weakness> weak;  ///< broken or weak algorithms that the signature depends on
     std::string digestAlgorithm;         ///< OID of the digest that was signed; empty when it is not known
+    boost::posix_time::ptime signingTime; ///< UTC, the signer's own statement (XAdES); not set without one
+    std::vector<XmlTimestamp> timestamps; ///< when the signature's value fits the certificate's key, else empty
 };
 
 /// What is accepted beyond signatures of whole documents by certificates in them.
