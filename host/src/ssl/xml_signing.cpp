@@ -29,18 +29,17 @@ using namespace xml::internal; // NOLINT(google-build-using-namespace): the part
 void requireSignable(const xmlDoc* document) {
     if (!signatureNodes(document).empty()) {
         refuseDocument("the XML document is already signed: another signature would change what the "
-                                      "first one covers");
+                       "first one covers");
     }
     if (lookAt(document).partedText) {
         refuseDocument("a comment or CDATA section parts a text of the XML document, which a signature "
-                                      "would not cover");
+                       "would not cover");
     }
 }
 
 /// Hashes the exclusive canonical form of the document, or of the subtree at `apex`.
 void feed(crypto::IHash& hash, const xmlDoc* document, const xmlNode* apex = nullptr) {
-    CanonicalBudget budget{limits::canonicalOctets,
-                                          limits::canonicalSteps};
+    CanonicalBudget budget{limits::canonicalOctets, limits::canonicalSteps};
     hash.initialize();
     try {
         canonicalize(document, apex, {}, {}, budget, [&hash](std::string_view octets) {
@@ -130,8 +129,8 @@ void signXml(xmlDocPtr document, const XmlSigner& signer) {
     if (signer.signingTime) {
         const xmlNodePtr properties = addSignedProperties(signature, statementOf(signer));
         object = properties->parent->parent;
-        references.push_back({"#" + attributeOf(properties, "Id"), signedPropertiesType, false,
-                              digestOf(signer, document, properties)});
+        references.push_back(
+            {"#" + attributeOf(properties, "Id"), signedPropertiesType, false, digestOf(signer, document, properties)});
         xmlUnlinkNode(object);
     }
     const xmlNodePtr info = addSignedInfo(signature, signer.method, references);

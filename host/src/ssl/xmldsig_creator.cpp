@@ -112,8 +112,8 @@ bool Creator::initializeImpl(const IDataHandler::Params& params) {
     if (!provider) {
         refuse(CryptoException::Code::noProvider);
     }
-    context_ = std::make_unique<Context>(
-        Context{{certificate, std::move(provider), signingMethod(*certificate), time}, {}});
+    context_ =
+        std::make_unique<Context>(Context{{certificate, std::move(provider), signingMethod(*certificate), time}, {}});
     return true;
 }
 

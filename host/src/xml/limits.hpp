@@ -31,10 +31,10 @@ inline constexpr std::size_t certificatesPerSignature = 16;
 inline constexpr std::size_t prefixesPerList = 64;          ///< of an InclusiveNamespaces
 inline constexpr std::size_t signedInfoOctets = 1UL << 20U; ///< canonical form of a SignedInfo
 
-inline constexpr std::size_t keysTried = 256;                       ///< of all signatures; the largest take 6 ms each
-inline constexpr std::size_t timestampsPerSignature = 8;            ///< tokens; an honest one has one or two
-inline constexpr std::size_t tokenOctets = 1UL << 20U;              ///< of a time-stamp token, with certificates and CRLs
-inline constexpr std::size_t signatureValueOctets = 1UL << 16U;     ///< canonical, when a time-stamp is for it
+inline constexpr std::size_t keysTried = 256;                   ///< of all signatures; the largest take 6 ms each
+inline constexpr std::size_t timestampsPerSignature = 8;        ///< tokens; an honest one has one or two
+inline constexpr std::size_t tokenOctets = 1UL << 20U;          ///< of a time-stamp token, with certificates and CRLs
+inline constexpr std::size_t signatureValueOctets = 1UL << 16U; ///< canonical, when a time-stamp is for it
 
 /// Canonical octets that all references of a document may produce. The slowest digest (GOST R 34.11-94) takes about
 /// three seconds for as many.

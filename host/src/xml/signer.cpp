@@ -36,8 +36,7 @@ FoundSigner choose(const std::vector<const ReadCertificate*>& fitting, const Sig
     }
     FoundSigner signer = describe((*named)->key);
     signer.certificate = (*named)->der;
-    signer.certificateProtected =
-        !names.empty() || isCovered(check.signature.keyInfo, check.signature, check.targets);
+    signer.certificateProtected = !names.empty() || isCovered(check.signature.keyInfo, check.signature, check.targets);
     return signer;
 }
 

@@ -32,9 +32,9 @@ struct SignatureToCheck {
 };
 
 /// Checks the signature's value with the key of the certificate in the options, then with those that the signature
-/// carries. Of several carried certificates with the key that fits, the one that the signature protects is the signer's.
-/// Throws Refusal: invalid when no key fits or when a property of XAdES names another certificate, unknown when no
-/// certificate with a key of the signature's algorithm is at hand, and when the keys are more than are tried.
+/// carries. Of several carried certificates with the key that fits, the one that the signature protects is the
+/// signer's. Throws Refusal: invalid when no key fits or when a property of XAdES names another certificate, unknown
+/// when no certificate with a key of the signature's algorithm is at hand, and when the keys are more than are tried.
 FoundSigner findSigner(const SignatureToCheck& check, const XmlVerifyOptions& options);
 
 } // namespace orvik::plugin::xml::internal

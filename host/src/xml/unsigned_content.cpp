@@ -145,8 +145,8 @@ bool isForeignToProperties(const xmlNode* properties) {
     forEachNode(properties, [&](const xmlNode* node) {
         const bool element = node->type == XML_ELEMENT_NODE;
         foreign = foreign || node->type == XML_PI_NODE ||
-                  (element && ((!isOfXades(node) && !isOfDsig(node)) || hasForeignAttribute(node) ||
-                               mixesTextAndElements(node)));
+                  (element &&
+                   ((!isOfXades(node) && !isOfDsig(node)) || hasForeignAttribute(node) || mixesTextAndElements(node)));
     });
     return foreign;
 }

@@ -26,7 +26,8 @@ xmlNodePtr addProperties(xmlNodePtr signature) {
 /// The properties' UnsignedSignatureProperties; made, with the UnsignedProperties around them, where they are missing.
 xmlNodePtr unsignedSignatureProperties(xmlNodePtr properties) {
     const xmlNode* const known = xadesChild(properties, "UnsignedProperties");
-    const xmlNodePtr all = known == nullptr ? addChild(properties, "UnsignedProperties") : const_cast<xmlNodePtr>(known);
+    const xmlNodePtr all =
+        known == nullptr ? addChild(properties, "UnsignedProperties") : const_cast<xmlNodePtr>(known);
     if (const xmlNode* const found = xadesChild(all, "UnsignedSignatureProperties")) {
         return const_cast<xmlNodePtr>(found);
     }
@@ -53,7 +54,8 @@ void requireUnsigned(const xmlNode* node, const SignatureModel& signature, const
 xmlNodePtr propertiesOf(const SignatureModel& signature, const std::vector<const xmlNode*>& targets) {
     if (const xmlNode* const found = qualifyingPropertiesOf(signature)) {
         if (!isElement(found, "QualifyingProperties", xadesNs)) {
-            refuseDocument("the signature has properties of an older version of XAdES, which time-stamps are not added to");
+            refuseDocument(
+                "the signature has properties of an older version of XAdES, which time-stamps are not added to");
         }
         requireUnsigned(found, signature, targets);
         return const_cast<xmlNodePtr>(found);
@@ -78,11 +80,13 @@ xmlNodePtr addSignedProperties(xmlNodePtr signature, const SignerStatement& stat
     return signedProperties;
 }
 
-void addTimestamp(const SignatureModel& signature, const std::vector<const xmlNode*>& targets,
-                  const std::string& token) {
-    const xmlNodePtr properties = propertiesOf(signature, targets);
-    const xmlNodePtr place = unsignedSignatureProperties(properties);
+xmlNodePtr timestampPlace(const SignatureModel& signature, const std::vector<const xmlNode*>& targets) {
+    const xmlNodePtr place = unsignedSignatureProperties(propertiesOf(signature, targets));
     requireUnsigned(place, signature, targets);
+    return place;
+}
+
+void addTimestamp(xmlNodePtr place, const std::string& token) {
     const xmlNodePtr timestamp = addChild(place, "SignatureTimeStamp");
     addAttribute(timestamp, "Id", newIdentifier("timestamp-"));
     addMethod(timestamp, "CanonicalizationMethod", dsigAt(timestamp), exclusiveC14n);

@@ -20,11 +20,13 @@ struct SignerStatement {
 /// XML-DSig's, and gives it an identifier. Returns the SignedProperties, whose attribute Id is new, too.
 xmlNodePtr addSignedProperties(xmlNodePtr signature, const SignerStatement& statement);
 
-/// Adds a SignatureTimeStamp with the token, which is for the exclusive canonical form, to the signature, with the
-/// elements around it where they are missing. `targets` are those of the signature's references. Throws CryptoException
+/// The place of a new time-stamp in the signature's properties: an UnsignedSignatureProperties, which is made, with the
+/// elements around it, where it is missing. `targets` are those of the signature's references. Throws CryptoException
 /// unknownFormat when a reference covers the place, Refusal (invalid) when the signature's properties are not of the
 /// required form.
-void addTimestamp(const SignatureModel& signature, const std::vector<const xmlNode*>& targets,
-                  const std::string& token);
+xmlNodePtr timestampPlace(const SignatureModel& signature, const std::vector<const xmlNode*>& targets);
+
+/// Adds a SignatureTimeStamp with the token, which is for the exclusive canonical form, to that place.
+void addTimestamp(xmlNodePtr place, const std::string& token);
 
 } // namespace orvik::plugin::xml::internal

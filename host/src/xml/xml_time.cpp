@@ -46,9 +46,8 @@ std::optional<times::time_duration> zoneOf(std::string_view text) {
 } // namespace
 
 times::ptime timeOf(const std::string& text) {
-    const std::string trimmed = boost::algorithm::trim_copy_if(text, [](char c) {
-        return std::string_view(" \t\r\n").find(c) != std::string_view::npos;
-    });
+    const std::string trimmed = boost::algorithm::trim_copy_if(
+        text, [](char c) { return std::string_view(" \t\r\n").find(c) != std::string_view::npos; });
     if (trimmed.size() <= secondsEnd) {
         return {};
     }

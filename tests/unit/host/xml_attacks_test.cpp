@@ -564,9 +564,36 @@ TEST(XmlAttacks, NamesThatAreNotSignedDoNotProtectANamespace) {
     for (const std::string& changed : {text, element, attribute}) {
         const auto result = worst(changed, {});
         ASSERT_TRUE(result);
-        EXPECT_TRUE(result->valid) << result->reason;
+        EXPECT_EQ(result->valid, changed != attribute) << result->reason;
         EXPECT_THAT(result->notCovered, testing::Contains(looseNamespaces)) << changed;
     }
+}
+
+// A key of 16,384 bits takes some milliseconds, and every signature may carry sixteen.
+TEST(XmlAttacks, TheKeysOfADocumentAreTriedWithinABound) {
+    const test_support::Openssl openssl(honest().other.folder());
+    std::string certificates;
+    for (const char* name : {"1", "2", "3", "4", "5"}) {
+        openssl.must({"req", "-x509", "-new", "-key", "key.pem", "-outform", "DER", "-out", "many.der", "-subj",
+                      std::string("/CN=") + name});
+        certificates +=
+            "<X509Certificate>" + base64::encode(honest().other.folder().read("many.der")) + "</X509Certificate>";
+    }
+    const std::string own = part(honest().part, "<X509Certificate>", "</X509Certificate>");
+    const std::string foreign = signatureOf(replaced(honest().part, own, certificates));
+    std::string text = honest().part;
+    for (int i = 0; i < 60; ++i) { // 300 keys
+        text = replaced(text, "</doc>", foreign + "</doc>");
+    }
+    XmlDocument parsed(text.data(), text.size());
+    XmlVerifyOptions parts;
+    parts.allowPartial = true;
+    const auto results = orvik::plugin::xml::verifyXmlSignatures(parsed, {}, parts);
+    ASSERT_EQ(results.size(), 61U);
+    EXPECT_TRUE(results[0].valid) << results[0].reason;
+    EXPECT_EQ(results[51].verdict, XmlSignatureVerdict::invalid) << "the last whose keys are all tried";
+    EXPECT_EQ(results[52].verdict, XmlSignatureVerdict::unknown);
+    EXPECT_THAT(results[60].reason, testing::HasSubstr("more keys than are tried"));
 }
 
 TEST(XmlAttacks, NamesThatAreSignedProtectANamespace) {

@@ -122,14 +122,15 @@ TEST_F(XmlSigner, ThatAnUnsignedPropertyNamesIsNotProtected) {
 }
 
 TEST_F(XmlSigner, MayHavePropertiesAddedAfterSigning) {
-    const auto result =
-        checkOne(replaced(sign("", ""), "</Signature>",
-                          "<Object><x:QualifyingProperties xmlns:x=\"http://uri.etsi.org/01903/v1.3.2#\">"
-                          "<x:UnsignedProperties><x:UnsignedSignatureProperties><x:SignatureTimeStamp/>"
-                          "</x:UnsignedSignatureProperties></x:UnsignedProperties>"
-                          "</x:QualifyingProperties></Object></Signature>"));
+    const auto result = checkOne(
+        replaced(sign("", ""), "</Signature>",
+                 "<Object><x:QualifyingProperties xmlns:x=\"http://uri.etsi.org/01903/v1.3.2#\">"
+                 "<x:UnsignedProperties><x:UnsignedSignatureProperties><x:SignatureTimeStamp/><x:CertificateValues/>"
+                 "</x:UnsignedSignatureProperties></x:UnsignedProperties>"
+                 "</x:QualifyingProperties></Object></Signature>"));
     EXPECT_TRUE(result.valid) << result.reason;
     EXPECT_THAT(result.notCovered, Contains("unsigned properties in the signature"));
+    EXPECT_THAT(result.timestamps, testing::SizeIs(1)) << "it has no token";
 }
 
 TEST_F(XmlSigner, IsProtectedByAReferenceToItsPlace) {

@@ -1,18 +1,29 @@
 #include "xml_signing.hpp"
 
-#include "orvik/plugin/ssl/xmldsig_creator.hpp"
-
 #include "support/process.hpp"
 
 #include <algorithm>
 #include <stdexcept>
-#include <vector>
 
 namespace host_test {
 
 std::string signXml(const Signer& signer, const std::string& document, std::size_t chunk) {
+    return signXml(signer, document, {}, chunk);
+}
+
+bool xmlsecVerifies(const Signer& signer, const std::string& document, const std::vector<std::string>& more) {
+    signer.folder().write("judged.xml", document);
+    std::vector<std::string> command = {"xmlsec1",           "--verify",
+                                        "--pubkey-cert-pem", signer.folder() / "c.pem",
+                                        "--id-attr:Id",      "http://uri.etsi.org/01903/v1.3.2#:SignedProperties"};
+    command.insert(command.end(), more.begin(), more.end());
+    command.push_back(signer.folder() / "judged.xml");
+    return test_support::run(command).exit == 0;
+}
+
+std::string signXml(const Signer& signer, const std::string& document,
+                    orvik::plugin::ssl::xmldsig::Creator::Params params, std::size_t chunk) {
     orvik::plugin::ssl::xmldsig::Creator creator;
-    orvik::plugin::ssl::xmldsig::Creator::Params params;
     params.certificate = signer.certificate();
     creator.initialize(params);
     const std::size_t step = chunk == 0 ? document.size() : chunk;
@@ -36,7 +47,8 @@ std::string signTemplate(const Signer& signer, const std::string& text) {
     folder.write("template.xml", text);
     folder.write("hmac", "secret");
     const auto made = test_support::run({"xmlsec1", "--sign", "--id-attr:Id", "part", "--id-attr:Id", "doc",
-                                         "--id-attr:Id", "http://www.w3.org/2000/09/xmldsig#:Object", "--privkey-pem",
+                                         "--id-attr:Id", "http://www.w3.org/2000/09/xmldsig#:Object", "--id-attr:Id",
+                                         "http://uri.etsi.org/01903/v1.3.2#:SignedProperties", "--privkey-pem",
                                          (folder / "key.pem") + "," + (folder / "c.pem"), "--hmackey", folder / "hmac",
                                          "--output", folder / "out.xml", folder / "template.xml"});
     if (made.exit != 0) {

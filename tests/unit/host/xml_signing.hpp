@@ -1,14 +1,23 @@
 #pragma once
 
+#include "orvik/plugin/ssl/xmldsig_creator.hpp"
 #include "signer.hpp"
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace host_test {
 
 /// The document with an enveloped signature, fed to the framework's creator in chunks of that size (0: whole).
 std::string signXml(const Signer& signer, const std::string& document, std::size_t chunk = 0);
+
+/// The same with these parameters, to which the signer's certificate is added.
+std::string signXml(const Signer& signer, const std::string& document,
+                    orvik::plugin::ssl::xmldsig::Creator::Params params, std::size_t chunk = 0);
+
+/// Whether the xmlsec1 command verifies the document with the signer's certificate. `more` are options.
+bool xmlsecVerifies(const Signer& signer, const std::string& document, const std::vector<std::string>& more = {});
 
 /// The document with its Signature template filled in by the xmlsec1 command. Attributes "Id" of elements doc, part and
 /// Object are identifiers.

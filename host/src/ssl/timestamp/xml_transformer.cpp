@@ -1,8 +1,8 @@
 #include "authorities.hpp"
+#include "crypto/oids.hpp"
 #include "orvik/plugin/ssl/cadest_transformers.hpp"
 #include "orvik/plugin/xml/xml_document.hpp"
 #include "requirements.hpp"
-#include "crypto/oids.hpp"
 #include "transport.hpp"
 #include "xml/canonical.hpp"
 #include "xml/limits.hpp"
@@ -41,7 +41,8 @@ SignatureModel onlySignature(const xmlDoc* document) {
         refuseDocument("the XML document carries no signature to put a time-stamp on");
     }
     if (nodes.size() > 1) {
-        refuseDocument("the XML document carries several signatures: a time-stamp on one can change what another covers");
+        refuseDocument(
+            "the XML document carries several signatures: a time-stamp on one can change what another covers");
     }
     return readSignature(nodes.front());
 }
@@ -53,6 +54,7 @@ void stamp(xmlDoc* document, const std::string& addresses, const crypto::cadest:
     for (const Reference& reference : signature.references) {
         targets.push_back(all.of(reference));
     }
+    const xmlNodePtr place = timestampPlace(signature, targets);
     CanonicalBudget budget{limits::canonicalOctets, limits::canonicalSteps};
     const std::string octets = stampedOctets(signature, {}, budget);
     const std::string digest = imprintDigest(signature);
@@ -61,7 +63,7 @@ void stamp(xmlDoc* document, const std::string& addresses, const crypto::cadest:
             const std::string request = tools.makeRequestFor(octets, digest, nonce);
             return tools.tokenFor(octets, digest, internal::exchangeTimestamp(address, request), nonce);
         });
-    addTimestamp(signature, targets, token);
+    addTimestamp(place, token);
 }
 
 } // namespace

@@ -69,10 +69,10 @@ struct XmlSignatureResult {
     /// Whether the certificate is the caller's own, or the signature covers it (its KeyInfo or a XAdES
     /// signing-certificate property). If not, anybody can replace it with another certificate of the same key.
     bool certificateProtected = false;
-    std::vector<XmlCoveredPart> covered; ///< parts whose digests fit, in the order of the references
-    std::vector<std::string> notCovered; ///< what of the document the signature does not protect
-    std::vector<crypto::Weakness> weak;  ///< broken or weak algorithms that the signature depends on
-    std::string digestAlgorithm;         ///< OID of the digest that was signed; empty when it is not known
+    std::vector<XmlCoveredPart> covered;  ///< parts whose digests fit, in the order of the references
+    std::vector<std::string> notCovered;  ///< what of the document the signature does not protect
+    std::vector<crypto::Weakness> weak;   ///< broken or weak algorithms that the signature depends on
+    std::string digestAlgorithm;          ///< OID of the digest that was signed; empty when it is not known
     boost::posix_time::ptime signingTime; ///< UTC, the signer's own statement (XAdES); not set without one
     std::vector<XmlTimestamp> timestamps; ///< when the signature's value fits the certificate's key, else empty
 };
