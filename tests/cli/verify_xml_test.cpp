@@ -81,12 +81,20 @@ TEST_F(VerifyXml, APartIsValidOnlyWhenAskedAndIsListed) {
     EXPECT_THAT(refused.out, HasSubstr("covers only a part of the document"));
     const Outcome taken = place_.cli({"verify", "part.xml", "--allow-partial"});
     EXPECT_EQ(taken.exit, 0) << taken.out << taken.err;
+    EXPECT_THAT(taken.out, HasSubstr("the signer's certificate (not signed)"));
     EXPECT_THAT(taken.out, HasSubstr("covered      /order/sum[1] (Id s1)"));
     EXPECT_THAT(taken.out, HasSubstr("the rest of the document (not signed)"));
 }
 
-TEST_F(VerifyXml, SaysThatTheCertificateIsNotProtected) {
-    EXPECT_THAT(place_.cli({"verify", "signed.xml"}).out, HasSubstr("the signer's certificate (not signed)"));
+TEST_F(VerifyXml, ShowsTheSigningTimeAndThatTheCertificateIsProtected) {
+    const Outcome checking = place_.cli({"verify", "signed.xml"});
+    EXPECT_THAT(checking.out, testing::Not(HasSubstr("(not signed)")));
+    EXPECT_THAT(checking.out, HasSubstr("(the signer's own statement)"));
+    EXPECT_THAT(checking.out, HasSubstr("covered      the whole document\n"));
+    const Json document = place_.json({"verify", "signed.xml"});
+    EXPECT_EQ(document["covered"], Json::array({"/"}));
+    EXPECT_EQ(document["not_checked"], Json::array({"certificate chain"}));
+    EXPECT_THAT(document["signers"][0]["signing_time"].get<std::string>(), testing::MatchesRegex("20.*Z"));
 }
 
 TEST_F(VerifyXml, ReadsUtf16) {
@@ -138,7 +146,7 @@ TEST_F(VerifyXml, RecognisesUtf16WithoutByteOrderMark) {
 TEST_F(VerifyXml, TakesTheSignersCertificateFromTheUser) {
     const Outcome given = place_.cli({"verify", "signed.xml", "--signer-cert", "one.pem"});
     EXPECT_EQ(given.exit, 0) << given.out << given.err;
-    EXPECT_THAT(given.out, testing::Not(HasSubstr("the signer's certificate (not signed)")));
+    EXPECT_THAT(given.out, HasSubstr("CN=Signer one"));
     std::string text = place_.folder().read("signed.xml");
     const auto keyInfo = text.find("<KeyInfo");
     text.erase(keyInfo, text.find("</KeyInfo>") + 10 - keyInfo);

@@ -53,6 +53,7 @@ void take(XmlVerdict& verdict, const xml::XmlSignatureResult& signature) {
     signer.verdict = verdictOf(signature.verdict);
     signer.reason = signature.reason;
     signer.digestAlgorithm = signature.digestAlgorithm;
+    signer.signingTime = signature.signingTime;
     signer.weak = signature.weak;
     if (!signature.certificate.empty()) {
         signer.certificate = certificateFromDer(signature.certificate);
