@@ -25,9 +25,9 @@ constexpr std::array<std::uint8_t, gostKeySize> acpkmConstant = [] {
 void doubleBlock(std::span<std::uint8_t> block) noexcept {
     constexpr unsigned reduction64 = 0x1B;
     constexpr unsigned reduction128 = 0x87;
-    const unsigned carryOut = block.front() >> 7U;
+    const unsigned carryOut = static_cast<unsigned>(block.front()) >> 7U;
     for (std::size_t i = 0; i < block.size(); ++i) {
-        const unsigned next = i + 1 < block.size() ? block[i + 1] >> 7U : 0U;
+        const unsigned next = i + 1 < block.size() ? static_cast<unsigned>(block[i + 1]) >> 7U : 0U;
         block[i] = static_cast<std::uint8_t>(block[i] << 1U | next);
     }
     const unsigned reduction = block.size() == largestBlock ? reduction128 : reduction64;
