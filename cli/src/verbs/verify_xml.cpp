@@ -48,13 +48,34 @@ SignatureVerdict verdictOf(xml::XmlSignatureVerdict verdict) {
     }
 }
 
-void take(XmlVerdict& verdict, const xml::XmlSignatureResult& signature) {
+/// Those that cannot be judged for their form have a verdict all the same.
+std::vector<Timestamp> timestampsOf(const xml::XmlSignatureResult& signature, TimestampReader& reader) {
+    std::vector<Timestamp> all;
+    for (const xml::XmlTimestamp& stamp : signature.timestamps) {
+        if (stamp.problem.empty()) {
+            const auto judged = reader.read({stamp.token}, stamp.octets);
+            all.insert(all.end(), judged.begin(), judged.end());
+        } else {
+            Timestamp timestamp{};
+            timestamp.verdict = verdictOf(stamp.form);
+            timestamp.reason = stamp.problem;
+            all.push_back(timestamp);
+        }
+    }
+    return all;
+}
+
+void take(XmlVerdict& verdict, const xml::XmlSignatureResult& signature, TimestampReader& reader) {
     Signer signer;
     signer.verdict = verdictOf(signature.verdict);
     signer.reason = signature.reason;
     signer.digestAlgorithm = signature.digestAlgorithm;
     signer.signingTime = signature.signingTime;
     signer.weak = signature.weak;
+    signer.timestamps = timestampsOf(signature, reader);
+    if (anyUnknown(signer.timestamps)) {
+        addNew(verdict.notChecked, "time-stamp");
+    }
     if (!signature.certificate.empty()) {
         signer.certificate = certificateFromDer(signature.certificate);
     }
@@ -79,8 +100,9 @@ XmlVerdict verifyXml(Input& document, Coverage required, const CertificatePtr& s
     const std::string octets = readWhole(document);
     xml::XmlDocument parsed(octets.data(), octets.size());
     XmlVerdict verdict;
+    TimestampReader reader;
     for (const auto& signature : xml::verifyXmlSignatures(parsed, nullptr, options)) {
-        take(verdict, signature);
+        take(verdict, signature, reader);
     }
     return verdict;
 }

@@ -2,8 +2,11 @@
 
 #include "limits.hpp"
 #include "nodes.hpp"
+#include "ossl/owners.hpp"
 #include "refusal.hpp"
 #include "xades.hpp"
+
+#include <openssl/asn1.h>
 
 #include <array>
 #include <string_view>
@@ -11,6 +14,8 @@
 namespace orvik::plugin::xml::internal {
 
 namespace {
+
+using TypePtr = ssl::internal::Owned<ASN1_TYPE, ASN1_TYPE_free>;
 
 constexpr const char* timestampName = "SignatureTimeStamp";
 constexpr const char* tooMany = "the signature has more time-stamps than are judged here";
@@ -47,6 +52,10 @@ std::string tokenOf(const xmlNode* encapsulated) {
     std::string token = octetsOf(encapsulated);
     if (token.size() > limits::tokenOctets) {
         unknown("the time-stamp is larger than is read here");
+    }
+    const ssl::internal::ErrorMark mark;
+    if (!ssl::internal::fromDer<TypePtr>(token, d2i_ASN1_TYPE)) {
+        invalid("the time-stamp is not exactly one DER or BER value");
     }
     return token;
 }

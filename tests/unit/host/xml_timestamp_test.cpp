@@ -42,6 +42,11 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 
+/// DER of an OCTET STRING: what is taken for a token here.
+std::string tokenOf(const std::string& text) {
+    return std::string{'\x04', static_cast<char>(text.size())} + text;
+}
+
 constexpr const char* document = "<?xml version=\"1.0\"?>\n<order xmlns:x=\"urn:x\"><sum x:k='1'>100</sum></order>\n";
 
 /// Keeps what it is asked for, and takes every response for a token.
@@ -115,7 +120,7 @@ protected:
     }
 
     static std::string stamp(const std::string& text, const std::string& token = "token") {
-        HttpAuthority authority({response(token)});
+        HttpAuthority authority({response(tokenOf(token))});
         return stampAt(authority.url(), text);
     }
 
@@ -151,7 +156,7 @@ TEST_F(XmlTimestamps, AreForTheCanonicalSignatureValueAndFoundAgain) {
         const auto result = checkOne(stamped);
         EXPECT_TRUE(result.valid) << result.reason << stamped;
         ASSERT_THAT(result.timestamps, SizeIs(1));
-        EXPECT_EQ(result.timestamps[0].token, "token one");
+        EXPECT_EQ(result.timestamps[0].token, tokenOf("token one"));
         EXPECT_EQ(result.timestamps[0].octets, canonicalValue(text));
         EXPECT_EQ(result.timestamps[0].problem, "");
         EXPECT_THAT(result.notCovered, Not(Contains("unsigned properties in the signature")));
@@ -168,17 +173,17 @@ TEST_F(XmlTimestamps, AreAddedBesideEarlierOnes) {
     const auto result = checkOne(text);
     EXPECT_TRUE(result.valid) << result.reason;
     ASSERT_THAT(result.timestamps, SizeIs(2));
-    EXPECT_EQ(result.timestamps[0].token, "one");
-    EXPECT_EQ(result.timestamps[1].token, "two");
+    EXPECT_EQ(result.timestamps[0].token, tokenOf("one"));
+    EXPECT_EQ(result.timestamps[1].token, tokenOf("two"));
     EXPECT_EQ(tools_->stamped[0], tools_->stamped[1]);
 }
 
 TEST_F(XmlTimestamps, ComeFromTheFirstAuthorityThatGivesOne) {
     HttpAuthority page({response("<html>", "text/html")});
     HttpAuthority bad({response("bad")});
-    HttpAuthority good({response("token")});
+    HttpAuthority good({response(tokenOf("token"))});
     const std::string text = stampAt(page.url() + " " + bad.url() + " " + good.url(), signXml(signer_, document));
-    EXPECT_EQ(checkOne(text).timestamps.at(0).token, "token");
+    EXPECT_EQ(checkOne(text).timestamps.at(0).token, tokenOf("token"));
     EXPECT_THROW(stampAt("", signXml(signer_, document)), ApplicationException);
     HttpAuthority again({response("bad")});
     EXPECT_THROW(stampAt(again.url(), signXml(signer_, document)), ApplicationException);
@@ -202,7 +207,7 @@ TEST_F(XmlTimestamps, KeepTheNamespacesOfPropertiesMadeByOthers) {
     EXPECT_TRUE(result.valid) << result.reason << stamped;
     ASSERT_THAT(result.timestamps, SizeIs(1));
     EXPECT_EQ(result.timestamps[0].problem, "");
-    EXPECT_EQ(result.timestamps[0].token, "token");
+    EXPECT_EQ(result.timestamps[0].token, tokenOf("token"));
     EXPECT_EQ(result.timestamps[0].octets, tools_->stamped.back());
     EXPECT_LT(stamped.find("UnsignedSignatureProperties"), stamped.find("UnsignedDataObjectProperties"));
 }
@@ -234,8 +239,10 @@ TEST_F(XmlTimestamps, AreRefusedWhereTheyWouldChangeWhatIsSigned) {
 TEST_F(XmlTimestamps, OfADifferentFormAreNamed) {
     const std::string text = stamp(signXml(signer_, document));
     const std::string method = "<CanonicalizationMethod Algorithm=\"http://www.w3.org/2001/10/xml-exc-c14n#\"/>";
-    const std::string token =
-        "<xades:EncapsulatedTimeStamp>" + base64::encode("token") + "</xades:EncapsulatedTimeStamp>";
+    const auto stamped = [](const std::string& octets) {
+        return "<xades:EncapsulatedTimeStamp>" + base64::encode(octets) + "</xades:EncapsulatedTimeStamp>";
+    };
+    const std::string token = stamped(tokenOf("token"));
     struct Row {
         std::string with;
         XmlSignatureVerdict form;
@@ -248,6 +255,8 @@ TEST_F(XmlTimestamps, OfADifferentFormAreNamed) {
         {method, invalid, "holds no token"},
         {method + "<xades:EncapsulatedTimeStamp>!</xades:EncapsulatedTimeStamp>", invalid, "not Base64"},
         {method + "<xades:EncapsulatedTimeStamp/>", invalid, "not Base64"},
+        {method + stamped(tokenOf("token") + '\0'), invalid, "not exactly one"},
+        {method + stamped(tokenOf("token").substr(0, 5)), invalid, "not exactly one"},
         {method + replaced(token, "Stamp>", "Stamp Encoding=\"urn:x\">"), unknown, "encoding"},
         {method + "<xades:XMLTimeStamp/>", unknown, "not supported: XMLTimeStamp"},
         {"<xades:Include URI=\"#x\"/>" + method + token, unknown, "not supported: Include"},
@@ -274,7 +283,7 @@ TEST_F(XmlTimestamps, AreReadInEveryForm) {
               replaced(canonicalValue(text), "xmldsig#\"", "xmldsig#\" xmlns:x=\"urn:x\""));
     const auto several = checkOne(replaced(text, token, token + replaced(token, "Stamp>", "Stamp Id=\"t\">")));
     ASSERT_THAT(several.timestamps, SizeIs(2));
-    EXPECT_EQ(several.timestamps[1].token, "token");
+    EXPECT_EQ(several.timestamps[1].token, tokenOf("token"));
     EXPECT_EQ(several.timestamps[1].problem, "");
 }
 
