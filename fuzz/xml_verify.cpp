@@ -29,6 +29,12 @@ void judge(const std::uint8_t* data, std::size_t size) {
         require(!result.valid || result.wholeDocument, "valid means that the document is covered whole");
         require(!result.valid || !result.certificate.empty(), "valid means that the signer is known");
         require(!result.valid || lenient[i].valid, "what is valid stays so when parts are taken");
+        for (const xml::XmlTimestamp& stamp : result.timestamps) {
+            const bool readable = stamp.form == xml::XmlSignatureVerdict::valid;
+            require(readable == stamp.problem.empty(), "a problem exactly for a time-stamp that cannot be judged");
+            require(readable == !stamp.token.empty(), "a token exactly for a time-stamp that can be judged");
+            require(readable == !stamp.octets.empty(), "a time-stamp that can be judged is for something");
+        }
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <openssl/x509v3.h>
 
+#include <cstddef>
 #include <new>
 
 namespace orvik::plugin::xml::internal {
@@ -10,6 +11,7 @@ namespace {
 
 using ssl::internal::Owned;
 using NamesPtr = Owned<GENERAL_NAMES, GENERAL_NAMES_free>;
+constexpr std::size_t longestEncoding = 65536; // octets of an IssuerSerial; names decode to many times their size
 constexpr int longestSerial = 64; // octets; certificates have 20 at most, and the conversion is not linear
 
 using IntegerPtr = Owned<ASN1_INTEGER, ASN1_INTEGER_free>;
@@ -56,6 +58,9 @@ std::string issuerSerialOf(const X509& certificate) {
 }
 
 bool isIssuerSerialOf(const std::string& der, const X509& certificate) {
+    if (der.size() > longestEncoding) {
+        return false;
+    }
     const ssl::internal::ErrorMark mark;
     const auto* at = reinterpret_cast<const unsigned char*>(der.data());
     const auto* const end = at + der.size();

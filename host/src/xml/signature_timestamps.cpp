@@ -108,7 +108,9 @@ std::vector<XmlTimestamp> signatureTimestamps(const SignatureModel& signature, C
         if (!isXades(node, timestampName)) {
             continue;
         }
-        if (found.size() > limits::timestampsPerSignature) {
+        if (found.size() >= limits::timestampsPerSignature) {
+            found.resize(limits::timestampsPerSignature);
+            found.push_back({{}, {}, tooMany, XmlSignatureVerdict::unknown});
             break;
         }
         try {

@@ -75,7 +75,15 @@ TEST_F(XmlFuzzReplay, HoldsForDamagedDocumentsOfEveryForm) {
     replayDamaged(sign(referenceTemplate("#d1", itself + transformElement("http://www.w3.org/2006/12/xml-c14n11"))), 7);
     replayDamaged(sign(referenceTemplate("#p1", canonical)), 7);
     replayDamaged(sign(referenceTemplate("", itself) + referenceTemplate("#o1"), "<Object Id=\"o1\">x</Object>"), 7);
-    replayDamaged(host_test::signXml(signer, "<?xml version=\"1.0\"?>\n<invoice><sum>100</sum></invoice>"), 3);
+    const std::string withProperties = host_test::signXml(signer, "<?xml version=\"1.0\"?>\n<invoice/>");
+    replayDamaged(withProperties, 7);
+    replayDamaged(host_test::replaced(
+                      withProperties, "</xades:QualifyingProperties>",
+                      "<xades:UnsignedProperties><xades:UnsignedSignatureProperties><xades:SignatureTimeStamp>"
+                      "<CanonicalizationMethod Algorithm=\"http://www.w3.org/2001/10/xml-exc-c14n#\"/>"
+                      "<xades:EncapsulatedTimeStamp>MAMCAQE=</xades:EncapsulatedTimeStamp></xades:SignatureTimeStamp>"
+                      "</xades:UnsignedSignatureProperties></xades:UnsignedProperties></xades:QualifyingProperties>"),
+                  7);
 }
 
 TEST_F(XmlFuzzReplay, HoldsForPublishedDocuments) {

@@ -11,6 +11,7 @@
 
 #include <boost/date_time/posix_time/ptime.hpp>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <ctime>
 #include <string>
@@ -228,6 +229,29 @@ TEST_F(XmlForeignProperties, NameTheSignerByIssuerAndSerialNumberToo) {
     const auto right = checkOne(sign(named(decimal)));
     EXPECT_TRUE(right.valid) << right.reason << decimal;
     EXPECT_TRUE(right.certificateProtected);
+}
+
+// Each name of two octets becomes an object of a hundred.
+TEST_F(XmlForeignProperties, WithMillionsOfIssuersAreNotDecoded) {
+    std::string names;
+    for (int i = 0; i < 3000000; ++i) {
+        names += std::string("\x82\0", 2);
+    }
+    const auto length = [](std::size_t size) {
+        return std::string{'\x83', static_cast<char>(size >> 16U), static_cast<char>(size >> 8U),
+                           static_cast<char>(size)};
+    };
+    const std::string serial("\x02\x01\x01", 3);
+    const std::string issuer = "\x30" + length(names.size()) + names;
+    const std::string text = sign(namedV2("\x30" + length(issuer.size() + serial.size()) + issuer + serial));
+    const auto peak = [] {
+        rusage used{};
+        getrusage(RUSAGE_SELF, &used);
+        return used.ru_maxrss;
+    };
+    const auto before = peak();
+    expectInvalid(text, "names another certificate");
+    EXPECT_LT(peak() - before, 200L * 1024) << "KiB";
 }
 
 TEST_F(XmlForeignProperties, OfMoreThanOneKindAreRefused) {

@@ -303,6 +303,18 @@ TEST_F(XmlTimestamps, BeyondTheLimitStandForTheRest) {
     EXPECT_THAT(result.timestamps[8].problem, HasSubstr("more time-stamps than are judged"));
 }
 
+TEST_F(XmlTimestamps, WithoutTokensBeyondTheLimitAreNamedTogether) {
+    const std::string text = stamp(signXml(signer_, document));
+    std::string many = text;
+    for (int i = 0; i < 20; ++i) {
+        many.insert(many.find("<xades:SignatureTimeStamp"), "<xades:SignatureTimeStamp/>");
+    }
+    const auto result = checkOne(many);
+    ASSERT_THAT(result.timestamps, SizeIs(9));
+    EXPECT_EQ(result.timestamps[7].form, XmlSignatureVerdict::invalid);
+    EXPECT_THAT(result.timestamps[8].problem, HasSubstr("more time-stamps than are judged"));
+}
+
 TEST_F(XmlTimestamps, AreNotLookedForInASignatureThatDoesNotFit) {
     const std::string text = stamp(signXml(signer_, document));
     const auto result = checkOne(replaced(text, ">100<", ">101<"));
