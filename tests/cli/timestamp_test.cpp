@@ -1,0 +1,203 @@
+// Time-stamps: put on signatures, and judged.
+
+#include "cli/workplace.hpp"
+#include "support/servers/authority.hpp"
+
+#include <gmock/gmock.h>
+#include <openssl/cms.h>
+
+#include <filesystem>
+
+namespace cli_test {
+namespace {
+
+using test_servers::Authority;
+using test_servers::KeyKind;
+using test_servers::Owned;
+using testing::HasSubstr;
+using Message = Owned<CMS_ContentInfo, CMS_ContentInfo_free>;
+
+Message message(const std::string& der) {
+    const auto* at = reinterpret_cast<const unsigned char*>(der.data());
+    return Message(d2i_CMS_ContentInfo(nullptr, &at, static_cast<long>(der.size())));
+}
+
+CMS_SignerInfo* firstSigner(const Message& of) {
+    return sk_CMS_SignerInfo_value(CMS_get0_SignerInfos(of.get()), 0);
+}
+
+ASN1_TYPE* tokenOf(const Message& of) {
+    const int at = CMS_unsigned_get_attr_by_NID(firstSigner(of), NID_id_smime_aa_timeStampToken, -1);
+    return at < 0 ? nullptr : X509_ATTRIBUTE_get0_type(CMS_unsigned_get_attr(firstSigner(of), at), 0);
+}
+
+class Timestamp : public testing::Test {
+protected:
+    Timestamp() {
+        place_.makeSigner("one");
+        place_.folder().write("root.pem", authority_.rootPem());
+        sign("report.txt");
+    }
+
+    void sign(const std::string& file) const {
+        const Outcome signing = place_.cliWithPin({"sign", file, "--cert", "Signer one"});
+        ASSERT_EQ(signing.exit, 0) << signing.err;
+    }
+    [[nodiscard]] Outcome stamp(const std::vector<std::string>& paths, const std::string& out = "stamped.sig") const {
+        std::vector<std::string> words{"timestamp", "report.txt.sig", "--out", out};
+        for (const std::string& path : paths) {
+            words.insert(words.end(), {"--url", authority_.url(path)});
+        }
+        return place_.cli(words);
+    }
+    [[nodiscard]] Json verify(std::vector<std::string> more = {}, const std::string& file = "stamped.sig") const {
+        std::vector<std::string> words{"verify", file, "--content", "report.txt"};
+        words.insert(words.end(), more.begin(), more.end());
+        return place_.json(words);
+    }
+    [[nodiscard]] std::vector<std::string> chain(std::vector<std::string> more = {}) const {
+        std::vector<std::string> words{"--chain", "--anchor", "ca.pem", "--anchor", "root.pem"};
+        words.insert(words.end(), more.begin(), more.end());
+        return words;
+    }
+    [[nodiscard]] bool exists(const std::string& name) const { return std::filesystem::exists(place_.folder() / name); }
+    /// The token of `from` on the signature `onto`.
+    void moveToken(const std::string& from, const std::string& onto, const std::string& out) const {
+        const Message source = message(place_.folder().read(from));
+        const Message target = message(place_.folder().read(onto));
+        const ASN1_STRING* const token = tokenOf(source)->value.sequence;
+        ASSERT_EQ(CMS_unsigned_add1_attr_by_NID(firstSigner(target), NID_id_smime_aa_timeStampToken, V_ASN1_SEQUENCE,
+                                                ASN1_STRING_get0_data(token), ASN1_STRING_length(token)),
+                  1);
+        place_.folder().write(out, test_servers::toDer(target.get(), i2d_CMS_ContentInfo));
+    }
+
+    Workplace place_;
+    Authority authority_{KeyKind::gost2012_256};
+};
+
+TEST_F(Timestamp, IsPutOnASignatureAndOtherToolsAcceptBoth) {
+    const Outcome made = stamp({"/tsa"});
+    ASSERT_EQ(made.exit, 0) << made.err;
+    EXPECT_THAT(made.out, HasSubstr("Time-stamp authority"));
+    const Outcome judged = place_.openssl().run({"cms", "-verify", "-inform", "DER", "-in", "stamped.sig", "-content",
+                                                 "report.txt", "-binary", "-CAfile", "ca.pem", "-out", "openssl.out"});
+    EXPECT_EQ(judged.exit, 0) << judged.err;
+
+    const Message stamped = message(place_.folder().read("stamped.sig"));
+    const ASN1_STRING* const token = tokenOf(stamped)->value.sequence;
+    const ASN1_STRING* const value = CMS_SignerInfo_get0_signature(firstSigner(stamped));
+    const auto write = [&](const std::string& name, const ASN1_STRING* string) {
+        place_.folder().write(name, {reinterpret_cast<const char*>(ASN1_STRING_get0_data(string)),
+                                     static_cast<std::size_t>(ASN1_STRING_length(string))});
+    };
+    write("token.der", token);
+    write("value.bin", value);
+    place_.folder().write("issuer.pem", authority_.issuerPem());
+    const Outcome token_ok = place_.openssl().run({"ts", "-verify", "-token_in", "-in", "token.der", "-data",
+                                                   "value.bin", "-CAfile", "root.pem", "-untrusted", "issuer.pem"});
+    EXPECT_EQ(token_ok.exit, 0) << token_ok.err;
+}
+
+TEST_F(Timestamp, IsJudgedForEverySignerAndShown) {
+    ASSERT_EQ(stamp({"/tsa"}).exit, 0);
+    const Json verdict = verify();
+    EXPECT_EQ(verdict["valid"], true);
+    EXPECT_EQ(verdict["timestamp"]["valid"], true);
+    EXPECT_EQ(verdict["timestamp"]["time"].get<std::string>().size(), 20U);
+    EXPECT_EQ(verdict["timestamp"]["authority"], "CN=Time-stamp authority");
+    EXPECT_EQ(verdict["signers"][0]["timestamps"].size(), 1U);
+    EXPECT_EQ(verdict["not_checked"],
+              Json::array({"certificate chain", "certificate chain of the time-stamp authority"}));
+}
+
+TEST_F(Timestamp, OfATrustedAuthorityGivesTheTimeOfTheSignersChain) {
+    ASSERT_EQ(stamp({"/tsa"}).exit, 0);
+    const Json verdict = verify(chain());
+    EXPECT_EQ(verdict["timestamp"]["chain"]["trusted"], true);
+    EXPECT_EQ(verdict["chain"]["trusted"], true);
+    EXPECT_EQ(verdict["signers"][0]["chain_time"], verdict["timestamp"]["time"]);
+    EXPECT_EQ(verdict["not_checked"], Json::array());
+}
+
+TEST_F(Timestamp, OfAnUntrustedAuthorityProvesNoTime) {
+    ASSERT_EQ(stamp({"/tsa?untrusted"}).exit, 0) << "trust is judged by who verifies";
+    const Json now = verify(chain());
+    EXPECT_EQ(now["timestamp"]["valid"], true);
+    EXPECT_EQ(now["timestamp"]["chain"]["trusted"], false);
+    EXPECT_EQ(now["signers"][0]["chain_time"], "");
+    EXPECT_EQ(now["chain"]["trusted"], true) << "the signer's own, now";
+    const Json demanded = verify(chain({"--at", "timestamp"}));
+    EXPECT_EQ(demanded["chain"]["trusted"], false);
+    EXPECT_EQ(demanded["chain"]["status_names"], Json::array({"CERT_TRUST_IS_NOT_TIME_VALID"}));
+}
+
+TEST_F(Timestamp, AtTimestampRequiresOne) {
+    std::vector<std::string> words{"verify", "report.txt.sig"};
+    const auto more = chain({"--at", "timestamp"});
+    words.insert(words.end(), more.begin(), more.end());
+    EXPECT_EQ(place_.cli(words).exit, 8);
+}
+
+TEST_F(Timestamp, MovedToAnotherSignatureIsNamedAndHarmsNothing) {
+    ASSERT_EQ(stamp({"/tsa"}).exit, 0);
+    place_.folder().write("other.txt", "Another report.\n");
+    sign("other.txt");
+    moveToken("stamped.sig", "other.txt.sig", "moved.sig");
+    const Json verdict = place_.json({"verify", "moved.sig", "--content", "other.txt"});
+    EXPECT_EQ(verdict["valid"], true);
+    EXPECT_EQ(verdict["timestamp"]["valid"], false);
+    EXPECT_THAT(verdict["timestamp"]["reason"].get<std::string>(), HasSubstr("imprint"));
+    const Outcome shown = place_.cli({"verify", "moved.sig", "--content", "other.txt"});
+    EXPECT_EQ(shown.exit, 0);
+    EXPECT_THAT(shown.out, HasSubstr("INVALID"));
+    const Outcome strict = place_.cli({"verify", "moved.sig", "--content", "other.txt", "--strict"});
+    EXPECT_EQ(strict.exit, 1);
+    EXPECT_THAT(strict.out, HasSubstr("time-stamp"));
+}
+
+TEST_F(Timestamp, SecondOneIsKeptBesideTheFirst) {
+    ASSERT_EQ(stamp({"/tsa"}).exit, 0);
+    ASSERT_EQ(place_.cli({"timestamp", "stamped.sig", "--url", authority_.url("/tsa"), "--out", "twice.sig"}).exit, 0);
+    const Json verdict = verify({}, "twice.sig");
+    EXPECT_EQ(verdict["signers"][0]["timestamps"].size(), 2U);
+    EXPECT_EQ(verdict["signers"][0]["timestamps"][0]["valid"], true);
+    EXPECT_EQ(verdict["signers"][0]["timestamps"][1]["valid"], true);
+}
+
+TEST_F(Timestamp, NoAnswerThatIsNotAcceptableIsWritten) {
+    const struct {
+        const char* path;
+        const char* reason;
+    } rows[] = {
+        {"/tsa?other-nonce", "nonce"},      {"/tsa?rejected", "status 2"},   {"/tsa?no-token", "no token"},
+        {"/tsa?html", "text/html"},         {"/tsa?500", "HTTP status 500"}, {"/tsa?cut", ""},
+        {"/tsa?garbage", "cannot be read"},
+    };
+    for (const auto& row : rows) {
+        const Outcome failed = stamp({row.path});
+        EXPECT_EQ(failed.exit, 7) << row.path << failed.err;
+        EXPECT_THAT(failed.err, HasSubstr(row.reason));
+        EXPECT_THAT(failed.err, HasSubstr(row.path)) << "which authority";
+        EXPECT_FALSE(exists("stamped.sig")) << row.path;
+    }
+}
+
+TEST_F(Timestamp, NextAuthorityIsAskedWhenOneFails) {
+    const Outcome made = stamp({"/tsa?500", "/tsa?other-nonce", "/tsa"});
+    EXPECT_EQ(made.exit, 0) << made.err;
+    EXPECT_EQ(verify()["timestamp"]["valid"], true);
+}
+
+TEST_F(Timestamp, NeedsAnAddressAndAnOutput) {
+    EXPECT_EQ(place_.cli({"timestamp", "report.txt.sig"}).exit, 2);
+    EXPECT_EQ(place_.cli({"timestamp", "report.txt.sig", "--url", "file:///etc/passwd", "--out", "x"}).exit, 2);
+    EXPECT_EQ(place_.cli({"timestamp", "report.txt.sig", "--url", authority_.url("/tsa")}).exit, 2);
+    EXPECT_EQ(place_.cli({"timestamp", "report.txt.sig", "--url", authority_.url("/tsa"), "--force"}).exit, 0);
+    EXPECT_EQ(verify({}, "report.txt.sig")["timestamp"]["valid"], true);
+    EXPECT_EQ(place_.cli({"timestamp", "report.txt", "--url", authority_.url("/tsa"), "--out", "x"}).exit, 3);
+    EXPECT_FALSE(exists("x"));
+}
+
+} // namespace
+} // namespace cli_test
