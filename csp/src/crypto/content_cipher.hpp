@@ -71,6 +71,9 @@ public:
     ContentDecryptor& operator=(const ContentDecryptor&) = delete;
     virtual ~ContentDecryptor() = default;
 
+    /// For the second pass over ciphertext whose tag another decryptor has found right: call before the first update.
+    /// The authenticating value need not be computed again.
+    virtual void skipAuthentication() {}
     /// Appends what can be given of the plaintext of `ciphertext` to `out`.
     virtual void update(ByteView ciphertext, Bytes& out) = 0;
     /// Appends the rest. `tag`: the authenticating value of the message; empty for Authentication::None. Throws

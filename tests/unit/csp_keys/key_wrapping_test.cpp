@@ -1,4 +1,5 @@
 // Key wrapping: every form unwraps what it wrapped, for each kind of key, and nothing else.
+#include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "crypto/gost_params.hpp"
 #include "crypto/key_pair.hpp"
@@ -86,6 +87,27 @@ TEST(KeyWrapping, EveryGostFormUnwrapsForItsRecipientOnly) {
             }
         }
     }
+}
+
+// Messages and certificates of GOST R 34.10-2001 keys also name them by the OID of their agreement.
+TEST(KeyWrapping, TheAgreementOidOf2001KeysNamesTheSameKey) {
+    const ossl::Pkey recipient = gostKey("1.2.643.2.2.19", "1.2.643.2.2.35.1");
+    const SecretBytes key = newContentKey();
+    const Bytes own = der::objectIdentifier("1.2.643.2.2.19");
+    const Bytes agreement = der::objectIdentifier("1.2.643.2.2.98");
+    const auto rename = [&](Bytes& encoded) {
+        const auto found = std::ranges::search(encoded, own);
+        ASSERT_FALSE(found.empty());
+        std::ranges::copy(agreement, found.begin());
+    };
+    TransportedKey transported = wrapKey(recipient.get(), TransportForm::GostCryptoPro, key);
+    transported.oid = "1.2.643.2.2.98";
+    rename(transported.encryptedKey);
+    EXPECT_EQ(unwrapKey(recipient.get(), transported, keySize), key);
+    AgreedKey agreed = wrapKey(recipient.get(), AgreementForm::GostPlain, key);
+    agreed.oid = "1.2.643.2.2.98";
+    rename(agreed.originatorKey);
+    EXPECT_EQ(unwrapKey(recipient.get(), agreed, keySize), key);
 }
 
 TEST(KeyWrapping, AnEphemeralKeyOfAnotherCurveIsRefused) {
