@@ -96,44 +96,90 @@ struct Halves {
 
 using RoundKeys = std::array<std::uint32_t, 8>;
 
-void ascending(const Gost28147Tables& tables, const RoundKeys& key, Halves& halves) noexcept {
+void ascending(const Gost28147Tables& tables, const RoundKeys& key, std::span<Halves> blocks) noexcept {
     for (std::size_t i = 0; i < key.size(); i += 2) {
-        halves.b ^= substituted(tables, halves.a + key[i]);
-        halves.a ^= substituted(tables, halves.b + key[i + 1]);
+        for (Halves& halves : blocks) {
+            halves.b ^= substituted(tables, halves.a + key[i]);
+        }
+        for (Halves& halves : blocks) {
+            halves.a ^= substituted(tables, halves.b + key[i + 1]);
+        }
     }
 }
 
-void descending(const Gost28147Tables& tables, const RoundKeys& key, Halves& halves) noexcept {
+void descending(const Gost28147Tables& tables, const RoundKeys& key, std::span<Halves> blocks) noexcept {
     for (std::size_t i = key.size(); i > 0; i -= 2) {
-        halves.b ^= substituted(tables, halves.a + key[i - 1]);
-        halves.a ^= substituted(tables, halves.b + key[i - 2]);
+        for (Halves& halves : blocks) {
+            halves.b ^= substituted(tables, halves.a + key[i - 1]);
+        }
+        for (Halves& halves : blocks) {
+            halves.a ^= substituted(tables, halves.b + key[i - 2]);
+        }
     }
 }
 
-/// 32 rounds; the last one does not swap the halves.
-void encryptHalves(const Gost28147Tables& tables, const RoundKeys& key, Halves& halves) noexcept {
-    ascending(tables, key, halves);
-    ascending(tables, key, halves);
-    ascending(tables, key, halves);
-    descending(tables, key, halves);
-    std::swap(halves.a, halves.b);
+/// 32 rounds; the last one does not swap the halves. Blocks that do not depend on each other go together: the processor
+/// works on one while another waits for the tables.
+template <std::size_t Count>
+void encryptHalves(const Gost28147Tables& tables, const RoundKeys& key, std::array<Halves, Count>& blocks) noexcept {
+    ascending(tables, key, blocks);
+    ascending(tables, key, blocks);
+    ascending(tables, key, blocks);
+    descending(tables, key, blocks);
+    for (Halves& halves : blocks) {
+        std::swap(halves.a, halves.b);
+    }
 }
 
 void decryptHalves(const Gost28147Tables& tables, const RoundKeys& key, Halves& halves) noexcept {
-    ascending(tables, key, halves);
-    descending(tables, key, halves);
-    descending(tables, key, halves);
-    descending(tables, key, halves);
+    const std::span one(&halves, 1);
+    ascending(tables, key, one);
+    descending(tables, key, one);
+    descending(tables, key, one);
+    descending(tables, key, one);
     std::swap(halves.a, halves.b);
 }
 
-Halves halvesOf(const Gost28147::Block& block) noexcept {
-    return {little(block.data()), little(block.data() + 4)};
+/// The octet orders of the two standards.
+struct Gost28147Order {
+    static Halves get(const std::uint8_t* at) noexcept { return {little(at), little(at + 4)}; }
+    static void put(std::uint8_t* at, const Halves& halves) noexcept {
+        putLittle(at, halves.a);
+        putLittle(at + 4, halves.b);
+    }
+};
+struct MagmaOrder {
+    static Halves get(const std::uint8_t* at) noexcept { return {big(at + 4), big(at)}; }
+    static void put(std::uint8_t* at, const Halves& halves) noexcept {
+        putLittle(at, __builtin_bswap32(halves.b));
+        putLittle(at + 4, __builtin_bswap32(halves.a));
+    }
+};
+
+template <class Order, std::size_t Count>
+void encryptTogether(const Gost28147Tables& tables, const RoundKeys& key, const std::uint8_t* in,
+                     std::uint8_t* out) noexcept {
+    std::array<Halves, Count> blocks;
+    for (std::size_t i = 0; i < Count; ++i) {
+        blocks[i] = Order::get(in + i * Gost28147::blockSize);
+    }
+    encryptHalves(tables, key, blocks);
+    for (std::size_t i = 0; i < Count; ++i) {
+        Order::put(out + i * Gost28147::blockSize, blocks[i]);
+    }
 }
 
-void put(Gost28147::Block& block, const Halves& halves) noexcept {
-    putLittle(block.data(), halves.a);
-    putLittle(block.data() + 4, halves.b);
+template <class Order>
+void encryptAll(const Gost28147Tables& tables, const RoundKeys& key, ByteView in, std::uint8_t* out) noexcept {
+    constexpr std::size_t together = 4;
+    constexpr std::size_t stride = together * Gost28147::blockSize;
+    std::size_t at = 0;
+    for (; at + stride <= in.size(); at += stride) {
+        encryptTogether<Order, together>(tables, key, in.data() + at, out + at);
+    }
+    for (; at + Gost28147::blockSize <= in.size(); at += Gost28147::blockSize) {
+        encryptTogether<Order, 1>(tables, key, in.data() + at, out + at);
+    }
 }
 
 class Magma final : public BlockCipher {
@@ -152,12 +198,7 @@ public:
     }
 
     void encryptBlocks(ByteView in, std::uint8_t* out) const noexcept override {
-        for (std::size_t at = 0; at + Gost28147::blockSize <= in.size(); at += Gost28147::blockSize) {
-            Halves halves{big(in.data() + at + 4), big(in.data() + at)};
-            encryptHalves(tablesZ, key_, halves);
-            putLittle(out + at, __builtin_bswap32(halves.b));
-            putLittle(out + at + 4, __builtin_bswap32(halves.a));
-        }
+        encryptAll<MagmaOrder>(tablesZ, key_, in, out);
     }
 
 private:
@@ -190,22 +231,24 @@ void Gost28147::setKey(GostKeyView key) noexcept {
 }
 
 void Gost28147::encrypt(Block& block) const noexcept {
-    Halves halves = halvesOf(block);
-    encryptHalves(*tables_, key_, halves);
-    put(block, halves);
+    encryptBlocks(block, block.data());
+}
+
+void Gost28147::encryptBlocks(ByteView in, std::uint8_t* out) const noexcept {
+    encryptAll<Gost28147Order>(*tables_, key_, in, out);
 }
 
 void Gost28147::decrypt(Block& block) const noexcept {
-    Halves halves = halvesOf(block);
+    Halves halves = Gost28147Order::get(block.data());
     decryptHalves(*tables_, key_, halves);
-    put(block, halves);
+    Gost28147Order::put(block.data(), halves);
 }
 
 void Gost28147::macStep(Block& state) const noexcept {
-    Halves halves = halvesOf(state);
-    ascending(*tables_, key_, halves);
-    ascending(*tables_, key_, halves);
-    put(state, halves);
+    Halves halves = Gost28147Order::get(state.data());
+    ascending(*tables_, key_, std::span(&halves, 1));
+    ascending(*tables_, key_, std::span(&halves, 1));
+    Gost28147Order::put(state.data(), halves);
 }
 
 Gost28147::Mac Gost28147::mac(const Block& iv, ByteView blocks) const noexcept {

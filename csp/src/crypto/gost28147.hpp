@@ -40,6 +40,8 @@ public:
 
     void setKey(GostKeyView key) noexcept;
     void encrypt(Block& block) const noexcept;
+    /// Encrypts each block of `in` alone to `out`, which has room for as many and may be `in`.
+    void encryptBlocks(ByteView in, std::uint8_t* out) const noexcept;
     void decrypt(Block& block) const noexcept;
     /// One step of the MAC: 16 rounds.
     void macStep(Block& state) const noexcept;

@@ -4,6 +4,8 @@
 
 #include <openssl/crypto.h>
 
+#include <algorithm>
+
 namespace klunortredi::csp {
 
 namespace {
@@ -18,7 +20,7 @@ GostCfb::~GostCfb() {
     OPENSSL_cleanse(gamma_.data(), gamma_.size());
 }
 
-void GostCfb::nextGamma() {
+void GostCfb::meshIfDue() {
     if (sinceMeshing_ == meshingInterval) {
         if (test_) {
             fail(capi::NTE_BAD_ALGID);
@@ -26,6 +28,10 @@ void GostCfb::nextGamma() {
         cipher_.mesh(register_);
         sinceMeshing_ = 0;
     }
+}
+
+void GostCfb::nextGamma() {
+    meshIfDue();
     gamma_ = register_;
     cipher_.encrypt(gamma_);
     used_ = 0;
@@ -42,13 +48,38 @@ void GostCfb::encrypt(std::span<std::uint8_t> data) {
     }
 }
 
+/// Decrypts whole blocks from the start of `data`, up to the next meshing; the octets done. Each block's gamma comes
+/// from the ciphertext before it, which is all there, so the blocks do not wait for each other.
+std::size_t GostCfb::decryptBlocks(std::span<std::uint8_t> data) {
+    meshIfDue();
+    std::array<std::uint8_t, meshingInterval> gamma{};
+    const std::size_t size =
+        std::min(data.size(), meshingInterval - sinceMeshing_) / Gost28147::blockSize * Gost28147::blockSize;
+    std::ranges::copy(register_, gamma.begin());
+    std::copy_n(data.begin(), size - Gost28147::blockSize, gamma.begin() + Gost28147::blockSize);
+    std::copy_n(data.begin() + static_cast<std::ptrdiff_t>(size - Gost28147::blockSize), Gost28147::blockSize,
+                register_.begin());
+    cipher_.encryptBlocks(ByteView(gamma).first(size), gamma.data());
+    for (std::size_t i = 0; i < size; ++i) {
+        data[i] ^= gamma[i];
+    }
+    OPENSSL_cleanse(gamma.data(), size);
+    sinceMeshing_ += size;
+    return size;
+}
+
 void GostCfb::decrypt(std::span<std::uint8_t> data) {
-    for (std::uint8_t& octet : data) {
+    while (!data.empty()) {
+        if (used_ == Gost28147::blockSize && data.size() >= Gost28147::blockSize) {
+            data = data.subspan(decryptBlocks(data));
+            continue;
+        }
         if (used_ == Gost28147::blockSize) {
             nextGamma();
         }
-        register_[used_] = octet;
-        octet ^= gamma_[used_++];
+        register_[used_] = data.front();
+        data.front() ^= gamma_[used_++];
+        data = data.subspan(1);
     }
 }
 

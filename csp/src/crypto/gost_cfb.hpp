@@ -25,7 +25,9 @@ public:
     void decrypt(std::span<std::uint8_t> data);
 
 private:
+    void meshIfDue();
     void nextGamma();
+    std::size_t decryptBlocks(std::span<std::uint8_t> data);
 
     Gost28147 cipher_;
     const bool test_;
