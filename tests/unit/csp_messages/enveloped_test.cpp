@@ -207,9 +207,15 @@ TEST(Enveloped, LargeCiphertextWaitsInAFile) {
     const Bytes plaintext = patternOf(csp::CiphertextSpool::memoryLimit + 700001);
     const Bytes message =
         craftEnveloped("aes-256-gcm", key, plaintext, {transportInfo(rsa, csp::TransportForm::RsaPkcs1, key)});
+    const char* const set = std::getenv("TMPDIR"); // NOLINT(concurrency-mt-unsafe): the only thread
+    const std::optional<std::string> before = set == nullptr ? std::nullopt : std::optional<std::string>(set);
     setenv("TMPDIR", "/nonexistent", 1); // NOLINT(concurrency-mt-unsafe): the only thread
     for (const bool keyFirst : {false, true}) {
         EXPECT_TRUE(open(rsa, message, {.chunk = 100003, .keyFirst = keyFirst}) == (Opened{0, plaintext, 1}));
+    }
+    unsetenv("TMPDIR"); // NOLINT(concurrency-mt-unsafe): the only thread
+    if (before) {
+        setenv("TMPDIR", before->c_str(), 1); // NOLINT(concurrency-mt-unsafe): the only thread
     }
 }
 
