@@ -99,4 +99,9 @@ std::string timestampAnswer(Authority& authority, const std::string& request, co
 std::string ocspAnswer(Authority& authority, const std::string& request, const Words& words);
 std::string crlAnswer(Authority& authority, const Identity& issuer, const Words& words);
 
+/// The CMS token of a TSTInfo (DER or anything else), signed by the time-stamp authority of these words.
+std::string signedToken(Authority& authority, const std::string& info, const Words& words);
+/// TimeStampResp that grants a request with this token.
+std::string grantedResponse(const std::string& token);
+
 } // namespace test_servers

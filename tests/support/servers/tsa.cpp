@@ -115,11 +115,12 @@ std::vector<std::string> attributes(const std::string& info, const Identity& sig
     return made;
 }
 
-std::string token(Authority& authority, const TS_REQ* query, const Words& words) {
+} // namespace
+
+std::string signedToken(Authority& authority, const std::string& info, const Words& words) {
     const auto& signer = authority.timestamping(words);
     const auto& row = *std::ranges::find(algorithms, authority.kind(), &Algorithms::kind);
     const EVP_MD* const method = digestOf(row.kind);
-    const std::string info = tokenInfo(authority, query, words);
     const auto signedAttributes = attributes(info, signer, method, words, authority);
     const Key& key = words.contains("other-key") ? authority.stranger().key : signer.key;
     const std::string value = signature(der::setOf(signedAttributes), key, method);
@@ -129,13 +130,15 @@ std::string token(Authority& authority, const TS_REQ* query, const Words& words)
     const std::string signerInfo =
         der::sequence({der::integer(1), issuerAndSerial, algorithm(row.digest), der::setOf(signedAttributes, 0xA0),
                        algorithm(row.signature, row.nullParameters), der::octets(value)});
-    const bool certificates = TS_REQ_get_cert_req(query) != 0 && !words.contains("no-certificate");
+    const bool certificates = !words.contains("no-certificate");
     const std::string content = der::sequence({der::oid(tokenContent), der::tlv(0xA0, der::octets(info))});
     const std::string signedData =
         der::sequence({der::integer(3), der::setOf({algorithm(row.digest)}), content,
                        certificates ? der::setOf({toDer(signer.certificate)}, 0xA0) : "", der::setOf({signerInfo})});
     return der::sequence({der::oid("1.2.840.113549.1.7.2"), der::tlv(0xA0, signedData)});
 }
+
+namespace {
 
 /// PKIStatusInfo; a rejection says badRequest, bit 2.
 std::string statusInfo(long status) {
@@ -148,15 +151,24 @@ std::string statusInfo(long status) {
 
 } // namespace
 
-std::string timestampAnswer(Authority& authority, const std::string& request, const Words& words) {
+std::string grantedResponse(const std::string& token) {
+    return der::sequence({statusInfo(granted), token});
+}
+
+std::string timestampAnswer(Authority& authority, const std::string& request, const Words& asked) {
+    Words words = asked;
     const auto* next = reinterpret_cast<const unsigned char*>(request.data());
     const Query query(d2i_TS_REQ(nullptr, &next, static_cast<long>(request.size())));
     if (!query || words.contains("rejected")) {
         return der::sequence({statusInfo(rejection)});
     }
-    const bool rejected = words.contains("rejected-with-token");
-    return der::sequence({statusInfo(rejected ? rejection : granted),
-                          words.contains("no-token") ? "" : token(authority, query.get(), words)});
+    if (TS_REQ_get_cert_req(query.get()) == 0) {
+        words.insert("no-certificate");
+    }
+    const std::string token =
+        words.contains("no-token") ? "" : signedToken(authority, tokenInfo(authority, query.get(), words), words);
+    return words.contains("rejected-with-token") ? der::sequence({statusInfo(rejection), token})
+                                                 : grantedResponse(token);
 }
 
 } // namespace test_servers
