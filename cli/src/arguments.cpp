@@ -243,7 +243,11 @@ private:
         CLI::Option* hex = verb->add_flag("--hex", randomness->hex, "As hexadecimal text");
         verb->add_flag("--base64", randomness->base64, "As Base64 text")->excludes(hex);
 
-        addPlain("demo", "The tour: key, certificate, signatures, checks", demo);
+        auto touring = std::make_shared<DemoArguments>();
+        verb = add(app_, "demo", "The tour: key, certificate, signatures, checks", touring, demo);
+        verb->add_option("--timestamp", touring->authority, "A time-stamp authority, for a time-stamp in the tour")
+            ->type_name("URL")
+            ->check(notEmpty);
     }
 
     CLI::App& app_;

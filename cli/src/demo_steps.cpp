@@ -1,10 +1,29 @@
 #include "demo_steps.hpp"
 
+#include <algorithm>
+#include <iterator>
+
 namespace klunortredi::cli {
 
-std::vector<DemoStep> demoSteps() {
-    const std::string self = "klunortredi";
+namespace {
+
+const char* const self = "klunortredi";
+
+std::vector<DemoStep> timestampSteps(const std::string& authority) {
     return {
+        {"A time-stamp on the detached signature",
+         {self, "timestamp", "report.txt.sig", "--url", authority, "--out", "stamped.sig"}},
+        {"We check signature and time-stamp", {self, "verify", "stamped.sig", "--content", "report.txt"}},
+        {"OpenSSL checks the signature with the time-stamp in it",
+         {"openssl", "cms", "-verify", "-inform", "DER", "-in", "stamped.sig", "-content", "report.txt", "-binary",
+          "-CAfile", "ca.pem", "-out", "/dev/null"}},
+    };
+}
+
+} // namespace
+
+std::vector<DemoStep> demoSteps(const std::string& authority) {
+    std::vector<DemoStep> steps{
         {"The service that is in use, and its providers", {self, "info"}},
         {"A new key pair in a new container with a PIN, and a certificate request for it",
          {self, "request", "--container", "demo", "--subject", "2.5.4.3=Demo Signer;2.5.4.6=RU", "--pin-file",
@@ -38,6 +57,10 @@ std::vector<DemoStep> demoSteps() {
         {"The same check again", {self, "verify", "report.txt.sig", "--chain"}},
         {"A changed file is refused", {self, "verify", "report.txt.sig", "--content", "changed.txt"}, 1},
     };
+    if (!authority.empty()) {
+        std::ranges::move(timestampSteps(authority), std::back_inserter(steps));
+    }
+    return steps;
 }
 
 std::string demoOpensslConfiguration() {

@@ -12,8 +12,9 @@ struct DemoStep {
     int exit = 0;                     ///< what the command is to end with
 };
 
-/// The whole tour, in a folder that holds `openssl.cnf` and `report.txt`.
-std::vector<DemoStep> demoSteps();
+/// The whole tour, in a folder that holds `openssl.cnf` and `report.txt`. With the URL of a time-stamp authority it
+/// has a time-stamp too.
+std::vector<DemoStep> demoSteps(const std::string& authority);
 
 /// Configuration with which the `openssl` command plays the certification authority and the second judge.
 std::string demoOpensslConfiguration();

@@ -101,10 +101,10 @@ ExitCode blame(const DemoStep& step, const ProcessResult& result) {
 
 } // namespace
 
-ExitCode demo(Session& session) {
+ExitCode demo(Session& session, const DemoArguments& arguments) {
     const Stage stage;
     Json told = Json::array();
-    for (const DemoStep& step : demoSteps()) {
+    for (const DemoStep& step : demoSteps(arguments.authority)) {
         const ProcessResult result = runProcess(resolved(step.command, session.options), stage.environment());
         told.push_back({{"title", step.title}, {"command", typed(step.command)}, {"exit", result.exit}});
         if (!session.console.json()) {

@@ -121,6 +121,9 @@ struct RandomArguments {
 };
 ExitCode random(Session& session, const RandomArguments& arguments);
 
-ExitCode demo(Session& session);
+struct DemoArguments {
+    std::string authority; ///< URL; empty: no time-stamp
+};
+ExitCode demo(Session& session, const DemoArguments& arguments);
 
 } // namespace klunortredi::cli
