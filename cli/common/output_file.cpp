@@ -27,7 +27,8 @@ constexpr const char* meanwhile = ".unfinished";
 
 } // namespace
 
-OutputFile::OutputFile(std::string path, bool force) : path_(std::move(path)), force_(force) {
+OutputFile::OutputFile(std::string path, bool force, Readers readers)
+    : path_(std::move(path)), readers_(readers), force_(force) {
     if (path_ == "-") {
         fd_ = STDOUT_FILENO;
         direct_ = true;
@@ -115,14 +116,15 @@ void OutputFile::nameMeanwhile(const std::string& name) {
 }
 
 void OutputFile::open() {
+    const mode_t mode = readers_ == Readers::ownerOnly ? 0600 : 0666;
     // A file without a name leaves nothing behind, whatever ends the process.
-    fd_ = ::open(folderOf(path_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+    fd_ = ::open(folderOf(path_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, mode);
     if (fd_ < 0 && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)) {
         const std::string name = path_ + meanwhile;
         if (const auto left = Leftover::find(name)) {
             left->remove();
         }
-        fd_ = ::open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
+        fd_ = ::open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, mode);
         temporary_ = fd_ < 0 ? std::string{} : name;
     }
     if (fd_ < 0 || !lockFile(fd_)) {

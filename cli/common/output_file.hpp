@@ -8,13 +8,19 @@
 
 namespace klunortredi::cli {
 
+/// Who may read a new file.
+enum class Readers {
+    usual,     ///< as the umask has it
+    ownerOnly, ///< plaintext of what was encrypted
+};
+
 /// A new file in the making: it has no name (or a temporary one) until commit(). "-" is standard output; a
 /// device or pipe is written to directly.
 class OutputFile {
 public:
     /// Throws Failure (exit 3) when the file is there already and `force` is false, when it is a symbolic link to a
     /// file or to nothing, or when it cannot be made.
-    OutputFile(std::string path, bool force);
+    OutputFile(std::string path, bool force, Readers readers = Readers::usual);
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
     /// Without commit() nothing is left behind.
@@ -43,6 +49,7 @@ private:
     std::string temporary_; ///< empty while the file has no name at all
     int fd_ = -1;
     std::uint64_t size_ = 0;
+    Readers readers_;
     bool force_;
     bool direct_ = false;
 };

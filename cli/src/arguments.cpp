@@ -34,6 +34,7 @@ public:
         addKeys();
         addCertificates();
         addSignatures();
+        addEncryption();
         addSmallThings();
     }
 
@@ -229,6 +230,33 @@ private:
         verb->add_flag("--strict", verifying->strict, "Refuse weak algorithms and keys");
         verb->add_flag("--chain", verifying->chain, "Also judge the signers' chains");
         addChainOptions(*verb, verifying->chainOptions);
+    }
+
+    void addEncryption() {
+        auto encrypting = std::make_shared<EncryptArguments>();
+        CLI::App* verb = add(app_, "encrypt", "Encrypt a file for recipients", encrypting, encrypt);
+        verb->add_option("FILE", encrypting->file, "The file")->required();
+        verb->add_option("--to", encrypting->to,
+                         "A recipient's certificate: a file, or thumbprint prefix, serial, or part of the subject")
+            ->type_name("CERT")
+            ->required()
+            ->check(notEmpty)
+            ->allow_extra_args(false);
+        verb->add_option("--cipher", encrypting->cipher, "Content cipher (default: by the recipients' keys)")
+            ->type_name("NAME")
+            ->check(notEmpty);
+        verb->add_option("--out", encrypting->out, "Output file (default: FILE and .p7m)")->check(notEmpty);
+        verb->add_flag("--any-certificate", encrypting->anyCertificate,
+                       "Also for certificates that are expired or not for encryption");
+
+        auto decrypting = std::make_shared<DecryptArguments>();
+        verb = add(app_, "decrypt", "Decrypt a file", decrypting, decrypt);
+        verb->add_option("FILE", decrypting->file, "The encrypted message")->required();
+        verb->add_option("--cert", decrypting->certificate,
+                         "The recipient's certificate in store my (default: the one that the message is for)")
+            ->type_name("WHICH")
+            ->check(notEmpty);
+        verb->add_option("--out", decrypting->out, "Output file (default: FILE without .p7m)")->check(notEmpty);
     }
 
     void addSmallThings() {

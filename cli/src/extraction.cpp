@@ -28,7 +28,7 @@ bool Extraction::isStandardOutput(const std::string& path) {
                            out.st_dev == named.st_dev && out.st_ino == named.st_ino);
 }
 
-Extraction::Extraction(const std::string& path, bool force, const Input& signature) {
+Extraction::Extraction(const std::string& path, bool force, const Input& signature, Readers readers) {
     if (signature.isFile(path)) {
         throw Failure(ExitCode::usage, "cannot write " + path, "--extract names the signature itself");
     }
@@ -39,7 +39,7 @@ Extraction::Extraction(const std::string& path, bool force, const Input& signatu
                       isTerminal ? "it is a terminal" : "it is a pipe or a device", "--force writes there");
     }
     const bool isOutput = isStandardOutput(path);
-    target_ = std::make_unique<OutputFile>(isOutput ? "-" : path, force);
+    target_ = std::make_unique<OutputFile>(isOutput ? "-" : path, force, readers);
     if (isOutput || showsAtOnce(path)) {
         spool_ = std::make_unique<Spool>();
     }

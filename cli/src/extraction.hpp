@@ -11,13 +11,13 @@ namespace klunortredi::cli {
 
 class Input;
 
-/// The content of an attached signature on its way out (`--extract`). Nothing of it can be seen under its name, on
+/// The content of a message on its way out. Nothing of it can be seen under its name, on
 /// standard output, in a pipe or on a device before commit().
 class Extraction {
 public:
     /// Opens the target; "-" is standard output. Throws Failure: the target is the signature itself (exit 2), a pipe, a
     /// device or a terminal without `force` (exit 3); what OutputFile throws (exit 3).
-    Extraction(const std::string& path, bool force, const Input& signature);
+    Extraction(const std::string& path, bool force, const Input& signature, Readers readers = Readers::usual);
 
     /// Whether that path is this process's standard output, under whatever name.
     [[nodiscard]] static bool isStandardOutput(const std::string& path);

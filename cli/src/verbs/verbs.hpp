@@ -102,6 +102,22 @@ struct VerifyArguments {
 };
 ExitCode verify(Session& session, const VerifyArguments& arguments);
 
+struct EncryptArguments {
+    std::string file;
+    std::vector<std::string> to; ///< files, or which certificates of the stores
+    std::string cipher;          ///< empty: by the recipients' keys
+    std::string out;
+    bool anyCertificate = false; ///< expired ones and those for other uses too
+};
+ExitCode encrypt(Session& session, const EncryptArguments& arguments);
+
+struct DecryptArguments {
+    std::string file;
+    std::string certificate; ///< of store my; empty: the one that the message is for
+    std::string out;
+};
+ExitCode decrypt(Session& session, const DecryptArguments& arguments);
+
 struct ChainArguments {
     std::string which; ///< a file, or which certificate of store my
     ChainOptions options;

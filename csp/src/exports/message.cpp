@@ -1,6 +1,10 @@
 #include "exports/export.hpp"
 #include "messages/any_decoder.hpp"
+#include "messages/enveloped_encoder.hpp"
 #include "messages/signed_encoder.hpp"
+
+#include <algorithm>
+#include <array>
 
 namespace klunortredi::csp::exports {
 
@@ -30,22 +34,50 @@ std::optional<StreamOutput> streamOutput(const CMSG_STREAM_INFO* info) {
     return StreamOutput(*info);
 }
 
+/// What a message to be made is opened with.
+struct EncodeRequest {
+    const void* info;
+    std::string_view contentType;
+    bool detached;
+    std::optional<StreamOutput> stream;
+};
+
+std::shared_ptr<Message> makeSigned(const EncodeRequest& request) {
+    return std::make_shared<SignedEncoder>(*static_cast<const CMSG_SIGNED_ENCODE_INFO*>(request.info),
+                                           request.contentType, request.detached, request.stream);
+}
+
+std::shared_ptr<Message> makeEnveloped(const EncodeRequest& request) {
+    if (request.detached) {
+        fail(capi::NTE_BAD_FLAGS);
+    }
+    return std::make_shared<EnvelopedEncoder>(*static_cast<const CMSG_ENVELOPED_ENCODE_INFO*>(request.info),
+                                              request.contentType, request.stream);
+}
+
+/// The kinds of messages that are made.
+struct Encoder {
+    DWORD type;
+    std::shared_ptr<Message> (*make)(const EncodeRequest& request);
+};
+constexpr std::array encoders{Encoder{capi::CMSG_SIGNED, makeSigned}, Encoder{capi::CMSG_ENVELOPED, makeEnveloped}};
+
 } // namespace
 
 void* CryptMsgOpenToEncode(DWORD dwMsgEncodingType, DWORD dwFlags, DWORD dwMsgType, const void* pvMsgEncodeInfo,
                            char* pszInnerContentObjID, CMSG_STREAM_INFO* pStreamInfo) {
     return guard<void*>(nullptr, [&] {
         checkOpening(dwMsgEncodingType, dwFlags);
-        if (dwMsgType != capi::CMSG_SIGNED) {
+        const auto* const row = std::ranges::find(encoders, dwMsgType, &Encoder::type);
+        if (row == encoders.end()) {
             fail(capi::CRYPT_E_INVALID_MSG_TYPE);
         }
         if (pvMsgEncodeInfo == nullptr) {
             fail(capi::ERROR_INVALID_PARAMETER);
         }
         return addMessage(
-            std::make_shared<SignedEncoder>(*static_cast<const CMSG_SIGNED_ENCODE_INFO*>(pvMsgEncodeInfo),
-                                            pszInnerContentObjID == nullptr ? oid::data : pszInnerContentObjID,
-                                            isDetached(dwFlags), streamOutput(pStreamInfo)));
+            row->make({pvMsgEncodeInfo, pszInnerContentObjID == nullptr ? oid::data : pszInnerContentObjID,
+                       isDetached(dwFlags), streamOutput(pStreamInfo)}));
     });
 }
 

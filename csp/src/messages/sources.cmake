@@ -9,12 +9,15 @@ target_sources(klunortredi_csp_core PRIVATE
     src/messages/content_hasher.cpp
     src/messages/counter_signatures.cpp
     src/messages/enveloped_data_reader.cpp
+    src/messages/enveloped_data_writer.cpp
     src/messages/enveloped_decoder.cpp
+    src/messages/enveloped_encoder.cpp
     src/messages/enveloped_params.cpp
     src/messages/given_values.cpp
     src/messages/handles.cpp
     src/messages/other_signatures.cpp
     src/messages/param_pieces.cpp
+    src/messages/recipient_builder.cpp
     src/messages/recipient_info.cpp
     src/messages/signature_check.cpp
     src/messages/signed_controls.cpp

@@ -5,6 +5,7 @@
 #include "capi/constants.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
 #include "crypto/wincrypt/tools.hpp"
+#include "crypto/wincrypt/tools_recipients.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "orvik/plugin/crypto/auth_provider.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
@@ -35,26 +36,6 @@ bool sameOctets(const CRYPTOAPI_BLOB& a, const CRYPTOAPI_BLOB& b) {
     return std::ranges::equal(std::span(a.pbData, a.cbData), std::span(b.pbData, b.cbData));
 }
 
-/// The issuer under which the CryptoAPI reports a recipient that is named by its key identifier: a Name with one
-/// attribute, 1.3.6.1.4.1.311.10.7.1, whose value is the identifier as OCTET STRING.
-std::string keyIdentifierName(const std::string& identifier) {
-    constexpr std::size_t longest = 64; // so that every length below takes one octet; those in use have 20
-    if (identifier.empty() || identifier.size() > longest) {
-        return {};
-    }
-    const auto element = [](char tag, const std::string& content) {
-        return std::string{tag, static_cast<char>(content.size())} + content;
-    };
-    const std::string type("\x06\x0A\x2B\x06\x01\x04\x01\x82\x37\x0A\x07\x01", 12);
-    return element('\x30', element('\x31', element('\x30', type + element('\x04', identifier))));
-}
-
-/// The helper returns the property one octet short; the octet lies after the string's end.
-std::string keyIdentifier(const CERT_CONTEXT& certificate) {
-    const auto property = CertGetCertificateContextPropertyEx(&certificate, capi::CERT_KEY_IDENTIFIER_PROP_ID);
-    return property.empty() ? std::string() : std::string(property.data(), property.size() + 1);
-}
-
 } // namespace
 } // namespace internal
 
@@ -63,12 +44,8 @@ DecryptContext::DecryptContext(const boost::shared_ptr<crypto::ICertificate>& ce
 
 DecryptContext::~DecryptContext() = default;
 
-const CERT_CONTEXT& DecryptContext::certificate() const {
-    return *tools::toPCCERT_CONTEXT(certificate_->context());
-}
-
 bool DecryptContext::isNamedBy(const CERT_INFO& recipient) const {
-    const auto& own = *certificate().pCertInfo;
+    const auto& own = *tools::toPCCERT_CONTEXT(certificate().context())->pCertInfo;
     return internal::sameOctets(recipient.SerialNumber, own.SerialNumber) &&
            internal::sameOctets(recipient.Issuer, own.Issuer);
 }
@@ -129,12 +106,7 @@ bool SinkDecryptContext::knowsRecipientsEarly() const {
 }
 
 bool SinkDecryptContext::isNamedBy(const CERT_INFO& recipient) const {
-    if (DecryptContext::isNamedBy(recipient)) {
-        return true;
-    }
-    const auto name = internal::keyIdentifierName(internal::keyIdentifier(certificate()));
-    const std::string issuer(reinterpret_cast<const char*>(recipient.Issuer.pbData), recipient.Issuer.cbData);
-    return !name.empty() && issuer == name;
+    return tools::isNamed(tools::recipientName(recipient), certificate());
 }
 
 } // namespace orvik::plugin::wincrypt

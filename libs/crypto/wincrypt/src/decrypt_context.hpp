@@ -49,7 +49,7 @@ public:
 protected:
     /// Whether `recipient` names the certificate.
     [[nodiscard]] virtual bool isNamedBy(const CERT_INFO& recipient) const;
-    [[nodiscard]] const CERT_CONTEXT& certificate() const;
+    [[nodiscard]] const crypto::ICertificate& certificate() const { return *certificate_; }
     [[nodiscard]] CMSG_STREAM_INFO& stream() { return stream_; }
 
 private:
