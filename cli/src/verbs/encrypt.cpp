@@ -11,6 +11,7 @@
 #include "failure.hpp"
 #include "input.hpp"
 #include "options.hpp"
+#include "orvik/plugin/base64.hpp"
 #include "output_file.hpp"
 #include "printable.hpp"
 #include "progress.hpp"
@@ -18,6 +19,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <exception>
 #include <optional>
 #include <set>
@@ -35,13 +37,24 @@ constexpr std::size_t chunkSize = 1024 * 1024;
 /// The message on its way from the service to the output. Stays where it was made.
 class MessageOutput {
 public:
-    explicit MessageOutput(OutputFile& file) : file_(file) {}
+    MessageOutput(OutputFile& file, bool pem) : file_(file), pem_(pem) {
+        if (pem_) {
+            write("-----BEGIN CMS-----\n");
+        }
+    }
     MessageOutput(const MessageOutput&) = delete;
     MessageOutput& operator=(const MessageOutput&) = delete;
     ~MessageOutput() = default;
 
     [[nodiscard]] CMSG_STREAM_INFO stream(DWORD contentSize) { return {contentSize, take, this}; }
     [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
+    /// What is left once the whole message is there.
+    void finish() {
+        if (pem_) {
+            writeLines(rest_);
+            write("-----END CMS-----\n");
+        }
+    }
     /// Throws what writing has thrown, if it has.
     void rethrow() {
         if (failure_) {
@@ -53,8 +66,7 @@ private:
     static BOOL take(const void* argument, BYTE* data, DWORD size, BOOL /*final*/) {
         auto& self = *static_cast<MessageOutput*>(const_cast<void*>(argument));
         try {
-            self.file_.write({reinterpret_cast<const char*>(data), size});
-            self.size_ += size;
+            self.add({reinterpret_cast<const char*>(data), size});
             return 1;
         } catch (...) { // the service's frames lie in between
             self.failure_ = std::current_exception();
@@ -62,7 +74,32 @@ private:
         }
     }
 
+    void add(std::string_view der) {
+        if (!pem_) {
+            write(der);
+            return;
+        }
+        rest_ += der;
+        const std::size_t whole = rest_.size() - rest_.size() % lineOctets;
+        writeLines(std::string_view(rest_).substr(0, whole));
+        rest_.erase(0, whole);
+    }
+    void writeLines(std::string_view der) {
+        for (; !der.empty(); der.remove_prefix(std::min(der.size(), lineOctets))) {
+            const auto line = der.substr(0, lineOctets);
+            write(orvik::plugin::base64::encode({line.data(), line.size()}) + "\n");
+        }
+    }
+    void write(std::string_view octets) {
+        file_.write(octets);
+        size_ += octets.size();
+    }
+
+    static constexpr std::size_t lineOctets = 48; ///< 64 characters (RFC 7468)
+
     OutputFile& file_;
+    bool pem_;
+    std::string rest_; ///< octets that do not fill a line yet
     std::uint64_t size_ = 0;
     std::exception_ptr failure_;
 };
@@ -121,7 +158,7 @@ std::vector<CertificatePtr> recipientsOf(const EncryptArguments& arguments) {
 std::uint64_t encryptInto(Session& session, OutputFile& out, Input& input,
                           const std::vector<CertificatePtr>& recipients, const ContentCipher& cipher) {
     const std::string what = "cannot encrypt " + input.name();
-    MessageOutput output(out);
+    MessageOutput output(out, session.options.pem);
     CMSG_STREAM_INFO stream = output.stream(contentSizeOf(input));
     wincrypt::HCRYPTMSG message;
     *message.put() = openMessage(recipients, cipher, stream);
@@ -138,6 +175,7 @@ std::uint64_t encryptInto(Session& session, OutputFile& out, Input& input,
     input.watch({});
     input.check();
     update(message.get(), output, nullptr, 0, true, what);
+    output.finish();
     return output.size();
 }
 
