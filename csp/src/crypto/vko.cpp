@@ -5,7 +5,6 @@
 #include "crypto/digest.hpp"
 #include "crypto/gost_modes.hpp"
 #include "crypto/gost_params.hpp"
-#include "crypto/key_pair.hpp"
 #include "crypto/public_key_info.hpp"
 #include "crypto/signature.hpp"
 
@@ -64,17 +63,13 @@ bool isLegacy(const KeyAlgorithm& algorithm) {
     return algorithm.signId == capi::CALG_GR3410EL;
 }
 
-/// The parameter set named beside the other key must be the key's own. Without parameters they are the same
-/// (RFC 4490, 4.1).
-void requireSameSet(EVP_PKEY* key, const KeyAlgorithm& algorithm, const GostPublicKey& other) {
-    if (findKey(std::string_view(other.oid)) != &algorithm) {
-        fail(capi::NTE_BAD_PUBLIC_KEY);
-    }
-    if (other.parameters.empty() || other.parameters == der::null()) {
-        return;
-    }
-    const GostParamSet* const theirs = gostParamSetOf(algorithm, other.parameters);
-    if (theirs == nullptr || theirs != gostParamSetOf(algorithm, spki::split(publicKeyInfo(key)).parameters)) {
+/// The parameter set named beside the other key is one of the algorithm's, or absent (RFC 4490, 4.1). Its name is not
+/// compared with the key's own: some curves have several (CryptoPro-A, CryptoPro-XchA, TC26-256-B), and the point shows
+/// which curve it is on.
+void requireKnownSet(const KeyAlgorithm& algorithm, const GostPublicKey& other) {
+    const bool named = !other.parameters.empty() && other.parameters != der::null();
+    if (findKey(std::string_view(other.oid)) != &algorithm ||
+        (named && gostParamSetOf(algorithm, other.parameters) == nullptr)) {
         fail(capi::NTE_BAD_PUBLIC_KEY);
     }
 }
@@ -105,7 +100,7 @@ Point decodePoint(const KeyNumbers& numbers, std::size_t coordinate, ByteView oc
 /// The common point (m / q * UKM * x mod q) * (y * P), its coordinates least significant octet first.
 SecretBytes commonPoint(EVP_PKEY* key, const GostPublicKey& other, ByteView ukm) {
     const KeyAlgorithm& algorithm = gostAlgorithm(key);
-    requireSameSet(key, algorithm, other);
+    requireKnownSet(algorithm, other);
     const ossl::ErrorMark mark;
     const KeyNumbers numbers = numbersOf(key);
     const std::size_t coordinate = gostCoordinateSize(key);

@@ -25,9 +25,9 @@ std::size_t gostCoordinateSize(const EVP_PKEY* key);
 /// The key agreed upon by `key` (private) and `other`: 32 octets, by GOST R 34.11-94 for GOST R 34.10-2001 keys and
 /// VKO_GOSTR3410_2012_256 for the others. `ukm`: least significant octet first, not zero.
 ///
-/// The other point must lie on the key's curve, in the subgroup of the base point, and name the same parameter set or
-/// none; NTE_BAD_PUBLIC_KEY otherwise. NTE_BAD_ALGID for a key that is not a GOST key, CRYPT_E_BAD_ENCODE for a UKM of
-/// zero.
+/// The other point must lie on the key's curve, in the subgroup of the base point, and the parameter set beside it be a
+/// known one or absent; NTE_BAD_PUBLIC_KEY otherwise. NTE_BAD_ALGID for a key that is not a GOST key,
+/// CRYPT_E_BAD_ENCODE for a UKM of zero.
 SecretBytes vko(EVP_PKEY* key, const GostPublicKey& other, ByteView ukm);
 
 /// Octets of the UKM of KEG.

@@ -117,6 +117,23 @@ TEST(KeyWrapping, AnEphemeralKeyOfAnotherCurveIsRefused) {
     EXPECT_EQ(error(recipient.get(), wrapped), capi::NTE_BAD_PUBLIC_KEY);
 }
 
+TEST(KeyWrapping, AnEphemeralPointThatIsNotOnTheCurveIsRefused) {
+    const ossl::Pkey recipient = gostKey("1.2.643.7.1.1.1.1", "1.2.643.7.1.2.1.1.1");
+    AgreedKey wrapped = wrapKey(recipient.get(), AgreementForm::GostCryptoPro, newContentKey());
+    wrapped.originatorKey.back() ^= 1;
+    EXPECT_EQ(error(recipient.get(), wrapped), capi::NTE_BAD_PUBLIC_KEY);
+}
+
+TEST(KeyWrapping, TwoNamesOfOneCurveAreTakenForEachOther) {
+    const ossl::Pkey recipient = gostKey("1.2.643.7.1.1.1.1", "1.2.643.2.2.35.1");
+    const SecretBytes key = newContentKey();
+    AgreedKey wrapped = wrapKey(recipient.get(), AgreementForm::GostCryptoPro, key);
+    const auto name = std::ranges::search(wrapped.originatorKey, der::objectIdentifier("1.2.643.2.2.35.1"));
+    ASSERT_FALSE(name.empty());
+    std::ranges::copy(der::objectIdentifier("1.2.643.2.2.36.0"), name.begin());
+    EXPECT_EQ(unwrapKey(recipient.get(), wrapped, keySize), key);
+}
+
 TEST(KeyWrapping, AUkmOfZeroIsRefused) {
     const ossl::Pkey recipient = gostKey("1.2.643.7.1.1.1.1", "1.2.643.2.2.35.1");
     AgreedKey wrapped = wrapKey(recipient.get(), AgreementForm::GostPlain, newContentKey());
