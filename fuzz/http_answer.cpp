@@ -174,13 +174,12 @@ void tryOcsp(const std::string& octets, bool again) {
         return;
     }
     basic = basicOf(sent);
-    X509* const issuer = scene().authority.issuer().certificate.get();
-    const Owned<X509_STORE, X509_STORE_free> anchors(X509_STORE_new());
-    X509_STORE_add_cert(anchors.get(), scene().authority.root().certificate.get());
-    STACK_OF(X509)* const known = sk_X509_new_null();
-    sk_X509_push(known, issuer);
-    const bool isSigned = basic && OCSP_basic_verify(basic.get(), known, anchors.get(), 0) == 1;
-    sk_X509_free(known);
+    const auto signedBy = [&](const Identity& identity) {
+        return ASN1_item_verify(ASN1_ITEM_rptr(OCSP_RESPDATA), OCSP_resp_get0_tbs_sigalg(basic.get()),
+                                OCSP_resp_get0_signature(basic.get()), OCSP_resp_get0_respdata(basic.get()),
+                                X509_get0_pubkey(identity.certificate.get())) == 1;
+    };
+    const bool isSigned = basic && (signedBy(scene().authority.responder({})) || signedBy(scene().authority.issuer()));
     require(isSigned, "a status comes from an answer that the authority's responder signed");
     std::array<bool, 3> said{}; // by OpenSSL's numbers of statuses, of all entries for the certificate
     for (int i = 0; i < OCSP_resp_count(basic.get()); ++i) {
