@@ -56,11 +56,15 @@ std::vector<Cipher> ciphersOf(const Kind& kind) {
 class Enveloped : public testing::Test {
 protected:
     Enveloped() {
-        std::string content; // several segments, and a length that no cipher's block divides
-        for (int line = 0; content.size() < 150001; ++line) {
+        writeReport(150001); // several segments, and a length that no cipher's block divides
+    }
+
+    void writeReport(std::size_t size) {
+        std::string content;
+        for (int line = 0; content.size() < size; ++line) {
             content += "Line " + std::to_string(line) + " of the report.\n";
         }
-        place_.folder().write("report.txt", content);
+        place_.folder().write("report.txt", content.substr(0, size));
     }
 
     void expectReport(const std::string& file, const std::string& row, const Outcome& done) {
@@ -95,6 +99,9 @@ TEST_F(Enveloped, OpensslReadsOurs) {
         words.insert(words.end(), kind.newKey.begin(), kind.newKey.end());
         place_.openssl().must(words);
         for (const Cipher& cipher : ciphersOf(kind)) {
+            // The engine decrypts with sections of 1 KiB (Magma) and 4 KiB what it encrypts with 8 KiB and 256 KiB.
+            const bool sections = std::string(cipher.name).find("acpkm") != std::string::npos;
+            writeReport(sections ? 1001 : 150001);
             for (const bool ber : {false, true}) {
                 encrypt(name + ".crt", cipher, "message", ber);
                 const Outcome done =
@@ -161,7 +168,10 @@ TEST_F(EnvelopedByCastle, BouncyCastleReadsOurs) {
     const auto lines = castle_->run(words);
     std::size_t row = 0;
     forEach([&](const Kind&, const Cipher&, const std::string& file) {
-        expectReport(file + ".out", "Bouncy Castle reads ours: " + file, {0, lines.at(row), ""});
+        Outcome done;
+        done.exit = 0;
+        done.out = lines.at(row);
+        expectReport(file + ".out", "Bouncy Castle reads ours: " + file, done);
         ++row;
     });
 }
