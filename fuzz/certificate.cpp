@@ -187,7 +187,8 @@ void checkChain(const CERT_CHAIN_CONTEXT& chain, PCCERT_CONTEXT target) {
 void buildChains(void* anchors, void* issuers, PCCERT_CONTEXT target) {
     CERT_CHAIN_PARA parameters{};
     parameters.cbSize = sizeof parameters;
-    for (const DWORD flags : {DWORD{0}, capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN}) {
+    constexpr DWORD offline = capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL;
+    for (const DWORD flags : {offline, capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN | offline}) {
         PCCERT_CHAIN_CONTEXT chain = nullptr;
         if (api::CertGetCertificateChain(anchors, target, nullptr, issuers, &parameters, flags, nullptr, &chain) != 0) {
             checkChain(*chain, target);

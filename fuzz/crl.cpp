@@ -1,6 +1,7 @@
 // CRLs from a stranger, asked about a certificate of an authority made here: as they are, and signed again by that
 // authority. Built with libFuzzer, and replayed by a test.
 
+#include "authority.hpp"
 #include "capi/constants.hpp"
 #include "carried_store.hpp"
 #include "core/ossl.hpp"
@@ -19,57 +20,8 @@ using klunortredi::csp::Bytes;
 using klunortredi::csp::ByteView;
 namespace api = klunortredi::csp::exports;
 namespace ossl = klunortredi::csp::ossl;
-
-constexpr long leafSerial = 7;
-
-void addExtension(X509* certificate, int nid, const char* value) {
-    X509V3_CTX context;
-    X509V3_set_ctx_nodb(&context);
-    X509V3_set_ctx(&context, certificate, certificate, nullptr, nullptr, 0);
-    X509_EXTENSION* const extension = X509V3_EXT_nconf_nid(nullptr, &context, nid, value);
-    X509_add_ext(certificate, extension, -1);
-    X509_EXTENSION_free(extension);
-}
-
-/// An authority and a certificate that it issued, valid for a day around now.
-struct Authority {
-    Authority() : key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256")) {
-        root = make("root", 1, true);
-        leaf = make("leaf", leafSerial, false);
-        rootDer = ossl::toDer(i2d_X509, root.get());
-        leafDer = ossl::toDer(i2d_X509, leaf.get());
-    }
-
-    ossl::X509Ptr make(const char* subject, long serial, bool isRoot) const {
-        ossl::X509Ptr made(X509_new());
-        X509* const certificate = made.get();
-        X509_set_version(certificate, X509_VERSION_3);
-        ASN1_INTEGER_set(X509_get_serialNumber(certificate), serial);
-        X509_NAME_add_entry_by_txt(X509_get_subject_name(certificate), "CN", MBSTRING_ASC,
-                                   reinterpret_cast<const unsigned char*>(subject), -1, -1, 0);
-        X509_set_issuer_name(certificate, X509_get_subject_name(isRoot ? certificate : root.get()));
-        X509_gmtime_adj(X509_getm_notBefore(certificate), -86400);
-        X509_gmtime_adj(X509_getm_notAfter(certificate), 365 * 86400L);
-        X509_set_pubkey(certificate, key.get());
-        if (isRoot) {
-            addExtension(certificate, NID_basic_constraints, "critical,CA:TRUE");
-            addExtension(certificate, NID_key_usage, "critical,keyCertSign,cRLSign");
-        }
-        X509_sign(certificate, key.get(), EVP_sha256());
-        return made;
-    }
-
-    ossl::Pkey key;
-    ossl::X509Ptr root;
-    ossl::X509Ptr leaf;
-    Bytes rootDer;
-    Bytes leafDer;
-};
-
-const Authority& authority() {
-    static const auto* const made = new Authority;
-    return *made;
-}
+using fuzz::authority;
+using fuzz::leafSerial;
 
 /// Error bits of the leaf's chain with these CRLs at hand; ~0 when the CRL cannot be carried.
 DWORD errorsWith(const Bytes& crl, DWORD flags) {
@@ -84,7 +36,8 @@ DWORD errorsWith(const Bytes& crl, DWORD flags) {
     parameters.cbSize = sizeof parameters;
     PCCERT_CHAIN_CONTEXT chain = nullptr;
     DWORD errors = ~DWORD{0};
-    if (api::CertGetCertificateChain(anchors, leaf, nullptr, store, &parameters, flags, nullptr, &chain) != 0) {
+    if (api::CertGetCertificateChain(anchors, leaf, nullptr, store, &parameters,
+                                     flags | capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr, &chain) != 0) {
         errors = chain->TrustStatus.dwErrorStatus;
         api::CertFreeCertificateChain(chain);
     }

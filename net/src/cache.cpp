@@ -68,7 +68,7 @@ std::string downloadInto(const CacheFolder& folder, const std::string& name, con
 
 Cache::Cache(std::filesystem::path folder, CacheLimits limits) : folder_(std::move(folder)), limits_(limits) {}
 
-Cache Cache::ofUser() {
+Cache Cache::ofUser(CacheLimits limits) {
     const auto absolute = [](const char* variable) {
         const char* const value = std::getenv(variable);
         return value != nullptr && *value == '/' ? std::filesystem::path(value) : std::filesystem::path();
@@ -77,7 +77,7 @@ Cache Cache::ofUser() {
     if (base.empty() && !absolute("HOME").empty()) {
         base = absolute("HOME") / ".cache";
     }
-    return Cache(base.empty() ? base : base / "klunortredi");
+    return Cache(base.empty() ? base : base / "klunortredi", limits);
 }
 
 std::optional<std::string> Cache::find(const std::string& key) const {

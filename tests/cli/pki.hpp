@@ -40,9 +40,9 @@ public:
     }
 
     /// A list in which the serial numbers (two hexadecimal digits each) are revoked since 2026-01-02 for a compromised
-    /// key.
+    /// key. `extensions` are further lines of the list's extensions, as in openssl.cnf.
     void list(const std::string& issuer, const std::vector<std::string>& revoked, const std::string& number = "01",
-              const std::string& days = "5") const {
+              const std::string& days = "5", const std::string& extensions = "") const {
         std::string index;
         for (const std::string& serial : revoked) {
             index += "R\t491231000000Z\t260102030405Z,keyCompromise\t" + serial + "\tunknown\t/CN=x\n";
@@ -51,7 +51,8 @@ public:
         folder_.write("index.txt.attr", "unique_subject = no\n");
         folder_.write("crlnumber", number + "\n");
         folder_.write("crl.cnf", "[ca]\ndefault_ca=d\n[d]\ndatabase=index.txt\ncrlnumber=crlnumber\n"
-                                 "default_md=sha256\ncrl_extensions=e\n[e]\nauthorityKeyIdentifier=keyid\n");
+                                 "default_md=sha256\ncrl_extensions=e\n[e]\nauthorityKeyIdentifier=keyid\n" +
+                                     extensions);
         openssl_.must({"ca", "-config", "crl.cnf", "-gencrl", "-crldays", days, "-keyfile", issuer + ".key", "-cert",
                        issuer + ".pem", "-out", issuer + ".crl"});
     }

@@ -3,12 +3,15 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 namespace admin_test {
 namespace {
 
 using test_support::Pki;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -93,6 +96,40 @@ TEST_F(Crls, ListsOfSeveralAuthoritiesAreToldApart) {
     EXPECT_EQ(crl({"delete", rows[0]["file"]}).exit, 0);
     ASSERT_EQ(json({"list"})["crls"].size(), 1U);
     EXPECT_EQ(json({"list"})["crls"][0]["issuer"], rows[1]["issuer"]);
+}
+
+TEST_F(Crls, OfChangesAndOfOtherIssuersAreShownAsSuch) {
+    pki.list("root", {"08"}, "06", "5", "deltaCRL=critical,DER:02:01:05\n");
+    ASSERT_EQ(crl({"add", "root.crl"}).exit, 0);
+    pki.list("root", {}, "07", "5", "issuingDistributionPoint=critical,@p\n[p]\nindirectCRL=TRUE\n");
+    ASSERT_EQ(crl({"add", "root.crl"}).exit, 0);
+    const Json rows = json({"list"})["crls"];
+    ASSERT_EQ(rows.size(), 2U);
+    const Json& delta = rows[rows[0]["number"] == "06" ? 0 : 1];
+    const Json& indirect = rows[rows[0]["number"] == "06" ? 1 : 0];
+    EXPECT_EQ(delta["delta"], true);
+    EXPECT_EQ(delta["indirect"], false);
+    EXPECT_EQ(delta["entries"], 1);
+    EXPECT_EQ(indirect["delta"], false);
+    EXPECT_EQ(indirect["indirect"], true);
+    EXPECT_THAT(crl({"list"}).out, AllOf(HasSubstr("1, delta\n"), HasSubstr("0, indirect\n")));
+}
+
+TEST_F(Crls, TakeThePlaceOfAnOlderOneWhenTheirSignatureIsVerified) {
+    ASSERT_EQ(json({"add", "root.crl"})["verified"], false) << "its issuer is not in the stores";
+    EXPECT_EQ(files().size(), 1U);
+    const std::string home = place.home().path();
+    RunOptions options;
+    options.environment.emplace("KLUNORTREDI_HOME", home);
+    options.folder = place.folder().path();
+    ASSERT_EQ(test_support::run({KLUNORTREDI, "certs", "add", "root.pem", "--store", "ca"}, options).exit, 0);
+    EXPECT_EQ(json({"add", "root.crl"})["verified"], true);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100)); // thisUpdate counts seconds
+    pki.list("root", {"07", "08"}, "06");
+    EXPECT_EQ(json({"add", "root.crl"})["added"]["number"], "06");
+    const Json rows = json({"list"})["crls"];
+    ASSERT_EQ(rows.size(), 1U);
+    EXPECT_EQ(rows[0]["entries"], 2);
 }
 
 TEST_F(Crls, ThatAreNotCrlsAreRefusedAndNothingIsKept) {

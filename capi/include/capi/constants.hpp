@@ -386,6 +386,12 @@ inline constexpr DWORD USAGE_MATCH_TYPE_AND = 0;
 inline constexpr DWORD USAGE_MATCH_TYPE_OR = 1;
 inline constexpr DWORD CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL = 0x00000004;
 inline constexpr DWORD CERT_CHAIN_RETURN_LOWER_QUALITY_CONTEXTS = 0x00000080;
+/// Alone, for the embedded service: revocation is looked at, and what is not known is not an error.
+inline constexpr DWORD CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT = 0x08000000;
+/// How policies are processed (RFC 5280, 6.1.1 e to g). Of the embedded service: the CryptoAPI has no such flags.
+inline constexpr DWORD CERT_CHAIN_REQUIRE_EXPLICIT_POLICY = 0x00200000;
+inline constexpr DWORD CERT_CHAIN_INHIBIT_POLICY_MAPPING = 0x00400000;
+inline constexpr DWORD CERT_CHAIN_INHIBIT_ANY_POLICY = 0x00800000;
 inline constexpr DWORD CERT_CHAIN_REVOCATION_CHECK_END_CERT = 0x10000000;
 inline constexpr DWORD CERT_CHAIN_REVOCATION_CHECK_CHAIN = 0x20000000;
 inline constexpr DWORD CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT = 0x40000000;
@@ -423,6 +429,9 @@ inline constexpr DWORD CERT_TRUST_IS_SELF_SIGNED = 0x00000008;
 inline constexpr DWORD CERT_TRUST_HAS_PREFERRED_ISSUER = 0x00000100; ///< several issuers fit, this one was chosen
 inline constexpr DWORD CERT_TRUST_HAS_VALID_NAME_CONSTRAINTS = 0x00000400;
 inline constexpr DWORD CERT_TRUST_IS_COMPLEX_CHAIN = 0x00010000;
+/// dwInfoStatus of a chain with errors, of the embedded service alone: a limit kept the search for issuers from looking
+/// at everything at hand, so a certificate that seems to be missing may be there.
+inline constexpr DWORD CERT_TRUST_SEARCH_LIMITED = 0x40000000;
 inline constexpr DWORD CERT_CHAIN_POLICY_BASE = 1;
 
 // ---- texts ---------------------------------------------------------------------------------------------------------

@@ -50,6 +50,9 @@ static_assert(sizeof(CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA) == 24);
 static_assert(sizeof(CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA) == 32);
 static_assert(sizeof(CMSG_COUNTER_SIGNATURE) == 72);
 static_assert(sizeof(CERT_CHAIN_PARA) == 32);
+static_assert(sizeof(CERT_CHAIN_PARA_LONG) == 96 && offsetof(CERT_CHAIN_PARA_LONG, RequestedIssuancePolicy) == 32 &&
+              offsetof(CERT_CHAIN_PARA_LONG, dwUrlRetrievalTimeout) == 56 &&
+              offsetof(CERT_CHAIN_PARA_LONG, pftCacheResync) == 72);
 static_assert(sizeof(CRL_ENTRY) == 40 && offsetof(CRL_ENTRY, RevocationDate) == 16);
 static_assert(sizeof(CRL_INFO) == 96);
 static_assert(offsetof(CRL_INFO, Issuer) == 32 && offsetof(CRL_INFO, cCRLEntry) == 64);

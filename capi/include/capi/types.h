@@ -438,6 +438,19 @@ typedef struct _CERT_CHAIN_PARA {
     CERT_USAGE_MATCH RequestedUsage;
 } CERT_CHAIN_PARA;
 
+/// The longer form of CERT_CHAIN_PARA; which one a caller gives is said by cbSize.
+typedef struct _CERT_CHAIN_PARA_LONG {
+    DWORD cbSize;
+    CERT_USAGE_MATCH RequestedUsage;
+    CERT_USAGE_MATCH RequestedIssuancePolicy; ///< certificate policies that the chain must be valid for
+    DWORD dwUrlRetrievalTimeout;              ///< milliseconds for all retrievals of the chain; 0: the default
+    BOOL fCheckRevocationFreshnessTime;
+    DWORD dwRevocationFreshnessTime; ///< seconds since thisUpdate that a CRL may have, where the field before says so
+    FILETIME* pftCacheResync;        ///< not null: the embedded service uses nothing that it kept from before
+    const void* pStrongSignPara;     ///< must be null for the embedded service
+    DWORD dwStrongSignFlags;
+} CERT_CHAIN_PARA_LONG;
+
 typedef struct _CRL_ENTRY {
     CRYPT_INTEGER_BLOB SerialNumber; /* least significant byte first */
     FILETIME RevocationDate;

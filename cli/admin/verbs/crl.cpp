@@ -1,3 +1,5 @@
+#include "x509/crl.hpp"
+#include "chains/crl_signer.hpp"
 #include "core/error.hpp"
 #include "core/hex.hpp"
 #include "failure.hpp"
@@ -71,6 +73,12 @@ std::string lower(std::string text) {
     return text;
 }
 
+/// The key whose signature the CRL has; empty when no certificate of the stores has that key.
+csp::Bytes signerOf(csp::ByteView contents) {
+    const auto der = csp::crlDer(contents);
+    return der ? csp::crlSignerKey(*der).value_or(csp::Bytes{}) : csp::Bytes{};
+}
+
 /// The one list that `which` means.
 CrlSummary find(const std::filesystem::path& folder, const CrlArguments& arguments) {
     std::vector<CrlSummary> found = csp::listCrls(folder);
@@ -107,10 +115,17 @@ ExitCode addCrl(Session& session, const CrlArguments& arguments) {
     const std::string octets = cli::readSmall(arguments.which, csp::largestCrl, "CRL");
     const csp::ByteView contents(reinterpret_cast<const std::uint8_t*>(octets.data()), octets.size());
     try {
-        const CrlSummary crl = csp::addCrl(folder, contents);
-        session.console.result({{"added", toJson(crl)}, {"store", arguments.store}}, [&](std::ostream& out) {
+        const csp::Bytes signer = signerOf(contents);
+        const CrlSummary crl = csp::addCrl(folder, contents, signer);
+        const bool verified = !signer.empty();
+        const Json added{{"added", toJson(crl)}, {"verified", verified}, {"store", arguments.store}};
+        session.console.result(added, [&](std::ostream& out) {
             out << "added the CRL of " << cli::printableName(crl.issuer) << " of " << timeText(crl.thisUpdate)
                 << " to store " << arguments.store << '\n';
+            if (!verified) {
+                out << "  its signature is not verified: no certificate of its issuer in the stores signed it\n"
+                       "  it does not replace any other CRL, and chains use it only with its issuer's signature\n";
+            }
         });
     } catch (const csp::ApiError& e) {
         if (e.code() == capi::ERROR_INVALID_DATA || e.code() == capi::CRYPT_E_ASN1_CORRUPT) {

@@ -1,5 +1,6 @@
 #include "chains/chain_builder.hpp"
 
+#include "chains/access_locations.hpp"
 #include "chains/certificate_form.hpp"
 #include "chains/chain_quality.hpp"
 #include "chains/chain_usage.hpp"
@@ -7,19 +8,25 @@
 #include "chains/element_signature.hpp"
 #include "chains/name_form.hpp"
 #include "chains/name_limits.hpp"
+#include "chains/online_status.hpp"
 #include "chains/path_judgement.hpp"
 #include "chains/path_search.hpp"
 #include "chains/revocation_lists.hpp"
 #include "chains/weak_algorithm.hpp"
 #include "crypto/algorithms.hpp"
 #include "crypto/engine.hpp"
+#include "stores/memory_store.hpp"
 #include "x509/x509_der.hpp"
 
 #include <algorithm>
+#include <set>
 
 namespace klunortredi::csp {
 
 namespace {
+
+/// Issuers that are retrieved one after the other.
+constexpr int mostRounds = 4;
 
 constexpr DWORD unknownBits = capi::CERT_TRUST_REVOCATION_STATUS_UNKNOWN;
 constexpr DWORD revocationBits = unknownBits | capi::CERT_TRUST_IS_REVOKED;
@@ -76,12 +83,10 @@ public:
 
     BuiltChain run() {
         std::vector<BuiltChain> chains;
-        PathSearch(sources_, request_.time).run(target_, [&](const Path& path) {
-            chains.push_back(judged(path));
-            return chains.back().errors != 0 || request_.lowerQuality;
-        });
-        // Stable: of equal quality, the one that the search found first.
-        std::ranges::stable_sort(chains, isBetterChain, &BuiltChain::errors);
+        searchInto(chains);
+        for (int round = 0; round < mostRounds && retrieveIssuer(chains.front()); ++round) {
+            searchInto(chains);
+        }
         // Chains of other keys work without the engine; of these, what was found would not be a verdict.
         if (chains.front().errors != 0 && engineMissed_) {
             throw *withoutEngine_;
@@ -94,9 +99,97 @@ public:
     }
 
 private:
+    /// The chains of every path that the search finds, the best first.
+    void searchInto(std::vector<BuiltChain>& chains) {
+        chains.clear();
+        PathSearch search(sources_, request_.time);
+        search.run(target_, [&](const Path& path) {
+            chains.push_back(judged(path));
+            return chains.back().errors != 0 || request_.lowerQuality;
+        });
+        // Stable: of equal quality, the one that the search found first.
+        std::ranges::stable_sort(chains, isBetterChain, &BuiltChain::errors);
+        const bool limited = chains.front().errors != 0 && search.limited();
+        chains.front().information = limited ? capi::CERT_TRUST_SEARCH_LIMITED : 0;
+    }
+
+    Retrieval& retrieval() {
+        if (!retrieval_) {
+            RetrievalBudget budget;
+            budget.time = request_.retrieval.timeout.count() > 0 ? request_.retrieval.timeout : budget.time;
+            retrieval_.emplace(budget, request_.retrieval.anew);
+        }
+        return *retrieval_;
+    }
+
+    /// Retrieves the issuer that the best chain lacks; whether a certificate came that was not at hand. Only for a
+    /// chain with no other fault than that, the times and the unknown status: another one is refused whatever the
+    /// issuer is.
+    bool retrieveIssuer(const BuiltChain& chain) {
+        constexpr DWORD curable = capi::CERT_TRUST_IS_PARTIAL_CHAIN | capi::CERT_TRUST_IS_NOT_TIME_VALID | unknownBits |
+                                  capi::CERT_TRUST_IS_OFFLINE_REVOCATION;
+        if (!request_.retrieval.issuers || (chain.errors & capi::CERT_TRUST_IS_PARTIAL_CHAIN) == 0 ||
+            (chain.errors & ~curable) != 0) {
+            return false;
+        }
+        const auto end = ossl::fromDer<ossl::X509Ptr>(d2i_X509, chain.elements.back().certificate->encoded());
+        for (const std::string& location : end ? issuerLocations(end.get()) : std::vector<std::string>{}) {
+            if (!asked_.insert(location).second) {
+                continue;
+            }
+            const std::vector<Bytes> certificates = retrieval().certificates(location);
+            if (!certificates.empty()) {
+                sources_.add(openMemoryStore(certificates, {}));
+                return true;
+            }
+        }
+        return false;
+    }
+
+    static std::shared_ptr<OpenStore> openMemoryStore(const std::vector<Bytes>& certificates, std::vector<Bytes> crls) {
+        return std::make_shared<OpenStore>(std::make_shared<MemoryStore>(certificates, std::move(crls)), false);
+    }
+
     BuiltChain judged(const Path& path) {
         const bool looks = request_.revocation != RevocationCheck::None || request_.listsAtHand;
-        const PathCrls crls = looks ? crlsOf(path, sources_) : PathCrls{};
+        PathCrls crls = looks ? crlsOf(path, sources_) : PathCrls{};
+        BuiltChain chain = judgedBy(path, crls, {});
+        // A path with another fault is refused whatever the status is, and its certificates may be anybody's.
+        const bool sound =
+            path.anchored && (chain.errors & ~(unknownBits | capi::CERT_TRUST_IS_OFFLINE_REVOCATION)) == 0;
+        if (!request_.retrieval.status || !looks || !sound) {
+            return chain;
+        }
+        const std::set<std::size_t> missing = unknownElements(path, crls, chain);
+        if (missing.empty()) {
+            return chain;
+        }
+        RetrievedStatus found = retrieveStatus(path, crls, missing, request_.time, retrieval());
+        if (!found.crls.empty()) {
+            sources_.add(openMemoryStore({}, std::move(found.crls)));
+            crls = crlsOf(path, sources_);
+        }
+        return judgedBy(path, crls, found.answers);
+    }
+
+    /// The elements about which somebody may be asked: those in question, below the end of the path, whose status
+    /// nothing at hand says. Where a limit left a list at hand unread, no other source replaces that list.
+    [[nodiscard]] std::set<std::size_t> unknownElements(const Path& path, const PathCrls& crls,
+                                                        const BuiltChain& chain) const {
+        const std::size_t below = path.certificates.size() - 1;
+        const std::size_t count =
+            request_.revocation == RevocationCheck::EndCertificate ? std::min<std::size_t>(below, 1) : below;
+        std::set<std::size_t> unknown;
+        for (std::size_t i = 0; i < count; ++i) {
+            const auto& revocation = chain.elements[i].revocation;
+            if (!crls.unjudged.contains(i) && (!revocation || revocation->result != 0)) {
+                unknown.insert(i);
+            }
+        }
+        return unknown;
+    }
+
+    BuiltChain judgedBy(const Path& path, const PathCrls& crls, const OcspAnswers& answers) {
         const PathJudgement judgement = judgePath(path, crls, request_);
         BuiltChain chain;
         chain.errors = judgement.findings.ofChain() | endOf(path);
@@ -107,10 +200,15 @@ private:
             element.certificate = candidate.certificate;
             element.store = candidate.store;
             const DWORD unjudged = crls.unjudged.contains(i) ? unknownBits : 0;
-            element.errors = errorsOf(path, judgement, unjudged, i);
-            element.information = informationOf(path, i);
             element.revocation = revocationOf(judgement.crls[i], candidate.x509.get(),
                                               judgement.findings.ofElement(i) | unjudged, request_.time);
+            DWORD found = judgement.findings.ofElement(i);
+            if (const auto answer = answers.find(i); answer != answers.end() && unjudged == 0) {
+                found = withAnswer(found, answer->second, element.revocation);
+            }
+            found |= tooOld(element.revocation);
+            element.errors = errorsOf(path, found, unjudged, i);
+            element.information = informationOf(path, i);
             chain.elements.push_back(std::move(element));
         }
         judgeNames(path, chain.elements);
@@ -125,11 +223,31 @@ private:
         return path.cyclic ? capi::CERT_TRUST_IS_CYCLIC | capi::CERT_TRUST_IS_PARTIAL_CHAIN : 0;
     }
 
-    DWORD errorsOf(const Path& path, const PathJudgement& judgement, DWORD unjudged, std::size_t index) {
+    /// A certificate that a list revokes stays revoked, whatever a server answers.
+    [[nodiscard]] DWORD withAnswer(DWORD found, const OcspAnswer& answer,
+                                   std::optional<ElementRevocation>& revocation) const {
+        if ((found & capi::CERT_TRUST_IS_REVOKED) != 0) {
+            return found;
+        }
+        revocation = revocationOf(answer, request_.time);
+        return (found & ~unknownBits) | (revocation->result != 0 ? capi::CERT_TRUST_IS_REVOKED : 0);
+    }
+
+    /// A list that is older than the caller takes says nothing good; what it revokes stays revoked.
+    [[nodiscard]] DWORD tooOld(std::optional<ElementRevocation>& revocation) const {
+        if (!request_.oldestList || !revocation || revocation->result == capi::CRYPT_E_REVOKED ||
+            revocation->freshness <= *request_.oldestList) {
+            return 0;
+        }
+        revocation->result = capi::CRYPT_E_REVOCATION_OFFLINE;
+        return unknownBits;
+    }
+
+    DWORD errorsOf(const Path& path, DWORD found, DWORD unjudged, std::size_t index) {
         X509* const certificate = path.certificates[index]->x509.get();
         const bool end = index + 1 == path.certificates.size();
         const bool anchor = end && path.anchored;
-        DWORD errors = judgement.findings.ofElement(index);
+        DWORD errors = found;
         const DWORD ignored = ignoredRevocation(index, end && selfIssued(certificate));
         errors &= ~ignored;
         if ((ignored & capi::CERT_TRUST_IS_REVOKED) == 0) {
@@ -200,6 +318,8 @@ private:
     ChainSources sources_;
     const Distrust distrust_;
     Candidate target_;
+    std::optional<Retrieval> retrieval_; ///< its time begins at the first use
+    std::set<std::string> asked_;        ///< locations of issuers
     bool engineMissed_ = false;
 };
 

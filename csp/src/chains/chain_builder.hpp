@@ -1,11 +1,13 @@
 #pragma once
 
 /// Building and checking of certificate chains (RFC 5280, section 6) over OpenSSL, from the certificates and CRLs of
-/// the stores alone: nothing is ever fetched. What is trusted and what is refused: docs/trust-policy.md.
+/// the stores and, where the request allows it, of the network. What is trusted and what is refused:
+/// docs/trust-policy.md.
 
 #include "chains/element_revocation.hpp"
 #include "stores/store.hpp"
 
+#include <chrono>
 #include <ctime>
 #include <memory>
 #include <optional>
@@ -27,6 +29,23 @@ struct RequestedUsage {
     bool any = false;
 };
 
+/// Certificate policies that the chain must be valid for, and how policies are processed (RFC 5280, 6.1.1).
+struct RequestedPolicies {
+    std::vector<std::string> oids; ///< the user-initial-policy-set; empty: any policy
+    bool any = false;              ///< one of them is enough
+    bool required = false;         ///< initial-explicit-policy; so too when policies are named
+    bool withoutMapping = false;   ///< initial-policy-mapping-inhibit
+    bool withoutAnyPolicy = false; ///< initial-any-policy-inhibit
+};
+
+/// What may be retrieved from the network for a chain.
+struct RequestedRetrieval {
+    bool issuers = false;                ///< missing issuers (RFC 5280, 4.2.2.1)
+    bool status = false;                 ///< CRLs and status answers of certificates whose status is not known
+    std::chrono::milliseconds timeout{}; ///< of all together; 0: the default
+    bool anew = false;                   ///< what is kept from before is not used
+};
+
 struct ChainRequest {
     std::shared_ptr<Certificate> certificate;
     std::shared_ptr<OpenStore> additional; ///< more intermediates and CRLs; may be null
@@ -35,6 +54,9 @@ struct ChainRequest {
     RevocationCheck revocation = RevocationCheck::None; ///< the certificates whose status must be known
     bool listsAtHand = false; ///< without such a check: apply the CRLs that are there, a missing one is not an error
     RequestedUsage usage;
+    RequestedPolicies policies;
+    std::optional<DWORD> oldestList; ///< seconds since thisUpdate after which a list says nothing good any more
+    RequestedRetrieval retrieval;
     bool lowerQuality = false; ///< return the other chains too
 };
 
@@ -52,6 +74,7 @@ struct ChainElement {
 struct BuiltChain {
     std::vector<ChainElement> elements; ///< the certificate first, then its issuers
     DWORD errors = 0;                   ///< of the chain itself and all its elements
+    DWORD information = 0;              ///< of the chain itself
     std::vector<BuiltChain> lower;      ///< by falling quality; empty unless asked for
 };
 

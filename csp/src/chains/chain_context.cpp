@@ -109,7 +109,7 @@ std::unique_ptr<Layout> layOut(const BuiltChain& chain, PCCERT_CONTEXT context) 
     layout->chain.cElement = static_cast<DWORD>(layout->pointers.size());
     layout->chain.rgpElement = layout->pointers.data();
     layout->context.cbSize = sizeof layout->context;
-    layout->context.TrustStatus.dwErrorStatus = chain.errors;
+    layout->context.TrustStatus = {chain.errors, chain.information};
     layout->context.cChain = 1;
     layout->context.rgpChain = &layout->chains;
     if (const auto age = freshness(chain)) {

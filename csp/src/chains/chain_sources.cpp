@@ -41,6 +41,13 @@ ChainSources::ChainSources(const std::shared_ptr<OpenStore>& additional, const s
     }
 }
 
+void ChainSources::add(const std::shared_ptr<OpenStore>& store) {
+    collect(store, false);
+    if (crlsRead_) {
+        readCrlsOf(*store);
+    }
+}
+
 void ChainSources::collect(const std::shared_ptr<OpenStore>& store, bool anchor) {
     for (auto& certificate : store->store().certificates()) {
         const unsigned long hash = certificate->decoded().subjectHash();
@@ -94,16 +101,20 @@ void ChainSources::readCrls() {
     }
     crlsRead_ = true;
     for (const auto& store : stores_) {
-        for (StoredCrl& stored : store->store().crls()) {
-            const auto head = crlHead(stored.der);
-            auto issuer = head ? ossl::fromDer<ossl::X509NamePtr>(d2i_X509_NAME, head->issuer) : nullptr;
-            if (!issuer) {
-                warn("not a CRL, left out: " + stored.name);
-                continue;
-            }
-            const unsigned long hash = hashOf(issuer.get());
-            crls_[hash].push_back({std::move(stored), std::move(issuer)});
+        readCrlsOf(*store);
+    }
+}
+
+void ChainSources::readCrlsOf(OpenStore& store) {
+    for (StoredCrl& stored : store.store().crls()) {
+        const auto head = crlHead(stored.der);
+        auto issuer = head ? ossl::fromDer<ossl::X509NamePtr>(d2i_X509_NAME, head->issuer) : nullptr;
+        if (!issuer) {
+            warn("not a CRL, left out: " + stored.name);
+            continue;
         }
+        const unsigned long hash = hashOf(issuer.get());
+        crls_[hash].push_back({std::move(stored), std::move(issuer)});
     }
 }
 

@@ -41,6 +41,8 @@ public:
     /// `additional` may be null; null `anchors` are those of store "root".
     ChainSources(const std::shared_ptr<OpenStore>& additional, const std::shared_ptr<OpenStore>& anchors);
 
+    /// Adds a store after all others. Anchors are not among its certificates.
+    void add(const std::shared_ptr<OpenStore>& store);
     /// The candidate whose subject is `name`, decoded, each encoding once, in no particular order. At most `limit`.
     std::vector<const Candidate*> named(const X509_NAME* name, std::size_t limit);
     /// The anchor with the encoding of `certificate`; null when there is none.
@@ -52,6 +54,7 @@ public:
 private:
     void collect(const std::shared_ptr<OpenStore>& store, bool anchor);
     void readCrls();
+    void readCrlsOf(OpenStore& store);
 
     std::vector<std::shared_ptr<OpenStore>> stores_;
     std::unordered_multimap<unsigned long, Candidate> candidates_;        ///< by the hash of the subject

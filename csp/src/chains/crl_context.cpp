@@ -18,6 +18,9 @@ FILETIME fileTime(const ASN1_TIME* time) {
 
 /// The object identifier of "a CRL" as the kind of revocation information.
 constexpr const char* revocationByCrl = "1.3.6.1.4.1.311.10.1.1";
+/// id-ad-ocsp: the answer of a server (RFC 6960).
+constexpr const char* revocationByOcsp = "1.3.6.1.5.5.7.48.1";
+constexpr const char* reasonCode = "2.5.29.21";
 
 } // namespace
 
@@ -48,6 +51,20 @@ CRL_ENTRY* RevocationLayout::entry(const X509_REVOKED* revoked) {
     entry.SerialNumber = blob(Bytes(serial.rbegin(), serial.rend()));
     entry.RevocationDate = fileTime(X509_REVOKED_get0_revocationDate(revoked));
     entry.rgExtension = extensions(X509_REVOKED_get0_extensions(revoked), entry.cExtension);
+    return &entry;
+}
+
+CRL_ENTRY* RevocationLayout::entry(const OcspAnswer& answer) {
+    CRL_ENTRY& entry = entries_.emplace_back();
+    entry.RevocationDate = toFileTime(answer.revoked);
+    if (answer.reason >= 0) {
+        std::vector<CERT_EXTENSION>& kept = extensions_.emplace_back();
+        constexpr std::uint8_t enumerated = 0x0A;
+        kept.push_back({texts_.emplace_back(reasonCode).data(), 0,
+                        blob({enumerated, 1, static_cast<std::uint8_t>(answer.reason)})});
+        entry.cExtension = 1;
+        entry.rgExtension = kept.data();
+    }
     return &entry;
 }
 
@@ -84,11 +101,14 @@ CERT_REVOCATION_INFO* RevocationLayout::add(const ElementRevocation& revocation)
     crl.pBaseCrlContext = context(revocation.base);
     crl.pDeltaCrlContext = context(revocation.delta);
     crl.pCrlEntry = revocation.entry == nullptr ? nullptr : entry(revocation.entry);
+    if (revocation.answer && revocation.answer->status == OcspAnswer::Status::Revoked) {
+        crl.pCrlEntry = entry(*revocation.answer);
+    }
     crl.fDeltaCrlEntry = revocation.entry != nullptr && revocation.entryOf == revocation.delta ? 1 : 0;
     CERT_REVOCATION_INFO& info = revocations_.emplace_back();
     info.cbSize = sizeof info;
     info.dwRevocationResult = revocation.result;
-    info.pszRevocationOid = revocationByCrl;
+    info.pszRevocationOid = revocation.answer ? revocationByOcsp : revocationByCrl;
     info.fHasFreshnessTime = 1;
     info.dwFreshnessTime = revocation.freshness;
     info.pCrlInfo = &crl;

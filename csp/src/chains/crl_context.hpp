@@ -27,6 +27,7 @@ private:
     CRYPTOAPI_BLOB blob(Bytes octets);
     char* oid(const ASN1_OBJECT* object);
     CRL_ENTRY* entry(const X509_REVOKED* revoked);
+    CRL_ENTRY* entry(const OcspAnswer& answer);
     CERT_EXTENSION* extensions(const STACK_OF(X509_EXTENSION) * list, DWORD& count);
 
     std::map<const X509_CRL*, PCCRL_CONTEXT> known_;

@@ -64,21 +64,57 @@ Says saysOf(X509_CRL* crl, X509* certificate, std::time_t time) {
     return reason && ASN1_ENUMERATED_get(reason.get()) == CRL_REASON_REMOVE_FROM_CRL ? Says::Removed : Says::Revoked;
 }
 
-/// Holds the certificate against the further lists of `applied.base`; whether one of them revokes it. Then `applied`
-/// has that list.
-bool isRevokedByFurther(const PathCrls& crls, X509* certificate, std::time_t time, AppliedCrls& applied) {
+/// Whether a delta CRL may know of revocations that `base` does not have; `base` may be null.
+bool isLaterDelta(const X509_CRL* delta, const X509_CRL* base) {
+    if (!baseNumber(delta)) {
+        return false;
+    }
+    if (base == nullptr) {
+        return true;
+    }
+    const std::partial_ordering numbers = compareCrlNumbers(delta, base);
+    return sameScope(delta, base) && numbers != std::partial_ordering::unordered
+               ? numbers == std::partial_ordering::greater
+               : ASN1_TIME_compare(X509_CRL_get0_lastUpdate(delta), X509_CRL_get0_lastUpdate(base)) > 0;
+}
+
+/// Whether the list is of the certificate's issuer or of that of its base CRL.
+bool isOfIssuer(const X509_CRL* crl, const X509* certificate, const X509_CRL* base) {
+    const X509_NAME* const issuer = X509_CRL_get_issuer(crl);
+    return X509_NAME_cmp(issuer, X509_get_issuer_name(certificate)) == 0 ||
+           (base != nullptr && X509_NAME_cmp(issuer, X509_CRL_get_issuer(base)) == 0);
+}
+
+/// What the delta CRLs, the newest first, say of the certificate. Where one revokes it, `applied` has that list.
+Says saysOfDeltas(const PathCrls& crls, X509* certificate, std::time_t time, AppliedCrls& applied) {
     const X509_CRL* const base = applied.base.get();
-    for (const auto& crl : crls.lists) { // the newest first
-        const Says says = isDeltaOf(crl.get(), base) ? saysOf(crl.get(), certificate, time) : Says::Nothing;
+    for (const auto& crl : crls.lists) {
+        if (!isLaterDelta(crl.get(), base) || !isOfIssuer(crl.get(), certificate, base)) {
+            continue;
+        }
+        const Says says = saysOf(crl.get(), certificate, time);
         if (says == Says::Revoked) {
             applied.delta = crl;
         }
-        if (says != Says::Nothing) {
-            return says == Says::Revoked;
+        // Only a delta of the base at hand removes an entry of it.
+        if (says == Says::Revoked || (says == Says::Removed && base != nullptr && isDeltaOf(crl.get(), base))) {
+            return says;
         }
     }
+    return Says::Nothing;
+}
+
+/// Holds the certificate against further lists; whether one of them revokes it. Then `applied` has that list.
+bool isRevokedByFurther(const PathCrls& crls, X509* certificate, std::time_t time, AppliedCrls& applied) {
+    const Says deltas = saysOfDeltas(crls, certificate, time, applied);
+    if (deltas != Says::Nothing || !applied.base) {
+        return deltas == Says::Revoked;
+    }
+    if (saysOf(applied.base.get(), certificate, time) == Says::Removed) {
+        return true; // a complete CRL removes nothing
+    }
     const auto twin = std::ranges::find_if(crls.lists, [&](const auto& crl) {
-        return isTwinOf(crl.get(), base) && saysOf(crl.get(), certificate, time) == Says::Revoked;
+        return isTwinOf(crl.get(), applied.base.get()) && saysOf(crl.get(), certificate, time) != Says::Nothing;
     });
     if (twin == crls.lists.end()) {
         return false;
@@ -92,7 +128,7 @@ bool isRevokedByFurther(const PathCrls& crls, X509* certificate, std::time_t tim
 void applyFurtherLists(const Path& path, const PathCrls& crls, std::time_t time, PathJudgement& judgement) {
     for (std::size_t i = 0; i < path.certificates.size(); ++i) {
         AppliedCrls& applied = judgement.crls[i];
-        if (applied.base && (judgement.findings.ofElement(i) & capi::CERT_TRUST_IS_REVOKED) == 0 &&
+        if ((judgement.findings.ofElement(i) & capi::CERT_TRUST_IS_REVOKED) == 0 &&
             isRevokedByFurther(crls, path.certificates[i]->x509.get(), time, applied)) {
             judgement.findings.note(X509_V_ERR_CERT_REVOKED, static_cast<int>(i));
         }

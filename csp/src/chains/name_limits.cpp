@@ -14,6 +14,13 @@ namespace {
 
 using GeneralNames = std::unique_ptr<GENERAL_NAMES, ossl::Deleter<GENERAL_NAMES_free>>;
 
+/// Names times constraints that are compared, as OpenSSL's limit.
+constexpr std::size_t mostComparisons = std::size_t{1} << 20U;
+
+std::size_t countOf(const STACK_OF(GENERAL_SUBTREE) * trees) {
+    return static_cast<std::size_t>(std::max(sk_GENERAL_SUBTREE_num(trees), 0));
+}
+
 bool sameIgnoringCase(std::string_view left, std::string_view right) {
     return left.size() == right.size() && strncasecmp(left.data(), right.data(), left.size()) == 0;
 }
@@ -33,6 +40,7 @@ void NameLimits::add(const X509* certificate) {
         static_cast<NAME_CONSTRAINTS*>(X509_get_ext_d2i(certificate, NID_name_constraints, nullptr, nullptr));
     if (constraints != nullptr) {
         constraints_.emplace_back(constraints);
+        bases_ += countOf(constraints->permittedSubtrees) + countOf(constraints->excludedSubtrees);
     }
 }
 
@@ -73,6 +81,9 @@ DWORD NameLimits::errors(const X509* certificate) const {
     }
     const GeneralNames names(
         static_cast<GENERAL_NAMES*>(X509_get_ext_d2i(certificate, NID_subject_alt_name, nullptr, nullptr)));
+    if (static_cast<std::size_t>(std::max(sk_GENERAL_NAME_num(names.get()), 0)) * bases_ > mostComparisons) {
+        return capi::CERT_TRUST_INVALID_NAME_CONSTRAINTS;
+    }
     const bool uriLimits = limits(GEN_URI);
     const bool mailLimits = limits(GEN_EMAIL);
     for (int i = 0; i < sk_GENERAL_NAME_num(names.get()); ++i) {

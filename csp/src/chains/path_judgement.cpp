@@ -1,12 +1,16 @@
 #include "chains/path_judgement.hpp"
 
+#include "chains/element_signature.hpp"
 #include "chains/further_lists.hpp"
+#include "chains/rollover.hpp"
 #include "chains/trust_status.hpp"
 #include "core/error.hpp"
+#include "x509/x509_der.hpp"
 
 #include <openssl/x509_vfy.h>
 
 #include <algorithm>
+#include <set>
 
 namespace klunortredi::csp {
 
@@ -36,21 +40,50 @@ unsigned long verifyFlags(const Path& path, const ChainRequest& request) {
     if (request.revocation != RevocationCheck::EndCertificate) {
         flags |= X509_V_FLAG_CRL_CHECK_ALL;
     }
+    const RequestedPolicies& policies = request.policies;
+    const auto add = [&flags](bool wanted, unsigned long flag) { flags |= wanted ? flag : 0UL; };
+    add(policies.required || !policies.oids.empty(), X509_V_FLAG_EXPLICIT_POLICY);
+    add(policies.withoutMapping, X509_V_FLAG_INHIBIT_MAP);
+    add(policies.withoutAnyPolicy, X509_V_FLAG_INHIBIT_ANY);
     return flags;
 }
 
-X509* certificateAt(const Path& path, std::size_t index) {
-    return path.certificates[index]->x509.get();
-}
+/// The certificates of a path as OpenSSL judges them: each one's issuer is the next.
+class PathCertificates {
+public:
+    explicit PathCertificates(const Path& path) {
+        for (std::size_t i = 0; i < path.certificates.size(); ++i) {
+            X509* certificate = path.certificates[i]->x509.get();
+            if (looksSelfSigned(certificate) && hasIssuer(path, i)) {
+                copies_.push_back(withForeignKeyIdentifier(certificate));
+                certificate = copies_.back().get();
+            }
+            list_.push_back(certificate);
+        }
+    }
+    [[nodiscard]] const std::vector<X509*>& all() const noexcept { return list_; }
+
+private:
+    /// Whether another certificate is the issuer: the next of the path, or one that is not at hand. A certificate
+    /// without an authority key identifier and without a signature of its own key is not called forged.
+    static bool hasIssuer(const Path& path, std::size_t index) {
+        X509* const certificate = path.certificates[index]->x509.get();
+        return index + 1 < path.certificates.size() ||
+               (!path.anchored && (path.cyclic || X509_get0_authority_key_id(certificate) == nullptr) &&
+                !verifiesSignature(certificate, certificate));
+    }
+
+    std::vector<ossl::X509Ptr> copies_;
+    std::vector<X509*> list_;
+};
 
 /// Runs the verification of one path.
 class Verification {
 public:
     Verification(const Path& path, const PathCrls& crls, const ChainRequest& request)
-        : path_(path), crls_(crls), request_(request), judgement_{Findings(request.time), {}}, store_(trustStore(path)),
-          untrusted_(untrusted(path, crls)), lists_(lists(crls)), context_(X509_STORE_CTX_new()) {
-        if (!context_ ||
-            X509_STORE_CTX_init(context_.get(), store_.get(), certificateAt(path, 0), untrusted_.get()) != 1) {
+        : path_(path), certificates_(path), crls_(crls), request_(request), judgement_{Findings(request.time), {}},
+          store_(trustStore(path)), untrusted_(untrusted()), lists_(lists(crls)), context_(X509_STORE_CTX_new()) {
+        if (!context_ || X509_STORE_CTX_init(context_.get(), store_.get(), at(0), untrusted_.get()) != 1) {
             fail(capi::ERROR_NOT_ENOUGH_MEMORY);
         }
         X509_STORE_CTX_set0_crls(context_.get(), lists_.get());
@@ -58,7 +91,7 @@ public:
         X509_STORE_CTX_set_flags(context_.get(), verifyFlags(path, request));
         X509_STORE_CTX_set_depth(context_.get(), static_cast<int>(longestPath));
         X509_STORE_CTX_set_time(context_.get(), 0, request.time);
-        acceptAnyPolicy();
+        acceptPolicies();
     }
 
     PathJudgement run() {
@@ -69,6 +102,9 @@ public:
         }
         if (result < 0) {
             noteAbort();
+        }
+        if (!coversPolicies()) {
+            findings.note(X509_V_ERR_NO_EXPLICIT_POLICY, 0);
         }
         judgement_.crls.resize(path_.certificates.size());
         return std::move(judgement_);
@@ -103,18 +139,20 @@ private:
         return store;
     }
 
-    static X509Stack untrusted(const Path& path, const PathCrls& crls) {
+    [[nodiscard]] X509Stack untrusted() const {
         X509Stack stack(sk_X509_new_null());
-        const auto push = [&](const Candidate* candidate) {
-            if (!stack || sk_X509_push(stack.get(), candidate->x509.get()) == 0) {
+        const auto push = [&](X509* certificate) {
+            if (!stack || sk_X509_push(stack.get(), certificate) == 0) {
                 fail(capi::ERROR_NOT_ENOUGH_MEMORY);
             }
         };
-        const std::size_t end = path.certificates.size() - (path.anchored ? 1 : 0);
+        const std::size_t end = path_.certificates.size() - (path_.anchored ? 1 : 0);
         for (std::size_t i = 1; i < end; ++i) {
-            push(path.certificates[i]);
+            push(at(i));
         }
-        std::ranges::for_each(crls.issuers, push);
+        for (const Candidate* const issuer : crls_.issuers) {
+            push(issuer->x509.get());
+        }
         return stack;
     }
 
@@ -130,15 +168,47 @@ private:
         return stack;
     }
 
-    /// The initial policy set is any-policy (RFC 5280, 6.1.1 c). OpenSSL takes an unset one for an empty one.
-    void acceptAnyPolicy() {
-        ossl::Asn1Object anyPolicy(OBJ_dup(OBJ_nid2obj(NID_any_policy)));
-        if (!anyPolicy ||
-            X509_VERIFY_PARAM_add0_policy(X509_STORE_CTX_get0_param(context_.get()), anyPolicy.get()) != 1) {
+    /// Without named policies the initial policy set is any-policy (RFC 5280, 6.1.1 c). OpenSSL takes an unset one for
+    /// an empty one.
+    void acceptPolicies() {
+        const std::vector<std::string>& wanted = request_.policies.oids;
+        if (wanted.empty()) {
+            return acceptPolicy(ossl::Asn1Object(OBJ_dup(OBJ_nid2obj(NID_any_policy))));
+        }
+        for (const std::string& oid : wanted) {
+            ossl::Asn1Object policy(OBJ_txt2obj(oid.c_str(), 1));
+            if (!policy) {
+                fail(capi::ERROR_INVALID_PARAMETER);
+            }
+            acceptPolicy(std::move(policy));
+        }
+    }
+
+    void acceptPolicy(ossl::Asn1Object policy) {
+        if (!policy || X509_VERIFY_PARAM_add0_policy(X509_STORE_CTX_get0_param(context_.get()), policy.get()) != 1) {
             fail(capi::ERROR_NOT_ENOUGH_MEMORY);
         }
-        static_cast<void>(anyPolicy.release());
+        static_cast<void>(policy.release());
     }
+
+    /// Whether the chain is valid for every policy that the caller names, where one is not enough. OpenSSL has seen to
+    /// it that it is valid for one.
+    [[nodiscard]] bool coversPolicies() const {
+        const RequestedPolicies& wanted = request_.policies;
+        if (wanted.any || wanted.oids.size() < 2) {
+            return true;
+        }
+        const X509_POLICY_TREE* const tree = X509_STORE_CTX_get0_policy_tree(context_.get());
+        const STACK_OF(X509_POLICY_NODE)* const valid =
+            tree == nullptr ? nullptr : X509_policy_tree_get0_user_policies(tree);
+        std::set<std::string> held;
+        for (int i = 0; i < sk_X509_POLICY_NODE_num(valid); ++i) {
+            held.insert(ossl::oidText(X509_policy_node_get0_policy(sk_X509_POLICY_NODE_value(valid, i))));
+        }
+        return std::ranges::all_of(wanted.oids, [&](const std::string& oid) { return held.contains(oid); });
+    }
+
+    [[nodiscard]] X509* at(std::size_t index) const { return certificates_.all()[index]; }
 
     static Verification& of(X509_STORE_CTX* context) {
         while (X509_STORE_CTX* const parent = X509_STORE_CTX_get0_parent_ctx(context)) {
@@ -149,11 +219,10 @@ private:
 
     /// Place of a certificate in the path, by its address; nothing for another.
     [[nodiscard]] std::optional<std::size_t> place(const X509* certificate) const {
-        const auto found = std::ranges::find(path_.certificates, certificate,
-                                             [](const Candidate* candidate) { return candidate->x509.get(); });
-        return found == path_.certificates.end()
-                   ? std::nullopt
-                   : std::optional(static_cast<std::size_t>(std::distance(path_.certificates.begin(), found)));
+        const std::vector<X509*>& all = certificates_.all();
+        const auto found = std::ranges::find(all, certificate);
+        return found == all.end() ? std::nullopt
+                                  : std::optional(static_cast<std::size_t>(std::distance(all.begin(), found)));
     }
 
     /// What a CRL issuer's own chain may lack: the status of that certificate, where nobody asked for it.
@@ -195,25 +264,23 @@ private:
         }
         const Verification& verification = of(context);
         const auto at = verification.place(subject);
-        return at && *at + 1 < verification.path_.certificates.size() &&
-                       certificateAt(verification.path_, *at + 1) == issuer
-                   ? 1
-                   : 0;
+        return at && *at + 1 < verification.path_.certificates.size() && verification.at(*at + 1) == issuer ? 1 : 0;
     }
 
     static int trustedIssuer(X509** issuer, X509_STORE_CTX* context, X509* subject) {
         if (X509_STORE_CTX_get0_parent_ctx(context) != nullptr) {
             return X509_STORE_CTX_get1_issuer(issuer, context, subject);
         }
-        const Path& path = of(context).path_;
-        const auto at = of(context).place(subject);
+        const Verification& verification = of(context);
+        const Path& path = verification.path_;
+        const auto at = verification.place(subject);
         const std::size_t last = path.certificates.size() - 1;
         const bool own =
             at == last && X509_NAME_cmp(X509_get_subject_name(subject), X509_get_issuer_name(subject)) == 0;
         if (!path.anchored || !at || (*at + 1 != last && !own)) {
             return 0;
         }
-        *issuer = certificateAt(path, last);
+        *issuer = verification.at(last);
         X509_up_ref(*issuer);
         return 1;
     }
@@ -258,6 +325,7 @@ private:
     }
 
     const Path& path_;
+    const PathCertificates certificates_;
     const PathCrls& crls_;
     const ChainRequest& request_;
     PathJudgement judgement_;

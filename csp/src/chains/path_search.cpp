@@ -65,7 +65,11 @@ void PathSearch::run(const Candidate& target, const std::function<bool(const Pat
 bool PathSearch::extend(Path& path) {
     const Candidate& last = *path.certificates.back();
     path.anchored = last.anchor;
-    if (path.anchored || path.certificates.size() == longestPath || budget_.steps == 0) {
+    if (path.anchored) {
+        return finish(path);
+    }
+    if (path.certificates.size() == longestPath || budget_.steps == 0) {
+        limited_ = true;
         return finish(path);
     }
     --budget_.steps;
@@ -99,7 +103,9 @@ bool PathSearch::extend(Path& path) {
 
 bool PathSearch::finish(const Path& path) {
     --budget_.paths;
-    return visit_(path) && budget_.paths > 0;
+    const bool more = visit_(path);
+    limited_ = limited_ || (more && budget_.paths == 0);
+    return more && budget_.paths > 0;
 }
 
 bool PathSearch::follows(const Path& path, const Candidate& issuer) const {
@@ -112,33 +118,52 @@ const PathSearch::Issuers& PathSearch::issuersOf(const Candidate& subject) {
     return found != known_.end() ? found->second : known_.emplace(&subject, findIssuers(subject)).first->second;
 }
 
-PathSearch::Issuers PathSearch::findIssuers(const Candidate& subject) {
-    if (mayIssue(subject, subject) && signedBy(subject, subject)) {
-        return {{}, true};
+/// The certificates that may be the subject's issuer, the best first.
+std::vector<const Candidate*> PathSearch::candidatesFor(const Candidate& subject) {
+    std::vector<const Candidate*> candidates =
+        sources_.named(X509_get_issuer_name(subject.x509.get()), mostOfOneName + 1);
+    if (candidates.size() > mostOfOneName) {
+        candidates.pop_back();
+        limited_ = true;
     }
-    std::vector<const Candidate*> candidates = sources_.named(X509_get_issuer_name(subject.x509.get()), mostOfOneName);
     std::erase_if(candidates, [&](const Candidate* issuer) {
         return !mayIssue(*issuer, subject) ||
                std::ranges::equal(issuer->certificate->encoded(), subject.certificate->encoded());
     });
     std::ranges::sort(candidates, {}, [&](const Candidate* issuer) { return rank(subject, *issuer, time_); });
+    return candidates;
+}
+
+PathSearch::Issuers PathSearch::findIssuers(const Candidate& subject) {
+    if (mayIssue(subject, subject) && signedBy(subject, subject).value_or(false)) {
+        return {{}, true};
+    }
+    const std::vector<const Candidate*> candidates = candidatesFor(subject);
     Issuers issuers;
+    bool everyOneChecked = true;
     for (const Candidate* const issuer : candidates) {
-        if (issuers.list.size() < mostBranches && signedBy(subject, *issuer)) {
+        if (issuers.list.size() == mostBranches) {
+            limited_ = true;
+            break;
+        }
+        const std::optional<bool> isSigned = signedBy(subject, *issuer);
+        everyOneChecked = everyOneChecked && isSigned;
+        if (isSigned.value_or(false)) {
             issuers.list.push_back(issuer);
         }
     }
-    if (issuers.list.empty() && !candidates.empty()) {
+    if (issuers.list.empty() && !candidates.empty() && everyOneChecked) {
         issuers.list.push_back(candidates.front()); // shows whose signature does not verify
     }
     return issuers;
 }
 
-bool PathSearch::signedBy(const Candidate& subject, const Candidate& issuer) {
+std::optional<bool> PathSearch::signedBy(const Candidate& subject, const Candidate& issuer) {
     const EVP_PKEY* const key = X509_get0_pubkey(issuer.x509.get());
     const std::size_t cost = key != nullptr && EVP_PKEY_get_bits(key) > hugeKeyBits ? hugeKeyCost : 1;
     if (budget_.signatureChecks < cost) {
-        return false;
+        limited_ = true;
+        return std::nullopt;
     }
     budget_.signatureChecks -= cost;
     return verifiesSignature(subject.x509.get(), issuer.x509.get());

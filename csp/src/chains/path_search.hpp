@@ -8,6 +8,7 @@
 #include <ctime>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -37,6 +38,8 @@ public:
     /// Gives `visit` every path from `target` until it returns false or the budget is used up. At least one path is
     /// given: of `target` alone, if nothing else.
     void run(const Candidate& target, const std::function<bool(const Path&)>& visit);
+    /// Whether a limit kept the search from looking at something: what it did not find may be there.
+    [[nodiscard]] bool limited() const noexcept { return limited_; }
 
 private:
     /// The issuers of one certificate, the best first.
@@ -49,12 +52,15 @@ private:
     bool finish(const Path& path);
     const Issuers& issuersOf(const Candidate& subject);
     Issuers findIssuers(const Candidate& subject);
-    bool signedBy(const Candidate& subject, const Candidate& issuer);
+    /// Nullopt when the budget does not allow the check.
+    std::optional<bool> signedBy(const Candidate& subject, const Candidate& issuer);
+    std::vector<const Candidate*> candidatesFor(const Candidate& subject);
     [[nodiscard]] bool follows(const Path& path, const Candidate& issuer) const;
 
     ChainSources& sources_;
     const std::time_t time_;
     PathBudget budget_;
+    bool limited_ = false;
     std::map<const Candidate*, Issuers> known_;
     std::function<bool(const Path&)> visit_;
 };

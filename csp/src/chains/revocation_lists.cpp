@@ -4,6 +4,8 @@
 #include "chains/element_signature.hpp"
 #include "core/warning.hpp"
 
+#include <openssl/x509v3.h>
+
 #include <algorithm>
 #include <set>
 
@@ -137,7 +139,8 @@ private:
     }
 
     bool signs(const Candidate& signer, X509_CRL* crl, const CrlIssuer& issuer) {
-        return spend(issuer) && verifiesSignature(crl, signer.x509.get());
+        return (X509_get_key_usage(signer.x509.get()) & KU_CRL_SIGN) != 0 && spend(issuer) &&
+               verifiesSignature(crl, signer.x509.get());
     }
 
     bool spend(const CrlIssuer& issuer) {
@@ -178,12 +181,20 @@ PathCrls crlsOf(const Path& path, ChainSources& sources) {
     return CrlSelection(path, sources).run();
 }
 
+ElementRevocation revocationOf(const OcspAnswer& answer, std::time_t time) {
+    ElementRevocation revocation;
+    revocation.answer = answer;
+    revocation.result = statusAt(answer, time) == OcspAnswer::Status::Revoked ? capi::CRYPT_E_REVOKED : 0;
+    revocation.freshness = static_cast<DWORD>(std::clamp<std::int64_t>(time - answer.thisUpdate, 0, ~0U));
+    return revocation;
+}
+
 std::optional<ElementRevocation> revocationOf(const AppliedCrls& applied, X509* certificate, DWORD errors,
                                               std::time_t time) {
     if (!applied.base && !applied.delta) {
         return std::nullopt;
     }
-    ElementRevocation revocation{applied.base, applied.delta, nullptr, nullptr, resultOf(errors), 0};
+    ElementRevocation revocation{applied.base, applied.delta, nullptr, nullptr, {}, resultOf(errors), 0};
     for (const auto& crl : {applied.delta, applied.base}) { // the delta's entry is the newer one
         X509_REVOKED* entry = nullptr;
         if (crl && revocation.entry == nullptr && X509_CRL_get0_by_cert(crl.get(), &entry, certificate) != 0) {

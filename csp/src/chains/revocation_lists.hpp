@@ -15,4 +15,7 @@ PathCrls crlsOf(const Path& path, ChainSources& sources);
 std::optional<ElementRevocation> revocationOf(const AppliedCrls& applied, X509* certificate, DWORD errors,
                                               std::time_t time);
 
+/// What an answer says that proves a status at `time`.
+ElementRevocation revocationOf(const OcspAnswer& answer, std::time_t time);
+
 } // namespace klunortredi::csp

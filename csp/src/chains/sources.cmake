@@ -1,4 +1,5 @@
 target_sources(klunortredi_csp_core PRIVATE
+    src/chains/access_locations.cpp
     src/chains/certificate_form.cpp
     src/chains/chain_builder.cpp
     src/chains/chain_context.cpp
@@ -8,15 +9,20 @@ target_sources(klunortredi_csp_core PRIVATE
     src/chains/chain_usage.cpp
     src/chains/crl_context.cpp
     src/chains/crl_order.cpp
+    src/chains/crl_signer.cpp
     src/chains/distrust.cpp
     src/chains/element_signature.cpp
     src/chains/findings.cpp
     src/chains/further_lists.cpp
     src/chains/name_form.cpp
     src/chains/name_limits.cpp
+    src/chains/ocsp.cpp
+    src/chains/online_status.cpp
     src/chains/path_judgement.cpp
     src/chains/path_search.cpp
+    src/chains/retrieval.cpp
     src/chains/revocation_lists.cpp
+    src/chains/rollover.cpp
     src/chains/trust_status.cpp
     src/chains/weak_algorithm.cpp
 )

@@ -12,7 +12,9 @@ constexpr int smallestModulus = 1024;
 /// NIDs of the digests that are broken. NID_md2 is known by number even where its code is not built.
 constexpr std::array brokenDigests{NID_md2, NID_md4, NID_md5};
 
-bool broken(const X509_ALGOR* algorithm) {
+} // namespace
+
+bool isBrokenSignature(const X509_ALGOR* algorithm) {
     const int signature = OBJ_obj2nid(algorithm->algorithm);
     int digest = NID_undef;
     OBJ_find_sigid_algs(signature, &digest, nullptr);
@@ -28,18 +30,16 @@ bool broken(const X509_ALGOR* algorithm) {
     return std::ranges::find(brokenDigests, digest) != brokenDigests.end();
 }
 
-} // namespace
-
 bool hasBrokenSignature(const X509* certificate) {
     const X509_ALGOR* algorithm = nullptr;
     X509_get0_signature(nullptr, &algorithm, certificate);
-    return broken(algorithm) || broken(X509_get0_tbs_sigalg(certificate));
+    return isBrokenSignature(algorithm) || isBrokenSignature(X509_get0_tbs_sigalg(certificate));
 }
 
 bool hasBrokenSignature(const X509_CRL* crl) {
     const X509_ALGOR* algorithm = nullptr;
     X509_CRL_get0_signature(crl, nullptr, &algorithm);
-    return broken(algorithm);
+    return isBrokenSignature(algorithm);
 }
 
 bool hasBrokenKey(const X509* certificate) {

@@ -6,8 +6,9 @@
 
 namespace klunortredi::csp {
 
-/// Whether the signature is made over MD2, MD4 or MD5 (RFC 6149, RFC 6150, RFC 6151): collisions are made in seconds,
-/// and a certificate with a chosen name was forged with one.
+/// Whether the signature, or one of this algorithm, is made over MD2, MD4 or MD5 (RFC 6149, RFC 6150, RFC 6151):
+/// collisions are made in seconds, and a certificate with a chosen name was forged with one.
+bool isBrokenSignature(const X509_ALGOR* algorithm);
 bool hasBrokenSignature(const X509* certificate);
 bool hasBrokenSignature(const X509_CRL* crl);
 

@@ -3,6 +3,7 @@ target_sources(klunortredi_csp_exports PRIVATE
     src/exports/cert_key.cpp
     src/exports/cert_store.cpp
     src/exports/chain.cpp
+    src/exports/chain_request.cpp
     src/exports/context.cpp
     src/exports/hash.cpp
     src/exports/keys.cpp

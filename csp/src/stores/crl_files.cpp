@@ -83,21 +83,31 @@ CrlSummary summaryOf(X509_CRL* crl) {
     return summary;
 }
 
-/// Name of the file that holds this CRL and its successors.
-std::string fileName(const X509_CRL* crl) {
+/// SHA-256 in hexadecimal digits.
+std::string digestOf(ByteView octets) {
+    Bytes digest(EVP_MAX_MD_SIZE);
+    unsigned int digestSize = 0;
+    if (EVP_Digest(octets.data(), octets.size(), digest.data(), &digestSize, EVP_sha256(), nullptr) != 1) {
+        fail(capi::ERROR_NOT_ENOUGH_MEMORY);
+    }
+    digest.resize(digestSize);
+    return toHex(digest);
+}
+
+/// Name of the file that holds this CRL and its successors of the same key.
+std::string fileName(const X509_CRL* crl, ByteView signerKey) {
     const unsigned char* name = nullptr;
     std::size_t size = 0;
     X509_NAME_get0_der(X509_CRL_get_issuer(crl), &name, &size);
     const bool delta = X509_CRL_get_ext_by_NID(crl, NID_delta_crl, -1) >= 0;
-    const Bytes key = der::sequence({ByteView(name, size), extensionValue(crl, NID_authority_key_identifier),
-                                     extensionValue(crl, NID_issuing_distribution_point), der::boolean(delta)});
-    Bytes digest(EVP_MAX_MD_SIZE);
-    unsigned int digestSize = 0;
-    if (EVP_Digest(key.data(), key.size(), digest.data(), &digestSize, EVP_sha256(), nullptr) != 1) {
-        fail(capi::ERROR_NOT_ENOUGH_MEMORY);
-    }
-    digest.resize(digestSize);
-    return toHex(digest) + std::string(crlFileSuffix);
+    return digestOf(der::sequence({ByteView(name, size), signerKey, extensionValue(crl, NID_authority_key_identifier),
+                                   extensionValue(crl, NID_issuing_distribution_point), der::boolean(delta)})) +
+           std::string(crlFileSuffix);
+}
+
+/// Name of the file of a CRL whose signature nobody checked.
+std::string unverifiedFileName(ByteView der) {
+    return "unverified-" + digestOf(der) + std::string(crlFileSuffix);
 }
 
 } // namespace
@@ -131,10 +141,12 @@ CrlSummary summarizeCrl(ByteView contents) {
     return summaryOf(decode(contents).get());
 }
 
-CrlSummary addCrl(const fs::path& directory, ByteView contents) {
+CrlSummary addCrl(const fs::path& directory, ByteView contents, ByteView signerKey) {
     const ossl::X509CrlPtr crl = decode(contents);
+    const Bytes der = ossl::toDer(i2d_X509_CRL, crl.get());
+    const std::string unverified = unverifiedFileName(der);
     CrlSummary summary = summaryOf(crl.get());
-    summary.file = fileName(crl.get());
+    summary.file = signerKey.empty() ? unverified : fileName(crl.get(), signerKey);
     files::makeDirectories(directory);
     const files::Lock lock(directory);
     files::removeStaleTemporaries(directory);
@@ -143,7 +155,11 @@ CrlSummary addCrl(const fs::path& directory, ByteView contents) {
     if (older && timeOf(X509_CRL_get0_lastUpdate(older.get())) >= summary.thisUpdate) {
         fail(capi::CRYPT_E_EXISTS);
     }
-    files::writeAtomically(directory / summary.file, ossl::toDer(i2d_X509_CRL, crl.get()));
+    files::writeAtomically(directory / summary.file, der);
+    if (summary.file != unverified) {
+        std::error_code absent;
+        fs::remove(directory / unverified, absent); // the same CRL from before its issuer was known
+    }
     return summary;
 }
 

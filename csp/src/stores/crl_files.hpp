@@ -1,7 +1,9 @@
 #pragma once
 
 /// The CRLs in a store's folder: any file `*.crl`, DER or PEM. Those added here are `<key>.crl`, where the key is a
-/// SHA-256 of what makes one CRL the successor of another: issuer, authority key identifier, scope, base or delta.
+/// SHA-256 of what makes one CRL the successor of another: issuer, the public key that signed it, authority key
+/// identifier, scope, base or delta. A CRL whose signature nobody checked is `unverified-<SHA-256 of the CRL>.crl`, so
+/// that it takes the place of no other.
 
 #include "core/bytes.hpp"
 
@@ -43,10 +45,11 @@ struct CrlSummary {
 /// when they are not exactly one CRL.
 CrlSummary summarizeCrl(ByteView contents);
 
-/// Stores a CRL durably (a file as a whole, under the folder's lock) in the place of an older one of the same issuer
-/// and scope; returns the summary with the file's name. Errors as of `summarizeCrl`; CRYPT_E_EXISTS when the one in its
-/// place is as new or newer. The signature is not checked: chains believe a CRL only with its issuer's signature.
-CrlSummary addCrl(const std::filesystem::path& directory, ByteView contents);
+/// Stores a CRL durably (a file as a whole, under the folder's lock) in the place of an older one of the same issuer,
+/// key and scope; returns the summary with the file's name. `signerKey` is the DER of the SubjectPublicKeyInfo whose
+/// signature the caller has verified; empty when there is none, and then the CRL is kept beside all others. Errors as
+/// of `summarizeCrl`; CRYPT_E_EXISTS when the one in its place is as new or newer.
+CrlSummary addCrl(const std::filesystem::path& directory, ByteView contents, ByteView signerKey);
 
 /// Summaries of the folder's readable CRLs, by file name.
 std::vector<CrlSummary> listCrls(const std::filesystem::path& directory);

@@ -36,7 +36,7 @@ public:
     /// An empty path is a cache that keeps nothing.
     explicit Cache(std::filesystem::path folder, CacheLimits limits = {});
     /// XDG_CACHE_HOME/klunortredi, or $HOME/.cache/klunortredi; keeps nothing where neither is an absolute path.
-    static Cache ofUser();
+    static Cache ofUser(CacheLimits limits = {});
 
     /// Returns the valid entry of the key, or nullopt.
     [[nodiscard]] std::optional<std::string> find(const std::string& key) const;

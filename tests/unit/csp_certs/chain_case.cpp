@@ -3,6 +3,9 @@
 #include "carried_store.hpp"
 #include "x509/file_time.hpp"
 
+#include <algorithm>
+#include <iterator>
+
 namespace chain_case {
 
 using csp::Bytes;
@@ -33,14 +36,20 @@ Answer ask(const Question& question) {
     const StoreHandle additional = storeOf(question.issuers, question.crls);
     std::string usage = question.usage;
     char* usages[] = {usage.data()};
-    CERT_CHAIN_PARA parameters{};
+    std::vector<std::string> policies = question.policies;
+    std::vector<char*> policyPointers;
+    std::ranges::transform(policies, std::back_inserter(policyPointers), [](std::string& oid) { return oid.data(); });
+    CERT_CHAIN_PARA_LONG parameters{};
     parameters.cbSize = sizeof parameters;
+    parameters.RequestedIssuancePolicy = {capi::USAGE_MATCH_TYPE_OR,
+                                          {static_cast<DWORD>(policyPointers.size()), policyPointers.data()}};
     parameters.RequestedUsage.dwType = capi::USAGE_MATCH_TYPE_AND;
     parameters.RequestedUsage.Usage = {usage.empty() ? 0U : 1U, usages};
     FILETIME time = csp::toFileTime(question.time == 0 ? std::time(nullptr) : question.time);
     PCCERT_CHAIN_CONTEXT chain = nullptr;
-    if (api::CertGetCertificateChain(anchors.get(), target.get(), &time, additional.get(), &parameters, question.flags,
-                                     nullptr, &chain) == 0) {
+    if (api::CertGetCertificateChain(
+            anchors.get(), target.get(), &time, additional.get(), reinterpret_cast<CERT_CHAIN_PARA*>(&parameters),
+            question.flags | capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr, &chain) == 0) {
         answer.code = api::GetLastError();
         return answer;
     }

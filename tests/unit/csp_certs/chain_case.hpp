@@ -16,9 +16,10 @@ struct Question {
     std::vector<csp::Bytes> anchors; ///< the only trusted ones
     std::vector<csp::Bytes> issuers;
     std::vector<csp::Bytes> crls;
-    std::time_t time = 0; ///< 0: now
-    DWORD flags = 0;      ///< CERT_CHAIN_REVOCATION_CHECK_...
-    std::string usage;    ///< OID of an extended key usage; empty: any
+    std::time_t time = 0;              ///< 0: now
+    DWORD flags = 0;                   ///< CERT_CHAIN_REVOCATION_CHECK_...
+    std::string usage;                 ///< OID of an extended key usage; empty: any
+    std::vector<std::string> policies; ///< OIDs of which one is enough; empty: none is asked for
 };
 
 /// Bits that no chain has: the target is not a certificate, or the call failed.

@@ -131,6 +131,51 @@ TEST_F(ChainDistrust, RefusesToJudgeWhenTheStoreIsNotAFolder) {
     EXPECT_EQ(refusal(leaf_.der), capi::ERROR_INVALID_DATA);
 }
 
+/// Takes the rights of the superuser away for a moment: another user owns the data directory then.
+class WithoutPrivileges {
+public:
+    explicit WithoutPrivileges(const std::filesystem::path& home) : privileged_(geteuid() == 0) {
+        constexpr uid_t nobody = 65534;
+        if (privileged_) {
+            own(home, nobody);
+            for (const auto& entry : std::filesystem::recursive_directory_iterator(home)) {
+                own(entry.path(), nobody);
+            }
+            EXPECT_EQ(seteuid(nobody), 0);
+        }
+    }
+    WithoutPrivileges(const WithoutPrivileges&) = delete;
+    WithoutPrivileges& operator=(const WithoutPrivileges&) = delete;
+    ~WithoutPrivileges() {
+        if (privileged_) {
+            EXPECT_EQ(seteuid(0), 0);
+        }
+    }
+
+private:
+    static void own(const std::filesystem::path& path, uid_t user) {
+        EXPECT_EQ(lchown(path.c_str(), user, static_cast<gid_t>(-1)), 0) << path;
+    }
+    bool privileged_;
+};
+
+TEST_F(ChainDistrust, RefusesToJudgeWithoutPermissionToReadIt) {
+    distrust(ca_.der);
+    const std::filesystem::path entry = files("disallowed").front();
+    const WithoutPrivileges user(home_);
+    const auto permit = [](const std::filesystem::path& path, std::filesystem::perms permissions) {
+        std::filesystem::permissions(path, permissions);
+    };
+    EXPECT_EQ(refusal(leaf_.der), 0U);
+    permit(entry, std::filesystem::perms::none);
+    EXPECT_NE(refusal(leaf_.der), 0U) << "an entry";
+    permit(entry, std::filesystem::perms::owner_read);
+    permit(folder("disallowed"), std::filesystem::perms::none);
+    EXPECT_NE(refusal(leaf_.der), 0U) << "the folder";
+    permit(folder("disallowed"), std::filesystem::perms::owner_all);
+    EXPECT_EQ(refusal(leaf_.der), 0U);
+}
+
 class WeakChain : public ChainDistrust {
 protected:
     static constexpr DWORD weak = capi::CERT_TRUST_IS_NOT_SIGNATURE_VALID | capi::CERT_TRUST_HAS_WEAK_SIGNATURE;

@@ -6,6 +6,7 @@
 #include "x509/file_time.hpp"
 
 #include <map>
+#include <optional>
 
 using pki::Entity;
 
@@ -46,13 +47,14 @@ protected:
 
     Chain chainOf(const csp::Bytes& der, DWORD flags = 0) {
         const Context certificate = contextOf(der);
-        CERT_CHAIN_PARA parameters{};
-        parameters.cbSize = sizeof parameters;
-        parameters.RequestedUsage = usage_;
+        CERT_CHAIN_PARA_LONG whole = long_.value_or(CERT_CHAIN_PARA_LONG{});
+        whole.cbSize = long_ ? sizeof whole : sizeof(CERT_CHAIN_PARA);
+        whole.RequestedUsage = usage_;
+        auto* const parameters = reinterpret_cast<CERT_CHAIN_PARA*>(&whole);
         FILETIME time = csp::toFileTime(time_);
         PCCERT_CHAIN_CONTEXT chain = nullptr;
         EXPECT_TRUE(api::CertGetCertificateChain(anchors_.get(), certificate.get(), time_ == 0 ? nullptr : &time,
-                                                 additional_.get(), &parameters, flags, nullptr, &chain))
+                                                 additional_.get(), parameters, flags | network_, nullptr, &chain))
             << std::hex << api::GetLastError();
         return Chain(chain);
     }
@@ -91,7 +93,9 @@ protected:
     Entity ca_ = pki::intermediate("Intermediate", root_);
     Entity leaf_ = pki::make({.subject = "Leaf", .issuer = &ca_, .serial = 77});
     CERT_USAGE_MATCH usage_{};
+    std::optional<CERT_CHAIN_PARA_LONG> long_; ///< without: the parameters in their short form
     std::time_t time_ = 0;
+    DWORD network_ = capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL; ///< 0: the network is asked
     StoreHandle additional_;
     StoreHandle anchors_; ///< null: store "root"
     int crls_ = 0;

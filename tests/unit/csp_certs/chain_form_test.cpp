@@ -2,6 +2,8 @@
 
 #include "chain_fixture.hpp"
 
+#include <chrono>
+
 namespace {
 
 class ChainForm : public ChainTest {
@@ -231,6 +233,19 @@ TEST_F(ChainForm, CallsALimitOnNamesNotAForgedSignature) {
         names += (i == 0 ? "DNS:n" : ",DNS:n") + std::to_string(i) + ".net";
     }
     EXPECT_EQ(underConstraints(constraints, names), capi::CERT_TRUST_INVALID_NAME_CONSTRAINTS);
+}
+
+TEST_F(ChainForm, EndsSoonAmongManyWildcardsAndExcludedNames) {
+    constexpr int count = 8000;
+    std::string constraints = "critical";
+    std::string names;
+    for (int i = 0; i < count; ++i) {
+        constraints += ",excluded;DNS:x" + std::to_string(i) + ".org";
+        names += (i == 0 ? "DNS:*.n" : ",DNS:*.n") + std::to_string(i) + ".net";
+    }
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(underConstraints(constraints, names), capi::CERT_TRUST_INVALID_NAME_CONSTRAINTS);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
 }
 
 } // namespace

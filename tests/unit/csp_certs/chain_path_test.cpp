@@ -200,4 +200,81 @@ TEST_F(ChainPath, FollowsLongChainsAndHasAnEnd) {
     EXPECT_EQ(chainOfLength(65), capi::CERT_TRUST_IS_PARTIAL_CHAIN);
 }
 
+TEST_F(ChainPath, GoesOverFromOneKeyOfAnAuthorityToItsNext) {
+    // Nothing but the signature says which key signed which certificate of the one name.
+    const Entity former = authorityOf("Rolled", nullptr, 1);
+    const Entity current = authorityOf("Rolled", nullptr, 2);
+    const Entity currentByFormer = authorityOf("Rolled", &former, 3, current.key.get());
+    const Entity formerByCurrent = authorityOf("Rolled", &current, 4, former.key.get());
+    know(currentByFormer);
+    know(formerByCurrent);
+    const Entity early = pki::make({.subject = "Early", .issuer = &former, .serial = 5});
+    const Entity late = pki::make({.subject = "Late", .issuer = &current, .serial = 6});
+    const auto under = [&](const Entity& anchor) {
+        anchors_ = memoryStore();
+        add(anchors_.get(), anchor.der);
+    };
+    under(former);
+    EXPECT_EQ(status(late.der), 0U);
+    EXPECT_EQ(encodings(*chainOf(late.der)), (std::vector<csp::Bytes>{late.der, currentByFormer.der, former.der}));
+    EXPECT_EQ(status(early.der), 0U);
+    under(current);
+    EXPECT_EQ(status(early.der), 0U);
+    EXPECT_EQ(encodings(*chainOf(early.der)), (std::vector<csp::Bytes>{early.der, formerByCurrent.der, current.der}));
+    EXPECT_EQ(status(currentByFormer.der), capi::CERT_TRUST_IS_CYCLIC | capi::CERT_TRUST_IS_PARTIAL_CHAIN)
+        << "its own key would vouch for it";
+    under(root_);
+    EXPECT_EQ(status(late.der), capi::CERT_TRUST_IS_CYCLIC | capi::CERT_TRUST_IS_PARTIAL_CHAIN);
+}
+
+TEST_F(ChainPath, DoesNotCallTheSignatureOfAFormerKeyForgedThatIsNotAtHand) {
+    const Entity former = authorityOf("Rolled", nullptr, 1);
+    const Entity current = authorityOf("Rolled", &former, 2);
+    know(current);
+    EXPECT_EQ(status(pki::make({.subject = "Late", .issuer = &current, .serial = 6}).der),
+              capi::CERT_TRUST_IS_PARTIAL_CHAIN);
+}
+
+TEST_F(ChainPath, RefusesAKeyThatTheFormerOneDidNotSign) {
+    const Entity former = authorityOf("Rolled", nullptr, 1);
+    trust(former);
+    const Entity current = authorityOf("Rolled", nullptr, 2);
+    Entity forged = authorityOf("Rolled", &former, 3, current.key.get());
+    forged.der.back() ^= 1U;
+    know(forged);
+    EXPECT_NE(status(pki::make({.subject = "Late", .issuer = &current, .serial = 6}).der), 0U);
+}
+
+TEST_F(ChainPath, SaysThatItsLimitsAreReached) {
+    constexpr int levels = 4;
+    constexpr long crowd = 55; // of certificates under the name of each issuer, all looked at before the true one
+    additional_ = memoryStore();
+    Entity issuer = authorityOf("Crowd", nullptr, 1);
+    trust(issuer);
+    const Entity forger = authorityOf("Forger", nullptr, 1);
+    for (int level = 0; level < levels; ++level) {
+        const std::string name = "Crowd " + std::to_string(level);
+        for (long serial = 0; serial < crowd; ++serial) {
+            add(additional_.get(),
+                pki::make({.subject = name,
+                           .issuer = &forger,
+                           .serial = serial,
+                           .notBefore = std::time(nullptr) - 60,
+                           .extensions = authority,
+                           .reuseKey = forger.key.get()})
+                    .der,
+                capi::CERT_STORE_ADD_ALWAYS);
+        }
+        issuer = authorityOf(name, &issuer, 1000);
+        add(additional_.get(), issuer.der, capi::CERT_STORE_ADD_ALWAYS);
+    }
+    const Chain chain = chainOf(pki::make({.subject = "Person", .issuer = &issuer, .serial = 5}).der);
+    EXPECT_EQ(chain->TrustStatus.dwErrorStatus, capi::CERT_TRUST_IS_PARTIAL_CHAIN) << "no signature is called wrong";
+    EXPECT_EQ(chain->TrustStatus.dwInfoStatus, capi::CERT_TRUST_SEARCH_LIMITED);
+    additional_.reset();
+    const Chain missing = chainOf(leaf_.der);
+    EXPECT_EQ(missing->TrustStatus.dwErrorStatus, capi::CERT_TRUST_IS_PARTIAL_CHAIN);
+    EXPECT_EQ(missing->TrustStatus.dwInfoStatus, 0U) << "its issuer is nowhere";
+}
+
 } // namespace

@@ -1,5 +1,6 @@
 // CRLs of every kind, at any time: what revokes, what says nothing, what is reported of it.
 
+#include "carried_store.hpp"
 #include "chain_fixture.hpp"
 
 namespace {
@@ -221,10 +222,11 @@ TEST_F(ChainCrls, WithADeltaCountTogetherAlsoWhereNothingAnnouncesIt) {
                                   .extensions = {{NID_crl_number, number}, {NID_delta_crl, base}},
                                   .entryExtensions = {{NID_crl_reason, reason}}});
     };
-    addCrl(delta(77, "critical,DER:02:01:0B", "DER:02:01:0C", "DER:0A:01:01"));
     addCrl(delta(77, "critical,DER:02:01:09", "DER:02:01:0A", "DER:0A:01:01"));
     addCrl(delta(77, "critical,DER:02:01:0A", "DER:02:01:0B", "DER:0A:01:08"));
-    EXPECT_EQ(status(leaf_.der, atHand), 0U) << "of a later base, not later than the base, and one that removes";
+    EXPECT_EQ(status(leaf_.der, atHand), 0U) << "not later than the base, and one that removes";
+    addCrl(delta(77, "critical,DER:02:01:0B", "DER:02:01:0C", "DER:0A:01:01"));
+    EXPECT_EQ(status(leaf_.der, atHand), revoked) << "of a base that is not at hand";
     const Entity other = pki::make({.subject = "Other", .issuer = &ca_, .serial = 78});
     addCrl(delta(78, "critical,DER:02:01:0A", "DER:02:01:0B", "DER:0A:01:01"));
     const Chain chain = chainOf(other.der, atHand);
@@ -245,6 +247,57 @@ TEST_F(ChainCrls, OfChangesAloneProveNothing) {
         const Entity other = pki::make({.subject = "Other", .issuer = &ca_, .serial = 78, .extensions = extensions});
         EXPECT_EQ(status(other.der, end), unknown);
     }
+}
+
+TEST_F(ChainCrls, OfChangesAloneRevokeWhatTheyList) {
+    const auto changes = [&](const char* reason) {
+        return pki::makeCrl(ca_,
+                            {.serials = {77},
+                             .thisUpdate = now_ - 100,
+                             .revoked = now_ - 200,
+                             .extensions = {{NID_crl_number, "DER:02:01:0B"}, {NID_delta_crl, "critical,DER:02:01:0A"}},
+                             .entryExtensions = {{NID_crl_reason, reason}}});
+    };
+    additional_.reset(openCarriedStore({}, {changes("DER:0A:01:08")}));
+    EXPECT_EQ(status(leaf_.der, end), unknown) << "an entry that removes needs the base";
+    additional_.reset(openCarriedStore({}, {changes("DER:0A:01:01")}));
+    const Chain chain = chainOf(leaf_.der, atHand);
+    EXPECT_EQ(elementErrors(chain), (std::vector<DWORD>{revoked, 0, 0}));
+    ASSERT_NE(revocation(chain), nullptr);
+    EXPECT_EQ(revocation(chain)->pCrlInfo->pBaseCrlContext, nullptr);
+    EXPECT_NE(revocation(chain)->pCrlInfo->pDeltaCrlContext, nullptr);
+    EXPECT_NE(revocation(chain)->pCrlInfo->fDeltaCrlEntry, 0);
+    time_ = now_ - 300;
+    EXPECT_EQ(status(leaf_.der, atHand), 0U) << "revoked after the time asked about";
+    time_ = 0;
+    const Entity other = pki::root("Intermediate");
+    additional_.reset(openCarriedStore(
+        {}, {pki::makeCrl(
+                other, {.serials = {77},
+                        .extensions = {{NID_crl_number, "DER:02:01:0B"}, {NID_delta_crl, "critical,DER:02:01:0A"}}})}));
+    EXPECT_EQ(status(leaf_.der, atHand), 0U) << "forged";
+}
+
+TEST_F(ChainCrls, ThatRemoveAnEntryWithoutBeingADeltaRevoke) {
+    addCrl(pki::makeCrl(ca_, {.serials = {77}, .entryExtensions = {{NID_crl_reason, "DER:0A:01:08"}}}));
+    const Chain chain = chainOf(leaf_.der, atHand);
+    EXPECT_EQ(chain->TrustStatus.dwErrorStatus, revoked);
+    EXPECT_EQ(revocation(chain)->dwRevocationResult, capi::CRYPT_E_REVOKED);
+}
+
+TEST_F(ChainCrls, AreTooOldWhereTheCallerSaysSo) {
+    addCrl(pki::makeCrl(ca_, {.serials = {78}, .thisUpdate = now_ - 500}));
+    const Entity other = pki::make({.subject = "Other", .issuer = &ca_, .serial = 78});
+    long_.emplace();
+    long_->dwRevocationFreshnessTime = 400;
+    EXPECT_EQ(status(leaf_.der, end), 0U) << "the field before says that it does not count";
+    long_->fCheckRevocationFreshnessTime = 1;
+    EXPECT_EQ(status(leaf_.der, end), unknown);
+    EXPECT_EQ(revocation(chainOf(leaf_.der, atHand))->dwRevocationResult, capi::CRYPT_E_REVOCATION_OFFLINE);
+    EXPECT_EQ(status(leaf_.der, atHand), 0U) << "a missing list is not an error there";
+    EXPECT_EQ(status(other.der, end), revoked) << "however old";
+    long_->dwRevocationFreshnessTime = 600;
+    EXPECT_EQ(status(leaf_.der, end), 0U);
 }
 
 TEST_F(ChainCrls, OfAnIndirectIssuerCountWhereTheCertificateNamesIt) {

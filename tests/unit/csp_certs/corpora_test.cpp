@@ -88,6 +88,11 @@ Question questionOf(const Case& row) {
         question.flags = row.text("crlcheck") == "all" ? capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT
                                                        : capi::CERT_CHAIN_REVOCATION_CHECK_END_CERT;
     }
+    const auto flag = [&](const char* argument, DWORD bit) { question.flags |= row.has(argument) ? bit : 0; };
+    flag("explicit", capi::CERT_CHAIN_REQUIRE_EXPLICIT_POLICY);
+    flag("inhibit_map", capi::CERT_CHAIN_INHIBIT_POLICY_MAPPING);
+    flag("inhibit_any", capi::CERT_CHAIN_INHIBIT_ANY_POLICY);
+    question.policies = row.has("policy") ? corpora::split(row.text("policy"), '|') : std::vector<std::string>{};
     return question;
 }
 

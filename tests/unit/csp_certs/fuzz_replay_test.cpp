@@ -1,7 +1,10 @@
 // The fuzz targets' properties over certificates and CRLs made here, with octets changed.
 
+#include "authority.hpp"
 #include "chain_mutations.hpp"
+#include "chains/ocsp.hpp"
 #include "fuzz_targets.hpp"
+#include "ocsp_maker.hpp"
 
 namespace {
 
@@ -47,6 +50,15 @@ TEST_F(FuzzReplay, HoldsForGeneratedAndDamagedCrls) {
         for (const csp::Bytes& der : chain_draft::encode(made.draft, ring_).crls) {
             replayDamaged(fuzzCrl, der, 29);
         }
+    }
+}
+
+TEST_F(FuzzReplay, HoldsForDamagedAnswersAboutAStatus) {
+    const fuzz::Authority& authority = fuzz::authority();
+    const csp::OcspRequest request(authority.leaf.get(), authority.root.get());
+    const pki::Entity stranger = pki::root("Stranger");
+    for (const int status : {V_OCSP_CERTSTATUS_GOOD, V_OCSP_CERTSTATUS_REVOKED}) {
+        replayDamaged(fuzzOcsp, pki::answerTo(request.der(), {.issuer = &stranger, .status = status}), 1);
     }
 }
 

@@ -9,5 +9,7 @@
 extern "C" int fuzzCertificate(const std::uint8_t* data, std::size_t size);
 /// One DER CRL.
 extern "C" int fuzzCrl(const std::uint8_t* data, std::size_t size);
+/// One DER answer about a certificate's status.
+extern "C" int fuzzOcsp(const std::uint8_t* data, std::size_t size);
 /// One octet that says of what kind it is, and an answer of an HTTP server.
 extern "C" int fuzzHttpAnswer(const std::uint8_t* data, std::size_t size);

@@ -44,7 +44,7 @@ TEST(PublishedXml, SignaturesGetThePublishedVerdict) {
     }
     corpora::Tally tally("xmldsig-xmlsec");
     for (const Case& row : corpora::cases(*root, "xmldsig-xmlsec")) {
-        if (tally.offered(row)) {
+        if (!corpora::judgedByChain(row) && tally.offered(row)) {
             tally.note(row, verdict(row));
         }
     }

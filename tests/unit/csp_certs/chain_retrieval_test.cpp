@@ -1,0 +1,330 @@
+// What chains retrieve from the network, what they ask for, and what hostile servers change.
+
+#include "carried_store.hpp"
+#include "chain_fixture.hpp"
+#include "ocsp_maker.hpp"
+#include "support/servers/http_server.hpp"
+
+#include <openssl/ocsp.h>
+#include <openssl/pem.h>
+
+#include <chrono>
+#include <mutex>
+
+namespace {
+
+using test_servers::HttpServer;
+using test_servers::Reply;
+using test_servers::Request;
+using namespace std::chrono_literals;
+
+std::string text(const csp::Bytes& octets) {
+    return {octets.begin(), octets.end()};
+}
+
+csp::Bytes octets(const std::string& text) {
+    return {text.begin(), text.end()};
+}
+
+class ChainRetrieval : public ChainTest {
+protected:
+    static constexpr DWORD end = capi::CERT_CHAIN_REVOCATION_CHECK_END_CERT;
+    static constexpr DWORD soft = capi::CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT;
+    static constexpr DWORD revoked = capi::CERT_TRUST_IS_REVOKED;
+    static constexpr DWORD unknown =
+        capi::CERT_TRUST_REVOCATION_STATUS_UNKNOWN | capi::CERT_TRUST_IS_OFFLINE_REVOCATION;
+
+    ChainRetrieval() {
+        network_ = 0;
+        setenv("XDG_CACHE_HOME", (home_ / "cache").c_str(), 1);
+        setenv("KLUNORTREDI_PRIVATE_ADDRESSES", "127.0.0.1", 1);
+        trust(root_);
+    }
+    ~ChainRetrieval() override {
+        unsetenv("XDG_CACHE_HOME");
+        unsetenv("KLUNORTREDI_PRIVATE_ADDRESSES");
+    }
+
+    /// A certificate of serial number 77 whose issuer, status and CRL lie on the server.
+    Entity online(const std::string& access, const std::string& points, const Entity* issuer = nullptr) const {
+        std::vector<std::pair<int, std::string>> extensions;
+        if (!access.empty()) {
+            extensions.emplace_back(NID_info_access, access);
+        }
+        if (!points.empty()) {
+            extensions.emplace_back(NID_crl_distribution_points, points);
+        }
+        return pki::make(
+            {.subject = "Online", .issuer = issuer == nullptr ? &ca_ : issuer, .serial = 77, .extensions = extensions});
+    }
+    std::string crlPoint() const { return "URI:" + server_.url("/crl"); }
+    std::string ocspAccess() const { return "OCSP;URI:" + server_.url("/ocsp"); }
+    std::string issuerAccess() const { return "caIssuers;URI:" + server_.url("/ca"); }
+
+    void serve(const std::string& path, Reply reply) {
+        const std::lock_guard lock(mutex_);
+        replies_[path] = std::move(reply);
+    }
+    void serve(const std::string& path, const csp::Bytes& body) { serve(path, Reply{.body = text(body)}); }
+    void answer(const pki::WantedAnswer& wanted) {
+        const std::lock_guard lock(mutex_);
+        answer_ = wanted;
+        answer_->issuer = &ca_;
+    }
+    std::size_t requests(const std::string& path) const {
+        std::size_t count = 0;
+        for (const Request& request : server_.requests()) {
+            count += request.target == path ? 1U : 0U;
+        }
+        return count;
+    }
+    const CERT_REVOCATION_INFO* revocation(const Chain& chain) const {
+        return chain->rgpChain[0]->rgpElement[0]->pRevocationInfo;
+    }
+
+    Reply reply(const Request& request) {
+        const std::lock_guard lock(mutex_);
+        if (request.target == "/ocsp" && answer_) {
+            return {.type = "application/ocsp-response", .body = text(pki::answerTo(octets(request.body), *answer_))};
+        }
+        const auto found = replies_.find(request.target);
+        return found == replies_.end() ? Reply{.status = "404 Not Found"} : found->second;
+    }
+
+    const std::time_t now_ = std::time(nullptr);
+    std::mutex mutex_;
+    std::map<std::string, Reply> replies_;
+    std::optional<pki::WantedAnswer> answer_;
+    HttpServer server_{[this](const Request& request) { return reply(request); }};
+};
+
+TEST_F(ChainRetrieval, BringsIssuersThatAreMissing) {
+    const Entity leaf = online(issuerAccess(), "");
+    serve("/ca", ca_.der);
+    const Chain chain = chainOf(leaf.der);
+    EXPECT_EQ(chain->TrustStatus.dwErrorStatus, 0U);
+    EXPECT_EQ(chain->rgpChain[0]->cElement, 3U);
+    EXPECT_EQ(requests("/ca"), 1U);
+    EXPECT_EQ(status(leaf.der), 0U);
+    EXPECT_EQ(requests("/ca"), 1U) << "kept";
+    EXPECT_EQ(status(leaf.der, capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL), capi::CERT_TRUST_IS_PARTIAL_CHAIN);
+}
+
+TEST_F(ChainRetrieval, BringsIssuersOneAfterTheOther) {
+    const Entity sub = pki::make({.subject = "Sub",
+                                  .issuer = &ca_,
+                                  .serial = 3,
+                                  .extensions = {{NID_basic_constraints, "critical,CA:TRUE"},
+                                                 {NID_key_usage, "critical,keyCertSign,cRLSign"},
+                                                 {NID_info_access, issuerAccess()}}});
+    const Entity leaf = online("caIssuers;URI:" + server_.url("/sub"), "", &sub);
+    serve("/sub", sub.der);
+    const csp::Bytes pem = [&] {
+        const csp::ossl::Bio out(BIO_new(BIO_s_mem()));
+        PEM_write_bio_X509(out.get(), ca_.certificate.get());
+        char* data = nullptr;
+        const long size = BIO_get_mem_data(out.get(), &data);
+        return csp::Bytes(data, data + size);
+    }();
+    serve("/ca", pem);
+    EXPECT_EQ(status(leaf.der), 0U);
+}
+
+TEST_F(ChainRetrieval, TakesNoCertificateForAnAnchorOrAnIssuerThatIsNone) {
+    const Entity stranger = pki::root("Intermediate");
+    const Entity leaf = online(issuerAccess(), "");
+    serve("/ca", stranger.der);
+    EXPECT_NE(status(leaf.der), 0U) << "of the issuer's name, of another key";
+    const Entity own = pki::root("Own");
+    const Entity below = online("caIssuers;URI:" + server_.url("/own"), "", &own);
+    serve("/own", own.der);
+    EXPECT_EQ(status(below.der), capi::CERT_TRUST_IS_UNTRUSTED_ROOT);
+}
+
+TEST_F(ChainRetrieval, AsksServersForAStatusThatIsNotKnown) {
+    know(ca_);
+    const Entity leaf = online(ocspAccess(), "");
+    answer({});
+    const Chain good = chainOf(leaf.der, end);
+    EXPECT_EQ(good->TrustStatus.dwErrorStatus, 0U);
+    ASSERT_NE(revocation(good), nullptr);
+    EXPECT_EQ(revocation(good)->dwRevocationResult, 0U);
+    EXPECT_STREQ(revocation(good)->pszRevocationOid, "1.3.6.1.5.5.7.48.1");
+    EXPECT_EQ(requests("/ocsp"), 1U);
+    EXPECT_EQ(status(leaf.der, end), 0U);
+    EXPECT_EQ(requests("/ocsp"), 1U) << "kept, with the nonce of the first request";
+    answer({.status = V_OCSP_CERTSTATUS_REVOKED, .revoked = now_ - 500, .reason = 1});
+    long_.emplace();
+    FILETIME any{};
+    long_->pftCacheResync = &any;
+    const Chain bad = chainOf(leaf.der, end);
+    EXPECT_EQ(bad->TrustStatus.dwErrorStatus, revoked) << "asked anew";
+    ASSERT_NE(revocation(bad)->pCrlInfo->pCrlEntry, nullptr);
+    EXPECT_EQ(csp::fromFileTime(revocation(bad)->pCrlInfo->pCrlEntry->RevocationDate), now_ - 500);
+    EXPECT_EQ(revocation(bad)->pCrlInfo->pCrlEntry->cExtension, 1U);
+    EXPECT_EQ(status(leaf.der, soft), revoked) << "also where a missing status is not an error";
+    time_ = now_ - 600;
+    EXPECT_EQ(status(leaf.der, soft), 0U) << "revoked after the time asked about";
+    EXPECT_EQ(status(leaf.der, end), unknown) << "which is not a proof that it was good";
+    time_ = now_ - 400;
+    EXPECT_EQ(status(leaf.der, soft), revoked);
+}
+
+TEST_F(ChainRetrieval, BringsTheListsOfDistributionPoints) {
+    know(ca_);
+    const Entity leaf = online("", crlPoint());
+    serve("/crl", pki::crl(ca_, {5}));
+    EXPECT_EQ(status(leaf.der, end), 0U);
+    EXPECT_EQ(status(leaf.der, end), 0U);
+    EXPECT_EQ(requests("/crl"), 1U) << "kept until its nextUpdate";
+    serve("/crl", pki::crl(ca_, {77}));
+    long_.emplace();
+    FILETIME any{};
+    long_->pftCacheResync = &any;
+    EXPECT_EQ(status(leaf.der, end), revoked);
+    EXPECT_EQ(status(leaf.der, soft), revoked);
+}
+
+TEST_F(ChainRetrieval, AsksForListsWhereServersDoNotAnswer) {
+    know(ca_);
+    const Entity leaf = online(ocspAccess(), crlPoint());
+    serve("/crl", pki::crl(ca_, {77}));
+    EXPECT_EQ(status(leaf.der, end), revoked);
+    EXPECT_EQ(requests("/ocsp"), 1U);
+}
+
+TEST_F(ChainRetrieval, HappensOnlyWhereItIsAllowedAndNeeded) {
+    know(ca_);
+    const Entity leaf = online(ocspAccess(), crlPoint());
+    answer({});
+    EXPECT_EQ(status(leaf.der), 0U) << "nobody asks about revocation";
+    EXPECT_EQ(status(leaf.der, end | capi::CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY), unknown);
+    EXPECT_EQ(status(leaf.der, end | capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL), unknown);
+    EXPECT_EQ(status(leaf.der, capi::CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY), 0U);
+    time_ = now_ + 10000000;
+    EXPECT_NE(status(leaf.der, end), 0U) << "expired";
+    time_ = 0;
+    const Entity stranger = pki::root("Stranger");
+    EXPECT_NE(status(online(ocspAccess(), crlPoint(), &stranger).der, end), 0U);
+    Entity forged = online(ocspAccess(), crlPoint());
+    forged.der.back() ^= 1U;
+    EXPECT_NE(status(forged.der, end), 0U);
+    addCrl(pki::crl(ca_, {5}));
+    EXPECT_EQ(status(leaf.der, end), 0U) << "a list at hand says it";
+    EXPECT_EQ(server_.requests().size(), 0U);
+    unsetenv("KLUNORTREDI_PRIVATE_ADDRESSES");
+    std::filesystem::remove(folder("ca") / "1.crl");
+    EXPECT_EQ(status(leaf.der, end), unknown) << "this machine's own addresses are not asked unless allowed";
+    EXPECT_EQ(server_.requests().size(), 0U);
+}
+
+TEST_F(ChainRetrieval, NeverHidesWhatAListAtHandRevokes) {
+    know(ca_);
+    const Entity leaf = online(ocspAccess(), crlPoint());
+    answer({});
+    serve("/crl", pki::crl(ca_, std::vector<long>{}));
+    addCrl(pki::makeCrl(ca_, {.serials = {77}, .thisUpdate = now_ - 5000, .nextUpdate = now_ - 100}));
+    EXPECT_EQ(status(leaf.der, soft), revoked) << "an expired list";
+    EXPECT_EQ(server_.requests().size(), 0U);
+    std::filesystem::remove(folder("ca") / "1.crl");
+    std::vector<csp::Bytes> flood;
+    const Entity forger = pki::root("Intermediate");
+    for (int i = 0; i < 65; ++i) {
+        flood.push_back(pki::makeCrl(forger, {.thisUpdate = now_ - i}));
+    }
+    additional_.reset(openCarriedStore({}, flood));
+    EXPECT_EQ(status(leaf.der, soft), unknown) << "lists at hand that were not looked at may revoke";
+    EXPECT_EQ(server_.requests().size(), 0U);
+}
+
+TEST_F(ChainRetrieval, IsNotKnownWhenServersMisbehave) {
+    know(ca_);
+    const csp::Bytes good = pki::crl(ca_, std::vector<long>{});
+    const Entity forger = pki::root("Intermediate");
+    csp::Bytes damaged = good;
+    damaged.back() ^= 1U;
+    const std::vector<Reply> replies{
+        {.status = "404 Not Found"},
+        {.status = "500 Internal Server Error"},
+        {.type = "text/html", .body = "<html>no</html>"},
+        {.body = ""},
+        {.body = text(good), .cutAfter = 20},
+        {.body = text(damaged)},
+        {.body = text(pki::crl(forger, std::vector<long>{}))},
+        {.body = text(pki::makeCrl(ca_, {.thisUpdate = now_ - 500, .nextUpdate = now_ - 100}))},
+        {.body = text(pki::makeCrl(ca_, {.thisUpdate = now_ + 500}))},
+        {.body = text(leaf_.der)},
+        test_servers::redirect(server_.url("/crl")),
+        test_servers::redirect("file:///etc/passwd"),
+        {.raw = "HTTP/1.1 200 OK\r\nContent-Length: 99999999999\r\n\r\nx"},
+        {.raw = "not HTTP\r\n\r\n"},
+    };
+    int number = 0;
+    for (const Reply& reply : replies) {
+        const std::string path = "/crl" + std::to_string(++number);
+        const Entity leaf = online("OCSP;URI:" + server_.url(path), "URI:" + server_.url(path));
+        serve(path, reply);
+        EXPECT_EQ(status(leaf.der, end), unknown) << "reply " << number;
+        EXPECT_EQ(status(leaf.der, soft), 0U) << "reply " << number;
+    }
+}
+
+TEST_F(ChainRetrieval, IsNotKnownByAnswersThatProveNothing) {
+    know(ca_);
+    const Entity leaf = online(ocspAccess(), "");
+    const Entity stranger = pki::root("Stranger");
+    long_.emplace();
+    FILETIME any{};
+    long_->pftCacheResync = &any;
+    for (const pki::WantedAnswer& wanted : {pki::WantedAnswer{.signer = &stranger, .withCertificate = true},
+                                            {.status = V_OCSP_CERTSTATUS_UNKNOWN},
+                                            {.thisUpdate = now_ - 500, .nextUpdate = now_ - 100},
+                                            {.thisUpdate = now_ + 5000, .nextUpdate = now_ + 9000},
+                                            {.otherNonce = true},
+                                            {.otherSerial = true}}) {
+        answer(wanted);
+        EXPECT_EQ(status(leaf.der, end), unknown);
+    }
+    answer({});
+    EXPECT_EQ(status(leaf.der, end), 0U);
+}
+
+TEST_F(ChainRetrieval, EndsInTime) {
+    know(ca_);
+    const Entity leaf = online(ocspAccess(), crlPoint());
+    serve("/ocsp", Reply{.body = "x", .delay = 60s});
+    serve("/crl", Reply{.body = std::string(1000, 'x'), .pause = 1s});
+    long_.emplace();
+    long_->dwUrlRetrievalTimeout = 300;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(status(leaf.der, end), unknown);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+}
+
+TEST_F(ChainRetrieval, EndsAfterSoManyRequests) {
+    know(ca_);
+    // Four addresses for each of four points, and four servers, for each of two certificates.
+    std::string points;
+    std::string servers;
+    for (int i = 0; i < 8; ++i) {
+        points += (i == 0 ? "" : ",") + ("URI:" + server_.url("/p" + std::to_string(i)));
+        servers += (i == 0 ? "" : ",") + ("OCSP;URI:" + server_.url("/s" + std::to_string(i)));
+    }
+    const Entity sub = pki::make({.subject = "Sub",
+                                  .issuer = &ca_,
+                                  .serial = 3,
+                                  .extensions = {{NID_basic_constraints, "critical,CA:TRUE"},
+                                                 {NID_info_access, servers},
+                                                 {NID_crl_distribution_points, points}}});
+    std::string others;
+    for (int i = 0; i < 8; ++i) {
+        others += (i == 0 ? "" : ",") + ("OCSP;URI:" + server_.url("/t" + std::to_string(i)));
+    }
+    know(sub);
+    const Entity leaf = online(others, "URI:" + server_.url("/q"), &sub);
+    EXPECT_EQ(status(leaf.der, capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT), unknown);
+    EXPECT_LE(server_.requests().size(), 16U);
+    EXPECT_GE(server_.requests().size(), 8U);
+}
+
+} // namespace
