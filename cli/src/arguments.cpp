@@ -165,7 +165,7 @@ private:
             ->check(notEmpty);
         verb.add_flag("--require-revocation", options.requireRevocation,
                       "Do not trust a chain whose revocation status is not known");
-        verb.add_flag("--offline", options.offline, "Fetch nothing (nothing is ever fetched yet)");
+        verb.add_flag("--offline", options.offline, "Retrieve no CRLs, status answers and issuers from the network");
     }
 
     /// The files that a verb works on, and how their results are written.

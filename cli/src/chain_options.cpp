@@ -49,6 +49,8 @@ ChainQuery chainQuery(const ChainOptions& options) {
     }
     query.usage = options.usage.empty() ? std::string{} : usageOid("--usage", options.usage);
     query.requireRevocation = options.requireRevocation;
+    query.offline = options.offline;
+    query.beginRetrieval();
     ChainFiles files;
     for (const std::string& path : options.with) {
         readChainFile(path, files);

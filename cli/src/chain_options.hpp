@@ -15,7 +15,7 @@ struct ChainOptions {
     std::vector<std::string> anchors; ///< --anchor: files of certificates
     std::string usage;                ///< --usage: OID or name
     bool requireRevocation = false;
-    bool offline = false; ///< accepted: nothing is fetched anyway
+    bool offline = false; ///< nothing is retrieved from the network
 
     /// Whether one of them is given.
     [[nodiscard]] bool any() const {

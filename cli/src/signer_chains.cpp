@@ -44,8 +44,11 @@ bool isTrusted(const Signer& signer) {
 
 void judgeChains(Verdict& verdict, ChainQuery query, const ChainOptions& options) {
     query.signer = true;
+    query.beginRetrieval();
     query.certificates.insert(query.certificates.end(), verdict.certificates.begin(), verdict.certificates.end());
-    query.crls.insert(query.crls.end(), verdict.crls.begin(), verdict.crls.end());
+    query.crls.insert(query.crls.end(), verdict.crls.read.begin(), verdict.crls.read.end());
+    query.crlsPassedOver = !verdict.crls.passedOver.empty();
+    verdict.notChecked.insert(verdict.notChecked.end(), verdict.crls.passedOver.begin(), verdict.crls.passedOver.end());
     // One certificate at one time has one chain, however many signatures it made.
     std::map<std::pair<std::string, boost::posix_time::ptime>, Trust> judged;
     for (Signer& signer : verdict.signers) {

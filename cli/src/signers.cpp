@@ -77,15 +77,6 @@ Signer readSigner(void* message, unsigned index, CounterSignatureReader& counter
     return signer;
 }
 
-std::vector<std::string> readAll(void* message, unsigned countParam, unsigned param) {
-    std::vector<std::string> all;
-    const unsigned count = wincrypt::tools::param(message, countParam);
-    for (unsigned index = 0; index < count; ++index) {
-        all.push_back(wincrypt::CryptMsgGetParamEx(message, param, index));
-    }
-    return all;
-}
-
 std::string reasonOf(const SignerVerdict& verdict, const CertificatePtr& outside) {
     if (verdict.code == capi::CRYPT_E_ASN1_LARGE) {
         return "more certificates have the signer's issuer and serial number than are tried, or one is too large";
@@ -137,11 +128,12 @@ std::vector<Signer> readSigners(void* message) {
 }
 
 std::vector<std::string> readCertificates(void* message) {
-    return readAll(message, capi::CMSG_CERT_COUNT_PARAM, capi::CMSG_CERT_PARAM);
-}
-
-std::vector<std::string> readCrls(void* message) {
-    return readAll(message, capi::CMSG_CRL_COUNT_PARAM, capi::CMSG_CRL_PARAM);
+    std::vector<std::string> all;
+    const unsigned count = wincrypt::tools::param(message, capi::CMSG_CERT_COUNT_PARAM);
+    for (unsigned index = 0; index < count; ++index) {
+        all.push_back(wincrypt::CryptMsgGetParamEx(message, capi::CMSG_CERT_PARAM, index));
+    }
+    return all;
 }
 
 void judge(Signer& signer, const SignerVerdict& verdict, const CertificatePtr& outside) {

@@ -46,9 +46,8 @@ bool isSigner(const orvik::plugin::crypto::ICertificate& certificate, const std:
 /// service cannot show gives an empty record. Throws SystemException when the message cannot be asked at all.
 std::vector<Signer> readSigners(void* message);
 
-/// DER of the certificates, or of the CRLs, that an open message carries. Throws SystemException.
+/// DER of the certificates that an open message carries. Throws SystemException.
 std::vector<std::string> readCertificates(void* message);
-std::vector<std::string> readCrls(void* message);
 
 /// Takes a verdict of the service over, with its reason in words, and judges what is weak. `outside` is the certificate
 /// that the user gave (may be null).

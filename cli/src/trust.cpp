@@ -36,9 +36,22 @@ FILETIME fileTime(const boost::posix_time::ptime& time) {
     return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32U)};
 }
 
-DWORD chainFlags(const ChainQuery& query) {
-    return capi::CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY | capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL |
-           (query.requireRevocation ? capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT : 0);
+/// Time of one chain's retrievals.
+constexpr std::chrono::milliseconds chainRetrieval{15'000};
+
+/// What is left for retrievals; 0: none.
+std::chrono::milliseconds retrievalTime(const ChainQuery& query) {
+    using std::chrono::milliseconds;
+    const auto left = std::chrono::duration_cast<milliseconds>(query.retrievalEnd - std::chrono::steady_clock::now());
+    return query.offline ? milliseconds::zero() : std::clamp(left, milliseconds::zero(), chainRetrieval);
+}
+
+/// Revocation is always looked at. Without a checking flag a status that is not known is not an error.
+DWORD chainFlags(const ChainQuery& query, bool online) {
+    const DWORD where = online
+                            ? capi::CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT
+                            : capi::CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY | capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL;
+    return where | (query.requireRevocation ? capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT : 0);
 }
 
 Chain build(PCCERT_CONTEXT certificate, const ChainQuery& query) {
@@ -49,14 +62,16 @@ Chain build(PCCERT_CONTEXT certificate, const ChainQuery& query) {
         anchors.emplace(*query.anchors, std::vector<std::string>{});
     }
     RequestedUsages usages(query);
-    CERT_CHAIN_PARA para{};
-    para.cbSize = sizeof para;
+    const std::chrono::milliseconds online = retrievalTime(query);
+    CERT_CHAIN_PARA_LONG para{};
+    para.cbSize = usesEmbeddedService() ? sizeof para : sizeof(CERT_CHAIN_PARA);
     para.RequestedUsage = usages.match();
+    para.dwUrlRetrievalTimeout = static_cast<DWORD>(online.count());
     FILETIME time = query.time ? fileTime(*query.time) : FILETIME{};
     PCCERT_CHAIN_CONTEXT chain = nullptr;
-    if (wincrypt::CertGetCertificateChain(anchors ? anchors->store() : nullptr, certificate,
-                                          query.time ? &time : nullptr, additional.store(), &para, chainFlags(query),
-                                          nullptr, &chain) == 0) {
+    if (wincrypt::CertGetCertificateChain(
+            anchors ? anchors->store() : nullptr, certificate, query.time ? &time : nullptr, additional.store(),
+            reinterpret_cast<CERT_CHAIN_PARA*>(&para), chainFlags(query, online.count() > 0), nullptr, &chain) == 0) {
         throw orvik::plugin::crypto::exception::SystemException();
     }
     return Chain(chain);
@@ -86,6 +101,19 @@ std::uint32_t distribute(Trust& trust) {
         left &= ~ofTheLast;
     }
     return left;
+}
+
+/// A list that was not read may revoke any certificate below the root.
+void forgetGoodNews(std::span<TrustElement> elements, bool endIsSelfSigned, const ChainQuery& query) {
+    using Status = Revocation::Status;
+    for (TrustElement& element : elements.first(elements.size() - (endIsSelfSigned ? 1 : 0))) {
+        if (element.revocation.status == Status::good) {
+            element.revocation.status = Status::unknown;
+        }
+        if (query.requireRevocation && element.revocation.status == Status::unknown) {
+            element.status |= capi::CERT_TRUST_REVOCATION_STATUS_UNKNOWN | capi::CERT_TRUST_IS_OFFLINE_REVOCATION;
+        }
+    }
 }
 
 /// Nobody revokes a root: the status of a chain is that of the certificates below its self-signed end.
@@ -179,15 +207,25 @@ Trust judgeChain(const ICertificate& certificate, const ChainQuery& query) {
         trust.elements.front().status |= capi::CERT_TRUST_IS_NOT_VALID_FOR_USAGE;
     }
     judgeAlgorithms(trust.elements, endIsSelfSigned, query);
+    if (query.crlsPassedOver) {
+        forgetGoodNews(trust.elements, endIsSelfSigned, query);
+    }
+    const bool limited = (chain->TrustStatus.dwInfoStatus & capi::CERT_TRUST_SEARCH_LIMITED) != 0;
     for (const TrustElement& element : trust.elements) {
         trust.status |= element.status;
     }
     const std::uint32_t ofChain = distribute(trust);
+    if (!trust.elements.empty()) {
+        trust.elements.back().searchLimited = limited;
+    }
     for (TrustElement& element : trust.elements) {
         element.statusNames = statusNames(element.status, certificate);
         element.problems = problemsOf(element, query, &element == &trust.elements.front() ? unfit : std::nullopt);
     }
     trust.problems = problemsOfChain(ofChain);
+    if (limited) {
+        trust.problems.push_back(searchLimitReached());
+    }
     trust.statusNames = statusNames(trust.status, certificate);
     trust.revocation = overall(trust.elements, endIsSelfSigned);
     trust.trusted = trust.status == capi::CERT_TRUST_NO_ERROR;

@@ -1,7 +1,6 @@
 #pragma once
 
-/// A certificate's chain, judged by the service and by the command's own rules of usage. Nothing is ever fetched from
-/// the network.
+/// A certificate's chain, judged by the service and by the command's own rules of usage.
 
 #include "certificates.hpp"
 
@@ -10,6 +9,7 @@
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <nlohmann/json_fwd.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -21,15 +21,21 @@ namespace klunortredi::cli {
 struct ChainQuery {
     std::vector<std::string> certificates; ///< DER of further issuers that may stand in the chain; none is trusted
     std::vector<std::string> crls;         ///< DER of further revocation lists
+    bool crlsPassedOver = false;           ///< there are more, which were not read: no status is good then
     /// DER of the only certificates that are trusted, instead of those of store root. Only with the embedded service.
     std::optional<std::vector<std::string>> anchors;
     std::optional<boost::posix_time::ptime> time; ///< UTC; none: now
     std::string usage;                            ///< OID of an extended key usage; empty: none is required
     bool requireRevocation = false;               ///< a revocation status that is not known is an error
+    bool offline = true;                          ///< nothing is retrieved from the network
+    /// When retrievals end; chains are judged offline after it.
+    std::chrono::steady_clock::time_point retrievalEnd{};
+    /// Begins the time for retrievals of one document's chains: a message has up to 256 signers.
+    void beginRetrieval() { retrievalEnd = std::chrono::steady_clock::now() + std::chrono::seconds(30); }
     bool signer = false; ///< the certificate signed a document: its usages are judged for that (signer_usage.hpp)
 };
 
-/// Whether a certificate is revoked, by the revocation lists at hand.
+/// Whether a certificate is revoked, by the revocation lists at hand and what was retrieved.
 struct Revocation {
     enum class Status : std::uint8_t { good, revoked, unknown };
     Status status = Status::unknown;
@@ -51,6 +57,7 @@ struct TrustElement {
     Revocation revocation;
     std::vector<std::string> weak; ///< what is weak about its key and its signature, in words
     std::vector<Problem> problems;
+    bool searchLimited = false; ///< limits kept the service from looking at every possible issuer
 };
 
 struct Trust {
@@ -62,7 +69,8 @@ struct Trust {
     std::vector<Problem> problems{};        ///< of the chain as a whole
 };
 
-/// Judges the chain with what lies on this machine and in the query. Throws SystemException when the service cannot
+/// Judges the chain with what lies on this machine and in the query and, unless offline, what its certificates name on
+/// the network. Throws SystemException when the service cannot
 /// judge at all, Failure (exit 4) for anchors with a service other than the embedded one.
 Trust judgeChain(const orvik::plugin::crypto::ICertificate& certificate, const ChainQuery& query);
 

@@ -108,6 +108,9 @@ Problem problem(const Words& words, const TrustElement& element, const ChainQuer
         }
         break;
     case CERT_TRUST_IS_PARTIAL_CHAIN:
+        said = element.searchLimited
+                   ? Problem{"its issuer's certificate was not found within the limits of the search", {}}
+                   : said;
         said.what += " (" + text::name(element.certificate->issuerNameInfo()) + ")";
         break;
     default:
@@ -150,6 +153,11 @@ std::vector<Problem> problemsOf(const TrustElement& element, const ChainQuery& q
         problems.push_back({"the service finds a fault that has no name here (" + unnamed(left) + ")", {}});
     }
     return problems;
+}
+
+Problem searchLimitReached() {
+    return {"the limits of the search for issuers are reached: not every certificate at hand was looked at",
+            "bring fewer certificates under the names of the issuers"};
 }
 
 std::vector<Problem> problemsOfChain(std::uint32_t bits) {

@@ -19,7 +19,10 @@ std::vector<std::string> statusNames(std::uint32_t status, const orvik::plugin::
 std::vector<Problem> problemsOf(const TrustElement& element, const ChainQuery& query,
                                 const std::optional<Problem>& unfit);
 
-/// The same for bits that no element has.
+/// What is said of a chain with errors when the service reports that the limits of its search were reached.
+Problem searchLimitReached();
+
+/// The same as `problemsOf` for bits that no element has.
 std::vector<Problem> problemsOfChain(std::uint32_t bits);
 
 } // namespace klunortredi::cli

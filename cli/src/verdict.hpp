@@ -2,6 +2,7 @@
 
 /// The verdict on a whole signature or document.
 
+#include "message_crls.hpp"
 #include "signers.hpp"
 
 #include <optional>
@@ -18,7 +19,7 @@ struct Verdict {
     std::vector<std::string> covered;      ///< parts of an XML document that are signed
     std::vector<std::string> notChecked;   ///< what the verdict does not cover
     std::vector<std::string> certificates; ///< DER of those that the message carries; read when chains are judged
-    std::vector<std::string> crls;         ///< likewise
+    MessageCrls crls;                      ///< likewise
     std::optional<Trust> trust;            ///< of the signers that were required, when chains were judged
 };
 

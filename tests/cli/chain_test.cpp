@@ -1,9 +1,14 @@
+#include "cli/message_parts.hpp"
 #include "cli/pki.hpp"
 #include "cli/workplace.hpp"
+#include "support/servers/http_server.hpp"
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <filesystem>
+#include <map>
+#include <thread>
 
 namespace cli_test {
 namespace {
@@ -118,6 +123,105 @@ TEST_F(Chain, KnowsTheListsOfTheStores) {
     EXPECT_EQ(again.exit, 0) << again.err;
     EXPECT_THAT(again.out, HasSubstr("already"));
     EXPECT_EQ(place.json({"certs", "add", "root.crl", "--store", "ca"})["added_crl"]["issuer"], "CN=root");
+}
+
+TEST_F(Chain, TakesAListOfTheStoresPlaceByAVerifiedNewerOneOnly) {
+    pki.list("sub", {});
+    ASSERT_EQ(place.cli({"certs", "add", "sub.pem", "--store", "ca"}).exit, 0);
+    ASSERT_EQ(place.json({"certs", "add", "sub.crl", "--store", "ca"})["verified"], true);
+    EXPECT_EQ(place.cli({"chain", "bad.pem"}).exit, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100)); // thisUpdate counts seconds
+    pki.list("sub", {"04"}, "02");
+    const Json newer = place.json({"certs", "add", "sub.crl", "--store", "ca"});
+    EXPECT_EQ(newer["added_crl"]["number"], "02");
+    EXPECT_EQ(place.cli({"chain", "bad.pem"}).exit, 8);
+    pki.root("forger"); // of another key, with a list in sub's name
+    place.openssl().must({"req", "-x509", "-key", "forger.key", "-subj", "/CN=sub", "-days", "9", "-out", "forger.pem",
+                          "-addext", "subjectKeyIdentifier=hash"});
+    pki.list("forger", {}, "03");
+    const Outcome forged = place.cli({"certs", "add", "forger.crl", "--store", "ca"});
+    EXPECT_EQ(forged.exit, 0) << forged.err;
+    EXPECT_THAT(forged.out, HasSubstr("its signature is not verified"));
+    EXPECT_EQ(place.cli({"chain", "bad.pem"}).exit, 8);
+}
+
+TEST_F(Chain, OfASignerIsNeverGoodWhileAListOfTheMessageIsNotRead) {
+    list();
+    place.folder().write("report.txt", "text");
+    place.openssl().must({"cms", "-sign", "-binary", "-nodetach", "-in", "report.txt", "-signer", "good.pem", "-inkey",
+                          "good.key", "-certfile", "sub.pem", "-outform", "DER", "-out", "report.p7s"});
+    const Parts parts(read("report.p7s"));
+    const auto withList = [&](std::size_t octets) {
+        const std::string crl = element(0x30, element(0x04, std::string(octets, '\0')));
+        const std::string body = element(0xA0, parts.certificates) + element(0xA1, crl) + element(0x31, parts.signer);
+        const std::string head("\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x02", 11);
+        place.folder().write("list.p7s", element(0x30, head + element(0xA0, element(0x30, parts.head + body))));
+    };
+    const std::vector<std::string> words{"verify", "list.p7s", "--chain", "--with", "sub.crl", "--with", "root.crl"};
+    std::vector<std::string> required = words;
+    required.emplace_back("--require-revocation");
+    constexpr std::size_t most = std::size_t{4} << 20U;
+    withList(most / 2);
+    EXPECT_EQ(place.json(words)["chain"]["revocation"]["status"], "good") << "read, and not a CRL";
+    EXPECT_EQ(place.cli(required).exit, 0);
+    withList(most);
+    const Json verdict = place.json(words);
+    EXPECT_EQ(verdict["chain"]["revocation"]["status"], "unknown");
+    EXPECT_THAT(verdict["not_checked"].dump(), HasSubstr("CRL 1 of the message"));
+    EXPECT_EQ(place.cli(words).exit, 0) << "not known is not an error";
+    const Outcome refused = place.cli(required);
+    EXPECT_EQ(refused.exit, 8) << refused.out;
+    EXPECT_THAT(refused.out, HasSubstr("no revocation list at hand"));
+}
+
+TEST_F(Chain, SaysThatTheLimitsOfItsSearchAreReached) {
+    // More authorities of the issuer's name than are looked at, none of which signed the certificate.
+    std::string crowd;
+    for (int i = 0; i < 66; ++i) {
+        place.openssl().must({"req", "-x509", "-key", "root.key", "-subj", "/CN=sub", "-days", "9", "-set_serial",
+                              std::to_string(i + 1), "-out", "one.pem"});
+        crowd += read("one.pem");
+    }
+    place.folder().write("crowd.pem", crowd);
+    const Outcome limited = place.cli({"chain", "good.pem", "--with", "crowd.pem"});
+    EXPECT_EQ(limited.exit, 8);
+    EXPECT_THAT(limited.out, HasSubstr("the limits of the search for issuers are reached"));
+}
+
+TEST_F(Chain, RetrievesWhatItsCertificatesNameUnlessOffline) {
+    const auto der = [this](const char* kind, const std::string& from) {
+        place.openssl().must({kind, "-in", from, "-outform", "DER", "-out", "served.der"});
+        return read("served.der");
+    };
+    list();
+    const std::map<std::string, std::string> served{{"/sub.cer", der("x509", "sub.pem")},
+                                                    {"/sub.crl", der("crl", "sub.crl")}};
+    const test_servers::HttpServer server([&](const test_servers::Request& request) {
+        const auto found = served.find(request.target);
+        return found == served.end() ? test_servers::Reply{.status = "404 Not Found"}
+                                     : test_servers::Reply{.body = found->second};
+    });
+    const auto online = [&](const std::string& name, int serial) {
+        pki.issue(name, "sub", serial,
+                  {"keyUsage=critical,digitalSignature", "authorityInfoAccess=caIssuers;URI:" + server.url("/sub.cer"),
+                   "crlDistributionPoints=URI:" + server.url("/sub.crl")});
+    };
+    online("fine", 5);
+    online("gone", 4);
+    RunOptions options;
+    options.environment = {{"XDG_CACHE_HOME", place.folder() / "cache"},
+                           {"KLUNORTREDI_PRIVATE_ADDRESSES", "127.0.0.1"}};
+    const Outcome offline = place.cli({"chain", "fine.pem", "--offline"}, options);
+    EXPECT_EQ(offline.exit, 8) << offline.out;
+    EXPECT_TRUE(server.requests().empty());
+    const Outcome fine = place.cli({"chain", "fine.pem"}, options);
+    EXPECT_EQ(fine.exit, 0) << fine.out << fine.err;
+    EXPECT_THAT(fine.out, HasSubstr("revocation  good"));
+    const Outcome gone = place.cli({"chain", "gone.pem"}, options);
+    EXPECT_EQ(gone.exit, 8);
+    EXPECT_THAT(gone.out, HasSubstr("revoked since 2026-01-02"));
+    EXPECT_EQ(server.requests().size(), 2U) << "the second time, both are kept";
+    EXPECT_EQ(place.cli({"chain", "fine.pem", "--require-revocation"}, options).exit, 8) << "of sub nothing is known";
 }
 
 TEST_F(Chain, IsJudgedAtATime) {

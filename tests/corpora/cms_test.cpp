@@ -1,4 +1,5 @@
-// Published signatures through the command: the verdict on the signature alone, without the chain.
+// Published signatures through the command: the verdict on the signature alone, and on the chain too where the row
+// names an anchor and a time, or where the signature is valid and its certificate is not.
 
 #include "corpora/tally.hpp"
 #include "support/process.hpp"
@@ -54,14 +55,30 @@ protected:
         if (row.has("out")) {
             words.insert(words.end(), {"--extract", folder_ / "out", "--force"});
         }
+        if (row.has("ta") && row.has("time")) {
+            addChain(words, row);
+        }
         const auto run = verify(words);
         if (run.exit == 0 && row.has("out") && folder_.read("out") != test_support::readFile(row.path("out"))) {
             return "valid, but with other content";
         }
-        return run.exit == 0                    ? "VALID"
-               : run.exit == 1 || run.exit == 3 ? "INVALID"
-                                                : "exit " + std::to_string(run.exit);
+        return run.exit == 0                                                   ? "VALID"
+               : run.exit == 1 || run.exit == 3 || run.exit == chainNotTrusted ? "INVALID"
+                                                                               : "exit " + std::to_string(run.exit);
     }
+
+    /// The words that have the signer's chain judged as the row asks.
+    static void addChain(std::vector<std::string>& words, const Case& row) {
+        words.insert(words.end(), {"--chain", "--usage", "any", "--offline", "--anchor", row.path("ta")});
+        for (const std::string& issuer : row.paths("inter")) {
+            words.insert(words.end(), {"--with", issuer});
+        }
+        if (std::string time = row.text("time"); !time.empty()) {
+            std::ranges::replace(time, '+', 'T');
+            words.insert(words.end(), {"--at", time});
+        }
+    }
+    static constexpr int chainNotTrusted = 8;
 
     std::optional<std::string> root_;
     test_support::TempFolder folder_;
@@ -86,6 +103,26 @@ TEST_P(Published, SignaturesGetTheVerdictOfTheirPublishers) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Folders, Published, testing::ValuesIn(messageFolders), testName);
+
+class XmlChain : public Published {};
+
+TEST_P(XmlChain, CertificatesGetTheVerdictOfTheirPublishers) {
+    Tally tally(GetParam() + std::string(" xml-verify, chain"));
+    for (const Case& row : corpora::cases(*root_, GetParam())) {
+        if (corpora::judgedByChain(row) && tally.offered(row)) {
+            std::vector<std::string> words{row.inputPath(), "--allow-partial"};
+            EXPECT_EQ(verify(words).exit, 0) << row.id << ": the signature alone";
+            addChain(words, row);
+            const int exit = verify(words).exit;
+            tally.note(row, exit == chainNotTrusted ? "INVALID" : "exit " + std::to_string(exit));
+        }
+    }
+    tally.print();
+    EXPECT_EQ(tally.right(), 4);
+    EXPECT_THAT(tally.surprises(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Folders, XmlChain, testing::Values("xmldsig-xmlsec"), testName);
 
 class Malformed : public Published {};
 

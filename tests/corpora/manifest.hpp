@@ -36,6 +36,9 @@ std::optional<std::string> root();
 /// The rows of one folder; throws std::runtime_error when its manifest cannot be read.
 std::vector<Case> cases(const std::string& root, const std::string& folder);
 
+/// Whether the row is a document whose signature is valid, and whose verdict is about the signer's chain.
+bool judgedByChain(const Case& row);
+
 /// The parts of `text` between separators.
 std::vector<std::string> split(const std::string& text, char separator);
 

@@ -64,12 +64,17 @@ ExitCode addRevocationList(Session& session, const CertsArguments& arguments, st
         throw Failure(result.exit > 0 ? static_cast<ExitCode>(result.exit) : ExitCode::service, what,
                       explained ? document["error"].value("message", std::string{}) : "klunortredi-csp cannot be run");
     }
-    session.console.result({{"added_crl", document["added"]}, {"store", arguments.store}}, [&](std::ostream& out) {
+    const bool verified = document.value("verified", true);
+    const Json shown{{"added_crl", document["added"]}, {"verified", verified}, {"store", arguments.store}};
+    session.console.result(shown, [&](std::ostream& out) {
         if (document["added"].is_null()) {
             out << "store " << arguments.store << " has this CRL, or a newer one, already\n";
         } else {
             out << "added the CRL of " << printableName(document["added"].value("issuer", std::string{}))
                 << " to store " << arguments.store << '\n';
+        }
+        if (!verified) {
+            out << "  its signature is not verified: add its issuer's certificate first\n";
         }
     });
     return ExitCode::done;
