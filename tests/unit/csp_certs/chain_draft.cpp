@@ -88,8 +88,14 @@ Extensions& extensions() {
 }
 
 const EVP_MD* digestFor(const EVP_PKEY* key) {
-    const bool gost = EVP_PKEY_get_id(key) == NID_id_GostR3410_2012_256;
-    return gost ? csp::digestMethod(*csp::findDigest(capi::CALG_GR3411_2012_256)) : EVP_sha256();
+    switch (EVP_PKEY_get_id(key)) {
+    case NID_id_GostR3410_2012_256:
+        return csp::digestMethod(*csp::findDigest(capi::CALG_GR3411_2012_256));
+    case NID_id_GostR3410_2012_512:
+        return csp::digestMethod(*csp::findDigest(capi::CALG_GR3411_2012_512));
+    default:
+        return EVP_sha256();
+    }
 }
 
 void setName(X509_NAME* name, const std::string& common, const std::string& email) {
