@@ -144,15 +144,6 @@ TEST_F(Encrypt, CertificatesThatAreNotForEncryptionAreRefused) {
     EXPECT_EQ(place_.cli({"encrypt", "report.txt", "--to", "one.pem", "--any-certificate"}).exit, 0);
 }
 
-TEST_F(Encrypt, ExpiredCertificatesAreRefused) {
-    place_.openssl().must({"req", "-x509", "-newkey", "gost2012_256", "-pkeyopt", "paramset:TCA", "-nodes", "-keyout",
-                           "old.key", "-out", "old.pem", "-subj", "/CN=Old", "-days", "-1"});
-    const Outcome refused = place_.cli({"encrypt", "report.txt", "--to", "old.pem"});
-    EXPECT_EQ(refused.exit, 4);
-    EXPECT_THAT(refused.err, HasSubstr("expired"));
-    EXPECT_EQ(place_.cli({"encrypt", "report.txt", "--to", "old.pem", "--any-certificate"}).exit, 0);
-}
-
 TEST_F(Encrypt, GostAndRsaRecipientsTogetherAreRefused) {
     makeRecipient("one");
     makeRecipient("two", rsa);
