@@ -45,6 +45,14 @@ ossl::PkeyCtx operation(EVP_PKEY* key, const KeyAlgorithm& row, const DigestAlgo
     return context;
 }
 
+void usePss(EVP_PKEY_CTX* context, const DigestAlgorithm& algorithm) {
+    if (EVP_PKEY_CTX_set_rsa_padding(context, RSA_PKCS1_PSS_PADDING) != 1 ||
+        EVP_PKEY_CTX_set_rsa_mgf1_md(context, digestMethod(algorithm)) != 1 ||
+        EVP_PKEY_CTX_set_rsa_pss_saltlen(context, RSA_PSS_SALTLEN_DIGEST) != 1) {
+        fail(capi::NTE_FAIL);
+    }
+}
+
 } // namespace
 
 ossl::Pkey publicKeyFromInfo(ByteView subjectPublicKeyInfo) {
@@ -79,7 +87,7 @@ const KeyAlgorithm& keyAlgorithm(const EVP_PKEY* key) {
     return *row;
 }
 
-Bytes signDigest(EVP_PKEY* key, const DigestAlgorithm& algorithm, ByteView digest) {
+Bytes signDigest(EVP_PKEY* key, const DigestAlgorithm& algorithm, ByteView digest, RsaScheme scheme) {
     const KeyAlgorithm& row = keyAlgorithm(key);
     if (!suits(row, algorithm)) {
         fail(capi::NTE_BAD_ALGID);
@@ -89,6 +97,9 @@ Bytes signDigest(EVP_PKEY* key, const DigestAlgorithm& algorithm, ByteView diges
     }
     const ossl::ErrorMark mark;
     const ossl::PkeyCtx context = operation(key, row, algorithm, EVP_PKEY_sign_init);
+    if (!row.gost && scheme == RsaScheme::pss) {
+        usePss(context.get(), algorithm);
+    }
     Bytes signature(signatureSize(key));
     std::size_t size = signature.size();
     if (EVP_PKEY_sign(context.get(), signature.data(), &size, digest.data(), digest.size()) != 1 ||

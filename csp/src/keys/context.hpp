@@ -5,8 +5,8 @@
 #include "core/bytes.hpp"
 #include "core/handle_table.hpp"
 #include "core/ossl.hpp"
-#include "crypto/algorithms.hpp"
 #include "crypto/key_wrapping.hpp"
+#include "crypto/signature.hpp"
 
 #include <memory>
 #include <string_view>
@@ -25,7 +25,7 @@ public:
     [[nodiscard]] virtual Bytes publicKeyInfo(DWORD keySpec) const = 0;
     /// Signature in the order of X.509 and CMS (see crypto/signature.hpp). ApiError(SCARD_W_CARD_NOT_AUTHENTICATED)
     /// when the container still wants its PIN.
-    virtual Bytes sign(DWORD keySpec, const DigestAlgorithm& algorithm, ByteView digest) = 0;
+    virtual Bytes sign(DWORD keySpec, const DigestAlgorithm& algorithm, ByteView digest, RsaScheme scheme) = 0;
     /// The content-encryption key of `keySize` octets that `wrapped` brings to the key pair of either spec. Errors as
     /// of `unwrapKey` (crypto/key_wrapping.hpp) and those of `sign` about the container.
     virtual SecretBytes unwrap(DWORD keySpec, const WrappedKey& wrapped, std::size_t keySize) = 0;

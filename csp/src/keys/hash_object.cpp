@@ -82,7 +82,7 @@ void HashObject::sign(DWORD keySpec, void* buffer, DWORD* size) {
         return;
     }
     Bytes signedValue = value();
-    const Bytes signature = context_->sign(keySpec, digest_.algorithm(), signedValue);
+    const Bytes signature = context_->sign(keySpec, digest_.algorithm(), signedValue, RsaScheme::pkcs1);
     give(reordered(signature, keyAlgorithm(context_->provider())), buffer, size);
     finished_ = std::move(signedValue);
 }

@@ -84,8 +84,8 @@ std::shared_ptr<EVP_PKEY> ProviderContext::privateKey(DWORD keySpec) {
     return access_.key(container(), keySpec);
 }
 
-Bytes ProviderContext::sign(DWORD keySpec, const DigestAlgorithm& algorithm, ByteView digest) {
-    return signDigest(privateKey(keySpec).get(), algorithm, digest);
+Bytes ProviderContext::sign(DWORD keySpec, const DigestAlgorithm& algorithm, ByteView digest, RsaScheme scheme) {
+    return signDigest(privateKey(keySpec).get(), algorithm, digest, scheme);
 }
 
 SecretBytes ProviderContext::unwrap(DWORD keySpec, const WrappedKey& wrapped, std::size_t keySize) {

@@ -40,7 +40,7 @@ public:
     void close();
 
     [[nodiscard]] Bytes publicKeyInfo(DWORD keySpec) const override;
-    Bytes sign(DWORD keySpec, const DigestAlgorithm& algorithm, ByteView digest) override;
+    Bytes sign(DWORD keySpec, const DigestAlgorithm& algorithm, ByteView digest, RsaScheme scheme) override;
     SecretBytes unwrap(DWORD keySpec, const WrappedKey& wrapped, std::size_t keySize) override;
     /// Size of a signature, found without the private key. Throws ApiError: NTE_NO_KEY, NTE_BAD_ALGID.
     [[nodiscard]] std::size_t signatureSize(DWORD keySpec, const DigestAlgorithm& algorithm);

@@ -16,15 +16,17 @@ Bytes optionalSet(const std::vector<Bytes>& members, unsigned number) {
 
 } // namespace
 
-SignedDataWriter::SignedDataWriter(std::string_view contentType, std::vector<Bytes> digestAlgorithms,
-                                   std::vector<Bytes> certificates, std::vector<Bytes> crls)
+SignedDataWriter::SignedDataWriter(std::string_view contentType, bool signersByKeyIdentifier,
+                                   std::vector<Bytes> digestAlgorithms, std::vector<Bytes> certificates,
+                                   std::vector<Bytes> crls)
     : contentType_(der::objectIdentifier(contentType)), certificates_(std::move(certificates)), crls_(std::move(crls)),
       revocation_(der::concat({optionalSet(certificates_, 0), optionalSet(crls_, 1)})) {
-    // Certificates of X.509 and signers named by issuer and serial number only: 1, but 3 for other than plain data.
+    // RFC 5652, 5.1; the certificates are X.509 and nothing else.
     constexpr std::int64_t plain = 1;
-    constexpr std::int64_t typed = 3;
+    constexpr std::int64_t typedOrByKeyIdentifier = 3;
+    const bool isPlain = contentType == oid::data && !signersByKeyIdentifier;
     versionAndDigests_ =
-        der::concat({der::integer(contentType == oid::data ? plain : typed), der::setOf(std::move(digestAlgorithms))});
+        der::concat({der::integer(isPlain ? plain : typedOrByKeyIdentifier), der::setOf(std::move(digestAlgorithms))});
 }
 
 Bytes SignedDataWriter::definiteHead(std::optional<std::uint64_t> contentSize, std::uint64_t signersSize) const {

@@ -13,8 +13,9 @@ namespace klunortredi::csp {
 
 class SignedDataWriter {
 public:
-    SignedDataWriter(std::string_view contentType, std::vector<Bytes> digestAlgorithms, std::vector<Bytes> certificates,
-                     std::vector<Bytes> crls);
+    /// `signersByKeyIdentifier`: whether a SignerInfo names its signer so, which the message's version depends on.
+    SignedDataWriter(std::string_view contentType, bool signersByKeyIdentifier, std::vector<Bytes> digestAlgorithms,
+                     std::vector<Bytes> certificates, std::vector<Bytes> crls);
 
     /// DER up to the content's first octet. `contentSize`: nothing for a message without content. `signersSize`:
     /// octets of all SignerInfos.

@@ -31,13 +31,32 @@ std::vector<Bytes> encodedItems(const CRYPTOAPI_BLOB* first, DWORD count, Decode
     return items;
 }
 
+/// One message's signers have one form: a structure of another size stands elsewhere than it seems.
+const CMSG_SIGNER_ENCODE_INFO& checkedSize(const CMSG_SIGNER_ENCODE_INFO& signer, std::size_t size) {
+    if (signer.cbSize != size) {
+        fail(capi::ERROR_INVALID_PARAMETER);
+    }
+    return signer;
+}
+
 std::vector<SignerBuilder> signers(const CMSG_SIGNED_ENCODE_INFO& info, std::string_view contentType) {
     if (info.cbSize != sizeof info || (info.rgSigners == nullptr && info.cSigners != 0)) {
         fail(capi::ERROR_INVALID_PARAMETER);
     }
     std::vector<SignerBuilder> made;
+    if (info.cSigners == 0) {
+        return made;
+    }
+    if (info.rgSigners->cbSize == sizeof(CMSG_SIGNER_ENCODE_INFO_CMS_FIELDS)) {
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the size tells what the structures are
+        const auto* const longer = reinterpret_cast<const CMSG_SIGNER_ENCODE_INFO_CMS_FIELDS*>(info.rgSigners);
+        for (const auto& signer : std::span(longer, info.cSigners)) {
+            made.emplace_back(checkedSize(signer.Signer, sizeof signer), contentType);
+        }
+        return made;
+    }
     for (const CMSG_SIGNER_ENCODE_INFO& signer : std::span(info.rgSigners, info.cSigners)) {
-        made.emplace_back(signer, contentType);
+        made.emplace_back(checkedSize(signer, sizeof signer), contentType);
     }
     return made;
 }
@@ -58,7 +77,7 @@ std::vector<Bytes> digestAlgorithms(const std::vector<SignerBuilder>& signers) {
 SignedEncoder::SignedEncoder(const CMSG_SIGNED_ENCODE_INFO& info, std::string_view contentType, bool detached,
                              std::optional<StreamOutput> stream)
     : detached_(detached), stream_(stream), signers_(signers(info, contentType)),
-      writer_(contentType, digestAlgorithms(signers_),
+      writer_(contentType, std::ranges::any_of(signers_, &SignerBuilder::byKeyIdentifier), digestAlgorithms(signers_),
               encodedItems<ossl::X509Ptr>(info.rgCertEncoded, info.cCertEncoded, d2i_X509),
               encodedItems<ossl::X509CrlPtr>(info.rgCrlEncoded, info.cCrlEncoded, d2i_X509_CRL)) {
     for (const SignerBuilder& signer : signers_) {

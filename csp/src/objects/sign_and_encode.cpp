@@ -51,7 +51,8 @@ void signAndEncode(const SignRequest& request, BYTE* encoded, DWORD* size) {
     };
     const std::size_t exactSize = whole(Bytes(provider->signatureSize(request.keySpec, digest))).size();
     if (size != nullptr && encoded != nullptr && *size >= exactSize) {
-        give(whole(provider->sign(request.keySpec, digest, Digest::of(digest, toBeSigned))), encoded, size);
+        give(whole(provider->sign(request.keySpec, digest, Digest::of(digest, toBeSigned), RsaScheme::pkcs1)), encoded,
+             size);
     } else {
         give(Bytes(exactSize), encoded, size);
     }

@@ -72,8 +72,8 @@ Bytes encodeSignerInfo(const Signer& signer, const Crafted& crafted) {
     const Bytes attributes = joined(crafted.attributes);
     const Bytes signedOctets = crafted.hasAttributes ? der::element(der::tag::Set, attributes) : crafted.signedContent;
     const Bytes sent = crafted.sentAttributes.empty() ? attributes : joined(crafted.sentAttributes);
-    Bytes signature =
-        csp::signingContext(signer.provider)->sign(signer.keySpec, digest, csp::Digest::of(digest, signedOctets));
+    Bytes signature = csp::signingContext(signer.provider)
+                          ->sign(signer.keySpec, digest, csp::Digest::of(digest, signedOctets), csp::RsaScheme::pkcs1);
     der::append(signature, crafted.behindSignature);
     return der::sequence({der::integer(1), crafted.signerId, crafted.signerDigest,
                           crafted.hasAttributes ? der::element(der::tag::contextConstructed(0), sent) : Bytes{},
