@@ -35,6 +35,12 @@ struct ORVIK_EXPORT ExtendedParams : ChainParams {
     /// The service takes the size in 32 bits: from 4 GiB - 1 octets on the message is BER of indefinite lengths, as
     /// without a size.
     std::optional<std::uint64_t> contentSize;
+    /// The SignerInfo names the signer by the certificate's subject key identifier (RFC 5652, 5.3) instead of by issuer
+    /// and serial number. initialize() throws CryptoException badCertificateData for a certificate without it.
+    bool byKeyIdentifier = false;
+    /// OID of the signature algorithm, where the key has several: 1.2.840.113549.1.1.10 is RSASSA-PSS (RFC 4056).
+    /// Empty: the key's usual one. A service that does not know it opens no message.
+    std::string signatureAlgorithm;
 };
 
 /// Streams data into a CMS SignedData (RFC 5652) made with the key that a certificate is linked to.

@@ -157,6 +157,17 @@ TEST_F(EncodeTest, RefusesASigningTimeThatIsNone) {
     EXPECT_THROW(tools::normalizeSignedAttributes({{23, signingTime, "99999999999999999999"}}), std::out_of_range);
 }
 
+TEST_F(EncodeTest, RefusesASigningTimeBefore1601) {
+    const auto encodeAt = [](const char* text) { tools::normalizeSignedAttributes({{23, signingTime, text}}); };
+    const Thrown refused{30048, "tools", "normalizeSignedAttributes", 0};
+    for (const char* text : {"1600-12-31T23:59:59Z", "1400-01-01T00:00:00Z", "-11644473601"}) {
+        EXPECT_EQ(thrownBy<CryptoException>([&] { encodeAt(text); }), refused) << text;
+    }
+    for (const char* text : {"1601-01-01T00:00:00Z", "9999-12-31T23:59:59Z"}) {
+        EXPECT_NO_THROW(encodeAt(text)) << text;
+    }
+}
+
 TEST_F(EncodeTest, EncodesValuesByTheirTypes) {
     const auto result = tools::normalizeSignedAttributes(
         {{4, "1.2.1", "00ff"}, {2, "1.2.3", "+7"}, {19, "1.2.4", "as it is"}, {23, signingTime, "0"}});

@@ -2,6 +2,7 @@
 
 #include "sink_stream.hpp"
 
+#include "capi/signer_fields.h"
 #include "capi/types.h"
 #include "crypto/wincrypt/handles.hpp"
 #include "orvik/plugin/crypto/format/signature_request.hpp"
@@ -53,6 +54,7 @@ protected:
     /// Lets the message carry these as well, whose octets stay the caller's as long as the context lives.
     void addCertificates(const std::vector<CRYPT_DATA_BLOB>& certificates);
     [[nodiscard]] CMSG_STREAM_INFO& stream() { return stream_; }
+    [[nodiscard]] CMSG_SIGNED_ENCODE_INFO& signedMessage() { return signedMessage_; }
 
 private:
     void describeAttributes();
@@ -88,11 +90,15 @@ public:
 
 private:
     void addIssuers();
+    void nameSigner(const crypto::ICertificate& certificate, const ExtendedParams& params);
 
     std::vector<std::string> issuers_;
     SinkStream sink_;
     std::optional<std::uint64_t> contentSize_;
     std::uint64_t taken_ = 0;
+    CMSG_SIGNER_ENCODE_INFO_CMS_FIELDS signer_{}; ///< in place of the shorter form, when something is named
+    std::string keyIdentifier_;
+    std::string signatureAlgorithm_;
 };
 
 } // namespace orvik::plugin::wincrypt::binary

@@ -29,6 +29,10 @@ using crypto::format::SignedAttribute;
 /// ASN.1 universal tag numbers.
 enum Tag : std::uint32_t { integer = 2, octetString = 4, utf8String = 12, utcTime = 23 };
 
+/// 1601-01-01T00:00:00Z in seconds since 1970, the first time that a FILETIME holds. Its last one lies after the year
+/// 9999, the last that a ptime holds.
+constexpr std::int64_t firstOfFiletime = -11644473600;
+
 [[noreturn]] void refuse(const std::string& value, const char* function) {
     raise(exception::setValue(CryptoException(CryptoException::Code::badAttribute), value), {"tools", function});
 }
@@ -42,7 +46,7 @@ std::string signingTime(const std::string& value) {
     const auto time = crypto::tools::likelyUnixTimestamp(value)
                           ? plugin::converter::to_ptime(std::time_t{std::stoll(value)})
                           : plugin::converter::to_ptime(value, crypto::constant::timestampFormat);
-    if (time.is_special()) {
+    if (time.is_special() || plugin::converter::to_time_t_64(time) < firstOfFiletime) {
         refuse(value, "normalizeSignedAttributes");
     }
     return encodeTime(time);
