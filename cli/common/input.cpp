@@ -256,6 +256,16 @@ private:
     std::string decoded_;
 };
 
+namespace {
+
+/// From where the descriptor stands (standard input may be read in part already) to the end of the file.
+std::uint64_t octetsLeft(int fd, const struct stat& status) {
+    const auto at = ::lseek(fd, 0, SEEK_CUR);
+    return at < 0 || at > status.st_size ? 0 : static_cast<std::uint64_t>(status.st_size - at);
+}
+
+} // namespace
+
 Input::Input(const std::string& path) : path_(path), name_(path == "-" ? "standard input" : path) {
     const int fd = path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     struct stat status {};
@@ -263,7 +273,7 @@ Input::Input(const std::string& path) : path_(path), name_(path == "-" ? "standa
         throw fileFailure("cannot read " + name_, errno);
     }
     const bool regular = S_ISREG(status.st_mode);
-    descriptor_ = std::make_unique<Descriptor>(fd, regular ? static_cast<std::uint64_t>(status.st_size) : 0);
+    descriptor_ = std::make_unique<Descriptor>(fd, regular ? octetsLeft(fd, status) : 0);
     if (S_ISDIR(status.st_mode)) {
         throw fileFailure("cannot read " + name_, EISDIR);
     }

@@ -48,12 +48,14 @@ public:
     [[nodiscard]] Surroundings surroundings();
     /// The label of the PEM block that is read; empty for anything but PEM.
     [[nodiscard]] std::string label() const;
+    /// Whether `decoded()` takes PEM armour or Base64 off.
+    [[nodiscard]] bool armoured() const noexcept { return armor_ != nullptr; }
     /// Whether that path names the file that is read, by whatever name.
     [[nodiscard]] bool isFile(const std::string& path) const;
 
     /// Called as data is read.
     void watch(Watcher watcher);
-    /// Octets of a regular file; 0 for anything else.
+    /// Octets of a regular file that were there to read when it was opened; 0 for anything else.
     [[nodiscard]] std::uint64_t size() const noexcept;
     /// For messages: the path, or "standard input".
     [[nodiscard]] const std::string& name() const noexcept { return name_; }

@@ -26,6 +26,7 @@ public:
     /// Without commit() nothing is left behind.
     ~OutputFile();
 
+    /// Starts to write large files back to the disk while they are made.
     void write(std::string_view octets);
     /// Gives the file that temporary name until commit(). A process killed between leaves it behind, empty or not
     /// (Leftover), and never together with a file of the real name that it made. Nothing for "-", a device or a pipe.
@@ -46,15 +47,13 @@ private:
     [[noreturn]] void fail(int error) const;
 
     std::string path_;
-    std::string temporary_; ///< empty while the file has no name at all
+    std::string temporary_;         ///< empty while the file has no name at all
+    std::uint64_t writtenBack_ = 0; ///< of them the disk was set to work on
     int fd_ = -1;
     std::uint64_t size_ = 0;
     Readers readers_;
     bool force_;
     bool direct_ = false;
 };
-
-/// `der` between PEM lines of that label, in lines of 64 characters (RFC 7468).
-std::string toPem(std::string_view der, const std::string& label);
 
 } // namespace klunortredi::cli

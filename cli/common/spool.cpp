@@ -49,6 +49,10 @@ Spool::~Spool() {
     }
 }
 
+std::string Spool::path() const {
+    return "/proc/self/fd/" + std::to_string(fd_);
+}
+
 void Spool::write(std::string_view octets) {
     while (!octets.empty()) {
         const ssize_t written = ::write(fd_, octets.data(), octets.size());

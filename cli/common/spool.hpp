@@ -17,6 +17,8 @@ public:
 
     /// Throws Failure (exit 3), also for a full disk.
     void write(std::string_view octets);
+    /// A path under which this process reads what was written, from the first octet on, as long as the spool lives.
+    [[nodiscard]] std::string path() const;
     /// Hands everything over to `target`, an object with write(std::string_view), from the first octet on.
     template <class Target>
     void copyTo(Target& target) {

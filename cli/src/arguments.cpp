@@ -178,15 +178,23 @@ private:
         verb.add_flag("--json-lines", command_.options.jsonLines, "Print one JSON document a line, as files are done");
     }
 
+    static void addSigner(CLI::App& verb, SignerArguments& signer) {
+        verb.add_option("--cert", signer.certificate,
+                        "The signer's certificate in store my: thumbprint prefix, serial, or part of the subject")
+            ->type_name("WHICH")
+            ->required();
+        verb.add_flag("--by-key-id", signer.byKeyIdentifier,
+                      "Name the signer by the certificate's subject key identifier");
+        verb.add_flag("--pss", signer.pss, "Sign with RSASSA-PSS (RSA keys)");
+        verb.add_flag("--strict", signer.strict, "Refuse a certificate that is not valid now");
+    }
+
     void addSignatures() {
         const auto formats = CLI::IsMember({"attached", "detached", "xmldsig"});
         auto signing = std::make_shared<SignArguments>();
         CLI::App* verb = add(app_, "sign", "Sign files", signing, sign);
         addFiles(*verb, signing->files, "Files to sign");
-        verb->add_option("--cert", signing->certificate,
-                         "The signer's certificate in store my: thumbprint prefix, serial, or part of the subject")
-            ->type_name("WHICH")
-            ->required();
+        addSigner(*verb, signing->signer);
         verb->add_option("--format", signing->format, "Signature format")->check(formats)->capture_default_str();
         verb->add_option("--attribute", signing->attributes, "Signed attribute")
             ->type_name("OID=TYPE:VALUE")
@@ -207,6 +215,14 @@ private:
             ->allow_extra_args(false)
             ->required();
         verb->add_option("--out", stamping->out, "Output file (with --force the signature itself is replaced)")
+            ->check(notEmpty);
+
+        auto cosigning = std::make_shared<CosignArguments>();
+        verb = add(app_, "cosign", "Add a signer to a CMS message", cosigning, cosign);
+        verb->add_option("SIG", cosigning->file, "The message")->required()->check(notEmpty);
+        addSigner(*verb, cosigning->signer);
+        verb->add_option("--content", cosigning->content, "Content of a detached message")->check(notEmpty);
+        verb->add_option("--out", cosigning->out, "Output file; without it the message itself is replaced")
             ->check(notEmpty);
 
         auto verifying = std::make_shared<VerifyArguments>();

@@ -111,7 +111,7 @@ std::vector<SignerVerdict> CmsVerification::check() {
             verdict_.crls = readCrls(message);
         }
     };
-    if (extraction_ || comparison_) {
+    if (extraction_ || comparison_ || watcher_) {
         hooks.content = [this](const unsigned char* data, std::size_t size) {
             return take({reinterpret_cast<const char*>(data), size});
         };
@@ -149,6 +149,9 @@ bool CmsVerification::take(std::string_view octets) {
         }
         if (comparison_) {
             comparison_->take(octets);
+        }
+        if (watcher_) {
+            watcher_(octets);
         }
         return true;
     } catch (...) {

@@ -10,8 +10,11 @@
 #include "verdict.hpp"
 
 #include <exception>
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 
 namespace klunortredi::cli {
 
@@ -31,6 +34,9 @@ public:
     /// (other content, a certificate that no signer has), else valid: the caller decides which signers are required.
     /// Throws Failure and SystemException when the message or its content cannot be read.
     Verdict run();
+    /// Shows the content of an attached signature to `watcher` as it passes, before anything is known of its validity.
+    /// What it throws ends run().
+    void watchContent(std::function<void(std::string_view octets)> watcher) { watcher_ = std::move(watcher); }
     /// Where the content of a detached signature lies when nobody says: "x" beside "x.sig"; empty when nothing is
     /// there.
     [[nodiscard]] static std::string contentBeside(const std::string& file);
@@ -52,6 +58,7 @@ private:
     std::unique_ptr<Input> content_;
     std::unique_ptr<Comparison> comparison_;
     std::unique_ptr<Extraction> extraction_;
+    std::function<void(std::string_view)> watcher_;
     std::exception_ptr failure_; ///< of our own work while the service passes content on
     Verdict verdict_;
 };

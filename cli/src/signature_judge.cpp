@@ -42,6 +42,9 @@ bool isDetached(const VerifyArguments& arguments, Input& input) {
         throw Failure(ExitCode::input, "cannot verify " + input.name(), "this is not a CMS message",
                       "try --format xmldsig");
     }
+    if (const std::string other = otherMessage(input.peek(headSize)); !other.empty()) {
+        throw Failure(ExitCode::input, "cannot verify " + input.name(), other);
+    }
     // When the head does not tell, the service reads the message and says what is wrong with it.
     const bool detached = shape == SignatureShape::unknown ? arguments.format == constant::signature_detached
                                                            : shape == SignatureShape::detached;

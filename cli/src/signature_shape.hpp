@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 namespace klunortredi::cli {
@@ -15,5 +16,9 @@ enum class SignatureShape {
 /// Looks at the head of a signature (RFC 5652, BER or DER): whether the encapsulated content is there decides how the
 /// message must be opened. A few hundred octets are enough for any real signature.
 SignatureShape signatureShape(std::string_view head);
+
+/// What a CMS message (RFC 5652) that is not a signature is, in words ("a digest ..."); empty for SignedData and for
+/// what is not such a message.
+std::string otherMessage(std::string_view head);
 
 } // namespace klunortredi::cli

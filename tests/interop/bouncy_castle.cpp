@@ -55,7 +55,7 @@ std::string BouncyCastle::lacks() {
 
 BouncyCastle::BouncyCastle(const test_support::TempFolder& folder, std::string program)
     : folder_(folder), program_(std::move(program)) {
-    mustRun({"javac", "-encoding", "UTF-8", "-cp", classPath(), "-d", ".",
+    mustRun({"javac", "-encoding", "UTF-8", "-cp", classPath(), "-sourcepath", JAVA_SOURCES, "-d", ".",
              std::string(JAVA_SOURCES) + "/" + program_ + ".java"},
             folder_);
 }

@@ -3,6 +3,7 @@
 #include "failure.hpp"
 #include "openssl_setup.hpp"
 #include "output_file.hpp"
+#include "pem.hpp"
 #include "pfx_writer.hpp"
 #include "refusal.hpp"
 #include "secrets.hpp"

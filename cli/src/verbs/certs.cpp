@@ -9,6 +9,7 @@
 #include "installed.hpp"
 #include "options.hpp"
 #include "output_file.hpp"
+#include "pem.hpp"
 #include "printable.hpp"
 #include "process.hpp"
 #include "text.hpp"

@@ -11,6 +11,7 @@
 #include "orvik/plugin/crypto/tools.hpp"
 #include "orvik/plugin/tools.hpp"
 #include "output_file.hpp"
+#include "pem.hpp"
 #include "pin.hpp"
 #include "text.hpp"
 #include "unfinished_request.hpp"

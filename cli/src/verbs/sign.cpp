@@ -4,21 +4,19 @@
 #include "capi/constants.hpp"
 #include "certificates.hpp"
 #include "console.hpp"
-#include "crypto/wincrypt/signature_creator.hpp"
 #include "crypto/wincrypt/signature_factory.hpp"
 #include "current_failure.hpp"
 #include "failure.hpp"
 #include "file_names.hpp"
 #include "input.hpp"
-#include "installed.hpp"
+#include "message_signing.hpp"
 #include "options.hpp"
 #include "orvik/plugin/crypto/constant.hpp"
-#include "orvik/plugin/crypto/i_provider.hpp"
 #include "output_file.hpp"
 #include "output_names.hpp"
+#include "pem.hpp"
 #include "pin.hpp"
 #include "printable.hpp"
-#include "progress.hpp"
 #include "text.hpp"
 #include "trust.hpp"
 
@@ -40,8 +38,6 @@ using Json = nlohmann::ordered_json;
 using orvik::plugin::FileInfo;
 using orvik::plugin::crypto::SignatureFactory;
 using orvik::plugin::crypto::format::SignatureRequest;
-
-constexpr std::size_t chunkSize = 1024 * 1024;
 
 /// "OID=TYPE:VALUE" into its three texts.
 SignatureRequest::Attribute parseAttribute(const std::string& option) {
@@ -82,23 +78,22 @@ std::vector<std::string> issuersOf(const orvik::plugin::crypto::ICertificate& ce
 class Batch {
 public:
     Batch(Session& session, const SignArguments& arguments)
-        : session_(session), arguments_(arguments), factory_(arguments.format),
-          certificate_(findCertificate(storeCertificates("my"), arguments.certificate, "store my")) {
-        signer_ = titleOf(*certificate_);
-        if (!arguments.attributes.empty() && arguments.format == orvik::plugin::crypto::constant::signature_xmldsig) {
+        : session_(session), arguments_(arguments), factory_(arguments.format) {
+        const SignerArguments& signer = arguments.signer;
+        if (isXml() && (signer.byKeyIdentifier || signer.pss)) {
+            throw Failure(ExitCode::usage, "cannot sign", "--by-key-id and --pss are not for signed XML documents");
+        }
+        signer_ = chooseSigner(session, signer);
+        title_ = titleOf(*signer_.certificate);
+        if (!arguments.attributes.empty() && isXml()) {
             throw Failure(ExitCode::usage, "cannot use --attribute", "XML signatures have no signed attributes");
         }
         for (const std::string& attribute : arguments.attributes) {
-            request_.attributes.push_back(parseAttribute(attribute));
+            signer_.attributes.push_back(parseAttribute(attribute));
         }
         if (arguments.includeChain) {
-            issuers_ = issuersOf(*certificate_, arguments.format);
+            signer_.issuers = issuersOf(*signer_.certificate, arguments.format);
         }
-        session_.pin.setTriesLeft([this]() -> std::optional<unsigned> {
-            const auto provider = certificate_->provider(true);
-            const auto container = certificate_->container();
-            return provider && container ? pinTriesLeft(*provider, *container) : std::nullopt;
-        });
     }
 
     /// Signs one file; what came of it, once its signature has reached the disk.
@@ -114,14 +109,10 @@ public:
                           "a signature needs something to sign");
         }
         OutputFile out(path, session_.options.force);
-        const auto signature = signatureOf(input, "cannot sign " + input.name());
-        const std::string_view octets(reinterpret_cast<const char*>(signature.data()), signature.size());
-        const bool armoured =
-            session_.options.pem && arguments_.format != orvik::plugin::crypto::constant::signature_xmldsig;
-        if (armoured) {
-            out.write(toPem(octets, "CMS"));
-        } else {
-            out.write(octets);
+        try {
+            write(input, out);
+        } catch (...) {
+            throw currentFailure("cannot sign " + input.name());
         }
         out.commit();
         return {{"input", file}, {"output", out.path()}, {"format", arguments_.format}, {"bytes", out.size()}};
@@ -157,7 +148,7 @@ public:
     }
 
     /// The signer's name for a person to read.
-    [[nodiscard]] const std::string& signer() const { return signer_; }
+    [[nodiscard]] const std::string& signer() const { return title_; }
 
 private:
     static bool isThere(const std::string& path) {
@@ -197,55 +188,51 @@ private:
         return (folder / path.stem()).string() + factory_.extension(FileInfo(file));
     }
 
-    std::vector<unsigned char> signatureOf(Input& input, const std::string& what) {
+    [[nodiscard]] bool isXml() const { return arguments_.format == orvik::plugin::crypto::constant::signature_xmldsig; }
+
+    void write(Input& input, OutputFile& out) {
+        const auto plain = [&out](std::string_view octets) { out.write(octets); };
+        if (isXml()) {
+            const auto document = signedDocument(input);
+            plain({reinterpret_cast<const char*>(document.data()), document.size()});
+        } else if (session_.options.pem) {
+            PemWriter pem(plain, "CMS");
+            stream(input, [&pem](std::string_view octets) { pem.write(octets); });
+            pem.finish();
+        } else {
+            stream(input, plain);
+        }
+    }
+
+    /// A CMS message into `output` while it is made.
+    void stream(Input& input, const MessageSigning::Output& output) {
+        MessageSigning signing(session_, signer_, factory_.creator(request_), "cannot sign " + input.name());
+        signing.open(output, input.size());
+        signing.take(input);
+        signing.finish();
+    }
+
+    std::vector<unsigned char> signedDocument(Input& input) {
+        const std::string what = "cannot sign " + input.name();
+        SignatureFactory::Creator::Params params;
+        params.certificate = signer_.certificate;
+        params.attributes = signer_.attributes;
+        const auto creator = factory_.creator(request_);
+        creator->initialize(params);
+        feed(session_, input, *creator, what);
         std::vector<unsigned char> out;
-        try {
-            const auto creator = factory_.creator(request_);
-            if (arguments_.includeChain) {
-                orvik::plugin::wincrypt::binary::ChainParams params;
-                params.issuers = issuers_;
-                initialize(*creator, params);
-            } else {
-                SignatureFactory::Creator::Params params;
-                initialize(*creator, params);
-            }
-            feed(input, *creator);
-            if (!creator->finalize(out)) {
-                throw session_.pin.refusal(what);
-            }
-        } catch (...) {
-            throw currentFailure(what);
+        if (!creator->finalize(out)) {
+            throw session_.pin.refusal(what);
         }
         return out;
-    }
-
-    void initialize(orvik::plugin::IDataHandler& creator, SignatureFactory::Creator::Params& params) const {
-        params.certificate = certificate_;
-        params.attributes = request_.attributes;
-        creator.initialize(params);
-    }
-
-    /// The bar is gone when this returns: what comes behind it may ask for the PIN.
-    void feed(Input& input, orvik::plugin::IDataHandler& handler) const {
-        Progress progress(session_.console.showsProgress(), "signing " + input.name(), input.size());
-        input.watch([&progress](std::uint64_t octets) { progress.advance(octets); });
-        std::vector<char> chunk(chunkSize);
-        std::istream& stream = input.raw();
-        while (stream.read(chunk.data(), static_cast<std::streamsize>(chunk.size())), stream.gcount() > 0) {
-            handler.update(reinterpret_cast<const unsigned char*>(chunk.data()),
-                           static_cast<std::size_t>(stream.gcount()));
-        }
-        input.watch({});
-        input.check();
     }
 
     Session& session_;
     const SignArguments& arguments_;
     orvik::plugin::wincrypt::SignatureFactory factory_;
-    CertificatePtr certificate_;
-    std::string signer_;
+    SignerChoice signer_;
+    std::string title_;
     SignatureRequest request_;
-    std::vector<std::string> issuers_; ///< DER
 };
 
 void checkOptions(const Session& session, const SignArguments& arguments) {

@@ -11,6 +11,7 @@
 #include "options.hpp"
 #include "orvik/plugin/crypto/constant.hpp"
 #include "output_file.hpp"
+#include "pem.hpp"
 #include "printable.hpp"
 #include "signature_shape.hpp"
 #include "signers.hpp"

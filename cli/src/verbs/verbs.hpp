@@ -67,9 +67,17 @@ ExitCode addCertificate(Session& session, const CertsArguments& arguments);
 ExitCode deleteCertificate(Session& session, const CertsArguments& arguments);
 ExitCode exportCertificate(Session& session, const CertsArguments& arguments);
 
+/// Who signs, and in which form.
+struct SignerArguments {
+    std::string certificate;
+    bool byKeyIdentifier = false; ///< the signer is named by the certificate's subject key identifier
+    bool pss = false;             ///< RSASSA-PSS
+    bool strict = false;          ///< a certificate that is not valid now does not sign
+};
+
 struct SignArguments {
     NamedFiles files;
-    std::string certificate;
+    SignerArguments signer;
     std::string format = "detached";
     std::vector<std::string> attributes; ///< OID=TYPE:VALUE
     std::string out;
@@ -79,6 +87,14 @@ struct SignArguments {
     bool includeChain = false; ///< the message carries the signer's issuers
 };
 ExitCode sign(Session& session, const SignArguments& arguments);
+
+struct CosignArguments {
+    std::string file;
+    SignerArguments signer;
+    std::string content; ///< of a detached message; empty: the file beside it
+    std::string out;     ///< empty: the file itself
+};
+ExitCode cosign(Session& session, const CosignArguments& arguments);
 
 struct TimestampArguments {
     std::string file;
