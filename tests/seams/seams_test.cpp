@@ -90,6 +90,15 @@ TEST(Seams, NobodyIsLinkedWithTheHttpLibrary) {
     }
 }
 
+TEST(Seams, NobodyIsLinkedWithTheXmlLibrary) {
+    for (const char* file : {HOST_LIBRARY, PLUGIN_LIBRARY, SERVICE_LIBRARY, COMMAND, ADMINISTRATION}) {
+        const auto dynamic = test_support::run({"readelf", "-d", file});
+        ASSERT_EQ(dynamic.exit, 0) << dynamic.err;
+        EXPECT_THAT(dynamic.out, HasSubstr("NEEDED")) << file;
+        EXPECT_THAT(dynamic.out, Not(HasSubstr("libxml2"))) << file << ": it is opened with the first document";
+    }
+}
+
 TEST(Seams, TheHttpClientIncludesNothingOfOurs) {
     EXPECT_THAT(includes("net", "orvik/|capi/|csp/|cli/|crypto/|core/|asn1/|text/|x509/|chains/|support/"), IsEmpty());
 }

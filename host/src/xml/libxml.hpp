@@ -2,9 +2,7 @@
 
 /// Ownership of libxml2's objects, and its octets as text.
 
-#include <libxml/globals.h>
-#include <libxml/tree.h>
-#include <libxml/xmlerror.h>
+#include "xml/libxml_functions.hpp"
 
 #include <memory>
 #include <string>
@@ -24,7 +22,7 @@ using TextPtr = std::unique_ptr<xmlChar, TextRelease>;
 /// While one lives, libxml2 reports no error in this thread but to the caller: it never writes to standard error.
 class SilentErrors {
 public:
-    SilentErrors() noexcept : handler_(xmlStructuredError), context_(xmlStructuredErrorContext) {
+    SilentErrors() : handler_(*placeOfErrorHandler()), context_(*placeOfErrorContext()) {
         xmlSetStructuredErrorFunc(nullptr, [](void*, xmlErrorPtr) {});
     }
     SilentErrors(const SilentErrors&) = delete;

@@ -18,6 +18,7 @@ namespace orvik::plugin::xml {
 namespace {
 
 using plugin::exception::ApplicationException;
+using namespace internal::libxml; // NOLINT(google-build-using-namespace): its functions, late-bound
 
 // No entity is expanded, no DTD is loaded, nothing is fetched; libxml2's own bounds on depth and sizes hold. The
 // encoding has been found out before.
