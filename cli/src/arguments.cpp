@@ -187,6 +187,8 @@ private:
                       "Name the signer by the certificate's subject key identifier");
         verb.add_flag("--pss", signer.pss, "Sign with RSASSA-PSS (RSA keys)");
         verb.add_flag("--strict", signer.strict, "Refuse a certificate that is not valid now");
+        verb.add_flag("--no-signing-certificate", signer.noSigningCertificate,
+                      "Do not sign the certificate's hash (CMS)");
     }
 
     void addSignatures() {
@@ -205,6 +207,11 @@ private:
                        "Put the issuers' certificates into the signature, without the root");
         verb->add_flag("--keep-going", signing->keepGoing, "Go on with the next file after a failure");
         verb->add_flag("--skip-existing", signing->skipExisting, "Leave files alone whose signature is there");
+        verb->add_option("--timestamp", signing->timestamps,
+                         "Add a time-stamp of this authority; several are asked in turn")
+            ->type_name("URL")
+            ->check(notEmpty)
+            ->allow_extra_args(false);
 
         auto stamping = std::make_shared<TimestampArguments>();
         verb = add(app_, "timestamp", "Put a time-stamp on a signature", stamping, timestamp);

@@ -8,6 +8,7 @@
 #include "orvik/plugin/crypto/i_provider.hpp"
 #include "orvik/plugin/hex.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -64,8 +65,13 @@ SignatureRequest::Attribute signingCertificateAttribute(const ICertificate& cert
     return {"DER", signingCertificateV2, orvik::plugin::hex::encode(value)};
 }
 
-bool isSigningCertificate(const SignatureRequest::Attribute& attribute) {
-    return attribute.oid == signingCertificate || attribute.oid == signingCertificateV2;
+void nameSigningCertificate(std::vector<SignatureRequest::Attribute>& attributes, const ICertificate& certificate) {
+    const bool named = std::any_of(attributes.begin(), attributes.end(), [](const SignatureRequest::Attribute& one) {
+        return one.oid == signingCertificate || one.oid == signingCertificateV2;
+    });
+    if (!named) {
+        attributes.push_back(signingCertificateAttribute(certificate));
+    }
 }
 
 } // namespace klunortredi::cli

@@ -3,6 +3,8 @@
 #include "orvik/plugin/crypto/format/signature_request.hpp"
 #include "orvik/plugin/crypto/i_certificate.hpp"
 
+#include <vector>
+
 namespace klunortredi::cli {
 
 /// The signed attribute signing-certificate-v2 (RFC 5035, 3) that makes a CMS signature a CAdES-BES one (ETSI EN 319
@@ -11,7 +13,8 @@ namespace klunortredi::cli {
 orvik::plugin::crypto::format::SignatureRequest::Attribute
 signingCertificateAttribute(const orvik::plugin::crypto::ICertificate& certificate);
 
-/// Whether the attribute names a signing certificate, in either version.
-bool isSigningCertificate(const orvik::plugin::crypto::format::SignatureRequest::Attribute& attribute);
+/// Adds that attribute unless the user's own attributes name a signing certificate already, in either version.
+void nameSigningCertificate(std::vector<orvik::plugin::crypto::format::SignatureRequest::Attribute>& attributes,
+                            const orvik::plugin::crypto::ICertificate& certificate);
 
 } // namespace klunortredi::cli

@@ -189,6 +189,38 @@ TEST_F(Timestamp, NextAuthorityIsAskedWhenOneFails) {
     EXPECT_EQ(verify()["timestamp"]["valid"], true);
 }
 
+TEST_F(Timestamp, IsPutOnANewSignatureInOneGo) {
+    for (const char* const format : {"detached", "attached"}) {
+        const Outcome signing = place_.cliWithPin({"sign", "report.txt", "--cert", "Signer one", "--format", format,
+                                                   "--out", "new.sig", "--force", "--timestamp",
+                                                   authority_.url("/tsa?500"), "--timestamp", authority_.url("/tsa")});
+        ASSERT_EQ(signing.exit, 0) << signing.err;
+        const Json verdict = verify({}, "new.sig");
+        EXPECT_EQ(verdict["valid"], true);
+        EXPECT_EQ(verdict["timestamp"]["valid"], true);
+        std::vector<std::string> words{"cms",     "-verify", "-inform", "DER",  "-in",        "new.sig",
+                                       "-binary", "-CAfile", "ca.pem",  "-out", "openssl.out"};
+        if (std::string(format) == "detached") {
+            words.insert(words.end(), {"-content", "report.txt"});
+        }
+        const Outcome judged = place_.openssl().run(words);
+        EXPECT_EQ(judged.exit, 0) << judged.err;
+        EXPECT_EQ(place_.folder().read("openssl.out"), place_.folder().read("report.txt"));
+    }
+}
+
+TEST_F(Timestamp, ThatCannotBeHadLeavesNoNewSignature) {
+    const Outcome signing = place_.cliWithPin({"sign", "report.txt", "--cert", "Signer one", "--out", "new.sig",
+                                               "--timestamp", authority_.url("/tsa?rejected")});
+    EXPECT_EQ(signing.exit, 7) << signing.err;
+    EXPECT_FALSE(exists("new.sig"));
+    EXPECT_EQ(place_
+                  .cliWithPin(
+                      {"sign", "report.txt", "--cert", "Signer one", "--out", "new.sig", "--timestamp", "tsa.example"})
+                  .exit,
+              2);
+}
+
 TEST_F(Timestamp, NeedsAnAddressAndAnOutput) {
     EXPECT_EQ(place_.cli({"timestamp", "report.txt.sig"}).exit, 2);
     EXPECT_EQ(place_.cli({"timestamp", "report.txt.sig", "--url", "file:///etc/passwd", "--out", "x"}).exit, 2);

@@ -13,6 +13,7 @@
 #include "pem.hpp"
 #include "printable.hpp"
 #include "signature_shape.hpp"
+#include "signing_certificate.hpp"
 #include "spool.hpp"
 
 #include <nlohmann/json.hpp>
@@ -73,6 +74,9 @@ public:
     Cosigning(Session& session, const CosignArguments& arguments)
         : session_(session), arguments_(arguments), what_("cannot add a signature to " + arguments.file) {
         signer_ = chooseSigner(session, arguments.signer);
+        if (!arguments.signer.noSigningCertificate) {
+            nameSigningCertificate(signer_.attributes, *signer_.certificate);
+        }
     }
 
     Json run() {

@@ -17,7 +17,9 @@
 #include "pem.hpp"
 #include "pin.hpp"
 #include "printable.hpp"
+#include "signing_certificate.hpp"
 #include "text.hpp"
+#include "timestamping.hpp"
 #include "trust.hpp"
 
 #include <boost/filesystem/path.hpp>
@@ -83,6 +85,7 @@ public:
         if (isXml() && (signer.byKeyIdentifier || signer.pss)) {
             throw Failure(ExitCode::usage, "cannot sign", "--by-key-id and --pss are not for signed XML documents");
         }
+        checkAuthorities("--timestamp", arguments.timestamps);
         signer_ = chooseSigner(session, signer);
         title_ = titleOf(*signer_.certificate);
         if (!arguments.attributes.empty() && isXml()) {
@@ -90,6 +93,9 @@ public:
         }
         for (const std::string& attribute : arguments.attributes) {
             signer_.attributes.push_back(parseAttribute(attribute));
+        }
+        if (!isXml() && !signer.noSigningCertificate) {
+            nameSigningCertificate(signer_.attributes, *signer_.certificate);
         }
         if (arguments.includeChain) {
             signer_.issuers = issuersOf(*signer_.certificate, arguments.format);
@@ -194,14 +200,42 @@ private:
         const auto plain = [&out](std::string_view octets) { out.write(octets); };
         if (isXml()) {
             const auto document = signedDocument(input);
-            plain({reinterpret_cast<const char*>(document.data()), document.size()});
+            stamp({reinterpret_cast<const char*>(document.data()), document.size()}, plain);
         } else if (session_.options.pem) {
             PemWriter pem(plain, "CMS");
-            stream(input, [&pem](std::string_view octets) { pem.write(octets); });
+            message(input, [&pem](std::string_view octets) { pem.write(octets); });
             pem.finish();
         } else {
-            stream(input, plain);
+            message(input, plain);
         }
+    }
+
+    /// A CMS message, with a time-stamp where one is asked for; then all of it is in memory.
+    void message(Input& input, const MessageSigning::Output& output) {
+        if (arguments_.timestamps.empty()) {
+            stream(input, output);
+            return;
+        }
+        std::string signature;
+        stream(input, [&](std::string_view octets) {
+            if (octets.size() > largestToStamp - signature.size()) {
+                throw Failure(ExitCode::input, "cannot time-stamp the signature of " + input.name(),
+                              "it is larger than " + std::to_string(largestToStamp >> 20U) + " MiB",
+                              "sign it detached");
+            }
+            signature += octets;
+        });
+        stamp(signature, output);
+    }
+
+    /// Passes the signature on, with a time-stamp where one is asked for.
+    void stamp(std::string_view signature, const MessageSigning::Output& output) const {
+        if (arguments_.timestamps.empty()) {
+            output(signature);
+            return;
+        }
+        const auto stamped = withTimestamp(arguments_.format, signature, arguments_.timestamps);
+        output({reinterpret_cast<const char*>(stamped.data()), stamped.size()});
     }
 
     /// A CMS message into `output` while it is made.

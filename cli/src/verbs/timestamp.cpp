@@ -32,8 +32,6 @@ namespace wincrypt = orvik::plugin::wincrypt;
 
 constexpr std::size_t headSize = 4096; // octets of a signature that show its shape
 
-/// A signature is read into memory, and the service and the result need as much again, several times.
-constexpr std::size_t largest = 256UL * 1024 * 1024;
 constexpr std::size_t chunkSize = 1024 * 1024;
 
 std::string formatOf(SignatureShape shape) {
@@ -52,9 +50,9 @@ std::string readWhole(std::istream& stream, const Input& input) {
     std::string chunk(chunkSize, '\0');
     while (stream.read(chunk.data(), static_cast<std::streamsize>(chunk.size())), stream.gcount() > 0) {
         octets.append(chunk, 0, static_cast<std::size_t>(stream.gcount()));
-        if (octets.size() > largest) {
+        if (octets.size() > largestToStamp) {
             throw Failure(ExitCode::input, "cannot time-stamp " + input.name(),
-                          "it is larger than " + std::to_string(largest >> 20U) + " MiB",
+                          "it is larger than " + std::to_string(largestToStamp >> 20U) + " MiB",
                           "time-stamp it when it is signed, detached");
         }
     }
@@ -112,7 +110,8 @@ ExitCode timestamp(Session& session, const TimestampArguments& arguments) {
         const std::vector<unsigned char> stamped = withTimestamp(format, signature, arguments.urls);
         const std::string_view octets(reinterpret_cast<const char*>(stamped.data()), stamped.size());
         made = xml ? Json(nullptr) : newTimestamp(octets);
-        if (session.options.pem && !xml) {
+        const bool replacesPem = path == arguments.file && !input.label().empty();
+        if ((session.options.pem || replacesPem) && !xml) {
             out.write(toPem(octets, "CMS"));
         } else {
             out.write(octets);

@@ -73,6 +73,7 @@ struct SignerArguments {
     bool byKeyIdentifier = false; ///< the signer is named by the certificate's subject key identifier
     bool pss = false;             ///< RSASSA-PSS
     bool strict = false;          ///< a certificate that is not valid now does not sign
+    bool noSigningCertificate = false; ///< CMS signatures do not name the certificate among their attributes
 };
 
 struct SignArguments {
@@ -85,6 +86,7 @@ struct SignArguments {
     bool keepGoing = false;
     bool skipExisting = false; ///< a file whose signature is there is left as it is
     bool includeChain = false; ///< the message carries the signer's issuers
+    std::vector<std::string> timestamps; ///< addresses of time-stamp authorities, asked in turn; empty: no time-stamp
 };
 ExitCode sign(Session& session, const SignArguments& arguments);
 
