@@ -188,7 +188,7 @@ private:
         verb.add_flag("--pss", signer.pss, "Sign with RSASSA-PSS (RSA keys)");
         verb.add_flag("--strict", signer.strict, "Refuse a certificate that is not valid now");
         verb.add_flag("--no-signing-certificate", signer.noSigningCertificate,
-                      "Do not sign the certificate's hash (CMS)");
+                      "Do not name the certificate in what is signed");
     }
 
     void addSignatures() {

@@ -97,6 +97,16 @@ TEST_F(VerifyXml, ShowsTheSigningTimeAndThatTheCertificateIsProtected) {
     EXPECT_THAT(document["signers"][0]["signing_time"].get<std::string>(), testing::MatchesRegex("20.*Z"));
 }
 
+TEST_F(VerifyXml, SaysThatACertificateWithoutPropertiesIsNotProtected) {
+    const Outcome signing = place_.cliWithPin({"sign", "order.xml", "--cert", "Signer one", "--format", "xmldsig",
+                                               "--no-signing-certificate", "--out", "plain.xml"});
+    ASSERT_EQ(signing.exit, 0) << signing.err;
+    EXPECT_THAT(place_.folder().read("plain.xml"), testing::Not(HasSubstr("01903")));
+    const Outcome checking = place_.cli({"verify", "plain.xml"});
+    EXPECT_EQ(checking.exit, 0) << checking.out;
+    EXPECT_THAT(checking.out, HasSubstr("the signer's certificate (not signed)"));
+}
+
 TEST_F(VerifyXml, ReadsUtf16) {
     std::string wide = "\xFF\xFE";
     for (const char c : std::string("<order><sum>100</sum></order>")) {

@@ -105,6 +105,16 @@ TEST_F(XmlTimestamp, ComesFromTheFirstAuthorityThatGivesOne) {
     }
 }
 
+TEST_F(XmlTimestamp, IsAddedWhenADocumentIsSigned) {
+    const Outcome signing =
+        place_.cliWithPin({"sign", "order.xml", "--cert", "Signer one", "--format", "xmldsig", "--timestamp",
+                           authority_.url("/tsa"), "--no-signing-certificate", "--out", "stamped.xml"});
+    ASSERT_EQ(signing.exit, 0) << signing.err;
+    const Json verdict = verify();
+    EXPECT_EQ(verdict["valid"], true) << verdict;
+    EXPECT_EQ(verdict["timestamp"]["valid"], true) << verdict;
+}
+
 TEST_F(XmlTimestamp, OnAnotherSignatureIsNotValid) {
     ASSERT_EQ(stamp({"/tsa"}).exit, 0);
     const Outcome again =

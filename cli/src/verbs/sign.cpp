@@ -12,6 +12,7 @@
 #include "message_signing.hpp"
 #include "options.hpp"
 #include "orvik/plugin/crypto/constant.hpp"
+#include "orvik/plugin/ssl/xmldsig_creator.hpp"
 #include "output_file.hpp"
 #include "output_names.hpp"
 #include "pem.hpp"
@@ -248,7 +249,8 @@ private:
 
     std::vector<unsigned char> signedDocument(Input& input) {
         const std::string what = "cannot sign " + input.name();
-        SignatureFactory::Creator::Params params;
+        orvik::plugin::ssl::xmldsig::Creator::Params params;
+        params.properties = !arguments_.signer.noSigningCertificate;
         params.certificate = signer_.certificate;
         params.attributes = signer_.attributes;
         const auto creator = factory_.creator(request_);

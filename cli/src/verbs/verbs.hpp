@@ -73,7 +73,7 @@ struct SignerArguments {
     bool byKeyIdentifier = false; ///< the signer is named by the certificate's subject key identifier
     bool pss = false;             ///< RSASSA-PSS
     bool strict = false;          ///< a certificate that is not valid now does not sign
-    bool noSigningCertificate = false; ///< CMS signatures do not name the certificate among their attributes
+    bool noSigningCertificate = false; ///< signatures do not name the certificate in what they sign (CAdES, XAdES)
 };
 
 struct SignArguments {
