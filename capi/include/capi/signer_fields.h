@@ -7,8 +7,8 @@
 #include "capi/types.h"
 
 typedef struct _CMSG_SIGNER_ENCODE_INFO_CMS_FIELDS {
-    CMSG_SIGNER_ENCODE_INFO Signer; /* cbSize is that of the whole */
-    CERT_ID SignerId;               /* dwIdChoice 0: issuer and serial number of pCertInfo */
+    CMSG_SIGNER_ENCODE_INFO Signer;                     /* cbSize is that of the whole */
+    CERT_ID SignerId;                                   /* dwIdChoice 0: issuer and serial number of pCertInfo */
     CRYPT_ALGORITHM_IDENTIFIER HashEncryptionAlgorithm; /* no pszObjId: the algorithm of the key */
     void* pvHashEncryptionAuxInfo;
 } CMSG_SIGNER_ENCODE_INFO_CMS_FIELDS;

@@ -70,9 +70,9 @@ ExitCode exportCertificate(Session& session, const CertsArguments& arguments);
 /// Who signs, and in which form.
 struct SignerArguments {
     std::string certificate;
-    bool byKeyIdentifier = false; ///< the signer is named by the certificate's subject key identifier
-    bool pss = false;             ///< RSASSA-PSS
-    bool strict = false;          ///< a certificate that is not valid now does not sign
+    bool byKeyIdentifier = false;      ///< the signer is named by the certificate's subject key identifier
+    bool pss = false;                  ///< RSASSA-PSS
+    bool strict = false;               ///< a certificate that is not valid now does not sign
     bool noSigningCertificate = false; ///< signatures do not name the certificate in what they sign (CAdES, XAdES)
 };
 
@@ -84,8 +84,8 @@ struct SignArguments {
     std::string out;
     std::string outDir;
     bool keepGoing = false;
-    bool skipExisting = false; ///< a file whose signature is there is left as it is
-    bool includeChain = false; ///< the message carries the signer's issuers
+    bool skipExisting = false;           ///< a file whose signature is there is left as it is
+    bool includeChain = false;           ///< the message carries the signer's issuers
     std::vector<std::string> timestamps; ///< addresses of time-stamp authorities, asked in turn; empty: no time-stamp
 };
 ExitCode sign(Session& session, const SignArguments& arguments);

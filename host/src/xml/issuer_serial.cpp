@@ -12,7 +12,7 @@ namespace {
 using ssl::internal::Owned;
 using NamesPtr = Owned<GENERAL_NAMES, GENERAL_NAMES_free>;
 constexpr std::size_t longestEncoding = 65536; // octets of an IssuerSerial; names decode to many times their size
-constexpr int longestSerial = 64; // octets; certificates have 20 at most, and the conversion is not linear
+constexpr int longestSerial = 64;              // octets; certificates have 20 at most, and the conversion is not linear
 
 using IntegerPtr = Owned<ASN1_INTEGER, ASN1_INTEGER_free>;
 
