@@ -93,7 +93,7 @@ HttpServer::~HttpServer() {
     ::shutdown(socket_, SHUT_RDWR);
     thread_.join();
     for (auto& connection : connections_) {
-        connection.join();
+        connection.thread.join();
     }
     ::close(socket_);
 }
@@ -110,8 +110,15 @@ std::vector<Request> HttpServer::requests() const {
 void HttpServer::serve() {
     while (!ended_) {
         const int connection = ::accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC);
+        connections_.remove_if([](Served& served) { // their stacks would be kept otherwise
+            return served.done && (served.thread.join(), true);
+        });
         if (connection >= 0) {
-            connections_.emplace_back([this, connection] { answer(connection); });
+            Served& served = connections_.emplace_back();
+            served.thread = std::thread([this, connection, &served] {
+                answer(connection);
+                served.done = true;
+            });
         }
     }
 }

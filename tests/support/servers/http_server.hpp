@@ -73,7 +73,11 @@ private:
     std::atomic<std::size_t> sent_{0};
     mutable std::mutex mutex_;
     std::vector<Request> requests_;
-    std::list<std::thread> connections_;
+    struct Served {
+        std::atomic<bool> done{false};
+        std::thread thread;
+    };
+    std::list<Served> connections_;
     std::thread thread_;
 };
 
