@@ -1,5 +1,6 @@
 #include "console.hpp"
 
+#include "orvik/plugin/hex.hpp"
 #include "printable.hpp"
 
 #include <nlohmann/json.hpp>
@@ -16,12 +17,35 @@ namespace {
 constexpr int inLines = 2; // blanks by which members stand further in
 constexpr int inOneLine = -1;
 
-std::string dump(const nlohmann::ordered_json& value, int indent) {
-    // Texts come from files and certificates of others: what is not UTF-8 is shown as the replacement character.
-    return printableJson(value.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+/// Texts come from files and certificates of others: what is not UTF-8 in them is escaped.
+void escapeTexts(nlohmann::ordered_json& value) {
+    if (value.is_string()) {
+        auto& text = value.get_ref<std::string&>();
+        if (!isUtf8(text)) {
+            text = asUtf8(text);
+        }
+        return;
+    }
+    if (value.is_structured()) {
+        for (auto& part : value) {
+            escapeTexts(part);
+        }
+    }
+}
+
+std::string dump(nlohmann::ordered_json value, int indent) {
+    escapeTexts(value);
+    return printableJson(value.dump(indent));
 }
 
 } // namespace
+
+void addName(nlohmann::ordered_json& document, const std::string& key, const std::string& name) {
+    document[key] = name;
+    if (!isUtf8(name)) {
+        document[key + "_hex"] = orvik::plugin::hex::encode(name);
+    }
+}
 
 std::string jsonText(const nlohmann::ordered_json& value) {
     return dump(value, inLines);

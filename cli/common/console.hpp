@@ -22,6 +22,9 @@ enum class JsonForm {
     lines,    ///< a document on each line
 };
 
+/// Adds the name of a file: as "key", and where it is not UTF-8 its octets as "key_hex" too.
+void addName(nlohmann::ordered_json& document, const std::string& key, const std::string& name);
+
 /// A JSON value as it is written, in several lines; nothing in it moves a terminal's cursor.
 std::string jsonText(const nlohmann::ordered_json& value);
 /// A JSON document as it is written, with its schema number and a line end.

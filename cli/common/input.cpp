@@ -83,8 +83,9 @@ Coding codingOf(std::string_view head, bool armored) {
 /// The file descriptor as a stream buffer, with room to look ahead.
 class Input::Descriptor : public std::streambuf {
 public:
-    Descriptor(int fd, std::uint64_t size) : fd_(fd), size_(size), buffer_(bufferSize) {
-        setg(buffer_.data(), buffer_.data(), buffer_.data());
+    Descriptor(int fd, std::uint64_t size)
+        : fd_(fd), size_(size), room_(roomFor(size)), buffer_(std::make_unique_for_overwrite<char[]>(room_)) {
+        setg(buffer_.get(), buffer_.get(), buffer_.get());
     }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
@@ -96,7 +97,7 @@ public:
 
     /// Fills the buffer up to `most` octets without consuming; fewer only at the end.
     std::string_view ahead(std::size_t most) {
-        most = std::min(most, buffer_.size());
+        most = std::min(most, room_);
         while (static_cast<std::size_t>(egptr() - gptr()) < most && fill()) {
         }
         return {gptr(), std::min(most, static_cast<std::size_t>(egptr() - gptr()))};
@@ -116,14 +117,19 @@ protected:
     }
 
 private:
+    /// A small file needs no more than itself, and an octet by which it is seen to end.
+    static std::size_t roomFor(std::uint64_t size) {
+        return size == 0 ? bufferSize : static_cast<std::size_t>(std::min<std::uint64_t>(size + 1, bufferSize));
+    }
+
     /// Reads once more behind what is left; false at the end or on an error.
     bool fill() {
         const auto left = static_cast<std::size_t>(egptr() - gptr());
-        std::memmove(buffer_.data(), gptr(), left);
-        setg(buffer_.data(), buffer_.data(), buffer_.data() + left);
+        std::memmove(buffer_.get(), gptr(), left);
+        setg(buffer_.get(), buffer_.get(), buffer_.get() + left);
         ssize_t got = 0;
         do {
-            got = ::read(fd_, buffer_.data() + left, buffer_.size() - left);
+            got = ::read(fd_, buffer_.get() + left, room_ - left);
         } while (got < 0 && errno == EINTR);
         if (got < 0) {
             error_ = errno;
@@ -131,7 +137,7 @@ private:
         if (got <= 0) {
             return false;
         }
-        setg(buffer_.data(), buffer_.data(), buffer_.data() + left + got);
+        setg(buffer_.get(), buffer_.get(), buffer_.get() + left + got);
         if (watcher) {
             watcher(static_cast<std::uint64_t>(got));
         }
@@ -141,7 +147,8 @@ private:
     int fd_;
     std::uint64_t size_;
     int error_ = 0;
-    std::vector<char> buffer_;
+    std::size_t room_;
+    std::unique_ptr<char[]> buffer_;
 };
 
 /// Takes PEM lines and Base64 off, piece by piece.

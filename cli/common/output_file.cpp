@@ -2,6 +2,9 @@
 
 #include "failure.hpp"
 #include "leftover.hpp"
+#include "same_file.hpp"
+#include "standard_descriptors.hpp"
+#include "write_all.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -20,6 +23,12 @@ std::string folderOf(const std::string& path) {
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
+/// A name of a pipe, a device or a terminal. A file is not written to directly, even when standard output goes there.
+bool isStream(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
 /// What the name of an unfinished file ends with, where it must have one.
 constexpr const char* meanwhile = ".unfinished";
 
@@ -30,7 +39,13 @@ constexpr std::uint64_t writeBackStep = 8U << 20U;
 
 OutputFile::OutputFile(std::string path, bool force, Readers readers)
     : path_(std::move(path)), readers_(readers), force_(force) {
+    if (isStream(path_) && isStandardOutput(path_)) {
+        path_ = "-";
+    }
     if (path_ == "-") {
+        if (standardOutputWasClosed()) {
+            fail(EBADF);
+        }
         fd_ = STDOUT_FILENO;
         direct_ = true;
         return;
@@ -75,17 +90,10 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::write(std::string_view octets) {
-    while (!octets.empty()) {
-        const ssize_t written = ::write(fd_, octets.data(), octets.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written < 0) {
-            fail(errno);
-        }
-        octets.remove_prefix(static_cast<std::size_t>(written));
-        size_ += static_cast<std::uint64_t>(written);
+    if (const int error = writeAll(fd_, octets); error != 0) {
+        fail(error);
     }
+    size_ += octets.size();
     if (!direct_ && size_ - writtenBack_ >= writeBackStep) {
         // A hint: what comes of it is seen by the final fsync.
         ::sync_file_range(fd_, static_cast<off64_t>(writtenBack_), static_cast<off64_t>(size_ - writtenBack_),
@@ -95,13 +103,27 @@ void OutputFile::write(std::string_view octets) {
 }
 
 void OutputFile::commit() {
-    if (direct_) {
-        return;
-    }
-    if (::fsync(fd_) != 0) {
+    if (!direct_ && ::fsync(fd_) != 0) {
         fail(errno);
     }
     publish();
+}
+
+void OutputFile::syncFileSystem() const {
+    if (!direct_ && ::syncfs(fd_) != 0) {
+        fail(errno);
+    }
+}
+
+std::uint64_t OutputFile::fileSystem() const {
+    struct stat status {};
+    if (direct_) {
+        return 0;
+    }
+    if (::fstat(fd_, &status) != 0) {
+        fail(errno);
+    }
+    return status.st_dev;
 }
 
 void OutputFile::nameMeanwhile(const std::string& name) {
@@ -140,6 +162,9 @@ void OutputFile::open() {
 }
 
 void OutputFile::publish() {
+    if (direct_) {
+        return;
+    }
     if (temporary_.empty()) {
         const std::string link = "/proc/self/fd/" + std::to_string(fd_);
         if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, path_.c_str(), AT_SYMLINK_FOLLOW) == 0) {

@@ -14,8 +14,8 @@ enum class Readers {
     ownerOnly, ///< plaintext of what was encrypted
 };
 
-/// A new file in the making: it has no name (or a temporary one) until commit(). "-" is standard output; a
-/// device or pipe is written to directly.
+/// A new file in the making: it has no name (or a temporary one) until commit(). "-" is standard output, as is a name
+/// of the pipe, device or terminal where that goes; another device or pipe is written to directly.
 class OutputFile {
 public:
     /// Throws Failure (exit 3) when the file is there already and `force` is false, when it is a symbolic link to a
@@ -33,7 +33,14 @@ public:
     void nameMeanwhile(const std::string& name);
     /// Gives the file its name, after everything has reached the disk.
     void commit();
+    /// The two steps of commit() apart, for many files at once: what was written reaches the disk, with everything else
+    /// on its file system; the file gets its name.
+    void syncFileSystem() const;
+    void publish();
+    /// Number of the file system on which the file lies; 0 for "-", a device or a pipe.
+    [[nodiscard]] std::uint64_t fileSystem() const;
 
+    /// The path; "-" when it is standard output.
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
     /// Octets written so far.
     [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
@@ -42,7 +49,6 @@ private:
     /// Finds out what lies under the name, and refuses what must not be written.
     void inspectTarget();
     void open();
-    void publish();
     void rename() const;
     [[noreturn]] void fail(int error) const;
 

@@ -125,6 +125,27 @@ std::string printable(std::string_view text) {
     return shown;
 }
 
+bool isUtf8(std::string_view text) {
+    while (!text.empty()) {
+        const Character character = firstOf(text);
+        if (character.stray) {
+            return false;
+        }
+        text.remove_prefix(character.octets);
+    }
+    return true;
+}
+
+std::string asUtf8(std::string_view text) {
+    std::string valid;
+    while (!text.empty()) {
+        const Character character = firstOf(text);
+        valid += character.stray ? escape(character.code) : std::string(text.substr(0, character.octets));
+        text.remove_prefix(character.octets);
+    }
+    return valid;
+}
+
 std::string printableName(std::string_view name) {
     std::size_t octets = 0;
     for (std::size_t count = 0; count < longestName && octets < name.size(); ++count) {

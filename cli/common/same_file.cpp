@@ -1,6 +1,7 @@
 #include "same_file.hpp"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -21,6 +22,13 @@ std::string folderOf(const std::filesystem::path& path) {
 }
 
 } // namespace
+
+bool isStandardOutput(const std::string& path) {
+    struct stat out {};
+    struct stat named {};
+    return path == "-" || (::fstat(STDOUT_FILENO, &out) == 0 && ::stat(path.c_str(), &named) == 0 &&
+                           out.st_dev == named.st_dev && out.st_ino == named.st_ino);
+}
 
 bool isSameFile(const std::string& one, const std::string& other) {
     if (one == "-" || other == "-" || one.empty() || other.empty()) {

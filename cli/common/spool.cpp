@@ -1,6 +1,7 @@
 #include "spool.hpp"
 
 #include "failure.hpp"
+#include "write_all.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -54,15 +55,8 @@ std::string Spool::path() const {
 }
 
 void Spool::write(std::string_view octets) {
-    while (!octets.empty()) {
-        const ssize_t written = ::write(fd_, octets.data(), octets.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written < 0) {
-            fail(errno);
-        }
-        octets.remove_prefix(static_cast<std::size_t>(written));
+    if (const int error = writeAll(fd_, octets); error != 0) {
+        fail(error);
     }
 }
 

@@ -3,6 +3,7 @@
 #include "console.hpp"
 #include "failure.hpp"
 #include "orvik/plugin/version_registry.hpp"
+#include "printable.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -23,6 +24,11 @@ std::string octetCount(const std::string& text) {
 /// For values that mean "not given" when they are empty: an empty variable of a script must not take a check away.
 std::string notEmpty(const std::string& text) {
     return text.empty() ? "its value is empty" : std::string{};
+}
+
+/// For texts that go into certificates or name containers. Names of files may be of any octets.
+std::string utf8Text(const std::string& text) {
+    return isUtf8(text) ? std::string{} : "its value is not UTF-8";
 }
 
 /// Builds the verbs; each remembers how to run what it was given.
@@ -94,12 +100,16 @@ private:
         add(*verb, "list", "List the key containers", containers, listContainers);
         add(*verb, "delete", "Delete a key container", containers, deleteContainer)
             ->add_option("NAME", containers->name, "The container")
+            ->check(utf8Text)
             ->required();
 
         auto requested = std::make_shared<RequestArguments>();
         verb = add(app_, "request", "New key pair in a new container, certificate request out", requested, request);
-        verb->add_option("--container", requested->container, "Name of the new container")->required();
-        verb->add_option("--subject", requested->subject, "Subject name")->type_name("OID=VALUE;...")->required();
+        verb->add_option("--container", requested->container, "Name of the new container")->check(utf8Text)->required();
+        verb->add_option("--subject", requested->subject, "Subject name")
+            ->type_name("OID=VALUE;...")
+            ->check(utf8Text)
+            ->required();
         verb->add_option("--provider", requested->provider, "Provider that makes the key (name part or type)");
         verb->add_option("--param-set", requested->paramSet, "Parameter set of the key")->type_name("OID");
         verb->add_option("--key-usage", requested->keyUsage, "Key usages, comma-separated")->capture_default_str();
@@ -109,15 +119,15 @@ private:
         verb->add_option("--policy", requested->policies, "Certificate policy")
             ->type_name("OID")
             ->allow_extra_args(false);
-        verb->add_option("--dns", requested->dnsNames, "DNS name")->allow_extra_args(false);
-        verb->add_option("--upn", requested->userPrincipalName, "User principal name");
+        verb->add_option("--dns", requested->dnsNames, "DNS name")->check(utf8Text)->allow_extra_args(false);
+        verb->add_option("--upn", requested->userPrincipalName, "User principal name")->check(utf8Text);
         verb->add_flag("--exportable", requested->exportable, "Let the private key leave its container");
         verb->add_option("--out", requested->out, "Output file (default: the container's name and .csr)");
 
         auto installed = std::make_shared<InstallArguments>();
         verb = add(app_, "install", "Put a certificate into its key container and into store my", installed, install);
         verb->add_option("CERT", installed->certificate, "Certificate file")->required();
-        verb->add_option("--container", installed->container, "The key's container")->required();
+        verb->add_option("--container", installed->container, "The key's container")->check(utf8Text)->required();
         verb->add_option("--provider", installed->provider, "The container's provider");
     }
 
@@ -200,6 +210,7 @@ private:
         verb->add_option("--format", signing->format, "Signature format")->check(formats)->capture_default_str();
         verb->add_option("--attribute", signing->attributes, "Signed attribute")
             ->type_name("OID=TYPE:VALUE")
+            ->check(utf8Text)
             ->allow_extra_args(false);
         verb->add_option("--out", signing->out, "Output file");
         verb->add_option("--out-dir", signing->outDir, "Folder for the signatures");

@@ -7,10 +7,12 @@
 #include "service_words.hpp"
 
 #include <boost/exception/get_error_info.hpp>
+#include <boost/system/system_error.hpp>
 
 #include <algorithm>
 #include <iterator>
 #include <new>
+#include <stdexcept>
 #include <system_error>
 
 namespace klunortredi::cli {
@@ -99,6 +101,10 @@ Failure currentFailure(const std::string& what) {
         return make(find(applicationMeanings, static_cast<std::uint32_t>(e.code().value())), ExitCode::service, what,
                     e);
     } catch (const std::system_error& e) {
+        return {ExitCode::input, what, e.code().message(), {}, static_cast<std::uint32_t>(e.code().value())};
+    } catch (const std::range_error& e) { // of the framework's conversions
+        return {ExitCode::input, what, e.what()};
+    } catch (const boost::system::system_error& e) { // of Boost.Filesystem
         return {ExitCode::input, what, e.code().message(), {}, static_cast<std::uint32_t>(e.code().value())};
     } catch (const std::bad_alloc&) {
         return {ExitCode::input, what, "not enough memory"};

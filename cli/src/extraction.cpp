@@ -2,6 +2,7 @@
 
 #include "failure.hpp"
 #include "input.hpp"
+#include "same_file.hpp"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,13 +21,6 @@ bool showsAtOnce(const std::string& path) {
 }
 
 } // namespace
-
-bool Extraction::isStandardOutput(const std::string& path) {
-    struct stat out {};
-    struct stat named {};
-    return path == "-" || (::fstat(STDOUT_FILENO, &out) == 0 && ::stat(path.c_str(), &named) == 0 &&
-                           out.st_dev == named.st_dev && out.st_ino == named.st_ino);
-}
 
 Extraction::Extraction(const std::string& path, bool force, const Input& signature, Readers readers) {
     if (signature.isFile(path)) {

@@ -19,9 +19,6 @@ public:
     /// device or a terminal without `force` (exit 3); what OutputFile throws (exit 3).
     Extraction(const std::string& path, bool force, const Input& signature, Readers readers = Readers::usual);
 
-    /// Whether that path is this process's standard output, under whatever name.
-    [[nodiscard]] static bool isStandardOutput(const std::string& path);
-
     /// Throws Failure (exit 3), also for a full disk.
     void write(std::string_view octets);
     /// Passes the content on: call it once everything was judged.

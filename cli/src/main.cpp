@@ -7,6 +7,7 @@
 #include "output_signals.hpp"
 #include "pin.hpp"
 #include "printable.hpp"
+#include "standard_descriptors.hpp"
 #include "verify_report.hpp"
 
 #include <boost/filesystem/operations.hpp>
@@ -71,6 +72,7 @@ ExitCode run(const Command& command) {
 } // namespace
 
 int main(int argc, char** argv) {
+    openStandardDescriptors();
     surviveFailedOutput();
     const Command command = parse(argc, argv);
     if (!command.run) {

@@ -205,10 +205,9 @@ void print(std::ostream& out, const std::string& name, const Verdict& verdict) {
 }
 
 VerifyReport::VerifyReport(const Session& session, const VerifyArguments& arguments)
-    : session_(session),
-      contentTakesOutput_(!arguments.extract.empty() && Extraction::isStandardOutput(arguments.extract)),
+    : session_(session), contentTakesOutput_(!arguments.extract.empty() && isStandardOutput(arguments.extract)),
       path_(arguments.jsonOut) {
-    if (!path_.empty() && Extraction::isStandardOutput(path_)) {
+    if (!path_.empty() && isStandardOutput(path_)) {
         throw Failure(ExitCode::usage, "cannot use --json-out " + path_, "it takes the name of a file",
                       "--json writes to standard output");
     }
@@ -243,7 +242,11 @@ void VerifyReport::show(const FileReport& report) {
 }
 
 void VerifyReport::result(const std::string& name, const Verdict& verdict) {
-    const Json document = toJson(verdict);
+    Json document = Json::object();
+    if (session_.options.jsonLines) { // as in a batch
+        addName(document, "file", name);
+    }
+    document.update(toJson(verdict));
     if (document_) {
         document_->write(documentText(document));
         document_->commit();
@@ -280,7 +283,8 @@ void VerifyReport::writeFailure(const Failure& failure) {
 }
 
 void addTo(BatchReport& batch, const Console& console, const FileReport& report) {
-    Json document = {{"file", report.name}};
+    Json document = Json::object();
+    addName(document, "file", report.name);
     if (report.failure) {
         console.line(report.failure->what());
         document.update(failureDocument(*report.failure, verdictOf(*report.failure)));

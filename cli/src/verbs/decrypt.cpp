@@ -22,6 +22,7 @@
 #include "pin.hpp"
 #include "printable.hpp"
 #include "progress.hpp"
+#include "same_file.hpp"
 #include "text.hpp"
 
 #include <nlohmann/json.hpp>
@@ -172,7 +173,7 @@ private:
             session_.console.note("klunortredi: the content of " + input_.name() +
                                   " was not authenticated: it may have been changed on its way");
         }
-        if (Extraction::isStandardOutput(path)) {
+        if (isStandardOutput(path)) {
             return; // standard output is the content's
         }
         session_.console.result({{"input", arguments_.file},

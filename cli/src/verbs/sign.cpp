@@ -16,8 +16,10 @@
 #include "output_file.hpp"
 #include "output_names.hpp"
 #include "pem.hpp"
+#include "pending_outputs.hpp"
 #include "pin.hpp"
 #include "printable.hpp"
+#include "same_file.hpp"
 #include "signing_certificate.hpp"
 #include "text.hpp"
 #include "timestamping.hpp"
@@ -77,6 +79,12 @@ std::vector<std::string> issuersOf(const orvik::plugin::crypto::ICertificate& ce
     return issuers;
 }
 
+/// One signature on its way to the disk.
+struct Signed {
+    Json result;
+    std::unique_ptr<OutputFile> output; ///< null: nothing is to be written
+};
+
 /// One batch: a signer, a format, and where the signatures go.
 class Batch {
 public:
@@ -103,11 +111,11 @@ public:
         }
     }
 
-    /// Signs one file; what came of it, once its signature has reached the disk.
-    Json sign(const std::string& file) {
+    /// Signs one file; what came of it, once its signature has reached the disk and has its name.
+    Signed sign(const std::string& file) {
         const std::string path = outputOf(file);
         if (arguments_.skipExisting && isThere(path)) {
-            return {{"input", file}, {"output", path}, {"format", arguments_.format}, {"skipped", true}};
+            return {resultOf(file, path, {{"skipped", true}}), nullptr};
         }
         Input input(file);
         if (input.raw().peek() == std::istream::traits_type::eof()) {
@@ -115,14 +123,14 @@ public:
             throw Failure(ExitCode::input, "cannot sign " + input.name(), "it is empty",
                           "a signature needs something to sign");
         }
-        OutputFile out(path, session_.options.force);
+        auto output = std::make_unique<OutputFile>(path, session_.options.force);
+        OutputFile& out = *output;
         try {
             write(input, out);
         } catch (...) {
             throw currentFailure("cannot sign " + input.name());
         }
-        out.commit();
-        return {{"input", file}, {"output", out.path()}, {"format", arguments_.format}, {"bytes", out.size()}};
+        return {resultOf(file, out.path(), {{"bytes", out.size()}}), std::move(output)};
     }
 
     /// Refuses, before anything is written, a batch in which one signature would replace another, or a file yet to be
@@ -158,6 +166,15 @@ public:
     [[nodiscard]] const std::string& signer() const { return title_; }
 
 private:
+    [[nodiscard]] Json resultOf(const std::string& file, const std::string& output, const Json& more) const {
+        Json result = Json::object();
+        addName(result, "input", file);
+        addName(result, "output", output);
+        result["format"] = arguments_.format;
+        result.update(more);
+        return result;
+    }
+
     static bool isThere(const std::string& path) {
         struct stat status {};
         return ::lstat(path.c_str(), &status) == 0;
@@ -275,7 +292,7 @@ void checkOptions(const Session& session, const SignArguments& arguments) {
     arguments.files.check("cannot sign");
     const auto& files = arguments.files.files;
     const bool many = arguments.files.many();
-    const bool toOutput = !many && (arguments.out == "-" || (files.front() == "-" && arguments.out.empty()));
+    const bool toOutput = !many && (isStandardOutput(arguments.out) || (files.front() == "-" && arguments.out.empty()));
     const bool json = session.options.json || session.options.jsonLines;
     const struct {
         bool wrong;
@@ -301,9 +318,6 @@ void checkOptions(const Session& session, const SignArguments& arguments) {
 }
 
 void print(std::ostream& out, const Json& file, const std::string& signer) {
-    if (!file.contains("output")) {
-        return; // the line of its failure was written
-    }
     out << printable(file["input"].get<std::string>()) << " -> " << printable(file["output"].get<std::string>());
     if (file.contains("skipped")) {
         out << " is there already\n";
@@ -313,25 +327,86 @@ void print(std::ostream& out, const Json& file, const std::string& signer) {
     }
 }
 
-/// Signs one file and reports it. Returns the failure, if any.
-std::optional<Failure> signOne(const Session& session, Batch& batch, BatchReport& report, const FileName& file) {
-    Json result;
-    std::optional<Failure> failure;
-    try {
-        if (!file.trouble.empty()) {
-            throw Failure(ExitCode::input, "cannot sign " + file.name, file.trouble);
+/// The files of a batch on their way from the list to the report.
+class Run {
+public:
+    Run(const Session& session, const SignArguments& arguments, Batch& batch)
+        : session_(session), arguments_(arguments), batch_(batch), report_(session.console) {}
+
+    ExitCode all(FileNames& names) {
+        try {
+            while (!ended_) {
+                const auto file = names.next();
+                if (!file) {
+                    break;
+                }
+                one(*file);
+            }
+            pending_.finish();
+            if (ended_) {
+                report_.endEarly(*ended_);
+            } else {
+                report_.end();
+            }
+        } catch (...) {
+            const Failure failure = currentFailure("cannot sign");
+            report_.abort(failure);
+            worst_ = worse(worst_, failure.exit());
         }
-        result = batch.sign(file.name);
-    } catch (...) {
-        failure = currentFailure("cannot sign " + file.name);
-        session.console.line(failure->what());
-        result = failureDocument(*failure, {{"input", file.name}});
+        return worst_;
     }
-    if (result.value("output", "") != "-") { // else standard output is the signature's
-        report.add(result, [&](std::ostream& out) { print(out, result, batch.signer()); });
+
+private:
+    void one(const FileName& file) {
+        try {
+            if (!file.trouble.empty()) {
+                throw Failure(ExitCode::input, "cannot sign " + file.name, file.trouble);
+            }
+            Signed made = batch_.sign(file.name);
+            pending_.add(std::move(made.output),
+                         [this, name = file.name, result = std::move(made.result)](const auto& failure) {
+                             if (failure) {
+                                 failed(name, *failure);
+                             } else {
+                                 done(result);
+                             }
+                         });
+        } catch (...) {
+            const Failure failure = currentFailure("cannot sign " + file.name);
+            pending_.finish();
+            failed(file.name, failure);
+            return;
+        }
+        pending_.flushWhenFull();
     }
-    return failure;
-}
+
+    void done(const Json& result) {
+        if (result["output"] != "-") { // else standard output is the signature's
+            report_.add(result, [&](std::ostream& out) { print(out, result, batch_.signer()); });
+        }
+    }
+
+    void failed(const std::string& file, const Failure& failure) {
+        session_.console.line(failure.what());
+        Json result = Json::object();
+        addName(result, "input", file);
+        result.update(failureDocument(failure, Json::object()));
+        report_.add(result, [](std::ostream&) {});
+        worst_ = worse(worst_, failure.exit());
+        // After a refused PIN every further file would cost another try.
+        if (!arguments_.keepGoing || failure.exit() == ExitCode::pin || failure.exit() == ExitCode::cancelled) {
+            ended_ = failure;
+        }
+    }
+
+    const Session& session_;
+    const SignArguments& arguments_;
+    Batch& batch_;
+    BatchReport report_;
+    PendingOutputs pending_;
+    std::optional<Failure> ended_; ///< why no further file is signed
+    ExitCode worst_ = ExitCode::done;
+};
 
 } // namespace
 
@@ -341,28 +416,7 @@ ExitCode sign(Session& session, const SignArguments& arguments) {
     FileNames names(arguments.files);
     names.keep();
     batch.checkOutputs(names);
-    BatchReport report(session.console);
-    ExitCode worst = ExitCode::done;
-    try {
-        while (const auto file = names.next()) {
-            const auto failure = signOne(session, batch, report, *file);
-            if (!failure) {
-                continue;
-            }
-            worst = worse(worst, failure->exit());
-            // After a refused PIN every further file would cost another try.
-            if (!arguments.keepGoing || failure->exit() == ExitCode::pin || failure->exit() == ExitCode::cancelled) {
-                report.endEarly(*failure);
-                return worst;
-            }
-        }
-        report.end();
-    } catch (...) {
-        const Failure failure = currentFailure("cannot sign");
-        report.abort(failure);
-        worst = worse(worst, failure.exit());
-    }
-    return worst;
+    return Run(session, arguments, batch).all(names);
 }
 
 } // namespace klunortredi::cli

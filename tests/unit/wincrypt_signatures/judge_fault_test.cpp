@@ -180,6 +180,13 @@ TEST_P(JudgeCodes, AreAVerdictOnTheirSignerAlone) {
 INSTANTIATE_TEST_SUITE_P(Code, JudgeCodes,
                          testing::Values(CodeRow{capi::NTE_BAD_SIGNATURE, SignatureVerdict::invalid},
                                          CodeRow{capi::CRYPT_E_HASH_VALUE, SignatureVerdict::invalid},
+                                         // Another service may mean by these that it cannot judge.
+                                         CodeRow{capi::NTE_BAD_ALGID, SignatureVerdict::unknown},
+                                         CodeRow{capi::NTE_BAD_KEY, SignatureVerdict::unknown},
+                                         CodeRow{capi::CRYPT_E_BAD_ENCODE, SignatureVerdict::unknown},
+                                         CodeRow{capi::CRYPT_E_NO_MATCH, SignatureVerdict::unknown},
+                                         CodeRow{capi::CRYPT_E_AUTH_ATTR_MISSING, SignatureVerdict::unknown},
+                                         CodeRow{capi::CRYPT_E_UNEXPECTED_MSG_TYPE, SignatureVerdict::unknown},
                                          CodeRow{faultCode, SignatureVerdict::unknown},
                                          CodeRow{capi::ERROR_CANCELLED, SignatureVerdict::unknown},
                                          CodeRow{capi::CRYPT_E_CONTROL_TYPE, SignatureVerdict::unknown},
