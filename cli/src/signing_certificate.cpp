@@ -44,8 +44,8 @@ std::string algorithm(std::string oid) {
 
 std::string hashOf(const ICertificate& certificate, const std::string& digestOid) {
     const auto provider = certificate.provider(true);
-    if (!provider) {
-        throw CryptoException(CryptoException::Code::noProvider);
+    if (!provider) { // the certificate names its provider and its container together
+        throw CryptoException(CryptoException::Code::noContainer);
     }
     const auto hash = provider->hash(nullptr, digestOid);
     const std::string octets = certificate.raw();
