@@ -43,7 +43,7 @@ TEST_F(MessageTools, ReadANumber) {
 }
 
 TEST_F(MessageTools, ThrowForANumberThatCannotBeRead) {
-    EXPECT_EQ(thrownBy<SystemException>([&] { tools::param(message(), capi::CMSG_RECIPIENT_COUNT_PARAM); }),
+    EXPECT_EQ(thrownBy<SystemException>([&] { tools::param(message(), capi::CMSG_RECIPIENT_INDEX_PARAM); }),
               systemFailure(capi::CRYPT_E_INVALID_INDEX, "param"));
 }
 
