@@ -1,6 +1,7 @@
 #include "standard_descriptors.hpp"
 
 #include <fcntl.h>
+#include <initializer_list>
 #include <unistd.h>
 
 #include <cerrno>
