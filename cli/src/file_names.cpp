@@ -88,7 +88,7 @@ std::optional<FileName> FileNames::next() {
     if (named_.from.empty()) {
         return count_ < named_.files.size() ? std::optional(FileName{named_.files[count_++], {}}) : std::nullopt;
     }
-    const int end = named_.zeroEnds ? '\0' : '\n';
+    const unsigned char end = named_.zeroEnds ? '\0' : '\n';
     std::string octets;
     bool tooLong = false;
     int c = octet();

@@ -41,7 +41,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using orvik::plugin::FileInfo;
-using orvik::plugin::crypto::SignatureFactory;
 using orvik::plugin::crypto::format::SignatureRequest;
 
 /// "OID=TYPE:VALUE" into its three texts.
