@@ -150,7 +150,9 @@ TEST_F(ManyFiles, ABatchThatIsKilledHasReportedNothingThatIsNotThere) {
         },
         [&](int n) {
             const Outcome left = verify({"--json", "a.txt.sig", "b.txt.sig", "c.txt.sig"});
-            for (const Json& file : Json::parse(left.out)["files"]) {
+            const Json report = Json::parse(left.out);
+            EXPECT_THAT(report["files"], SizeIs(3));
+            for (const Json& file : report["files"]) {
                 const bool there = folder().has(file["file"].get<std::string>());
                 EXPECT_EQ(file.value("valid", false), there) << n << ": " << file;
             }
