@@ -13,7 +13,7 @@
 namespace wincrypt_binding {
 namespace {
 
-std::vector<std::string> lookedUp;
+constinit std::vector<std::string>* record = nullptr;
 std::atomic<std::size_t> allocations{0};
 
 } // namespace
@@ -21,8 +21,16 @@ std::atomic<std::size_t> allocations{0};
 
 extern "C" void* __real_dlsym(void* library, const char* name);
 extern "C" void* __wrap_dlsym(void* library, const char* name);
-extern "C" void* __wrap_dlsym(void* library, const char* name) {
-    wincrypt_binding::lookedUp.emplace_back(name);
+// AddressSanitizer is linked into the program too, and looks up what it replaces before anything can be checked or
+// allocated.
+#ifdef KLUNORTREDI_ADDRESS_SANITIZED
+__attribute__((no_sanitize("address", "undefined")))
+#endif
+extern "C" void*
+__wrap_dlsym(void* library, const char* name) {
+    if (wincrypt_binding::record != nullptr) {
+        wincrypt_binding::record->emplace_back(name);
+    }
     return __real_dlsym(library, name);
 }
 
@@ -60,11 +68,13 @@ void callWithZeros(const std::function<R(A...)>& call) {
 
 /// Calls every entry point once and tells what was looked up for it.
 std::vector<std::string> lookedUpByAll(WincryptLoader& loader) {
-    lookedUp.clear();
+    std::vector<std::string> lookedUp;
+    record = &lookedUp;
 #define CALL(reach, qualifier, result, member, pointer, symbol, parameters, arguments)                                 \
     service().on.member = [](auto...) { return wincrypt::absent<result>(); };                                          \
     callWithZeros(std::function<result parameters>([&] parameters { return loader.member arguments; }));
     KLUNORTREDI_ENTRY_POINTS(CALL)
+    record = nullptr;
     return lookedUp;
 }
 
