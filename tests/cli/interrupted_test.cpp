@@ -136,8 +136,9 @@ TEST_F(Interrupted, ADeletionLeavesTheWholeContainerOrNone) {
         },
         [&](int n) {
             const std::string name = "c" + std::to_string(n);
-            gone += there(name) ? 0 : 1;
-            EXPECT_EQ(place.cli({"containers", "delete", name}).exit, there(name) ? 0 : 1) << n;
+            const bool whole = there(name);
+            gone += whole ? 0 : 1;
+            EXPECT_EQ(place.cli({"containers", "delete", name}).exit, whole ? 0 : 1) << n;
         });
     EXPECT_GT(kills, gone) << "before the first change it is there";
     EXPECT_GT(gone, 0) << "at the end it is gone";
