@@ -30,13 +30,13 @@ SecretBytes unwrapKey(EVP_PKEY* key, const AgreedKey& wrapped, std::size_t keySi
     return sized(wrapping::unwrapGost(key, wrapped), keySize);
 }
 
-TransportedKey wrapKey(EVP_PKEY* recipient, TransportForm form, ByteView contentKey) {
-    return keyAlgorithm(recipient).gost ? wrapping::wrapGost(recipient, form, contentKey)
-                                        : wrapping::wrapRsa(recipient, form, contentKey);
+TransportedKey wrapKey(const RecipientKey& recipient, TransportForm form, ByteView contentKey) {
+    return keyAlgorithm(recipient.key).gost ? wrapping::wrapGost(recipient, form, contentKey)
+                                            : wrapping::wrapRsa(recipient.key, form, contentKey);
 }
 
-AgreedKey wrapKey(EVP_PKEY* recipient, AgreementForm form, ByteView contentKey) {
-    if (!keyAlgorithm(recipient).gost) {
+AgreedKey wrapKey(const RecipientKey& recipient, AgreementForm form, ByteView contentKey) {
+    if (!keyAlgorithm(recipient.key).gost) {
         fail(capi::NTE_BAD_ALGID);
     }
     return wrapping::wrapGost(recipient, form, contentKey);

@@ -65,10 +65,19 @@ enum class AgreementForm {
     KExp15Kuznyechik, ///< the same
 };
 
-/// Wraps `contentKey` for the holder of the public key `recipient`. Throws ApiError: NTE_BAD_ALGID for a form that is
-/// not one of the key's kind, or a key of a test curve; NTE_BAD_LEN for a content key that the form cannot carry (GOST
-/// forms: 32 octets).
-TransportedKey wrapKey(EVP_PKEY* recipient, TransportForm form, ByteView contentKey);
-AgreedKey wrapKey(EVP_PKEY* recipient, AgreementForm form, ByteView contentKey);
+/// Whom a key is wrapped for. Nothing is owned.
+struct RecipientKey {
+    EVP_PKEY* key;            ///< public
+    ByteView parameters = {}; ///< DER of the parameters of its AlgorithmIdentifier, as its certificate has them
+};
+
+/// Wraps `contentKey` for the holder of the public key `recipient`. A GOST form has an ephemeral key: its parameters
+/// are written as `recipient.parameters` are, or, when those are empty, as RFC 4491 and RFC 9215 require. Some readers
+/// decode only what their own certificates contain.
+///
+/// Throws ApiError: NTE_BAD_ALGID for a form that is not one of the key's kind, or a key of a test curve; NTE_BAD_LEN
+/// for a content key that the form cannot carry (GOST forms: 32 octets).
+TransportedKey wrapKey(const RecipientKey& recipient, TransportForm form, ByteView contentKey);
+AgreedKey wrapKey(const RecipientKey& recipient, AgreementForm form, ByteView contentKey);
 
 } // namespace klunortredi::csp

@@ -184,22 +184,26 @@ SecretBytes unwrapKExp15(EVP_PKEY* key, const KExp15Row& row, ByteView encrypted
 
 // ---- wrapping ---------------------------------------------------------------------------------------------------
 
-/// The recipient's public key, and a new key pair on its curve.
+/// The recipient's public key, and a new key pair on its curve, written with the same parameters (RFC 4490, 4).
 struct Ephemeral {
-    spki::Parts parts;
     GostPublicKey recipient;
     ossl::Pkey key;
+    Bytes info; ///< SubjectPublicKeyInfo of `key`
 };
 
-Ephemeral makeEphemeral(EVP_PKEY* recipient) {
-    const KeyAlgorithm& algorithm = keyAlgorithm(recipient);
-    const Bytes info = publicKeyInfo(recipient);
-    spki::Parts parts = spki::split(info);
-    const GostParamSet* const set = gostParamSetOf(algorithm, parts.parameters);
+Ephemeral makeEphemeral(const RecipientKey& recipient) {
+    const KeyAlgorithm& algorithm = keyAlgorithm(recipient.key);
+    GostPublicKey theirs = gostPublicKey(publicKeyInfo(recipient.key));
+    if (!recipient.parameters.empty()) {
+        theirs.parameters.assign(recipient.parameters.begin(), recipient.parameters.end());
+    }
+    const GostParamSet* const set = gostParamSetOf(algorithm, theirs.parameters);
     if (set == nullptr) {
         fail(capi::NTE_BAD_ALGID);
     }
-    return {std::move(parts), gostPublicKey(info), generateGostKey(algorithm, *set)};
+    ossl::Pkey own = generateGostKey(algorithm, *set);
+    Bytes info = spki::join(algorithm.oid, theirs.parameters, spki::split(publicKeyInfo(own.get())).key);
+    return {std::move(theirs), std::move(own), std::move(info)};
 }
 
 Bytes randomOctets(std::size_t size) {
@@ -208,25 +212,24 @@ Bytes randomOctets(std::size_t size) {
     return octets;
 }
 
-TransportedKey wrapCryptoPro(EVP_PKEY* recipient, ByteView contentKey) {
+TransportedKey wrapCryptoPro(const RecipientKey& recipient, ByteView contentKey) {
     const Ephemeral ephemeral = makeEphemeral(recipient);
-    const Gost28147ParamSet& set = isLegacy(recipient) ? paramSet(paramSetAOid) : gost28147SetZ();
+    const Gost28147ParamSet& set = isLegacy(recipient.key) ? paramSet(paramSetAOid) : gost28147SetZ();
     const auto ukm = exactly<Gost28147::Block>(randomOctets(Gost28147::blockSize));
     const SecretBytes agreed = vko(ephemeral.key.get(), ephemeral.recipient, ukm);
     const auto wrapped = wrapGost28147(Gost28147Wrap::CryptoPro, set, keyView(agreed), ukm, keyView(contentKey));
     const Bytes transport =
-        der::sequence({der::objectIdentifier(set.oid), der::implicitTag(0, publicKeyInfo(ephemeral.key.get())),
-                       der::octetString(ukm)});
-    return {ephemeral.parts.oid, ephemeral.parts.parameters,
+        der::sequence({der::objectIdentifier(set.oid), der::implicitTag(0, ephemeral.info), der::octetString(ukm)});
+    return {ephemeral.recipient.oid, ephemeral.recipient.parameters,
             der::sequence({encodeEncryptedKey(wrapped), der::implicitTag(0, transport)})};
 }
 
-TransportedKey wrapKExp15(EVP_PKEY* recipient, const KExp15Row& row, ByteView contentKey) {
+TransportedKey wrapKExp15(const RecipientKey& recipient, const KExp15Row& row, ByteView contentKey) {
     const Ephemeral ephemeral = makeEphemeral(recipient);
     const Bytes ukm = randomOctets(kegUkmSize);
     const Bytes exported = exportAgreed(ephemeral.key.get(), row.cipher, ephemeral.recipient, ukm, contentKey);
-    return {std::string(row.oid), der::sequence({der::objectIdentifier(keyAlgorithm(recipient).agreeOid)}),
-            der::sequence({der::octetString(exported), publicKeyInfo(ephemeral.key.get()), der::octetString(ukm)})};
+    return {std::string(row.oid), der::sequence({der::objectIdentifier(keyAlgorithm(recipient.key).agreeOid)}),
+            der::sequence({der::octetString(exported), ephemeral.info, der::octetString(ukm)})};
 }
 
 // ---- agreement (RFC 4490, 4.1) ----------------------------------------------------------------------------------
@@ -273,7 +276,7 @@ SecretBytes unwrapGost(EVP_PKEY* key, const TransportedKey& wrapped) {
     return unwrapCryptoPro(key, wrapped.encryptedKey);
 }
 
-TransportedKey wrapGost(EVP_PKEY* recipient, TransportForm form, ByteView contentKey) {
+TransportedKey wrapGost(const RecipientKey& recipient, TransportForm form, ByteView contentKey) {
     if (form == TransportForm::GostCryptoPro) {
         return wrapCryptoPro(recipient, contentKey);
     }
@@ -305,11 +308,11 @@ SecretBytes unwrapGost(EVP_PKEY* key, const AgreedKey& wrapped) {
     return unwrapGost28147(row->wrap, set, keyView(agreed), ukm, encrypted);
 }
 
-AgreedKey wrapGost(EVP_PKEY* recipient, AgreementForm form, ByteView contentKey) {
+AgreedKey wrapGost(const RecipientKey& recipient, AgreementForm form, ByteView contentKey) {
     const Ephemeral ephemeral = makeEphemeral(recipient);
     AgreedKey result;
-    result.oid = isLegacy(recipient) ? cryptoProEsdhOid : keyAlgorithm(recipient).agreeOid;
-    result.originatorKey = publicKeyInfo(ephemeral.key.get());
+    result.oid = isLegacy(recipient.key) ? cryptoProEsdhOid : keyAlgorithm(recipient.key).agreeOid;
+    result.originatorKey = ephemeral.info;
     if (const auto* const row = findRow(kExp15Rows, form, &KExp15Row::agreement)) {
         result.parameters = der::sequence({der::objectIdentifier(row->oid)});
         result.ukm = randomOctets(kegUkmSize);
@@ -318,7 +321,7 @@ AgreedKey wrapGost(EVP_PKEY* recipient, AgreementForm form, ByteView contentKey)
         return result;
     }
     const auto* const row = findRow(gost28147Wraps, form, &Gost28147WrapRow::form);
-    const Gost28147ParamSet& set = isLegacy(recipient) ? paramSet(paramSetAOid) : gost28147SetZ();
+    const Gost28147ParamSet& set = isLegacy(recipient.key) ? paramSet(paramSetAOid) : gost28147SetZ();
     result.ukm = randomOctets(Gost28147::blockSize);
     const auto ukm = exactly<Gost28147::Block>(result.ukm);
     const SecretBytes agreed = vko(ephemeral.key.get(), ephemeral.recipient, ukm);

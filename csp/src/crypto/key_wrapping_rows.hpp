@@ -10,9 +10,9 @@ SecretBytes unwrapRsa(EVP_PKEY* key, const TransportedKey& wrapped, std::size_t 
 TransportedKey wrapRsa(EVP_PKEY* recipient, TransportForm form, ByteView contentKey);
 
 SecretBytes unwrapGost(EVP_PKEY* key, const TransportedKey& wrapped);
-TransportedKey wrapGost(EVP_PKEY* recipient, TransportForm form, ByteView contentKey);
+TransportedKey wrapGost(const RecipientKey& recipient, TransportForm form, ByteView contentKey);
 
 SecretBytes unwrapGost(EVP_PKEY* key, const AgreedKey& wrapped);
-AgreedKey wrapGost(EVP_PKEY* recipient, AgreementForm form, ByteView contentKey);
+AgreedKey wrapGost(const RecipientKey& recipient, AgreementForm form, ByteView contentKey);
 
 } // namespace klunortredi::csp::wrapping

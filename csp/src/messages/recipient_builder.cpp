@@ -80,9 +80,16 @@ Identifier identifier(const CERT_ID& id) {
             der::element(der::tag::contextConstructed(0), der::octetString(keyId)), true};
 }
 
-/// A recipient's public key, of the kind that the content cipher is for.
-ossl::Pkey publicKey(const CRYPT_ALGORITHM_IDENTIFIER& algorithm, const CRYPT_BIT_BLOB& key,
-                     const ContentAlgorithm& content) {
+/// A recipient's public key, of the kind that the content cipher is for, and its parameters as they were given.
+struct PublicKey {
+    ossl::Pkey key;
+    ByteView parameters;
+
+    [[nodiscard]] RecipientKey recipient() const { return {key.get(), parameters}; }
+};
+
+PublicKey publicKey(const CRYPT_ALGORITHM_IDENTIFIER& algorithm, const CRYPT_BIT_BLOB& key,
+                    const ContentAlgorithm& content) {
     if (algorithm.pszObjId == nullptr) {
         refuse();
     }
@@ -95,7 +102,7 @@ ossl::Pkey publicKey(const CRYPT_ALGORITHM_IDENTIFIER& algorithm, const CRYPT_BI
     if ((keyAlgorithm(made.get()).oid != oid::rsaEncryption) != content.gost) {
         fail(capi::NTE_BAD_ALGID);
     }
-    return made;
+    return {std::move(made), blobView(algorithm.Parameters)};
 }
 
 class Builder {
@@ -126,7 +133,7 @@ private:
             refuse();
         }
         const auto& algorithm = recipient.KeyEncryptionAlgorithm;
-        const ossl::Pkey key = publicKey(algorithm, recipient.RecipientPublicKey, content_);
+        const PublicKey key = publicKey(algorithm, recipient.RecipientPublicKey, content_);
         transport(key, algorithm.pszObjId == oid::rsaesOaep, identifier(recipient.RecipientId));
     }
 
@@ -149,11 +156,11 @@ private:
         }
     }
 
-    void transport(const ossl::Pkey& key, bool oaep, const Identifier& name) {
+    void transport(const PublicKey& key, bool oaep, const Identifier& name) {
         const TransportForm form = content_.gost ? gostTransport(content_)
                                    : oaep        ? TransportForm::RsaOaep
                                                  : TransportForm::RsaPkcs1;
-        const TransportedKey wrapped = wrapKey(key.get(), form, contentKey_);
+        const TransportedKey wrapped = wrapKey(key.recipient(), form, contentKey_);
         constexpr std::int64_t byIssuerAndSerial = 0;
         constexpr std::int64_t byKeyId = 2;
         infos_.elements.push_back(der::sequence({der::integer(name.byKeyId ? byKeyId : byIssuerAndSerial),
@@ -162,8 +169,8 @@ private:
         infos_.allVersion0 = infos_.allVersion0 && !name.byKeyId;
     }
 
-    void agreement(const ossl::Pkey& key, AgreementForm form, const Identifier& name) {
-        const AgreedKey wrapped = wrapKey(key.get(), form, contentKey_);
+    void agreement(const PublicKey& key, AgreementForm form, const Identifier& name) {
+        const AgreedKey wrapped = wrapKey(key.recipient(), form, contentKey_);
         constexpr std::int64_t version = 3;
         // OriginatorIdentifierOrKey: [1] IMPLICIT OriginatorPublicKey under the explicit tag [0].
         const Bytes originator = der::explicitTag(0, der::implicitTag(1, wrapped.originatorKey));

@@ -12,6 +12,7 @@
 #include <openssl/rsa.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <optional>
 
 namespace {
@@ -71,19 +72,50 @@ TEST(KeyWrapping, EveryGostFormUnwrapsForItsRecipientOnly) {
                 EXPECT_TRUE(error(recipient.get(), changed) || unwrapKey(recipient.get(), changed, keySize) == key);
             }
         };
-        check(wrapKey(recipient.get(), TransportForm::GostCryptoPro, key));
-        check(wrapKey(recipient.get(), AgreementForm::GostCryptoPro, key));
-        check(wrapKey(recipient.get(), AgreementForm::GostPlain, key));
+        check(wrapKey({recipient.get()}, TransportForm::GostCryptoPro, key));
+        check(wrapKey({recipient.get()}, AgreementForm::GostCryptoPro, key));
+        check(wrapKey({recipient.get()}, AgreementForm::GostPlain, key));
         for (const auto form : {TransportForm::KExp15Magma, TransportForm::KExp15Kuznyechik}) {
             if (isLegacy(kind)) {
-                EXPECT_THROW(wrapKey(recipient.get(), form, key), ApiError);
+                EXPECT_THROW(wrapKey({recipient.get()}, form, key), ApiError);
             } else {
-                check(wrapKey(recipient.get(), form, key));
+                check(wrapKey({recipient.get()}, form, key));
             }
         }
         for (const auto form : {AgreementForm::KExp15Magma, AgreementForm::KExp15Kuznyechik}) {
             if (!isLegacy(kind)) {
-                check(wrapKey(recipient.get(), form, key));
+                check(wrapKey({recipient.get()}, form, key));
+            }
+        }
+    }
+}
+
+// Bouncy Castle 1.72 writes the digest's OID into every key, and does not decode an ephemeral key without it.
+TEST(KeyWrapping, TheEphemeralKeyHasTheParametersOfTheRecipientsKey) {
+    struct Row {
+        GostKind kind;
+        const char* digest;
+    };
+    for (const auto& [kind, digest] : {Row{gostKinds[0], "1.2.643.2.2.30.1"}, Row{gostKinds[2], "1.2.643.7.1.1.2.2"},
+                                       Row{gostKinds[3], "1.2.643.7.1.1.2.3"}}) {
+        const ossl::Pkey recipient = gostKey(kind.algorithm, kind.set);
+        const SecretBytes key = newContentKey();
+        for (const Bytes& parameters : {der::sequence({der::objectIdentifier(kind.set), der::objectIdentifier(digest)}),
+                                        der::sequence({der::objectIdentifier(kind.set)})}) {
+            const RecipientKey theirs{recipient.get(), parameters};
+            const Bytes written = der::sequence({der::objectIdentifier(kind.algorithm), parameters});
+            const auto names = [&](const Bytes& encoded) { return !std::ranges::search(encoded, written).empty(); };
+            const TransportedKey transported = wrapKey(theirs, TransportForm::GostCryptoPro, key);
+            EXPECT_EQ(transported.parameters, parameters) << kind.set;
+            EXPECT_TRUE(names(transported.encryptedKey)) << kind.set;
+            EXPECT_EQ(unwrapKey(recipient.get(), transported, keySize), key) << kind.set;
+            const AgreedKey agreed = wrapKey(theirs, AgreementForm::GostCryptoPro, key);
+            EXPECT_TRUE(names(agreed.originatorKey)) << kind.set;
+            EXPECT_EQ(unwrapKey(recipient.get(), agreed, keySize), key) << kind.set;
+            if (!isLegacy(kind)) {
+                const TransportedKey exported = wrapKey(theirs, TransportForm::KExp15Kuznyechik, key);
+                EXPECT_TRUE(names(exported.encryptedKey)) << kind.set;
+                EXPECT_EQ(unwrapKey(recipient.get(), exported, keySize), key) << kind.set;
             }
         }
     }
@@ -100,11 +132,11 @@ TEST(KeyWrapping, TheAgreementOidOf2001KeysNamesTheSameKey) {
         ASSERT_FALSE(found.empty());
         std::ranges::copy(agreement, found.begin());
     };
-    TransportedKey transported = wrapKey(recipient.get(), TransportForm::GostCryptoPro, key);
+    TransportedKey transported = wrapKey({recipient.get()}, TransportForm::GostCryptoPro, key);
     transported.oid = "1.2.643.2.2.98";
     rename(transported.encryptedKey);
     EXPECT_EQ(unwrapKey(recipient.get(), transported, keySize), key);
-    AgreedKey agreed = wrapKey(recipient.get(), AgreementForm::GostPlain, key);
+    AgreedKey agreed = wrapKey({recipient.get()}, AgreementForm::GostPlain, key);
     agreed.oid = "1.2.643.2.2.98";
     rename(agreed.originatorKey);
     EXPECT_EQ(unwrapKey(recipient.get(), agreed, keySize), key);
@@ -113,13 +145,13 @@ TEST(KeyWrapping, TheAgreementOidOf2001KeysNamesTheSameKey) {
 TEST(KeyWrapping, AnEphemeralKeyOfAnotherCurveIsRefused) {
     const ossl::Pkey recipient = gostKey("1.2.643.7.1.1.1.1", "1.2.643.2.2.35.1");
     const ossl::Pkey other = gostKey("1.2.643.7.1.1.1.1", "1.2.643.7.1.2.1.1.1");
-    AgreedKey wrapped = wrapKey(other.get(), AgreementForm::GostCryptoPro, newContentKey());
+    AgreedKey wrapped = wrapKey({other.get()}, AgreementForm::GostCryptoPro, newContentKey());
     EXPECT_EQ(error(recipient.get(), wrapped), capi::NTE_BAD_PUBLIC_KEY);
 }
 
 TEST(KeyWrapping, AnEphemeralPointThatIsNotOnTheCurveIsRefused) {
     const ossl::Pkey recipient = gostKey("1.2.643.7.1.1.1.1", "1.2.643.7.1.2.1.1.1");
-    AgreedKey wrapped = wrapKey(recipient.get(), AgreementForm::GostCryptoPro, newContentKey());
+    AgreedKey wrapped = wrapKey({recipient.get()}, AgreementForm::GostCryptoPro, newContentKey());
     wrapped.originatorKey.back() ^= 1;
     EXPECT_EQ(error(recipient.get(), wrapped), capi::NTE_BAD_PUBLIC_KEY);
 }
@@ -127,7 +159,7 @@ TEST(KeyWrapping, AnEphemeralPointThatIsNotOnTheCurveIsRefused) {
 TEST(KeyWrapping, TwoNamesOfOneCurveAreTakenForEachOther) {
     const ossl::Pkey recipient = gostKey("1.2.643.7.1.1.1.1", "1.2.643.2.2.35.1");
     const SecretBytes key = newContentKey();
-    AgreedKey wrapped = wrapKey(recipient.get(), AgreementForm::GostCryptoPro, key);
+    AgreedKey wrapped = wrapKey({recipient.get()}, AgreementForm::GostCryptoPro, key);
     const auto name = std::ranges::search(wrapped.originatorKey, der::objectIdentifier("1.2.643.2.2.35.1"));
     ASSERT_FALSE(name.empty());
     std::ranges::copy(der::objectIdentifier("1.2.643.2.2.36.0"), name.begin());
@@ -136,14 +168,14 @@ TEST(KeyWrapping, TwoNamesOfOneCurveAreTakenForEachOther) {
 
 TEST(KeyWrapping, AUkmOfZeroIsRefused) {
     const ossl::Pkey recipient = gostKey("1.2.643.7.1.1.1.1", "1.2.643.2.2.35.1");
-    AgreedKey wrapped = wrapKey(recipient.get(), AgreementForm::GostPlain, newContentKey());
+    AgreedKey wrapped = wrapKey({recipient.get()}, AgreementForm::GostPlain, newContentKey());
     std::ranges::fill(wrapped.ukm, std::uint8_t{0});
     EXPECT_EQ(error(recipient.get(), wrapped), capi::CRYPT_E_BAD_ENCODE);
 }
 
 TEST(KeyWrapping, AKeyWrapThatIsUnknownIsRefused) {
     const ossl::Pkey recipient = gostKey("1.2.643.7.1.1.1.1", "1.2.643.2.2.35.1");
-    AgreedKey wrapped = wrapKey(recipient.get(), AgreementForm::KExp15Magma, newContentKey());
+    AgreedKey wrapped = wrapKey({recipient.get()}, AgreementForm::KExp15Magma, newContentKey());
     wrapped.parameters[wrapped.parameters.size() - 2] ^= 0x40;
     EXPECT_EQ(error(recipient.get(), wrapped), capi::NTE_BAD_ALGID);
     wrapped.parameters.clear();
@@ -158,13 +190,13 @@ protected:
 
 TEST_F(RsaWrapping, UnwrapsWhatItWrapped) {
     for (const auto form : {TransportForm::RsaPkcs1, TransportForm::RsaOaep}) {
-        EXPECT_EQ(unwrapKey(key_.get(), wrapKey(key_.get(), form, content_), keySize), content_);
+        EXPECT_EQ(unwrapKey(key_.get(), wrapKey({key_.get()}, form, content_), keySize), content_);
     }
-    EXPECT_THROW(wrapKey(key_.get(), TransportForm::GostCryptoPro, content_), ApiError);
+    EXPECT_THROW(wrapKey({key_.get()}, TransportForm::GostCryptoPro, content_), ApiError);
 }
 
 TEST_F(RsaWrapping, OaepRefusesAChangedKeyAndAnotherLabel) {
-    TransportedKey wrapped = wrapKey(key_.get(), TransportForm::RsaOaep, content_);
+    TransportedKey wrapped = wrapKey({key_.get()}, TransportForm::RsaOaep, content_);
     wrapped.encryptedKey.back() ^= 1;
     EXPECT_EQ(error(key_.get(), wrapped), capi::NTE_BAD_DATA);
     wrapped.encryptedKey.back() ^= 1;
@@ -174,7 +206,7 @@ TEST_F(RsaWrapping, OaepRefusesAChangedKeyAndAnotherLabel) {
 
 // What answers "the padding is wrong" decrypts other people's messages.
 TEST_F(RsaWrapping, Pkcs1NeverReportsWrongPadding) {
-    const TransportedKey good = wrapKey(key_.get(), TransportForm::RsaPkcs1, content_);
+    const TransportedKey good = wrapKey({key_.get()}, TransportForm::RsaPkcs1, content_);
     TransportedKey changed = good;
     changed.encryptedKey.back() ^= 1;
     const SecretBytes rejected = unwrapKey(key_.get(), changed, keySize);
@@ -184,7 +216,7 @@ TEST_F(RsaWrapping, Pkcs1NeverReportsWrongPadding) {
     changed.encryptedKey.back() ^= 2;
     EXPECT_NE(unwrapKey(key_.get(), changed, keySize), rejected);
     const SecretBytes shorter(content_.begin(), content_.begin() + 16);
-    const TransportedKey ofAnotherSize = wrapKey(key_.get(), TransportForm::RsaPkcs1, shorter);
+    const TransportedKey ofAnotherSize = wrapKey({key_.get()}, TransportForm::RsaPkcs1, shorter);
     EXPECT_EQ(unwrapKey(key_.get(), ofAnotherSize, keySize).size(), keySize);
     EXPECT_EQ(unwrapKey(key_.get(), ofAnotherSize, shorter.size()), shorter);
 }
@@ -223,7 +255,7 @@ TEST_F(RsaWrapping, Pkcs1TakesTheKeyOnlyFromABlockThatIsRightInEveryOctet) {
 }
 
 TEST_F(RsaWrapping, AnEncryptedKeyOfAnotherSizeIsRefused) {
-    TransportedKey wrapped = wrapKey(key_.get(), TransportForm::RsaPkcs1, content_);
+    TransportedKey wrapped = wrapKey({key_.get()}, TransportForm::RsaPkcs1, content_);
     wrapped.encryptedKey.push_back(0);
     EXPECT_EQ(error(key_.get(), wrapped), capi::NTE_BAD_DATA);
     wrapped.encryptedKey.clear();

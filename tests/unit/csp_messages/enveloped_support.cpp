@@ -165,7 +165,7 @@ Bytes algorithmIdentifier(std::string_view oid, ByteView parameters) {
 } // namespace
 
 Bytes transportInfo(const Signer& recipient, csp::TransportForm form, ByteView contentKey, bool byKeyId) {
-    const csp::TransportedKey wrapped = csp::wrapKey(publicKey(recipient).get(), form, contentKey);
+    const csp::TransportedKey wrapped = csp::wrapKey({publicKey(recipient).get()}, form, contentKey);
     return csp::der::sequence(
         {csp::der::integer(byKeyId ? 2 : 0), byKeyId ? keyIdentifier(recipient) : issuerAndSerial(recipient),
          algorithmIdentifier(wrapped.oid, wrapped.parameters), csp::der::octetString(wrapped.encryptedKey)});
@@ -176,7 +176,7 @@ Bytes agreementInfo(const std::vector<Signer>& recipients, csp::AgreementForm fo
     csp::AgreedKey wrapped;
     Bytes keys;
     for (const Signer& recipient : recipients) {
-        wrapped = csp::wrapKey(publicKey(recipient).get(), form, contentKey);
+        wrapped = csp::wrapKey({publicKey(recipient).get()}, form, contentKey);
         csp::der::append(keys,
                          csp::der::sequence({issuerAndSerial(recipient), csp::der::octetString(wrapped.encryptedKey)}));
     }
