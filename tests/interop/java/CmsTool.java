@@ -2,7 +2,7 @@
 // signers state the key's own OID (1.2.643.7.1.1.1.x) as the signature algorithm, and name it once more in the signed
 // attribute of RFC 6211.
 //   sign KIND CONTENT FOLDER            a new key and certificate of KIND (gost256, gost512 or rsa), and one signature
-//                                       of every shape below in FOLDER
+//                                       of every shape below in FOLDER; an RSA key signs one with RSASSA-PSS as well
 //   verify SIGNATURE [CONTENT] ...      pairs; CONTENT is "-" for an attached signature. One line for each:
 //                                       "valid SUBJECT", "invalid" or "broken WHY"
 
@@ -13,15 +13,21 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.security.KeyPair;
 import java.security.KeyPairGenerator;
+import java.security.PrivateKey;
 import java.security.Security;
 import java.security.spec.ECGenParameterSpec;
+import java.util.ArrayList;
 import java.util.Collection;
 import java.util.Date;
 import java.util.List;
 import java.util.Map;
+import org.bouncycastle.asn1.ASN1Encoding;
 import org.bouncycastle.asn1.x500.X500Name;
+import org.bouncycastle.asn1.x509.Extension;
+import org.bouncycastle.asn1.x509.SubjectKeyIdentifier;
 import org.bouncycastle.cert.X509CertificateHolder;
 import org.bouncycastle.cert.jcajce.JcaX509CertificateConverter;
+import org.bouncycastle.cert.jcajce.JcaX509ExtensionUtils;
 import org.bouncycastle.cert.jcajce.JcaX509v3CertificateBuilder;
 import org.bouncycastle.cms.CMSException;
 import org.bouncycastle.cms.CMSProcessableByteArray;
@@ -51,13 +57,32 @@ public final class CmsTool {
             "GOST3411-2012-512WITHECGOST3410-2012-512"),
         "rsa", new Kind("RSA", "2048", "SHA256withRSA"));
 
-    /// `direct`: without signed attributes, over the content itself. `stream`: indefinite lengths, content in pieces.
-    private record Shape(String file, boolean attached, boolean direct, boolean stream) {}
+    /// `attributes`: signed ones; without them the signature is over the content itself. `ber`: indefinite lengths,
+    /// content in pieces; otherwise DER.
+    private record Shape(String file, boolean attached, boolean attributes, boolean ber) {
+        boolean byKeyId() {
+            return file.equals("key-id");
+        }
 
-    private static final List<Shape> SHAPES = List.of(
-        new Shape("attached", true, false, false), new Shape("attached-direct", true, true, false),
-        new Shape("attached-stream", true, false, true), new Shape("detached", false, false, false),
-        new Shape("detached-direct", false, true, false), new Shape("detached-stream", false, false, true));
+        boolean pss() {
+            return file.equals("pss");
+        }
+    }
+
+    private static List<Shape> shapes() {
+        List<Shape> shapes = new ArrayList<>();
+        for (boolean attached : new boolean[] {true, false}) {
+            for (boolean attributes : new boolean[] {true, false}) {
+                for (boolean ber : new boolean[] {true, false}) {
+                    shapes.add(new Shape((attached ? "attached" : "detached") + (attributes ? "-attributes" : "-plain")
+                        + (ber ? "-ber" : "-der"), attached, attributes, ber));
+                }
+            }
+        }
+        shapes.add(new Shape("key-id", true, true, false));
+        shapes.add(new Shape("pss", true, true, false));
+        return shapes;
+    }
 
     private static KeyPair keyPair(Kind kind) throws Exception {
         KeyPairGenerator generator = KeyPairGenerator.getInstance(kind.keys(), "BC");
@@ -70,34 +95,41 @@ public final class CmsTool {
     }
 
     /// A signer with a self-signed certificate: these tests are about the signature, not about a chain.
-    private record Signer(ContentSigner key, X509CertificateHolder certificate) {
+    private record Signer(PrivateKey key, String algorithm, X509CertificateHolder certificate) {
         static Signer make(String name) throws Exception {
             Kind kind = KINDS.get(name);
             KeyPair pair = keyPair(kind);
-            ContentSigner key =
-                new JcaContentSignerBuilder(kind.signature()).setProvider("BC").build(pair.getPrivate());
             X500Name subject = new X500Name("CN=Castle " + name);
             Date now = new Date();
-            return new Signer(key, new JcaX509v3CertificateBuilder(subject, BigInteger.valueOf(now.getTime()),
-                new Date(now.getTime() - DAY), new Date(now.getTime() + 30 * DAY), subject, pair.getPublic())
-                .build(key));
+            return new Signer(pair.getPrivate(), kind.signature(), new JcaX509v3CertificateBuilder(subject,
+                BigInteger.valueOf(now.getTime()), new Date(now.getTime() - DAY), new Date(now.getTime() + 30 * DAY),
+                subject, pair.getPublic())
+                .addExtension(Extension.subjectKeyIdentifier, false,
+                    new JcaX509ExtensionUtils().createSubjectKeyIdentifier(pair.getPublic()))
+                .build(new JcaContentSignerBuilder(kind.signature()).setProvider("BC").build(pair.getPrivate())));
         }
 
         SignerInfoGenerator generator(Shape shape) throws Exception {
-            return new JcaSignerInfoGeneratorBuilder(
+            ContentSigner signer = new JcaContentSignerBuilder(shape.pss() ? "SHA256withRSAandMGF1" : algorithm)
+                .setProvider("BC").build(key);
+            JcaSignerInfoGeneratorBuilder builder = new JcaSignerInfoGeneratorBuilder(
                 new JcaDigestCalculatorProviderBuilder().setProvider("BC").build())
-                .setDirectSignature(shape.direct())
-                .build(key, new JcaX509CertificateConverter()
-                    .setProvider("BC").getCertificate(certificate));
+                .setDirectSignature(!shape.attributes());
+            return shape.byKeyId()
+                ? builder.build(signer, SubjectKeyIdentifier.fromExtensions(certificate.getExtensions())
+                    .getKeyIdentifier())
+                : builder.build(signer, new JcaX509CertificateConverter().setProvider("BC")
+                    .getCertificate(certificate));
         }
     }
 
     private static byte[] signature(Signer signer, Shape shape, byte[] content) throws Exception {
-        if (!shape.stream()) {
+        if (!shape.ber()) {
             CMSSignedDataGenerator generator = new CMSSignedDataGenerator();
             generator.addSignerInfoGenerator(signer.generator(shape));
             generator.addCertificate(signer.certificate());
-            return generator.generate(new CMSProcessableByteArray(content), shape.attached()).getEncoded();
+            return generator.generate(new CMSProcessableByteArray(content), shape.attached())
+                .toASN1Structure().getEncoded(ASN1Encoding.DER);
         }
         CMSSignedDataStreamGenerator generator = new CMSSignedDataStreamGenerator();
         generator.setBufferSize(7);
@@ -147,8 +179,10 @@ public final class CmsTool {
         if (arguments[0].equals("sign")) {
             Signer signer = Signer.make(arguments[1]);
             byte[] content = Files.readAllBytes(Path.of(arguments[2]));
-            for (Shape shape : SHAPES) {
-                Files.write(Path.of(arguments[3], shape.file()), signature(signer, shape, content));
+            for (Shape shape : shapes()) {
+                if (!shape.pss() || arguments[1].equals("rsa")) {
+                    Files.write(Path.of(arguments[3], shape.file()), signature(signer, shape, content));
+                }
             }
             return;
         }
