@@ -1,6 +1,7 @@
 // The fuzz target's properties over signed documents made here, damaged in every octet, and over the published ones,
 // within bounds on time and memory.
 
+#include "corpora/manifest.hpp"
 #include "xml_signing.hpp"
 
 #include <gtest/gtest.h>
@@ -8,7 +9,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -21,7 +21,7 @@ using host_test::transformElement;
 
 constexpr std::size_t mostMemory = 200UL * 1024; // KiB more than before the first document
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef KLUNORTREDI_SANITIZED
 constexpr bool measuresMemory = false; // the sanitizers' own memory is part of it
 #else
 constexpr bool measuresMemory = true;
@@ -87,11 +87,11 @@ TEST_F(XmlFuzzReplay, HoldsForDamagedDocumentsOfEveryForm) {
 }
 
 TEST_F(XmlFuzzReplay, HoldsForPublishedDocuments) {
-    const char* const corpora = std::getenv("KLUNORTREDI_CORPORA");
-    const auto folder = std::filesystem::path(corpora == nullptr ? "" : corpora) / "xmldsig-xmlsec";
-    if (corpora == nullptr || !std::filesystem::is_directory(folder)) {
-        GTEST_SKIP() << "the folder of published cases is not at hand (KLUNORTREDI_CORPORA)";
+    const auto root = corpora::root();
+    if (!root) {
+        GTEST_SKIP() << "the folder of published cases is not here (KLUNORTREDI_CORPORA)";
     }
+    const auto folder = std::filesystem::path(*root) / "xmldsig-xmlsec";
     std::size_t replayed = 0;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
         if (entry.path().extension() == ".xml") {
