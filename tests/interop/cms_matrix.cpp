@@ -249,6 +249,9 @@ void CmsMatrix::damage(const Message& message) const {
 // ---- judging ----------------------------------------------------------------------------------------------------
 
 void CmsMatrix::judgeOurs(const KeyKind& kind, const Message& message) {
+    if (!place_.folder().has(message.file)) {
+        return; // nobody made it: the cells have no outcome, which is wrong
+    }
     damage(message);
     for (const char* judge : {"openssl", "certtool", "castle"}) {
         const std::string row = rowOfOurs(judge, kind);
@@ -329,6 +332,9 @@ void CmsMatrix::judgeTheirs(const std::string& maker, const KeyKind& kind, const
             continue;
         }
         const Message message{maker + "/" + kind.name + "/" + shape.file, {}, &shape};
+        if (!place_.folder().has(message.file)) {
+            continue; // the same
+        }
         damage(message);
         table_.set(row, shape.column,
                    hasEncoding(message) && weAccept(message, subject + kind.name) && weRefuseDamaged(message));
