@@ -51,6 +51,11 @@ bool is(const Shape& shape, const char* column) {
     return std::string(shape.column) == column;
 }
 
+/// Whether ours is made from content of unknown size: attached signatures are BER then, detached ones DER always.
+bool isStream(const Shape& shape) {
+    return shape.ber || !shape.attached;
+}
+
 constexpr const char* attributeValue = "слово";
 /// Of the copy of a message with one bit changed.
 constexpr const char* damaged = ".damaged";
@@ -105,7 +110,7 @@ void CmsMatrix::make() {
 
 void CmsMatrix::signByCommand(const KeyKind& kind, const Message& message) {
     const Shape& shape = *message.shape;
-    std::vector<std::string> words{"sign",        shape.ber ? "-" : "report.txt",
+    std::vector<std::string> words{"sign",        isStream(shape) ? "-" : "report.txt",
                                    "--cert",      std::string("Signer ") + kind.name,
                                    "--format",    shape.attached ? "attached" : "detached",
                                    "--out",       message.file,
@@ -118,7 +123,7 @@ void CmsMatrix::signByCommand(const KeyKind& kind, const Message& message) {
         words.insert(words.end(), {"--timestamp", authority_.url("/tsa")});
     }
     RunOptions options;
-    options.input = shape.ber ? place_.folder().read("report.txt") : std::string();
+    options.input = isStream(shape) ? place_.folder().read("report.txt") : std::string();
     const Outcome signing = place_.cliWithPin(words, options);
     EXPECT_EQ(signing.exit, 0) << message.file << ": " << signing.err;
 }
@@ -141,7 +146,7 @@ void CmsMatrix::makeOurs(const KeyKind& kind) {
         } else {
             klunortredi::test::SignOptions options;
             options.detached = !shape.attached;
-            options.streamed = shape.ber;
+            options.streamed = isStream(shape);
             const auto content = klunortredi::test::bytes(place_.folder().read("report.txt"));
             const auto octets = klunortredi::test::sign({signer}, content, options);
             place_.folder().write(message.file, std::string(octets.begin(), octets.end()));
