@@ -5,6 +5,10 @@
 #include "interop/cms_matrix.hpp"
 #include "interop/table.hpp"
 
+#include "capi/constants.hpp"
+#include "enveloping.hpp"
+#include "x509/cert_info.hpp"
+
 #include <gmock/gmock.h>
 
 #include <array>
@@ -36,6 +40,7 @@ constexpr std::array ciphers = {
 constexpr std::array notOffered = {
     NotOffered{"*rsa", "*-ctr-*", "a GOST cipher, and RSA keys"},
     NotOffered{"*rsa", "gost*", "a GOST cipher, and RSA keys"},
+    NotOffered{"*agreement*rsa", "*", "agreement is for GOST keys"},
     NotOffered{"*gost???", "aes-*", "AES, and GOST keys"},
     NotOffered{"*gost???", "3des-*", "3DES, and GOST keys"},
     NotOffered{"*Bouncy Castle*", "*-ctr-*", "Bouncy Castle 1.72 does not have this cipher in CMS"},
@@ -94,6 +99,41 @@ protected:
                                          cipher.name, "--out", out, "--force"},
                                         options);
         EXPECT_EQ(made.exit, 0) << made.err;
+    }
+
+    /// The same by key agreement, as the service does it: the command writes key transport only.
+    void encryptByAgreement(const std::string& certificate, const std::string& out, bool ber) {
+        using namespace klunortredi;
+        const csp::CertInfo recipient(test::bytes(place_.folder().read(certificate)));
+        const CERT_INFO& fields = recipient.get();
+        CMSG_RECIPIENT_ENCRYPTED_KEY_ENCODE_INFO key{};
+        key.cbSize = sizeof key;
+        key.RecipientPublicKey = fields.SubjectPublicKeyInfo.PublicKey;
+        key.RecipientId.dwIdChoice = capi::CERT_ID_ISSUER_SERIAL_NUMBER;
+        key.RecipientId.u.IssuerSerialNumber = {fields.Issuer, fields.SerialNumber};
+        CMSG_RECIPIENT_ENCRYPTED_KEY_ENCODE_INFO* keys = &key;
+        CRYPT_ALGORITHM_IDENTIFIER ephemeral = fields.SubjectPublicKeyInfo.Algorithm;
+        std::string wrap = "1.2.643.2.2.13.1"; // CryptoPro key wrap
+        CMSG_KEY_AGREE_RECIPIENT_ENCODE_INFO agreement{};
+        agreement.cbSize = sizeof agreement;
+        agreement.KeyWrapAlgorithm.pszObjId = wrap.data();
+        agreement.dwKeyChoice = capi::CMSG_KEY_AGREE_EPHEMERAL_KEY_CHOICE;
+        agreement.u.pEphemeralAlgorithm = &ephemeral;
+        agreement.cRecipientEncryptedKeys = 1;
+        agreement.rgpRecipientEncryptedKeys = &keys;
+        CMSG_RECIPIENT_ENCODE_INFO choice{};
+        choice.dwRecipientChoice = capi::CMSG_KEY_AGREE_RECIPIENT;
+        choice.u.pKeyAgree = &agreement;
+        test::EnvelopOptions options;
+        options.cipher = "1.2.643.2.2.21"; // GOST 28147-89
+        options.streamed = ber;
+        options.spoil = [&](CMSG_ENVELOPED_ENCODE_INFO& info) {
+            info.cRecipients = 1;
+            info.rgCmsRecipients = &choice;
+        };
+        const test::Enveloped made = test::tryEnvelop({}, test::bytes(place_.folder().read("report.txt")), options);
+        EXPECT_EQ(made.error, 0U);
+        place_.folder().write(out, std::string(made.message.begin(), made.message.end()));
     }
 
     void makeRecipients() {
@@ -155,16 +195,19 @@ TEST_F(Enveloped, WeDecryptOpenssls) {
     expectRight();
 }
 
+/// Beginnings of rows; the kind of key follows.
+constexpr std::array oursForCastle = {"ours, Bouncy Castle decrypts, ", "ours by agreement, Bouncy Castle decrypts, "};
+constexpr std::array ofCastle = {"Bouncy Castle's, we decrypt, ", "Bouncy Castle's by agreement, we decrypt, "};
+
+bool isAgreement(const std::string& row) {
+    return row.find("agreement") != std::string::npos;
+}
+
 // One test, since the virtual machine of Java costs more than all the messages.
 TEST_F(Enveloped, BouncyCastleDecryptsOursAndWeDecryptItsMessages) {
     if (const std::string lack = BouncyCastle::lacks(); !lack.empty()) {
         GTEST_SKIP() << "Bouncy Castle cannot judge here: " << lack;
     }
-    const std::string ours = "ours, Bouncy Castle decrypts, ";
-    const std::string theirs = "Bouncy Castle's, we decrypt, ";
-    const auto fileOf = [](const std::string& maker, const KeyKind& kind, const Cipher& cipher) {
-        return maker + "-" + kind.name + "-" + cipher.name;
-    };
     const BouncyCastle castle(place_.folder(), "EnvelopeTool");
     std::vector<std::string> keys{"make"};
     for (const KeyKind& kind : keyKinds()) {
@@ -174,34 +217,46 @@ TEST_F(Enveloped, BouncyCastleDecryptsOursAndWeDecryptItsMessages) {
     makeRecipients();
 
     std::vector<std::string> words{"run"};
-    forEach(ours, [&](const KeyKind& kind, const Cipher& cipher) {
-        const std::string name = std::string("castle-") + kind.name;
-        for (const bool ber : {false, true}) {
-            const std::string file = fileOf("ours", kind, cipher) + (ber ? ".ber" : ".der");
-            encrypt(name + ".cer", cipher, file, ber);
-            words.insert(words.end(), {"decrypt", name, kind.name, file, file + ".out"});
-        }
-    });
-    forEach(theirs, [&](const KeyKind& kind, const Cipher& cipher) {
-        words.insert(words.end(), {"encrypt", std::string(kind.name) + ".pem", cipher.name, "report.txt",
-                                   fileOf("theirs", kind, cipher)});
-    });
+    const auto fileOf = [](const std::string& row, const KeyKind& kind, const Cipher& cipher) {
+        return row.substr(0, row.find(',')) + " " + kind.name + " " + cipher.name;
+    };
+    for (const char* row : oursForCastle) {
+        forEach(row, [&](const KeyKind& kind, const Cipher& cipher) {
+            const std::string name = std::string("castle-") + kind.name;
+            for (const bool ber : {false, true}) {
+                const std::string file = fileOf(row, kind, cipher) + (ber ? ".ber" : ".der");
+                isAgreement(row) ? encryptByAgreement(name + ".cer", file, ber)
+                                 : encrypt(name + ".cer", cipher, file, ber);
+                words.insert(words.end(), {"decrypt", name, kind.name, file, file + ".out"});
+            }
+        });
+    }
+    for (const char* row : ofCastle) {
+        forEach(row, [&](const KeyKind& kind, const Cipher& cipher) {
+            words.insert(words.end(), {isAgreement(row) ? "agree" : "encrypt", std::string(kind.name) + ".pem",
+                                       cipher.name, "report.txt", fileOf(row, kind, cipher)});
+        });
+    }
     const std::vector<std::string> answers = castle.run(words);
 
     std::size_t line = 0;
-    forEach(ours, [&](const KeyKind& kind, const Cipher& cipher) {
-        for (const char* encoding : {".der", ".ber"}) {
-            Outcome done;
-            done.out = answers.at(line++);
-            done.exit = done.out == "opened" ? 0 : 1;
-            judge(ours + kind.name, cipher, fileOf("ours", kind, cipher) + encoding + ".out", done);
-        }
-    });
-    forEach(theirs, [&](const KeyKind& kind, const Cipher& cipher) {
-        EXPECT_EQ(answers.at(line++), "made");
-        judge(theirs + kind.name, cipher, "plaintext",
-              place_.cliWithPin({"decrypt", fileOf("theirs", kind, cipher), "--out", "plaintext"}));
-    });
+    for (const char* row : oursForCastle) {
+        forEach(row, [&](const KeyKind& kind, const Cipher& cipher) {
+            for (const char* encoding : {".der", ".ber"}) {
+                Outcome done;
+                done.out = answers.at(line++);
+                done.exit = done.out == "opened" ? 0 : 1;
+                judge(row + std::string(kind.name), cipher, fileOf(row, kind, cipher) + encoding + ".out", done);
+            }
+        });
+    }
+    for (const char* row : ofCastle) {
+        forEach(row, [&](const KeyKind& kind, const Cipher& cipher) {
+            EXPECT_EQ(answers.at(line++), "made");
+            judge(row + std::string(kind.name), cipher, "plaintext",
+                  place_.cliWithPin({"decrypt", fileOf(row, kind, cipher), "--out", "plaintext"}));
+        });
+    }
     expectRight();
 }
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char* prefix = "interop: ";
 constexpr const char* wrongCell = "WRONG";
-constexpr int rowWidth = 44;
+constexpr int rowWidth = 51;
 constexpr int gap = 2;
 
 bool matches(const char* pattern, const std::string& text) {

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
+#include <string>
 
 namespace klunortredi::csp {
 
@@ -38,6 +40,31 @@ std::string_view digestParameter(const KeyAlgorithm& key) {
     return key.oid == legacyKeyOid ? legacyDigestParams : defaultDigest(key).oid;
 }
 
+/// GostR3410-PublicKeyParameters.
+struct Parameters {
+    std::string set;
+    std::string digest; ///< empty when absent
+};
+
+/// nullopt when they are malformed.
+std::optional<Parameters> decode(ByteView parameters) {
+    try {
+        der::Reader fields(der::readOnly(parameters, der::tag::Sequence).content);
+        Parameters named;
+        named.set = der::toOid(fields.read(der::tag::ObjectIdentifier));
+        if (!fields.empty()) {
+            named.digest = der::toOid(fields.read(der::tag::ObjectIdentifier));
+        }
+        if (!fields.empty()) {
+            fields.read(der::tag::ObjectIdentifier); // of a cipher: nothing to a signature
+        }
+        fields.finish();
+        return named;
+    } catch (const ApiError&) {
+        return std::nullopt;
+    }
+}
+
 } // namespace
 
 std::span<const GostParamSet> gostParamSets() noexcept {
@@ -52,20 +79,16 @@ const GostParamSet* findGostParamSet(const KeyAlgorithm& key, std::string_view o
 }
 
 const GostParamSet* gostParamSetOf(const KeyAlgorithm& key, ByteView parameters) {
-    try {
-        der::Reader fields(der::readOnly(parameters, der::tag::Sequence).content);
-        const std::string set = der::toOid(fields.read(der::tag::ObjectIdentifier));
-        if (!fields.empty() && der::toOid(fields.read(der::tag::ObjectIdentifier)) != digestParameter(key)) {
-            return nullptr;
-        }
-        if (!fields.empty()) {
-            fields.read(der::tag::ObjectIdentifier); // of a cipher: nothing to a signature
-        }
-        fields.finish();
-        return findGostParamSet(key, set);
-    } catch (const ApiError&) {
+    const std::optional<Parameters> named = decode(parameters);
+    if (!named || (!named->digest.empty() && named->digest != digestParameter(key))) {
         return nullptr;
     }
+    return findGostParamSet(key, named->set);
+}
+
+const GostParamSet* gostCurveOf(const KeyAlgorithm& key, ByteView parameters) {
+    const std::optional<Parameters> named = decode(parameters);
+    return named ? findGostParamSet(key, named->set) : nullptr;
 }
 
 Bytes encodeGostParams(const KeyAlgorithm& key, const GostParamSet& set) {

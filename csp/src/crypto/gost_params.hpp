@@ -28,6 +28,9 @@ const GostParamSet* findGostParamSet(const KeyAlgorithm& key, std::string_view o
 /// when the parameters are malformed or name another.
 const GostParamSet* gostParamSetOf(const KeyAlgorithm& key, ByteView parameters);
 
+/// The same whatever digest the parameters name: for a key that only agrees upon another, which has no use for it.
+const GostParamSet* gostCurveOf(const KeyAlgorithm& key, ByteView parameters);
+
 /// DER parameters of a key of that set, as RFC 4491 (2001 keys) and RFC 9215 (2012 keys) want them.
 Bytes encodeGostParams(const KeyAlgorithm& key, const GostParamSet& set);
 

@@ -65,11 +65,11 @@ bool isLegacy(const KeyAlgorithm& algorithm) {
 
 /// The parameter set named beside the other key is one of the algorithm's, or absent (RFC 4490, 4.1). Its name is not
 /// compared with the key's own: some curves have several (CryptoPro-A, CryptoPro-XchA, TC26-256-B), and the point shows
-/// which curve it is on.
+/// which curve it is on. A digest beside it has no effect: Bouncy Castle names that of 1994 for the CryptoPro curves.
 void requireKnownSet(const KeyAlgorithm& algorithm, const GostPublicKey& other) {
     const bool named = !other.parameters.empty() && other.parameters != der::null();
     if (findKey(std::string_view(other.oid)) != &algorithm ||
-        (named && gostParamSetOf(algorithm, other.parameters) == nullptr)) {
+        (named && gostCurveOf(algorithm, other.parameters) == nullptr)) {
         fail(capi::NTE_BAD_PUBLIC_KEY);
     }
 }

@@ -1,7 +1,8 @@
 // Enveloped messages (RFC 5652, 6; RFC 5083) as Bouncy Castle makes and opens them.
 //   make NAME KIND               a key (NAME.p8, PKCS#8) and a self-signed certificate (NAME.cer); gost256, gost512, rsa
 //   run COMMAND...               any number of
-//     encrypt CERTIFICATE CIPHER CONTENT OUT    prints "made" or "cannot WHY"
+//     encrypt CERTIFICATE CIPHER CONTENT OUT    prints "made" or "cannot WHY"; key transport
+//     agree CERTIFICATE CIPHER CONTENT OUT      the same with key agreement, for GOST keys
 //     decrypt NAME KIND MESSAGE OUT             prints "opened" or "refused WHY"
 // CIPHER: gost28147-89, aes-256-cbc, aes-256-gcm or 3des-cbc.
 
@@ -12,6 +13,7 @@ import java.security.KeyFactory;
 import java.security.KeyPair;
 import java.security.KeyPairGenerator;
 import java.security.PrivateKey;
+import java.security.SecureRandom;
 import java.security.Security;
 import java.security.cert.CertificateFactory;
 import java.security.cert.X509Certificate;
@@ -22,7 +24,11 @@ import java.util.Map;
 import org.bouncycastle.asn1.ASN1ObjectIdentifier;
 import org.bouncycastle.asn1.cms.CMSObjectIdentifiers;
 import org.bouncycastle.asn1.cms.ContentInfo;
+import org.bouncycastle.asn1.cryptopro.ECGOST3410NamedCurves;
+import org.bouncycastle.asn1.cryptopro.GOST3410PublicKeyAlgParameters;
+import org.bouncycastle.asn1.rosstandart.RosstandartObjectIdentifiers;
 import org.bouncycastle.asn1.x500.X500Name;
+import org.bouncycastle.asn1.x509.SubjectPublicKeyInfo;
 import org.bouncycastle.cert.X509CertificateHolder;
 import org.bouncycastle.cert.jcajce.JcaX509v3CertificateBuilder;
 import org.bouncycastle.cms.CMSAlgorithm;
@@ -31,9 +37,14 @@ import org.bouncycastle.cms.CMSAuthEnvelopedDataGenerator;
 import org.bouncycastle.cms.CMSEnvelopedData;
 import org.bouncycastle.cms.CMSEnvelopedDataGenerator;
 import org.bouncycastle.cms.CMSProcessableByteArray;
+import org.bouncycastle.cms.KeyAgreeRecipientInformation;
+import org.bouncycastle.cms.Recipient;
+import org.bouncycastle.cms.RecipientInfoGenerator;
 import org.bouncycastle.cms.RecipientInformation;
 import org.bouncycastle.cms.RecipientInformationStore;
 import org.bouncycastle.cms.jcajce.JceCMSContentEncryptorBuilder;
+import org.bouncycastle.cms.jcajce.JceKeyAgreeEnvelopedRecipient;
+import org.bouncycastle.cms.jcajce.JceKeyAgreeRecipientInfoGenerator;
 import org.bouncycastle.cms.jcajce.JceKeyTransAuthEnvelopedRecipient;
 import org.bouncycastle.cms.jcajce.JceKeyTransEnvelopedRecipient;
 import org.bouncycastle.cms.jcajce.JceKeyTransRecipientInfoGenerator;
@@ -77,10 +88,29 @@ public final class EnvelopeTool {
         Files.write(Path.of(name + ".cer"), certificate.getEncoded());
     }
 
-    private static String encrypt(String certificate, String cipher, String content, String out) throws Exception {
+    /// A key pair of the sender's on the recipient's curve, and CryptoPro key wrap.
+    private static RecipientInfoGenerator agreement(X509Certificate recipient) throws Exception {
+        SubjectPublicKeyInfo info = SubjectPublicKeyInfo.getInstance(recipient.getPublicKey().getEncoded());
+        boolean is512 = info.getAlgorithm().getAlgorithm().equals(RosstandartObjectIdentifiers.id_tc26_gost_3410_12_512);
+        KeyPairGenerator pairs = KeyPairGenerator.getInstance("ECGOST3410-2012", "BC");
+        // By the curve's name, as its users do: a CryptoPro curve then names the digest of 1994.
+        pairs.initialize(new ECGenParameterSpec(ECGOST3410NamedCurves.getName(
+            GOST3410PublicKeyAlgParameters.getInstance(info.getAlgorithm().getParameters()).getPublicKeyParamSet())));
+        KeyPair pair = pairs.generateKeyPair();
+        byte[] ukm = new byte[8];
+        new SecureRandom().nextBytes(ukm);
+        return new JceKeyAgreeRecipientInfoGenerator(
+            is512 ? CMSAlgorithm.ECDHGOST3410_2012_512 : CMSAlgorithm.ECDHGOST3410_2012_256, pair.getPrivate(),
+            pair.getPublic(), CMSAlgorithm.GOST28147_CRYPTOPRO_WRAP)
+            .addRecipient(recipient).setUserKeyingMaterial(ukm).setProvider("BC");
+    }
+
+    private static String encrypt(String certificate, boolean agrees, String cipher, String content, String out)
+        throws Exception {
         X509Certificate recipient = (X509Certificate) CertificateFactory.getInstance("X.509", "BC")
             .generateCertificate(Files.newInputStream(Path.of(certificate)));
-        var generator = new JceKeyTransRecipientInfoGenerator(recipient).setProvider("BC");
+        RecipientInfoGenerator generator = agrees ? agreement(recipient)
+                                                  : new JceKeyTransRecipientInfoGenerator(recipient).setProvider("BC");
         var data = new CMSProcessableByteArray(Files.readAllBytes(Path.of(content)));
         var encryptor = new JceCMSContentEncryptorBuilder(CIPHERS.get(cipher)).setProvider("BC").build();
         byte[] message;
@@ -106,16 +136,19 @@ public final class EnvelopeTool {
         RecipientInformationStore recipients = authenticated ? new CMSAuthEnvelopedData(octets).getRecipientInfos()
                                                              : new CMSEnvelopedData(octets).getRecipientInfos();
         RecipientInformation recipient = recipients.getRecipients().iterator().next();
-        Files.write(Path.of(out),
-            recipient.getContent(authenticated ? new JceKeyTransAuthEnvelopedRecipient(key).setProvider("BC")
-                                               : new JceKeyTransEnvelopedRecipient(key).setProvider("BC")));
+        Recipient opener = recipient instanceof KeyAgreeRecipientInformation
+            ? new JceKeyAgreeEnvelopedRecipient(key).setProvider("BC")
+            : authenticated ? new JceKeyTransAuthEnvelopedRecipient(key).setProvider("BC")
+                            : new JceKeyTransEnvelopedRecipient(key).setProvider("BC");
+        Files.write(Path.of(out), recipient.getContent(opener));
         return "opened";
     }
 
     private static String command(String[] words, int at) {
-        boolean encrypts = words[at].equals("encrypt");
+        boolean agrees = words[at].equals("agree");
+        boolean encrypts = agrees || words[at].equals("encrypt");
         try {
-            return encrypts ? encrypt(words[at + 1], words[at + 2], words[at + 3], words[at + 4])
+            return encrypts ? encrypt(words[at + 1], agrees, words[at + 2], words[at + 3], words[at + 4])
                             : decrypt(words[at + 1], words[at + 2], words[at + 3], words[at + 4]);
         } catch (Exception refusal) {
             return (encrypts ? "cannot " : "refused ") + refusal.getMessage();

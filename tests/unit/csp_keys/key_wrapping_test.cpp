@@ -4,6 +4,7 @@
 #include "crypto/gost_params.hpp"
 #include "crypto/key_pair.hpp"
 #include "crypto/key_wrapping.hpp"
+#include "crypto/public_key_info.hpp"
 #include "crypto/random.hpp"
 
 #include <gtest/gtest.h>
@@ -164,6 +165,23 @@ TEST(KeyWrapping, TwoNamesOfOneCurveAreTakenForEachOther) {
     ASSERT_FALSE(name.empty());
     std::ranges::copy(der::objectIdentifier("1.2.643.2.2.36.0"), name.begin());
     EXPECT_EQ(unwrapKey(recipient.get(), wrapped, keySize), key);
+}
+
+TEST(KeyWrapping, TheDigestThatAnEphemeralKeyNamesHasNoEffect) {
+    const ossl::Pkey recipient = gostKey("1.2.643.7.1.1.1.1", "1.2.643.2.2.36.0");
+    const SecretBytes key = newContentKey();
+    const AgreedKey wrapped = wrapKey({recipient.get()}, AgreementForm::GostCryptoPro, key);
+    const auto rewritten = [&](const Bytes& parameters) {
+        AgreedKey changed = wrapped;
+        const spki::Parts parts = spki::split(wrapped.originatorKey);
+        changed.originatorKey = spki::join(parts.oid, parameters, parts.key);
+        return changed;
+    };
+    const Bytes set = der::objectIdentifier("1.2.643.2.2.36.0");
+    const Bytes digestOf1994 = der::objectIdentifier("1.2.643.2.2.30.1");
+    EXPECT_EQ(unwrapKey(recipient.get(), rewritten(der::sequence({set, digestOf1994})), keySize), key);
+    EXPECT_EQ(error(recipient.get(), rewritten(der::sequence({digestOf1994, set}))), capi::NTE_BAD_PUBLIC_KEY);
+    EXPECT_EQ(error(recipient.get(), rewritten(der::sequence({set, der::null()}))), capi::NTE_BAD_PUBLIC_KEY);
 }
 
 TEST(KeyWrapping, AUkmOfZeroIsRefused) {
