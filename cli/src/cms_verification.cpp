@@ -1,6 +1,7 @@
 #include "cms_verification.hpp"
 
 #include "console.hpp"
+#include "counter_signatures.hpp"
 #include "failure.hpp"
 #include "input.hpp"
 #include "message_octets.hpp"

@@ -15,7 +15,6 @@ namespace klunortredi::cli {
 namespace {
 
 namespace tools = orvik::plugin::wincrypt::tools;
-using tools::SignatureVerdict;
 
 /// Counter-signatures after which no further signer's are judged. A message may have hundreds of signers with 16 of
 /// them each, and each is tried with up to four certificates; real messages have one or two.
@@ -46,16 +45,29 @@ std::string reasonOf(std::uint32_t code) {
 }
 
 CounterSignature notJudged(std::string reason) {
-    return {SignatureVerdict::unknown, std::move(reason), {}, {}, {}};
+    CounterSignature counter;
+    counter.reason = std::move(reason);
+    return counter;
+}
+
+std::string signatureDigestOf(const tools::CounterSignature& from) {
+    std::string oid = from.signatureAlgorithm;
+    std::string parameters = from.signatureParameters;
+    return digestOidOf(
+        {oid.data(), {static_cast<DWORD>(parameters.size()), reinterpret_cast<BYTE*>(parameters.data())}});
 }
 
 CounterSignature entry(const tools::CounterSignature& from) {
-    const auto* time = reinterpret_cast<const unsigned char*>(from.signingTime.data());
-    return {from.verdict,
-            from.verdict == SignatureVerdict::valid ? std::string{} : reasonOf(from.code),
-            from.certificate,
-            signingTimeOf(time, from.signingTime.size()),
-            {}};
+    CounterSignature counter;
+    counter.certificate = from.certificate;
+    counter.verdict = from.verdict;
+    counter.reason = from.verdict == SignatureVerdict::valid ? std::string{} : reasonOf(from.code);
+    counter.signingTime =
+        signingTimeOf(reinterpret_cast<const unsigned char*>(from.signingTime.data()), from.signingTime.size());
+    counter.digestAlgorithm = from.digestAlgorithm;
+    counter.signatureDigest = signatureDigestOf(from);
+    judgeWeaknesses(counter);
+    return counter;
 }
 
 /// Puts each under the one that it is over; those stand before it in the list.
@@ -69,6 +81,12 @@ std::vector<CounterSignature> nested(const std::vector<tools::CounterSignature>&
         siblings.insert(siblings.begin(), std::move(all[i]));
     }
     return ofTheSigner;
+}
+
+bool anyWith(const std::vector<CounterSignature>& counters, SignatureVerdict verdict) {
+    return std::any_of(counters.begin(), counters.end(), [verdict](const CounterSignature& counter) {
+        return counter.verdict == verdict || anyWith(counter.counters, verdict);
+    });
 }
 
 } // namespace
@@ -87,9 +105,11 @@ std::vector<CounterSignature> CounterSignatureReader::read(unsigned index) {
 }
 
 bool anyUnknown(const std::vector<CounterSignature>& counters) {
-    return std::any_of(counters.begin(), counters.end(), [](const CounterSignature& counter) {
-        return counter.verdict == SignatureVerdict::unknown || anyUnknown(counter.counters);
-    });
+    return anyWith(counters, SignatureVerdict::unknown);
+}
+
+bool anyValid(const std::vector<CounterSignature>& counters) {
+    return anyWith(counters, SignatureVerdict::valid);
 }
 
 } // namespace klunortredi::cli

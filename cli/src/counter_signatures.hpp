@@ -3,24 +3,15 @@
 /// Counter-signatures (RFC 5652, 11.4): signatures over a signer's signature value. They are not signed by the signer:
 /// whoever has a message can add one, so none of them changes the signer's verdict.
 
-#include "certificates.hpp"
-#include "crypto/wincrypt/tools_verify.hpp"
-
-#include <boost/date_time/posix_time/ptime.hpp>
+#include "judged_signature.hpp"
 
 #include <cstddef>
-#include <string>
 #include <vector>
 
 namespace klunortredi::cli {
 
-struct CounterSignature {
-    orvik::plugin::wincrypt::tools::SignatureVerdict verdict;
-    std::string reason;                     ///< why it is not valid; empty when it is
-    CertificatePtr certificate;             ///< from the message; null when it does not have it
-    boost::posix_time::ptime signingTime;   ///< the counter-signer's own statement; not set without one
-    std::vector<CounterSignature> counters; ///< those over this one
-};
+/// Its certificate comes from the message; null when the message does not have it.
+using CounterSignature = JudgedSignature;
 
 /// Reads the counter-signatures of the signers of one message, and counts them: the work that a message can cause is
 /// bounded.
@@ -41,5 +32,7 @@ private:
 
 /// Whether one of them, or of those over it, was not judged.
 bool anyUnknown(const std::vector<CounterSignature>& counters);
+/// Whether one of them, or of those over it, is valid.
+bool anyValid(const std::vector<CounterSignature>& counters);
 
 } // namespace klunortredi::cli

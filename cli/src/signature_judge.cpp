@@ -2,6 +2,7 @@
 
 #include "cms_verification.hpp"
 #include "console.hpp"
+#include "counter_signatures.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
 #include "current_failure.hpp"
 #include "extraction.hpp"
@@ -9,6 +10,7 @@
 #include "orvik/plugin/crypto/constant.hpp"
 #include "signature_shape.hpp"
 #include "signer_chains.hpp"
+#include "strict.hpp"
 #include "verbs/verify_xml.hpp"
 
 #include <memory>
@@ -78,36 +80,6 @@ Verdict verifyXmlDocument(const VerifyArguments& arguments, Input& input, const 
         verdict.reason = notOfASigner;
     }
     return verdict;
-}
-
-/// The first thing that is weak about a signer, or about a certificate of its chain; empty without any.
-std::string firstWeakness(const Signer& signer) {
-    if (!signer.weak.empty()) {
-        return describe(signer.weak.front());
-    }
-    for (std::size_t i = 0; signer.trust && i < signer.trust->elements.size(); ++i) {
-        const TrustElement& element = signer.trust->elements[i];
-        if (!element.weak.empty()) {
-            return subjectOf(*element.certificate) + ": " + element.weak.front();
-        }
-    }
-    return {};
-}
-
-/// With --strict what is weak is refused, and a time-stamp that is not valid.
-void refuseWeak(std::vector<Signer>& signers) {
-    for (Signer& signer : signers) {
-        const std::string weakness = firstWeakness(signer);
-        if (signer.verdict == SignatureVerdict::valid && !weakness.empty()) {
-            signer.verdict = SignatureVerdict::invalid;
-            signer.reason = "refused by --strict: " + weakness;
-        }
-        const auto refusal = strictRefusal(signer.timestamps);
-        if (signer.verdict == SignatureVerdict::valid && refusal) {
-            signer.verdict = refusal->verdict;
-            signer.reason = "refused by --strict: " + refusal->reason;
-        }
-    }
 }
 
 /// The signers' share in the verdict; what was found besides them stays when it is graver.
@@ -193,14 +165,14 @@ Verdict SignatureJudge::verdictOn(CmsVerification& message, const std::string& n
 /// What the signers and their chains add to the verdict; the exit code that it all comes to.
 ExitCode SignatureJudge::complete(Verdict& verdict) const {
     if (arguments_.strict) {
-        refuseWeak(verdict.signers);
+        applyStrict(verdict.signers);
     }
     decide(verdict, requirement_);
     bool trusted = true;
     if (verdict.verdict == SignatureVerdict::valid && arguments_.chain) {
         judgeChains(verdict, chainQuery_, arguments_.chainOptions);
         if (arguments_.strict) {
-            refuseWeak(verdict.signers);
+            applyStrict(verdict.signers);
             decide(verdict, requirement_);
         }
         trusted = decideTrust(verdict, requirement_);
@@ -212,6 +184,10 @@ ExitCode SignatureJudge::complete(Verdict& verdict) const {
         };
         if (std::any_of(verdict.signers.begin(), verdict.signers.end(), stamped)) {
             verdict.notChecked.emplace_back("certificate chain of the time-stamp authority");
+        }
+        const auto counterSigned = [](const Signer& signer) { return anyValid(signer.counters); };
+        if (std::any_of(verdict.signers.begin(), verdict.signers.end(), counterSigned)) {
+            verdict.notChecked.emplace_back("certificate chain of the counter-signer");
         }
     }
     return exitOf(verdict, trusted);

@@ -1,6 +1,7 @@
 #include "signer_chains.hpp"
 
 #include "capi/constants.hpp"
+#include "counter_signatures.hpp"
 
 #include <algorithm>
 #include <map>
@@ -10,6 +11,8 @@
 namespace klunortredi::cli {
 
 namespace {
+
+using Time = boost::posix_time::ptime;
 
 /// A key that nobody certified has no chain at all.
 Trust withoutCertificate() {
@@ -28,17 +31,67 @@ Trust withoutTimestamp() {
     return trust;
 }
 
-std::optional<boost::posix_time::ptime> timeOf(const Signer& signer, const ChainQuery& query,
-                                               const ChainOptions& options) {
-    if (options.atSigningTime()) {
-        return signer.signingTime.is_special() ? std::nullopt : std::optional(signer.signingTime);
-    }
-    return options.at.empty() || options.atTimestamp() ? provenTime(signer.timestamps) : query.time;
-}
-
 bool isTrusted(const Signer& signer) {
     return signer.verdict == SignatureVerdict::valid && signer.trust && signer.trust->trusted;
 }
+
+/// Chains of one document's signers and counter-signers.
+class DocumentChains {
+public:
+    DocumentChains(ChainQuery query, const ChainOptions& options) : query_(std::move(query)), options_(options) {}
+
+    /// Judges the signer's chain, those of its time-stamps' authorities and those of its valid counter-signers.
+    void judge(Signer& signer) {
+        judgeAuthorities(signer.timestamps, query_);
+        judge(signer, provenTime(signer.timestamps));
+        judgeCounters(signer.counters);
+    }
+
+private:
+    void judgeCounters(std::vector<CounterSignature>& counters) {
+        for (CounterSignature& counter : counters) {
+            if (counter.verdict == SignatureVerdict::valid) {
+                judge(counter, std::nullopt); // a time-stamp on the signer's value says nothing of what was added later
+            }
+            judgeCounters(counter.counters);
+        }
+    }
+
+    /// `proven` is the time that a time-stamp proves.
+    void judge(JudgedSignature& signature, const std::optional<Time>& proven) {
+        if (!signature.certificate) {
+            signature.trust = withoutCertificate();
+            return;
+        }
+        const std::optional<Time> time = timeOf(signature, proven);
+        if (!time && options_.atTimestamp()) {
+            signature.trust = withoutTimestamp();
+            return;
+        }
+        signature.chainTime = time.value_or(Time{});
+        const auto key = std::pair(signature.certificate->raw(), signature.chainTime);
+        auto known = judged_.find(key);
+        if (known == judged_.end()) {
+            ChainQuery atTime = query_;
+            atTime.time = time;
+            known = judged_.emplace(key, judgeChain(*signature.certificate, atTime)).first;
+        }
+        signature.trust = known->second;
+    }
+
+    [[nodiscard]] std::optional<Time> timeOf(const JudgedSignature& signature,
+                                             const std::optional<Time>& proven) const {
+        if (options_.atSigningTime()) {
+            return signature.signingTime.is_special() ? std::nullopt : std::optional(signature.signingTime);
+        }
+        return options_.at.empty() || options_.atTimestamp() ? proven : query_.time;
+    }
+
+    ChainQuery query_;
+    const ChainOptions& options_;
+    /// One certificate at one time has one chain, however many signatures it made.
+    std::map<std::pair<std::string, Time>, Trust> judged_;
+};
 
 } // namespace
 
@@ -49,29 +102,11 @@ void judgeChains(Verdict& verdict, ChainQuery query, const ChainOptions& options
     query.crls.insert(query.crls.end(), verdict.crls.read.begin(), verdict.crls.read.end());
     query.crlsPassedOver = !verdict.crls.passedOver.empty();
     verdict.notChecked.insert(verdict.notChecked.end(), verdict.crls.passedOver.begin(), verdict.crls.passedOver.end());
-    // One certificate at one time has one chain, however many signatures it made.
-    std::map<std::pair<std::string, boost::posix_time::ptime>, Trust> judged;
+    DocumentChains chains(std::move(query), options);
     for (Signer& signer : verdict.signers) {
-        if (signer.verdict != SignatureVerdict::valid) {
-            continue;
+        if (signer.verdict == SignatureVerdict::valid) {
+            chains.judge(signer);
         }
-        if (!signer.certificate) {
-            signer.trust = withoutCertificate();
-            continue;
-        }
-        judgeAuthorities(signer.timestamps, query);
-        query.time = timeOf(signer, query, options);
-        if (!query.time && options.atTimestamp()) {
-            signer.trust = withoutTimestamp();
-            continue;
-        }
-        signer.chainTime = query.time.value_or(boost::posix_time::ptime{});
-        const auto key = std::pair(signer.certificate->raw(), signer.chainTime);
-        auto known = judged.find(key);
-        if (known == judged.end()) {
-            known = judged.emplace(key, judgeChain(*signer.certificate, query)).first;
-        }
-        signer.trust = known->second;
     }
 }
 

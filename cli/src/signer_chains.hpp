@@ -8,12 +8,12 @@
 
 namespace klunortredi::cli {
 
-/// Judges the chain of every valid signer, and of the authorities of its time-stamps, with what the user (`query`, made
-/// from `options`) and the message bring. Throws what `judgeChain` throws.
+/// Judges the chain of every valid signer, of the authorities of its time-stamps and of its valid counter-signers, with
+/// what the user (`query`, made from `options`) and the message bring. Throws what `judgeChain` throws.
 ///
 /// The time is that of --at: the one given, each signer's own statement (signing), or what a time-stamp proves
 /// (timestamp; a signer without a valid one of a trusted authority is not trusted). Without --at it is what a
-/// time-stamp proves, and now for a signer without such a proof.
+/// time-stamp proves, and now for a signer without such a proof. No time-stamp proves anything about a counter-signer.
 void judgeChains(Verdict& verdict, ChainQuery query, const ChainOptions& options);
 
 /// Whether the required signers are trusted. The document's chain becomes one that decides: that of a signer that is

@@ -1,11 +1,11 @@
 #include "signers.hpp"
 
 #include "capi/constants.hpp"
+#include "counter_signatures.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
 #include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "orvik/plugin/constant.hpp"
-
 #include "signature_reason.hpp"
 #include "signing_time.hpp"
 
@@ -18,8 +18,6 @@ namespace klunortredi::cli {
 namespace {
 
 namespace wincrypt = orvik::plugin::wincrypt;
-using orvik::plugin::crypto::weaknesses;
-using orvik::plugin::crypto::WeaknessLevel;
 
 constexpr std::string_view timestampToken = "1.2.840.113549.1.9.16.2.14";
 constexpr std::string_view counterSignature = "1.2.840.113549.1.9.6";
@@ -88,26 +86,6 @@ std::string reasonOf(const SignerVerdict& verdict, const CertificatePtr& outside
                    : "the signer's certificate is not in the message; name it with --signer-cert";
 }
 
-/// The findings of both digests and of the key, each named once.
-std::vector<Weakness> weaknessesOf(const Signer& signer) {
-    std::vector<Weakness> found = weaknesses({signer.digestAlgorithm, {}, 0}, {});
-    const auto add = [&found](const std::vector<Weakness>& more) {
-        for (const Weakness& weakness : more) {
-            const bool known = std::any_of(found.begin(), found.end(), [&](const Weakness& other) {
-                return std::string_view(other.name) == weakness.name;
-            });
-            if (!known) {
-                found.push_back(weakness);
-            }
-        }
-    };
-    add(weaknesses({signer.signatureDigest, {}, 0}, {}));
-    if (signer.certificate) {
-        add(keyWeaknesses(*signer.certificate, {}));
-    }
-    return found;
-}
-
 } // namespace
 
 bool isSigner(const orvik::plugin::crypto::ICertificate& certificate, const std::vector<Signer>& signers) {
@@ -142,16 +120,6 @@ void judge(Signer& signer, const SignerVerdict& verdict, const CertificatePtr& o
     signer.code = verdict.code;
     signer.reason = verdict.verdict == SignatureVerdict::valid ? std::string{} : reasonOf(verdict, outside);
     judgeWeaknesses(signer);
-}
-
-void judgeWeaknesses(Signer& signer) {
-    signer.weak = weaknessesOf(signer);
-    const auto broken = std::find_if(signer.weak.begin(), signer.weak.end(),
-                                     [](const Weakness& weakness) { return weakness.level == WeaknessLevel::never; });
-    if (broken != signer.weak.end()) {
-        signer.verdict = SignatureVerdict::invalid;
-        signer.reason = std::string(broken->name) + " is broken: " + broken->reason;
-    }
 }
 
 } // namespace klunortredi::cli

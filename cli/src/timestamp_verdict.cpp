@@ -3,6 +3,7 @@
 #include "printable.hpp"
 #include "text.hpp"
 #include "timestamp_glue.hpp"
+#include "verdict_words.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -14,7 +15,6 @@ namespace klunortredi::cli {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using orvik::plugin::crypto::weaknesses;
 using orvik::plugin::crypto::cadest::TimestampVerdict;
 using orvik::plugin::wincrypt::tools::SignatureVerdict;
 
@@ -35,22 +35,6 @@ SignatureVerdict verdictOf(TimestampVerdict::Result result) {
     }
 }
 
-std::vector<Weakness> weaknessesOf(const TimestampVerdict& token) {
-    std::vector<Weakness> found;
-    const auto add = [&found](const std::vector<Weakness>& more) {
-        std::copy_if(more.begin(), more.end(), std::back_inserter(found), [&found](const Weakness& weakness) {
-            return std::none_of(found.begin(), found.end(),
-                                [&](const Weakness& other) { return std::string_view(other.name) == weakness.name; });
-        });
-    };
-    add(weaknesses({token.imprintAlgorithm, {}, 0}, {}));
-    add(weaknesses({token.digestAlgorithm, {}, 0}, {}));
-    if (token.authority) {
-        add(keyWeaknesses(*token.authority, {}));
-    }
-    return found;
-}
-
 Timestamp judged(std::string_view token, std::string_view octets) {
     const orvik::plugin::timestamp_glue::WincryptTimestampTools tools;
     TimestampVerdict verdict = tools.judge({token.data(), token.size()}, {octets.data(), octets.size()});
@@ -61,16 +45,13 @@ Timestamp judged(std::string_view token, std::string_view octets) {
                         verdict.serialNumber,
                         verdict.policy,
                         verdict.imprintAlgorithm,
-                        weaknessesOf(verdict),
+                        weaknessesOf({verdict.imprintAlgorithm, verdict.digestAlgorithm}, verdict.authority.get()),
                         std::move(verdict.certificates),
                         std::move(verdict.crls),
                         {}};
-    const auto broken = std::find_if(timestamp.weak.begin(), timestamp.weak.end(), [](const Weakness& weakness) {
-        return weakness.level == orvik::plugin::crypto::WeaknessLevel::never;
-    });
-    if (broken != timestamp.weak.end()) {
+    if (const auto broken = brokenReason(timestamp.weak)) {
         timestamp.verdict = SignatureVerdict::invalid;
-        timestamp.reason = std::string(broken->name) + " is broken: " + broken->reason;
+        timestamp.reason = *broken;
     }
     return timestamp;
 }
@@ -99,21 +80,6 @@ const Timestamp* earliest(const std::vector<Timestamp>& timestamps, bool (*count
         }
     }
     return found;
-}
-
-Json truthOf(SignatureVerdict verdict) {
-    return verdict == SignatureVerdict::unknown ? Json(nullptr) : Json(verdict == SignatureVerdict::valid);
-}
-
-const char* wordOf(SignatureVerdict verdict) {
-    switch (verdict) {
-    case SignatureVerdict::valid:
-        return "valid";
-    case SignatureVerdict::invalid:
-        return "INVALID";
-    default:
-        return "not judged";
-    }
 }
 
 } // namespace
@@ -168,13 +134,13 @@ const Timestamp* deciding(const std::vector<Timestamp>& timestamps) {
     return valid != nullptr ? valid : &timestamps.front();
 }
 
-std::optional<TimestampRefusal> strictRefusal(const std::vector<Timestamp>& timestamps) {
+std::optional<StrictRefusal> strictRefusal(const std::vector<Timestamp>& timestamps) {
     for (const Timestamp& timestamp : timestamps) {
         if (!isValid(timestamp)) {
-            return TimestampRefusal{timestamp.verdict, "time-stamp: " + timestamp.reason};
+            return StrictRefusal{timestamp.verdict, "time-stamp: " + timestamp.reason};
         }
         if (!timestamp.weak.empty()) {
-            return TimestampRefusal{SignatureVerdict::invalid, "time-stamp: " + describe(timestamp.weak.front())};
+            return StrictRefusal{SignatureVerdict::invalid, "time-stamp: " + describe(timestamp.weak.front())};
         }
     }
     return std::nullopt;
@@ -185,18 +151,15 @@ Json toJson(const Timestamp* timestamp) {
         return nullptr;
     }
     const bool known = timestamp->authority != nullptr;
-    Json weak = Json::array();
-    std::transform(timestamp->weak.begin(), timestamp->weak.end(), std::back_inserter(weak),
-                   [](const Weakness& weakness) { return describe(weakness); });
     return {{"time", text::time(timestamp->time)},
-            {"valid", truthOf(timestamp->verdict)},
+            {"valid", truth(timestamp->verdict)},
             {"reason", timestamp->reason},
             {"authority", known ? subjectOf(*timestamp->authority) : std::string{}},
             {"thumbprint", known ? thumbprintOf(*timestamp->authority) : std::string{}},
             {"serial", timestamp->serial},
             {"policy", timestamp->policy},
             {"imprint_algorithm", timestamp->imprintAlgorithm},
-            {"weak", weak},
+            {"weak", weakList(timestamp->weak)},
             {"chain", timestamp->trust ? toJson(*timestamp->trust) : Json(nullptr)}};
 }
 
@@ -214,7 +177,7 @@ void print(std::ostream& out, const std::vector<Timestamp>& timestamps) {
         if (timestamp.authority) {
             out << " by " << titleOf(*timestamp.authority);
         }
-        out << ": " << wordOf(timestamp.verdict)
+        out << ": " << spokenWord(timestamp.verdict)
             << (timestamp.reason.empty() ? std::string{} : ": " + printable(timestamp.reason));
         if (timestamp.trust) {
             out << ", authority " << printable(describe(*timestamp.trust));

@@ -62,11 +62,11 @@ const Timestamp* deciding(const std::vector<Timestamp>& timestamps);
 
 /// Why strict checks refuse the signature: the first time-stamp that is not valid, or that is weak. Nothing when none
 /// is.
-struct TimestampRefusal {
+struct StrictRefusal {
     orvik::plugin::wincrypt::tools::SignatureVerdict verdict; ///< invalid, or unknown
     std::string reason;
 };
-std::optional<TimestampRefusal> strictRefusal(const std::vector<Timestamp>& timestamps);
+std::optional<StrictRefusal> strictRefusal(const std::vector<Timestamp>& timestamps);
 
 /// null for a null pointer.
 nlohmann::ordered_json toJson(const Timestamp* timestamp);

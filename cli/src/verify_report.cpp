@@ -7,7 +7,9 @@
 #include "input.hpp"
 #include "printable.hpp"
 #include "same_file.hpp"
+#include "signature_report.hpp"
 #include "text.hpp"
+#include "verdict_words.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -22,121 +24,6 @@ namespace klunortredi::cli {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-const char* wordOf(SignatureVerdict verdict) {
-    switch (verdict) {
-    case SignatureVerdict::valid:
-        return "valid";
-    case SignatureVerdict::invalid:
-        return "invalid";
-    default:
-        return "unknown";
-    }
-}
-
-/// true, false or null.
-Json truthOf(SignatureVerdict verdict) {
-    return verdict == SignatureVerdict::unknown ? Json(nullptr) : Json(verdict == SignatureVerdict::valid);
-}
-
-Json countersJson(const std::vector<CounterSignature>& counters) {
-    Json list = Json::array();
-    for (const CounterSignature& counter : counters) {
-        const bool known = counter.certificate != nullptr;
-        list.push_back({{"valid", truthOf(counter.verdict)},
-                        {"verdict", wordOf(counter.verdict)},
-                        {"reason", counter.reason},
-                        {"subject", known ? subjectOf(*counter.certificate) : std::string{}},
-                        {"serial", known ? serialOf(*counter.certificate) : std::string{}},
-                        {"thumbprint", known ? thumbprintOf(*counter.certificate) : std::string{}},
-                        {"signing_time", text::time(counter.signingTime)},
-                        {"counter_signatures", countersJson(counter.counters)}});
-    }
-    return list;
-}
-
-Json signerJson(const Signer& signer) {
-    const bool known = signer.certificate != nullptr;
-    Json weak = Json::array();
-    std::transform(signer.weak.begin(), signer.weak.end(), std::back_inserter(weak),
-                   [](const Weakness& weakness) { return describe(weakness); });
-    return {{"subject", known ? subjectOf(*signer.certificate) : std::string{}},
-            {"issuer", known ? text::name(signer.certificate->issuerNameInfo()) : std::string{}},
-            {"serial", known ? serialOf(*signer.certificate) : std::string{}},
-            {"thumbprint", known ? thumbprintOf(*signer.certificate) : std::string{}},
-            {"signing_time", text::time(signer.signingTime)},
-            {"digest_algorithm", signer.digestAlgorithm},
-            {"valid", truthOf(signer.verdict)},
-            {"verdict", wordOf(signer.verdict)},
-            {"reason", signer.reason},
-            {"chain", signer.trust ? toJson(*signer.trust) : Json(nullptr)},
-            {"chain_time", text::time(signer.chainTime)},
-            {"weak", weak},
-            {"timestamp", toJson(deciding(signer.timestamps))},
-            {"timestamps", toJson(signer.timestamps)},
-            {"counter_signatures", countersJson(signer.counters)}};
-}
-
-/// "INVALID: why", as a part of a line.
-std::string headline(SignatureVerdict verdict, const std::string& reason) {
-    return (verdict == SignatureVerdict::invalid ? "INVALID: " : "UNKNOWN: ") + printable(reason);
-}
-
-void printWeakElements(std::ostream& out, const Trust& trust) {
-    for (const TrustElement& element : trust.elements) {
-        for (const std::string& weak : element.weak) {
-            out << "  weak: certificate of " << titleOf(*element.certificate) << ": " << printable(weak) << '\n';
-        }
-    }
-}
-
-/// Each on a line of its own, those over it further in.
-void printCounters(std::ostream& out, const std::vector<CounterSignature>& counters, const std::string& indent) {
-    for (const CounterSignature& counter : counters) {
-        out << indent << "counter-signed by "
-            << (counter.certificate ? titleOf(*counter.certificate) : std::string("an unknown signer")) << ": ";
-        if (counter.verdict == SignatureVerdict::valid) {
-            const std::string time = text::time(counter.signingTime);
-            out << "valid" << (time.empty() ? "" : ", " + time + " (its signer's own statement)");
-        } else {
-            out << (counter.verdict == SignatureVerdict::invalid ? "INVALID: " : "not judged: ")
-                << printable(counter.reason);
-        }
-        out << '\n';
-        printCounters(out, counter.counters, indent + "  ");
-    }
-}
-
-void printSigner(std::ostream& out, const Signer& signer, bool alone) {
-    if (signer.certificate) {
-        out << "  signer       " << titleOf(*signer.certificate) << '\n';
-    } else {
-        out << "  signer       unknown: its certificate is missing\n";
-    }
-    if (signer.verdict != SignatureVerdict::valid) {
-        out << "  verdict      " << headline(signer.verdict, signer.reason) << '\n';
-    } else if (!alone) {
-        out << "  verdict      valid\n";
-    }
-    if (signer.certificate) {
-        out << "  issuer       " << printableName(text::name(signer.certificate->issuerNameInfo())) << '\n';
-        out << "  serial       " << serialOf(*signer.certificate) << '\n';
-        out << "  thumbprint   " << thumbprintOf(*signer.certificate) << '\n';
-    }
-    const std::string time = text::time(signer.signingTime);
-    out << "  signing time " << (time.empty() ? "not stated" : time + " (the signer's own statement)") << '\n';
-    for (const Weakness& weakness : signer.weak) {
-        out << "  weak: " << describe(weakness) << '\n';
-    }
-    print(out, signer.timestamps);
-    printCounters(out, signer.counters, "  ");
-    if (signer.trust) {
-        printWeakElements(out, *signer.trust);
-        const std::string at = text::time(signer.chainTime);
-        out << "  chain        " << printable(describe(*signer.trust)) << (at.empty() ? "" : ", at " + at) << '\n';
-        out << "  revocation   " << printable(describe(signer.trust->revocation)) << '\n';
-    }
-}
 
 /// The line that says on standard error why there is no verdict.
 std::string whyUnknown(const FileReport& report) {
@@ -176,9 +63,10 @@ void refuseJsonOut(const VerifyArguments& arguments) {
 
 Json toJson(const Verdict& verdict) {
     Json signers = Json::array();
-    std::transform(verdict.signers.begin(), verdict.signers.end(), std::back_inserter(signers), signerJson);
-    return {{"valid", truthOf(verdict.verdict)},
-            {"verdict", wordOf(verdict.verdict)},
+    std::transform(verdict.signers.begin(), verdict.signers.end(), std::back_inserter(signers),
+                   [](const Signer& signer) { return toJson(signer); });
+    return {{"valid", truth(verdict.verdict)},
+            {"verdict", jsonWord(verdict.verdict)},
             {"format", verdict.format},
             {"reason", verdict.reason},
             {"signers", signers},
@@ -194,7 +82,7 @@ void print(std::ostream& out, const std::string& name, const Verdict& verdict) {
                                                        : headline(verdict.verdict, verdict.reason))
         << '\n';
     for (const Signer& signer : verdict.signers) {
-        printSigner(out, signer, verdict.signers.size() == 1);
+        print(out, signer, verdict.signers.size() == 1);
     }
     for (const std::string& part : verdict.covered) {
         out << "  covered      " << (part == "/" ? "the whole document" : printable(part)) << '\n';

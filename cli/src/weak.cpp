@@ -3,7 +3,9 @@
 #include "crypto/wincrypt/tools.hpp"
 #include "der_head.hpp"
 
+#include <algorithm>
 #include <bit>
+#include <iterator>
 #include <string_view>
 
 namespace klunortredi::cli {
@@ -74,6 +76,30 @@ std::vector<Weakness> keyWeaknesses(const ICertificate& certificate, const boost
 std::vector<Weakness> signatureWeaknesses(const ICertificate& certificate, const boost::posix_time::ptime& time) {
     const std::string digest = digestOidOf(infoOf(certificate).SignatureAlgorithm);
     return weaknesses({digest, {}, 0}, time);
+}
+
+std::vector<Weakness> weaknessesOf(std::initializer_list<std::string_view> digests, const ICertificate* certificate) {
+    std::vector<Weakness> found;
+    const auto add = [&found](const std::vector<Weakness>& more) {
+        std::ranges::copy_if(more, std::back_inserter(found), [&found](const Weakness& weakness) {
+            return std::ranges::none_of(
+                found, [&](const Weakness& other) { return std::string_view(other.name) == weakness.name; });
+        });
+    };
+    for (const std::string_view digest : digests) {
+        add(weaknesses({digest, {}, 0}, {}));
+    }
+    if (certificate != nullptr) {
+        add(keyWeaknesses(*certificate, {}));
+    }
+    return found;
+}
+
+std::optional<std::string> brokenReason(const std::vector<Weakness>& found) {
+    using orvik::plugin::crypto::WeaknessLevel;
+    const auto broken = std::ranges::find(found, WeaknessLevel::never, &Weakness::level);
+    return broken == found.end() ? std::nullopt
+                                 : std::optional(std::string(broken->name) + " is broken: " + broken->reason);
 }
 
 std::string describe(const Weakness& weakness) {

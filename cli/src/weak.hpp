@@ -9,7 +9,10 @@
 
 #include <boost/date_time/posix_time/ptime.hpp>
 
+#include <initializer_list>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace klunortredi::cli {
@@ -27,6 +30,14 @@ std::vector<Weakness> keyWeaknesses(const orvik::plugin::crypto::ICertificate& c
 /// signature.
 std::vector<Weakness> signatureWeaknesses(const orvik::plugin::crypto::ICertificate& certificate,
                                           const boost::posix_time::ptime& time);
+
+/// About a signature's digests (each an OID of a digest or of a signature algorithm that names one) and the signer's
+/// key, each finding once. Of `certificate`, which may be null, only the key counts.
+std::vector<Weakness> weaknessesOf(std::initializer_list<std::string_view> digests,
+                                   const orvik::plugin::crypto::ICertificate* certificate);
+
+/// "MD5 digest is broken: ...", of the first that is never valid; nothing when there is none.
+std::optional<std::string> brokenReason(const std::vector<Weakness>& found);
 
 /// "SHA-1 digest: collisions can be computed (since 2017-02-23)"
 std::string describe(const Weakness& weakness);

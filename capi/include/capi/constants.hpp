@@ -369,8 +369,9 @@ inline constexpr DWORD CMSG_ENCRYPTED_DIGEST = 27;
 inline constexpr DWORD CMSG_ENCODED_MESSAGE = 29;
 inline constexpr DWORD CMSG_UNPROTECTED_ATTR_PARAM = 37;
 /// A parameter that only the embedded service knows: CMSG_COUNTER_SIGNATURES of the signer of that index, judged with
-/// the certificates that the message carries. Any other service refuses it.
-inline constexpr DWORD CMSG_COUNTER_SIGNATURES_PARAM = 0x4B4C0003;
+/// the certificates that the message carries. Any other service refuses it. (0x4B4C0003 was the same without the
+/// algorithms.)
+inline constexpr DWORD CMSG_COUNTER_SIGNATURES_PARAM = 0x4B4C0004;
 inline constexpr DWORD CMSG_NO_PARENT = 0xFFFFFFFF; ///< of a counter-signature of the signer itself
 inline constexpr DWORD CMSG_CTRL_VERIFY_SIGNATURE = 1;
 inline constexpr DWORD CMSG_CTRL_DECRYPT = 2;

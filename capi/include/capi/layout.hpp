@@ -48,7 +48,7 @@ static_assert(offsetof(CMSG_ENVELOPED_ENCODE_INFO, cUnprotectedAttr) == 120);
 static_assert(sizeof(CMSG_CTRL_DECRYPT_PARA) == 24);
 static_assert(sizeof(CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA) == 24);
 static_assert(sizeof(CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA) == 32);
-static_assert(sizeof(CMSG_COUNTER_SIGNATURE) == 72);
+static_assert(sizeof(CMSG_COUNTER_SIGNATURE) == 120 && offsetof(CMSG_COUNTER_SIGNATURE, HashAlgorithm) == 72);
 static_assert(sizeof(CERT_CHAIN_PARA) == 32);
 static_assert(sizeof(CERT_CHAIN_PARA_LONG) == 96 && offsetof(CERT_CHAIN_PARA_LONG, RequestedIssuancePolicy) == 32 &&
               offsetof(CERT_CHAIN_PARA_LONG, dwUrlRetrievalTimeout) == 56 &&

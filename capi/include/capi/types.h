@@ -415,7 +415,9 @@ typedef struct _CMSG_COUNTER_SIGNATURE {
     CERT_BLOB Certificate; /* the one that was used; empty when the message does not carry it */
     CERT_NAME_BLOB Issuer;
     CRYPT_INTEGER_BLOB SerialNumber;
-    CRYPT_DATA_BLOB SigningTime; /* value of the signed attribute, encoded; empty when absent */
+    CRYPT_DATA_BLOB SigningTime;                        /* value of the signed attribute, encoded; empty when absent */
+    CRYPT_ALGORITHM_IDENTIFIER HashAlgorithm;           /* pszObjId is null when it cannot be read */
+    CRYPT_ALGORITHM_IDENTIFIER HashEncryptionAlgorithm; /* likewise */
 } CMSG_COUNTER_SIGNATURE;
 
 typedef struct _CMSG_COUNTER_SIGNATURES {

@@ -53,6 +53,11 @@ void counterSignature(StructBuilder& builder, std::size_t offset, const CounterS
     to.dwError = from.error;
     builder.blob(offset + offsetof(CMSG_COUNTER_SIGNATURE, Certificate), from.certificate);
     issuerAndSerial<CMSG_COUNTER_SIGNATURE>(builder, from.signer, offset);
+    if (!from.signer.digest.oid.empty()) {
+        pieces::algorithm(builder, offset + offsetof(CMSG_COUNTER_SIGNATURE, HashAlgorithm), from.signer.digest);
+        pieces::algorithm(builder, offset + offsetof(CMSG_COUNTER_SIGNATURE, HashEncryptionAlgorithm),
+                          from.signer.signature);
+    }
     const auto& attributes = from.signer.signedAttributes;
     const auto time = std::ranges::find(attributes, oid::signingTime, &Attribute::oid);
     if (time != attributes.end() && time->values.size() == 1) {

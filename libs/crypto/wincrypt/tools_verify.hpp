@@ -85,6 +85,9 @@ struct CounterSignature {
     boost::optional<std::size_t> parent;
     /// Value of its signing-time attribute (RFC 5652, 11.3), DER; empty when absent. Signed when the verdict is valid.
     std::string signingTime;
+    std::string digestAlgorithm;     ///< OID; empty when it cannot be read
+    std::string signatureAlgorithm;  ///< likewise
+    std::string signatureParameters; ///< of the signature algorithm: one DER element; empty when absent
 };
 
 /// The counter-signatures of signer `index` of an open message, nested ones after what they cover. An invalid one does

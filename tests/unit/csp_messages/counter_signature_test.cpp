@@ -90,6 +90,17 @@ TEST_F(CounterSignatures, AreGivenWithCertificateAndTime) {
     const csp::CertInfo info(witness.certificate);
     EXPECT_EQ(one.SerialNumber.cbData, info.get().SerialNumber.cbData);
     EXPECT_NE(one.Issuer.cbData, 0U);
+    EXPECT_STREQ(one.HashAlgorithm.pszObjId, "2.16.840.1.101.3.4.2.1");
+    EXPECT_STREQ(one.HashEncryptionAlgorithm.pszObjId, "1.2.840.113549.1.1.1");
+}
+
+TEST_F(CounterSignatures, ThatCannotBeReadAreGivenWithoutAlgorithms) {
+    const Msg msg = with({der::sequence({})});
+    const Bytes list = msg.param(capi::CMSG_COUNTER_SIGNATURES_PARAM);
+    const CMSG_COUNTER_SIGNATURE& one =
+        *reinterpret_cast<const CMSG_COUNTER_SIGNATURES*>(list.data())->rgCounterSignature;
+    EXPECT_EQ(one.HashAlgorithm.pszObjId, nullptr);
+    EXPECT_EQ(one.HashEncryptionAlgorithm.pszObjId, nullptr);
 }
 
 TEST_F(CounterSignatures, OverAnythingElseAreInvalid) {

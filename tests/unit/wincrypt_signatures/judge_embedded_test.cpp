@@ -137,6 +137,8 @@ TEST_F(JudgeSigners, CounterSignaturesAreJudgedApart) {
     EXPECT_EQ(counters[0].certificate->raw(), text(signer.certificate));
     EXPECT_FALSE(counters[0].parent);
     EXPECT_FALSE(counters[0].signingTime.empty());
+    EXPECT_FALSE(counters[0].digestAlgorithm.empty());
+    EXPECT_FALSE(counters[0].signatureAlgorithm.empty());
 }
 
 } // namespace

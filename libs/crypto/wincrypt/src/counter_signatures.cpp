@@ -23,8 +23,24 @@ std::string octets(const Blob& blob) {
     return blob.cbData == 0 ? std::string() : std::string(reinterpret_cast<const char*>(blob.pbData), blob.cbData);
 }
 
+std::string text(const char* value) {
+    return value == nullptr ? std::string() : std::string(value);
+}
+
+CounterSignature notJudged(unsigned code) {
+    CounterSignature entry{};
+    entry.verdict = SignatureVerdict::unknown;
+    entry.code = code;
+    return entry;
+}
+
 CounterSignature entry(const CMSG_COUNTER_SIGNATURE& from) {
-    CounterSignature to{verdictOf(from.dwError), from.dwError, {}, boost::none, octets(from.SigningTime)};
+    CounterSignature to = notJudged(from.dwError);
+    to.verdict = verdictOf(from.dwError);
+    to.signingTime = octets(from.SigningTime);
+    to.digestAlgorithm = text(from.HashAlgorithm.pszObjId);
+    to.signatureAlgorithm = text(from.HashEncryptionAlgorithm.pszObjId);
+    to.signatureParameters = octets(from.HashEncryptionAlgorithm.Parameters);
     if (from.Certificate.cbData != 0) {
         to.certificate = boost::make_shared<Certificate>(octets(from.Certificate));
     }
@@ -41,7 +57,7 @@ std::vector<CounterSignature> unjudged(void* message, unsigned index, unsigned c
     std::vector<CounterSignature> list;
     for (const CRYPT_ATTRIBUTE& attribute : std::span(attributes.rgAttr, attributes.cAttr)) {
         if (attribute.pszObjId == counterSignatureOid) {
-            list.insert(list.end(), attribute.cValue, {SignatureVerdict::unknown, code, {}, boost::none, {}});
+            list.insert(list.end(), attribute.cValue, notJudged(code));
         }
     }
     return list;
