@@ -119,15 +119,30 @@ Descriptor::~Descriptor() {
     }
 }
 
-void makeDirectories(const fs::path& directory) {
-    if (mkdir(directory.c_str(), directoryMode) == 0 || errno == EEXIST) {
-        return;
-    }
-    if (errno != ENOENT || !directory.has_relative_path() || directory.parent_path() == directory) {
+Directory::Directory(const fs::path& path) : fd_(openForReading(path.empty() ? fs::path(".") : path)) {
+    if (!fd_) {
         failErrno();
     }
-    makeDirectories(directory.parent_path());
-    if (mkdir(directory.c_str(), directoryMode) != 0 && errno != EEXIST) {
+}
+
+bool Directory::sync() const noexcept {
+    return fsync(fd_.get()) == 0 || errno == EINVAL || errno == ENOTSUP || errno == EROFS;
+}
+
+void makeDirectories(const fs::path& directory) {
+    if (mkdir(directory.c_str(), directoryMode) != 0) {
+        if (errno == EEXIST) {
+            return;
+        }
+        if (errno != ENOENT || !directory.has_relative_path() || directory.parent_path() == directory) {
+            failErrno();
+        }
+        makeDirectories(directory.parent_path());
+        if (mkdir(directory.c_str(), directoryMode) != 0 && errno != EEXIST) {
+            failErrno();
+        }
+    }
+    if (!Directory(directory.parent_path()).sync()) {
         failErrno();
     }
 }
@@ -164,17 +179,32 @@ std::optional<Bytes> read(const fs::path& file, std::size_t limit) {
     return contents;
 }
 
-bool writeAtomically(const fs::path& file, ByteView contents) {
-    const fs::path directory = file.parent_path();
+bool replaceAtomically(const fs::path& file, ByteView contents) {
+    const Directory directory(file.parent_path());
     Temporary temporary(file);
     temporary.write(contents);
     temporary.renameTo(file);
-    return syncDirectory(directory);
+    return directory.sync();
 }
 
-bool syncDirectory(const fs::path& directory) noexcept {
-    const Descriptor fd = openForReading(directory);
-    return fd && fsync(fd.get()) == 0;
+void writeAtomically(const fs::path& file, ByteView contents) {
+    if (!replaceAtomically(file, contents)) {
+        failErrno();
+    }
+}
+
+bool removeDurably(const fs::path& file) {
+    const Directory directory(file.parent_path());
+    if (unlink(file.c_str()) != 0) {
+        if (errno == ENOENT) {
+            return false;
+        }
+        failErrno();
+    }
+    if (!directory.sync()) {
+        failErrno();
+    }
+    return true;
 }
 
 std::vector<fs::path> entries(const fs::path& directory) {

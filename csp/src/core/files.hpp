@@ -34,7 +34,20 @@ private:
     int fd_;
 };
 
-/// Creates the directory and its missing parents, the new ones with mode 0700.
+/// A directory opened before a change of its entries, so that the change is refused where it could not be made to last.
+class Directory {
+public:
+    /// Throws ApiError.
+    explicit Directory(const std::filesystem::path& path);
+    /// Makes the directory's entries last through a power cut. False, with errno, when the disk reports an error; a
+    /// file system that cannot synchronise directories has nothing to report.
+    [[nodiscard]] bool sync() const noexcept;
+
+private:
+    Descriptor fd_;
+};
+
+/// Creates the directory and its missing parents, the new ones with mode 0700 and on disk.
 void makeDirectories(const std::filesystem::path& directory);
 
 /// The contents; nothing when there is no such file. A file above `limit` octets is refused with ERROR_INVALID_DATA.
@@ -42,13 +55,15 @@ inline constexpr std::size_t readLimit = 16U << 20U; // far above any key, certi
 std::optional<Bytes> read(const std::filesystem::path& file, std::size_t limit = readLimit);
 
 /// Replaces or creates `file` (mode 0600): written under a temporary name in the same directory, synchronised, renamed,
-/// the directory synchronised. On failure the old contents stand and the temporary file is gone. False when all went
-/// well but the last step: the new contents are there, and a power cut may bring the old ones back.
-bool writeAtomically(const std::filesystem::path& file, ByteView contents);
+/// the directory synchronised. On failure the old contents stand and the temporary file is gone. False when the disk
+/// fails in the last step: the new contents are there, and a power cut may bring the old ones back.
+[[nodiscard]] bool replaceAtomically(const std::filesystem::path& file, ByteView contents);
+/// The same, with ApiError instead of false: for changes that may be made again.
+void writeAtomically(const std::filesystem::path& file, ByteView contents);
 
-/// Makes the directory's entries last through a power cut. False when that cannot be done: too late to refuse a change
-/// that everybody sees already.
-bool syncDirectory(const std::filesystem::path& directory) noexcept;
+/// Removes a file and synchronises its directory. False when it was not there. Throws ApiError; after a failure of the
+/// synchronising alone the file is gone, and a power cut may bring it back.
+bool removeDurably(const std::filesystem::path& file);
 
 /// Paths of the directory's entries; none when it is not there. Throws ApiError when it cannot be read.
 std::vector<std::filesystem::path> entries(const std::filesystem::path& directory);

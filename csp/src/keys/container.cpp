@@ -198,12 +198,13 @@ KeyEntry Container::writeKey(KeyEntry entry, EVP_PKEY* key, std::string_view pin
     return entry;
 }
 
-void Container::replaceMeta(ContainerMeta next) {
-    const bool lasts = files::writeAtomically(directory_ / metaFileName, encodeMeta(next));
+bool Container::replaceMeta(ContainerMeta next) {
+    const bool lasts = files::replaceAtomically(directory_ / metaFileName, encodeMeta(next));
     meta_ = std::move(next);
     if (lasts) { // else the old description may come back, and wants its key files
         removeUnused();
     }
+    return lasts;
 }
 
 /// Key files that the description does not name: of an earlier PIN, or of a change that did not come to its end.
@@ -227,8 +228,8 @@ void Container::changePin(const UnlockedKeys& keys, std::string_view pin) {
             ++entry.generation;
             entry = writeKey(entry, key->second.get(), pin);
         }
-        writeFailedTries(0); // before the PIN is another: a failure must leave the old one
-        replaceMeta(std::move(next));
+        writeFailedTries(0);                             // before the PIN is another: a failure must leave the old one
+        static_cast<void>(replaceMeta(std::move(next))); // either PIN opens what a power cut leaves
     } catch (...) {
         removeUnused();
         throw;
@@ -240,19 +241,26 @@ void Container::addKey(DWORD spec, EVP_PKEY* key, bool exportable, std::string_v
     if (std::ranges::find(meta_.keys, spec, &KeyEntry::spec) != meta_.keys.end()) {
         fail(capi::NTE_EXISTS);
     }
-    ContainerMeta next = meta_;
+    const ContainerMeta before = meta_;
+    ContainerMeta next = before;
     if (next.keys.empty()) {
         next.wantsPin = !pin.empty();
         writeFailedTries(0);
     } else {
         unlockLocked(pin); // another process may have changed it since: one PIN opens all key pairs
     }
+    bool lasts = false;
     try {
         next.keys.push_back(writeKey({spec, 1, {}, publicKeyInfo(key), exportable}, key, pin));
-        replaceMeta(std::move(next));
+        lasts = replaceMeta(std::move(next));
     } catch (...) {
         removeUnused();
         throw;
+    }
+    if (!lasts) { // the new key file stays: a power cut may leave the description that names it
+        static_cast<void>(files::replaceAtomically(directory_ / metaFileName, encodeMeta(before)));
+        meta_ = before;
+        fail(capi::ERROR_WRITE_FAULT);
     }
 }
 

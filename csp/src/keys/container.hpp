@@ -53,7 +53,8 @@ public:
     void changePin(const UnlockedKeys& keys, std::string_view pin);
 
     /// Adds a key pair. The first one decides what the container's PIN is; for another it is proved, as `unlock` does
-    /// and with its errors. Throws ApiError(NTE_EXISTS) when there is one of that spec: it is never replaced.
+    /// and with its errors. It is on disk when this returns, and not in the container when this throws. Throws
+    /// ApiError(NTE_EXISTS) when there is one of that spec: it is never replaced.
     void addKey(DWORD spec, EVP_PKEY* key, bool exportable, std::string_view pin);
 
     /// DER of the certificate beside the key pair; nothing when there is none.
@@ -81,7 +82,8 @@ private:
     void requireUsable() const;
     [[nodiscard]] UnlockedKeys decrypt(std::string_view pin) const;
     [[nodiscard]] KeyEntry writeKey(KeyEntry entry, EVP_PKEY* key, std::string_view pin) const;
-    void replaceMeta(ContainerMeta next);
+    /// False when the disk failed after everybody sees the new description: a power cut may bring the old one back.
+    [[nodiscard]] bool replaceMeta(ContainerMeta next);
     void removeUnused() const;
 
     std::filesystem::path directory_;
@@ -101,7 +103,8 @@ public:
 
     [[nodiscard]] Container& container() noexcept { return container_; }
     [[nodiscard]] const Container& container() const noexcept { return container_; }
-    /// Puts it in place, complete; call once, with at least one key pair in it. Gives the container there.
+    /// Moves it to its name, complete and synchronised to disk, and returns the container there. Requires at least one
+    /// key pair; to be called once. When it throws, nothing has the name and the draft has no key pair again.
     Container commit();
 
 private:

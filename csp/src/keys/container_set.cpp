@@ -26,11 +26,17 @@ files::Lock reserve(const fs::path& draft) {
     return files::Lock(draft);
 }
 
+/// Renames a container's directory within its parent and synchronises the parent. When that fails, the old name stands.
 void moveDirectory(const fs::path& from, const fs::path& to) {
+    const files::Directory parent(to.parent_path());
     if (std::rename(from.c_str(), to.c_str()) != 0) {
         fail(errno == ENOTEMPTY || errno == EEXIST ? capi::NTE_EXISTS : files::errorCode(errno));
     }
-    static_cast<void>(files::syncDirectory(to.parent_path()));
+    if (!parent.sync()) {
+        const DWORD code = files::errorCode(errno);
+        static_cast<void>(std::rename(to.c_str(), from.c_str()));
+        fail(code);
+    }
 }
 
 /// A stray file is no container: opening a pipe would wait for ever. What cannot be looked at may be one.
@@ -66,8 +72,13 @@ Container NewContainer::commit() {
         fail(capi::NTE_NO_KEY);
     }
     const fs::path place = container_.directory_.parent_path() / directoryName(container_.id());
-    const files::Lock names = lockNames();
-    moveDirectory(container_.directory_, place);
+    try {
+        const files::Lock names = lockNames();
+        moveDirectory(container_.directory_, place);
+    } catch (...) {
+        container_.meta_.keys.clear(); // nobody may take the key pair for one that is on disk
+        throw;
+    }
     reservation_.reset();
     return {place, container_.meta_};
 }

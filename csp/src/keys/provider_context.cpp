@@ -55,22 +55,9 @@ void ProviderContext::requireAlive() const {
     }
 }
 
-void ProviderContext::settle() {
-    const std::lock_guard lock(mutex_);
-    settleLocked();
-}
-
 void ProviderContext::close() {
     const std::lock_guard lock(mutex_);
-    settleLocked();
     draft_.reset();
-}
-
-void ProviderContext::settleLocked() {
-    if (draft_ && !draft_->container().keys().empty()) {
-        container_ = draft_->commit();
-        draft_.reset();
-    }
 }
 
 Bytes ProviderContext::publicKeyInfo(DWORD keySpec) const {
@@ -123,7 +110,6 @@ void ProviderContext::setCertificate(DWORD keySpec, ByteView der) {
     const std::lock_guard lock(mutex_);
     key(keySpec);
     container().setCertificate(keySpec, der);
-    settleLocked();
 }
 
 ossl::Pkey ProviderContext::makeKey(const KeyRequest& request) const {
@@ -151,6 +137,10 @@ void ProviderContext::generateKey(const KeyRequest& request) {
     }
     std::shared_ptr<EVP_PKEY> made(makeKey(request));
     container().addKey(request.keySpec, made.get(), request.exportable, access_.pin());
+    if (draft_) {
+        container_ = draft_->commit();
+        draft_.reset();
+    }
     access_.keep(request.keySpec, std::move(made));
 }
 

@@ -33,10 +33,8 @@ public:
     /// Throws ApiError(NTE_BAD_UID) once the last reference is gone: for keys and hashes made from this context.
     void requireAlive() const;
 
-    /// Puts a container that is being made into place, once it has a key pair. Nothing to do otherwise.
-    void settle();
-    /// The last reference is gone: settles, and gives up a container without a key pair. Its name is free at once, also
-    /// when somebody still holds the context.
+    /// The last reference is gone: gives up a container without a key pair. Its name is free at once, also when
+    /// somebody still holds the context.
     void close();
 
     [[nodiscard]] Bytes publicKeyInfo(DWORD keySpec) const override;
@@ -54,6 +52,8 @@ public:
         DWORD bits; ///< 0: the default
         bool exportable;
     };
+    /// When it returns, the key pair is on disk under the container's name, the first one with the whole container.
+    /// When it throws, there is no such key pair; a container that is being made may get one from another call.
     void generateKey(const KeyRequest& request);
     /// The parameter set of the next key pair of that spec, as a dotted OID; the key algorithm's own OID chooses the
     /// default. Throws ApiError(NTE_BAD_ALGID) for another algorithm's.
@@ -75,12 +75,11 @@ private:
     const KeyEntry& key(DWORD keySpec) const;
     [[nodiscard]] std::shared_ptr<EVP_PKEY> privateKey(DWORD keySpec);
     [[nodiscard]] ossl::Pkey makeKey(const KeyRequest& request) const;
-    void settleLocked();
 
     const ProviderRecord& provider_;
     mutable std::mutex mutex_;
-    std::unique_ptr<NewContainer> draft_;
-    const bool made_ = false; ///< CRYPT_NEWKEYSET; another thread may have had the draft put into place already
+    std::unique_ptr<NewContainer> draft_; ///< until it has a key pair
+    const bool made_ = false;             ///< CRYPT_NEWKEYSET
     std::optional<Container> container_;
     KeyAccess access_;
     std::map<DWORD, std::string> parameters_;     ///< chosen for the next key pair, by key spec
@@ -92,8 +91,5 @@ private:
 
 /// Throws ApiError(ERROR_INVALID_HANDLE) for a handle that is not one of ours.
 std::shared_ptr<ProviderContext> providerContext(unsigned long hProv);
-
-/// Puts every container that this process is making into place, before somebody counts what is there.
-void settleAll();
 
 } // namespace klunortredi::csp

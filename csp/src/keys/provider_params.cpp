@@ -44,7 +44,6 @@ void enumerateContainers(const Request& r) {
     const bool qualified = (r.flags & capi::CRYPT_FQCN) != 0;
     const DWORD type = r.context.provider().type;
     const auto list = [&] {
-        settleAll();
         std::vector<Bytes> names;
         for (const std::string& name : listContainers(type)) {
             names.push_back(withZero(qualified ? qualifiedName({name, type}) : name));

@@ -187,15 +187,9 @@ void deleteCrl(const fs::path& directory, const std::string& file) {
         fail(capi::CRYPT_E_NOT_FOUND);
     }
     const files::Lock lock(directory);
-    std::error_code failure;
-    const bool removed = fs::remove(*found, failure);
-    if (failure) {
-        fail(files::errorCode(failure.value()));
-    }
-    if (!removed) {
+    if (!files::removeDurably(*found)) {
         fail(capi::CRYPT_E_NOT_FOUND);
     }
-    static_cast<void>(files::syncDirectory(directory));
 }
 
 } // namespace klunortredi::csp

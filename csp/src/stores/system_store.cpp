@@ -160,8 +160,7 @@ std::shared_ptr<Certificate> SystemStore::add(const Certificate& certificate, Ad
     // The new file stands before the old one goes: a crash between leaves both, never none.
     auto added = addNew(certificate);
     if (added->thumbprint() != existing->thumbprint()) {
-        fs::remove(fileOf(*existing));
-        static_cast<void>(files::syncDirectory(directory_));
+        static_cast<void>(files::removeDurably(fileOf(*existing)));
         held_.erase(toHex(existing->thumbprint()));
     }
     return added;
@@ -174,16 +173,11 @@ void SystemStore::remove(const Certificate& certificate) {
     }
     const files::Lock folderLock(directory_);
     files::removeStaleTemporaries(directory_);
-    std::error_code failure;
-    const bool removed = fs::remove(fileOf(certificate), failure);
-    if (failure) {
-        fail(files::errorCode(failure.value()));
-    }
+    const bool removed = files::removeDurably(fileOf(certificate));
     held_.erase(toHex(certificate.thumbprint()));
     if (!removed) {
         fail(capi::CRYPT_E_NOT_FOUND);
     }
-    static_cast<void>(files::syncDirectory(directory_));
 }
 
 void SystemStore::change(Certificate& certificate, const std::function<void(Properties&)>& change) {

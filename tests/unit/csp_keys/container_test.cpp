@@ -75,14 +75,27 @@ TEST_F(Containers, KeyOnDiskIsEncryptedWithScryptAndAes) {
     EXPECT_NE(klunortredi::csp::decryptKey(file, "1234"), nullptr);
 }
 
-TEST_F(Containers, AppearWholeWhenLetGo) {
-    Context making(gost, L"c", capi::CRYPT_NEWKEYSET);
+TEST_F(Containers, AreThereWholeWhenTheirFirstKeyPairIsReported) {
+    const Context making(gost, L"c", capi::CRYPT_NEWKEYSET);
+    EXPECT_FALSE(std::filesystem::exists(place("c.80")));
     unsigned long key = 0;
     ASSERT_TRUE(CryptGenKey(making.get(), capi::AT_KEYEXCHANGE, 0, &key));
     CryptDestroyKey(key);
-    EXPECT_FALSE(std::filesystem::exists(place("c.80")));
+    EXPECT_EQ(entries(), 1U);
+    EXPECT_THAT(Container::open({"c", gost}).damagedFiles(), testing::IsEmpty());
+}
+
+TEST_F(Containers, KeyPairThatCannotBePutInPlaceIsNotReported) {
+    Context making(gost, L"c", capi::CRYPT_NEWKEYSET);
+    std::filesystem::create_directories(place("c.80") / "in the way");
+    unsigned long key = 0;
+    EXPECT_TRUE(refused(CryptGenKey(making.get(), capi::AT_KEYEXCHANGE, 0, &key), capi::NTE_EXISTS));
+    EXPECT_TRUE(refused(CryptGetUserKey(making.get(), capi::AT_KEYEXCHANGE, &key), capi::NTE_NO_KEY));
+    std::filesystem::remove_all(place("c.80"));
+    ASSERT_TRUE(CryptGenKey(making.get(), capi::AT_KEYEXCHANGE, 0, &key)) << "with the cause gone, the same call works";
+    CryptDestroyKey(key);
     making.release();
-    EXPECT_TRUE(std::filesystem::exists(place("c.80")));
+    EXPECT_THAT(Container::open({"c", gost}).damagedFiles(), testing::IsEmpty());
     EXPECT_EQ(entries(), 1U);
 }
 
@@ -177,16 +190,16 @@ TEST_F(Containers, PublicKeyOfAnotherPairIsDamageThatCostsNoTry) {
     EXPECT_EQ(provNumber(context.get(), capi::PP_PIN_TRIES_REMAINING), klunortredi::csp::pinTryLimit);
 }
 
-TEST_F(Containers, DirectoryThatCannotBeSyncedCostsNoKey) {
+TEST_F(Containers, ChangeWhoseDirectoryCannotBeOpenedIsNotMade) {
     makeContainer(gost, L"c", "old");
     Container container = Container::open({"c", gost});
     const auto keys = container.unlock("old");
     {
         const test_support::OpenFileLimit enoughForAllButTheDirectory(2); // the lock, and one file at a time
-        container.changePin(keys, "new");
+        EXPECT_EQ(refusalOf([&] { container.changePin(keys, "new"); }), capi::ERROR_WRITE_FAULT);
     }
     EXPECT_THAT(Container::open({"c", gost}).damagedFiles(), testing::IsEmpty());
-    EXPECT_EQ(Container::open({"c", gost}).unlock("new").size(), 1U);
+    EXPECT_EQ(Container::open({"c", gost}).unlock("old").size(), 1U);
 }
 
 TEST_F(Containers, DamagedDescriptionIsReportedAndCanBeDeleted) {

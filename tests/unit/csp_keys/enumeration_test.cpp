@@ -104,7 +104,7 @@ TEST_F(Enumerations, SizeQueryIsForTheLongestName) {
     EXPECT_EQ(size, std::string("much longer").size() + 1);
 }
 
-TEST_F(Enumerations, ContainerBeingMadeIsCounted) {
+TEST_F(Enumerations, ContainerCountsFromItsFirstKeyPairOn) {
     const Context making(gost, L"new", capi::CRYPT_NEWKEYSET);
     EXPECT_TRUE(containerNames(gost, 0).empty()) << "it has no key yet";
     unsigned long key = 0;

@@ -84,14 +84,14 @@ TEST(Files, FullDiskLeavesTheOldContentsAndNothingElse) {
     EXPECT_EQ(files::errorCode(ENOSPC), capi::ERROR_DISK_FULL);
 }
 
-TEST(Files, DirectoryThatCannotBeSyncedIsToldAndTheNewContentsStand) {
+TEST(Files, DirectoryThatCannotBeOpenedToBeSyncedRefusesTheChange) {
     const test_support::TempFolder folder;
-    EXPECT_TRUE(files::writeAtomically(folder / "f", bytes("old")));
+    files::writeAtomically(folder / "f", bytes("old"));
     {
         const test_support::OpenFileLimit one(1);
-        EXPECT_FALSE(files::writeAtomically(folder / "f", bytes("new")));
+        EXPECT_THROW(files::writeAtomically(folder / "f", bytes("new")), ApiError);
     }
-    EXPECT_EQ(files::read(folder / "f"), bytes("new"));
+    EXPECT_EQ(files::read(folder / "f"), bytes("old"));
     EXPECT_EQ(folder.count(), 1U);
 }
 

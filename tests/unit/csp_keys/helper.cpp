@@ -3,7 +3,7 @@
 //   csp_keys_helper verify NAME PIN        judges a PIN; prints the error code, 0 for a right one
 //   csp_keys_helper verify-poor NAME PIN   the same with 8 MiB of memory more than the process has
 //   csp_keys_helper die-judging NAME PIN   dies as soon as the attempt is counted
-//   csp_keys_helper die-requesting NAME    makes a container with a key and dies before it lets it go
+//   csp_keys_helper die-requesting NAME    makes a container with a key and dies before it releases it
 //   csp_keys_helper request NAME PIN       makes a container
 //   csp_keys_helper change NAME OLD NEW    changes a PIN
 

@@ -227,7 +227,7 @@ TEST_F(Pins, OfADeletedContainerIsNotThatOfAnotherOneOfItsName) {
     EXPECT_EQ(helper({"verify", "c", "new"}).out, "0\n");
 }
 
-TEST_F(Pins, NewContainerTakesItsOneAlsoWhenAListingHasPutItIntoPlace) {
+TEST_F(Pins, NewContainerTakesItsOneAlsoAfterOthersHaveSeenIt) {
     const Context context(gost, L"c", capi::CRYPT_NEWKEYSET);
     ASSERT_TRUE(generates(context.get(), capi::AT_KEYEXCHANGE));
     ASSERT_EQ(containerNames(gost, 0), std::vector<std::string>{"c"});
