@@ -27,6 +27,10 @@ public:
     /// not opened. Throws CryptoException emptyProviderName.
     HCRYPTPROV(const std::wstring& container, const std::wstring& provider, crypto::IProvider::Type type,
                unsigned long flags, unsigned* error);
+    /// The same. Stores in `acquired` the name under which the container was found or made: `container`, or that with
+    /// the file-reader prefix. Left alone when nothing is acquired.
+    HCRYPTPROV(const std::wstring& container, const std::wstring& provider, crypto::IProvider::Type type,
+               unsigned long flags, unsigned* error, std::wstring& acquired);
     /// The provider's container, or, when it names none, a verification context that never shows a dialogue. Errors as
     /// above.
     HCRYPTPROV(const crypto::IProvider& provider, unsigned* error);

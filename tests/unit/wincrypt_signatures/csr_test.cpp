@@ -53,6 +53,22 @@ protected:
         return names;
     }
 
+    /// The calls about named containers, in order: what is acquired with which flags, and the release of a context.
+    static std::vector<std::string> contextCalls() {
+        std::vector<std::string> calls;
+        const std::string opening = "CryptAcquireContextW(&, \"";
+        for (const std::string& text : service().trace()) {
+            if (text.starts_with(opening)) {
+                const auto name = text.substr(opening.size(), text.find('"', opening.size()) - opening.size());
+                const auto flags = text.substr(text.rfind(' ') + 1);
+                calls.push_back("acquire " + name + ' ' + flags.substr(0, flags.size() - 1));
+            } else if (text == "CryptReleaseContext(context1, 0)") {
+                calls.emplace_back("release");
+            }
+        }
+        return calls;
+    }
+
     boost::shared_ptr<CsrCreatorParams> params_ = boost::make_shared<CsrCreatorParams>();
     std::vector<std::string> set_;
 };
@@ -201,6 +217,36 @@ TEST_F(CsrTest, ExistingContainerIsRefusedAndKept) {
     params_->container = L"box";
     EXPECT_EQ(thrownBy<SystemException>([&] { create(); }), at("create", code(capi::NTE_EXISTS)));
     EXPECT_THAT(containers(), ElementsAre(L"box"));
+}
+
+TEST_F(CsrTest, ContainerThatWasThereBeforeSurvivesAFailureUnderTheFileReadersPrefix) {
+    params_->container = L"box"; // refused as existing, then made under the prefix
+    service().failFunction("CryptSignAndEncodeCertificate", 5);
+    EXPECT_EQ(thrownBy<SystemException>([&] { create(); }), at("create", 5));
+    EXPECT_THAT(containers(), ElementsAre(L"box"));
+    EXPECT_THAT(contextCalls(), ElementsAre("acquire box 8", R"(acquire \\.\HDIMAGE\box 8)",
+                                            R"(acquire \\.\HDIMAGE\box 16)", "release"));
+}
+
+TEST_F(CsrTest, FailedRequestDeletesItsContainerBeforeTheNameIsFreeForOthers) {
+    service().failFunction("CryptGenKey", 5);
+    EXPECT_EQ(thrownBy<SystemException>([&] { create(); }), at("generateKey", 5));
+    EXPECT_THAT(contextCalls(), ElementsAre("acquire new 8", "acquire new 16", "release"));
+}
+
+TEST_F(CsrTest, ContainerThatIsNotDeletedWhileInUseIsDeletedAfterwards) {
+    service().failFunction("CryptGenKey", 5);
+    bool refusedOnce = false;
+    service().on.CryptAcquireContextW = [&](unsigned long* handle, const wchar_t* container, const wchar_t* provider,
+                                            DWORD type, DWORD flags) -> BOOL {
+        if (flags == capi::CRYPT_DELETEKEYSET && !std::exchange(refusedOnce, true)) {
+            return service_double::fail(capi::NTE_PERM);
+        }
+        return Defaults::CryptAcquireContextW(handle, container, provider, type, flags);
+    };
+    EXPECT_EQ(thrownBy<SystemException>([&] { create(); }), at("generateKey", 5));
+    EXPECT_THAT(containers(), ElementsAre(L"box"));
+    EXPECT_THAT(contextCalls(), ElementsAre("acquire new 8", "acquire new 16", "release", "acquire new 16"));
 }
 
 TEST_F(CsrTest, RefusalsTellTheUsersFromTheServices) {

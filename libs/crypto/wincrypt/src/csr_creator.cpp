@@ -166,35 +166,52 @@ std::string sign(const CsrCreatorParams& params, unsigned long hProv, std::strin
     }
 }
 
-/// Takes back a container whose request came to nothing; the failure that led here is the one to tell.
-void discard(const CsrCreatorParams& params) {
+/// Deletes the container of exactly that name; what made the request fail is what the caller reports. False when the
+/// service refuses for another reason than that there is none.
+bool deleted(const CsrCreatorParams& params, const std::wstring& name) {
     unsigned long none = 0;
-    CryptAcquireContextW(&none, params.container.c_str(), params.provider->name().c_str(), params.provider->type(),
-                         capi::CRYPT_DELETEKEYSET);
+    return CryptAcquireContextW(&none, name.c_str(), params.provider->name().c_str(), params.provider->type(),
+                                capi::CRYPT_DELETEKEYSET) != 0 ||
+           GetLastErrorEx() == capi::NTE_BAD_KEYSET;
 }
 
-/// Everything up to the signed request, in one context: releasing it completes the container.
+/// The key pair and the signed request for it.
+boost::shared_ptr<crypto::ICsrCreator::Result> fill(const CsrCreatorParams& params, const std::string& algorithm,
+                                                    const std::string& pin, std::string subject, unsigned long hProv) {
+    setAgreementAlgorithm(params, algorithm, hProv);
+    HCRYPTKEY key;
+    generateKey(params, hProv, key, pin);
+    auto result = boost::make_shared<crypto::ICsrCreator::Result>();
+    result->request = base64::encode(sign(params, hProv, std::move(subject)));
+    result->containerPath = plugin::converter::utf16_to_utf8(tools::exportContainerPath(hProv));
+    result->containerName = plugin::converter::utf16_to_utf8(tools::exportContainerName(hProv));
+    return result;
+}
+
+/// Everything up to the signed request, in one context. When it fails, the container that it made is deleted before its
+/// context is released, because the name is free for others afterwards. A service that refuses to delete a container in
+/// use leaves it: `left` is its name then.
 boost::shared_ptr<crypto::ICsrCreator::Result> make(const CsrCreatorParams& params, const std::string& pin,
-                                                    std::string subject, bool& created) {
+                                                    std::string subject, std::wstring& left) {
     const auto algorithm = getAgreementAlgorithm(*params.provider, params.paramSet);
     unsigned error = 0;
+    std::wstring made;
     const HCRYPTPROV context(params.container, params.provider->name(), params.provider->type(), capi::CRYPT_NEWKEYSET,
-                             &error);
+                             &error, made);
     if (acquisitionCancelled(error)) {
         raise(ApplicationException(ApplicationException::Code::cancelled), {file, "create"});
     }
     if (error != 0) {
         raise(SystemException(error), {file, "create"});
     }
-    created = static_cast<bool>(context);
-    setAgreementAlgorithm(params, algorithm, context.get());
-    HCRYPTKEY key;
-    generateKey(params, context.get(), key, pin);
-    auto result = boost::make_shared<crypto::ICsrCreator::Result>();
-    result->request = base64::encode(sign(params, context.get(), std::move(subject)));
-    result->containerPath = plugin::converter::utf16_to_utf8(tools::exportContainerPath(context.get()));
-    result->containerName = plugin::converter::utf16_to_utf8(tools::exportContainerName(context.get()));
-    return result;
+    try {
+        return fill(params, algorithm, pin, std::move(subject), context.get());
+    } catch (...) {
+        if (context && !made.empty() && !deleted(params, made)) {
+            left = made;
+        }
+        throw;
+    }
 }
 
 } // namespace
@@ -210,15 +227,15 @@ CsrCreator::create(const boost::shared_ptr<crypto::CsrCreatorParams>& params, co
     auto subject = csr::encodeSubject(params->subject);
     log::info("wincrypt: certificate request: provider: " + quotedName(params->provider->name()) +
               ", container: " + quotedName(params->container));
-    bool created = false;
+    std::wstring left;
     try {
-        auto result = internal::make(*params, pin, std::move(subject), created);
+        auto result = internal::make(*params, pin, std::move(subject), left);
         log::info("wincrypt: certificate request: done");
         return result;
     } catch (...) {
         log::info("wincrypt: certificate request: failed");
-        if (created) {
-            internal::discard(*params);
+        if (!left.empty()) {
+            static_cast<void>(internal::deleted(*params, left));
         }
         throw;
     }

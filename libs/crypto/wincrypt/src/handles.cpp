@@ -12,6 +12,7 @@
 #include "orvik/plugin/crypto/tools.hpp"
 
 #include <cstdint>
+#include <utility>
 
 namespace orvik::plugin::wincrypt {
 
@@ -33,8 +34,9 @@ void reportFailure(const std::wstring& provider, unsigned code, unsigned* error)
     }
 }
 
-void acquire(unsigned long& handle, const std::wstring& container, const std::wstring& provider, IProvider::Type type,
-             unsigned long flags, unsigned* error) {
+/// Returns the name under which the container was acquired; empty when there is none.
+std::wstring acquire(unsigned long& handle, const std::wstring& container, const std::wstring& provider,
+                     IProvider::Type type, unsigned long flags, unsigned* error) {
     if (provider.empty()) {
         constexpr int line = 65; // support staff and log filters know this failure by its line
         exception::raise(
@@ -42,21 +44,24 @@ void acquire(unsigned long& handle, const std::wstring& container, const std::ws
             {"scoped_handle", "operator()", line});
     }
     if (crypto::tools::isCNG(provider)) {
-        return;
+        return {};
     }
     const auto attempt = [&](const wchar_t* name) {
         return CryptAcquireContextW(&handle, name, provider.c_str(), type, static_cast<DWORD>(flags)) != 0;
     };
     if (attempt(container.empty() ? nullptr : container.c_str())) {
-        return;
+        return container;
     }
-    if (!container.empty() && isCryptoPro(provider) &&
-        attempt((crypto::constant::crypto_pro_file_reader_container_prefix_w + container).c_str())) {
-        return;
+    if (!container.empty() && isCryptoPro(provider)) {
+        std::wstring prefixed = crypto::constant::crypto_pro_file_reader_container_prefix_w + container;
+        if (attempt(prefixed.c_str())) {
+            return prefixed;
+        }
     }
     const unsigned code = GetLastErrorEx();
     handle = 0; // whatever a failed call may have left there is not ours
     reportFailure(provider, code, error);
+    return {};
 }
 
 unsigned long defaultFlags(const IProvider& provider) {
@@ -77,6 +82,18 @@ HCRYPTPROV::HCRYPTPROV(const std::wstring& container, const std::wstring& provid
                        unsigned long flags, unsigned* error)
     : scoped_handle([&](unsigned long& held) { internal::acquire(held, container, provider, type, flags, error); },
                     [this](unsigned long& held) { giveBack(held); }),
+      known_(true), cng_(false) {}
+
+HCRYPTPROV::HCRYPTPROV(const std::wstring& container, const std::wstring& provider, crypto::IProvider::Type type,
+                       unsigned long flags, unsigned* error, std::wstring& acquired)
+    : scoped_handle(
+          [&](unsigned long& held) {
+              auto name = internal::acquire(held, container, provider, type, flags, error);
+              if (held != 0) {
+                  acquired = std::move(name);
+              }
+          },
+          [this](unsigned long& held) { giveBack(held); }),
       known_(true), cng_(false) {}
 
 HCRYPTPROV::HCRYPTPROV(const crypto::IProvider& provider, unsigned* error)
