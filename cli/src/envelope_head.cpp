@@ -8,19 +8,24 @@
 #include "failure.hpp"
 #include "orvik/plugin/hex.hpp"
 #include "printable.hpp"
+#include "signature_shape.hpp"
 #include "text.hpp"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
+#include <string_view>
 
 namespace klunortredi::cli {
 
 namespace {
 
 namespace wincrypt = orvik::plugin::wincrypt;
+using namespace std::string_view_literals;
 using wincrypt::tools::RecipientName;
 
 constexpr std::size_t chunkSize = 64 * 1024;
+constexpr std::size_t headSize = 256; // octets that hold the content type, whatever the form of the lengths
 /// Recipients shown when none of them is ours: a message may have hundreds.
 constexpr std::size_t mostShown = 8;
 
@@ -37,13 +42,14 @@ BOOL dropOutput(const void* /*argument*/, BYTE* /*data*/, DWORD /*size*/, BOOL /
     throw failure;
 }
 
-void checkIsEnveloped(void* message, const std::string& what) {
-    DWORD type = 0;
-    DWORD size = sizeof type;
-    if (wincrypt::CryptMsgGetParam(message, capi::CMSG_TYPE_PARAM, 0, &type, &size) != 0 &&
-        type != capi::CMSG_ENVELOPED) {
+/// Refuses a message of another content type by its first octets: the service would read all of it before it fails.
+void checkIsEnveloped(std::string_view head, const std::string& what) {
+    constexpr std::string_view hint = "it is signed: see 'klunortredi verify --extract'";
+    constexpr std::array enveloped{"1.2.840.113549.1.7.3"sv, "1.2.840.113549.1.9.16.1.23"sv}; // RFC 5652, RFC 5083
+    const std::string type = contentTypeOf(head);
+    if (!type.empty() && std::ranges::find(enveloped, type) == enveloped.end()) {
         throw Failure(ExitCode::input, what, "it is not an encrypted message",
-                      type == capi::CMSG_SIGNED ? "it is signed: see 'klunortredi verify --extract'" : "");
+                      type == signedDataType ? std::string(hint) : otherMessage(head));
     }
 }
 
@@ -74,13 +80,11 @@ EnvelopeHead readEnvelopeHead(std::istream& message, const std::string& name) {
         message.read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
         const auto count = static_cast<std::size_t>(message.gcount());
         head.octets.append(chunk.data(), count);
+        checkIsEnveloped(std::string_view(head.octets).substr(0, headSize), what);
         if (wincrypt::CryptMsgUpdate(probe.get(), reinterpret_cast<const BYTE*>(chunk.data()),
                                      static_cast<DWORD>(count), count == 0 ? 1 : 0) == 0) {
-            const auto code = wincrypt::GetLastErrorEx();
-            checkIsEnveloped(probe.get(), what);
-            refuse(what, code);
+            refuse(what, wincrypt::GetLastErrorEx());
         }
-        checkIsEnveloped(probe.get(), what);
         try {
             head.recipients = wincrypt::tools::recipients(probe.get());
             head.cipherOid = cipherOf(probe.get());

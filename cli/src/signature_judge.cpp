@@ -5,6 +5,7 @@
 #include "counter_signatures.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
 #include "current_failure.hpp"
+#include "digest_message.hpp"
 #include "extraction.hpp"
 #include "input.hpp"
 #include "orvik/plugin/crypto/constant.hpp"
@@ -43,6 +44,9 @@ bool isDetached(const VerifyArguments& arguments, Input& input) {
     if (shape == SignatureShape::xml) {
         throw Failure(ExitCode::input, "cannot verify " + input.name(), "this is not a CMS message",
                       "try --format xmldsig");
+    }
+    if (contentTypeOf(input.peek(headSize)) == digestedDataType) {
+        throw Failure(ExitCode::input, "cannot verify " + input.name(), digestVerdict(input, arguments.content));
     }
     if (const std::string other = otherMessage(input.peek(headSize)); !other.empty()) {
         throw Failure(ExitCode::input, "cannot verify " + input.name(), other);

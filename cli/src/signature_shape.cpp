@@ -67,21 +67,25 @@ SignatureShape signatureShape(std::string_view octets) {
     return info.tag() == tagExplicit0 ? SignatureShape::attached : SignatureShape::detached;
 }
 
+std::string contentTypeOf(std::string_view octets) {
+    DerHead head(octets);
+    const auto oid = head.enter(tagSequence) ? head.take(tagOid) : std::nullopt;
+    return oid ? dottedOid(*oid) : std::string{};
+}
+
 std::string otherMessage(std::string_view octets) {
     constexpr struct {
-        const char* type;
+        std::string_view type;
         const char* words;
     } rows[] = {
         {"1.2.840.113549.1.7.1", "this is plain data (CMS Data), and nobody signed it"},
         {"1.2.840.113549.1.7.3", "this is an encrypted message (CMS EnvelopedData), not a signature"},
-        {"1.2.840.113549.1.7.5", "this is a digest (CMS DigestedData), which anybody can make, not a signature"},
+        {digestedDataType, "this is a digest (CMS DigestedData), which anybody can make, not a signature"},
         {"1.2.840.113549.1.7.6", "this is encrypted data (CMS EncryptedData), not a signature"},
         {"1.2.840.113549.1.9.16.1.2", "this is authenticated data (CMS AuthenticatedData), not a signature"},
         {"1.2.840.113549.1.9.16.1.23", "this is an encrypted message (CMS AuthEnvelopedData), not a signature"},
     };
-    DerHead head(octets);
-    const auto oid = head.enter(tagSequence) ? head.take(tagOid) : std::nullopt;
-    const std::string type = oid ? dottedOid(*oid) : std::string{};
+    const std::string type = contentTypeOf(octets);
     for (const auto& row : rows) {
         if (type == row.type) {
             return row.words;

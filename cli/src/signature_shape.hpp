@@ -17,6 +17,12 @@ enum class SignatureShape {
 /// message must be opened. A few hundred octets are enough for any real signature.
 SignatureShape signatureShape(std::string_view head);
 
+inline constexpr std::string_view signedDataType = "1.2.840.113549.1.7.2";   ///< RFC 5652, 5
+inline constexpr std::string_view digestedDataType = "1.2.840.113549.1.7.5"; ///< RFC 5652, 7
+
+/// The content type of the ContentInfo (RFC 5652, 3) that begins with `head`, dotted; empty for anything else.
+std::string contentTypeOf(std::string_view head);
+
 /// What a CMS message (RFC 5652) that is not a signature is, in words ("a digest ..."); empty for SignedData and for
 /// what is not such a message.
 std::string otherMessage(std::string_view head);

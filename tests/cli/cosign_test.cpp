@@ -172,7 +172,44 @@ TEST_F(Cosign, OtherMessagesAreSaidToBeNoSignature) {
         const Outcome cosigning = cosign({"other.cms", "--out", "none.cms"});
         EXPECT_EQ(cosigning.exit, 3);
         EXPECT_THAT(cosigning.err, HasSubstr(words));
+        const Outcome decrypting = place_->cli({"decrypt", "other.cms", "--out", "none"});
+        EXPECT_EQ(decrypting.exit, 3);
+        EXPECT_THAT(decrypting.err, HasSubstr("it is not an encrypted message"));
+        EXPECT_THAT(decrypting.err, HasSubstr(words));
     }
+}
+
+/// The verdict on other.cms, a digest made by openssl.
+Outcome judgedDigest(const Workplace& place, const Words& more) {
+    Words words{"verify", "other.cms"};
+    words.insert(words.end(), more.begin(), more.end());
+    return place.cli(words);
+}
+
+TEST_F(Cosign, ADigestIsCheckedAndSaidToBeSignedByNobody) {
+    const auto create = [&](const Words& more) {
+        Words command{"cms", "-digest_create", "-binary", "-md", "md_gost12_256", "-in", "report.txt"};
+        command.insert(command.end(), {"-outform", "DER", "-out", "other.cms"});
+        command.insert(command.end(), more.begin(), more.end());
+        place_->openssl().must(command);
+    };
+    create({"-nodetach"});
+    const Outcome right = judgedDigest(*place_, {});
+    EXPECT_EQ(right.exit, 3);
+    EXPECT_THAT(right.err, HasSubstr("the digest matches the content, but nobody signed it"));
+    std::string changed = place_->folder().read("other.cms");
+    changed.back() = static_cast<char>(changed.back() ^ 1);
+    place_->folder().write("other.cms", changed);
+    const Outcome wrong = judgedDigest(*place_, {});
+    EXPECT_EQ(wrong.exit, 3);
+    EXPECT_THAT(wrong.err, HasSubstr("the digest does not match the content, and nobody signed it"));
+    changed.resize(changed.size() - 1);
+    place_->folder().write("other.cms", changed);
+    EXPECT_THAT(judgedDigest(*place_, {}).err, HasSubstr("the digest was not checked"));
+    place_->folder().write("elsewhere.txt", "other");
+    create({"-nodetach"});
+    EXPECT_THAT(judgedDigest(*place_, {"--content", "report.txt"}).err, HasSubstr("the digest matches"));
+    EXPECT_THAT(judgedDigest(*place_, {"--content", "elsewhere.txt"}).err, HasSubstr("does not match"));
 }
 
 TEST_F(Cosign, NamesTheSignerByKeyIdentifierAndSignsWithPss) {

@@ -3,6 +3,8 @@
 #include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "messages/cms_types.hpp"
+#include "messages/data_decoder.hpp"
+#include "messages/digested_decoder.hpp"
 #include "messages/enveloped_decoder.hpp"
 #include "messages/signed_decoder.hpp"
 
@@ -21,6 +23,8 @@ struct Row {
     DWORD type;
 };
 constexpr std::array rows{
+    Row{oid::data, capi::CMSG_DATA},
+    Row{oid::digestedData, capi::CMSG_HASHED},
     Row{oid::signedData, capi::CMSG_SIGNED},
     Row{oid::envelopedData, capi::CMSG_ENVELOPED},
     Row{oid::authEnvelopedData, capi::CMSG_ENVELOPED},
@@ -91,16 +95,21 @@ void AnyDecoder::doUpdate(ByteView piece, bool final) {
 }
 
 std::shared_ptr<Message> makeDecoder(DWORD type, bool detached, const std::optional<StreamOutput>& stream) {
+    const bool neverDetached = type == capi::CMSG_DATA || type == capi::CMSG_ENVELOPED;
+    if (detached && neverDetached) {
+        fail(capi::NTE_BAD_FLAGS);
+    }
     switch (type) {
     case typeFromData:
         return std::make_shared<AnyDecoder>(detached, stream);
+    case capi::CMSG_DATA:
+        return std::make_shared<DataDecoder>(stream);
     case capi::CMSG_SIGNED:
         return std::make_shared<SignedDecoder>(detached, stream);
     case capi::CMSG_ENVELOPED:
-        if (detached) {
-            fail(capi::NTE_BAD_FLAGS);
-        }
         return std::make_shared<EnvelopedDecoder>(stream);
+    case capi::CMSG_HASHED:
+        return std::make_shared<DigestedDecoder>(detached, stream);
     default:
         fail(capi::CRYPT_E_INVALID_MSG_TYPE);
     }

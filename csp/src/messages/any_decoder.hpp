@@ -34,7 +34,7 @@ private:
 };
 
 /// A decoder of messages of `type` (CMSG_...; 0: found out from the message). Throws ApiError: CRYPT_E_INVALID_MSG_TYPE
-/// for a type that is not read, NTE_BAD_FLAGS for detached enveloped data.
+/// for a type that is not read, NTE_BAD_FLAGS for detached enveloped or plain data.
 std::shared_ptr<Message> makeDecoder(DWORD type, bool detached, const std::optional<StreamOutput>& stream);
 
 } // namespace klunortredi::csp

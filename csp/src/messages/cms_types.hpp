@@ -14,6 +14,7 @@ namespace oid {
 inline constexpr std::string_view data = "1.2.840.113549.1.7.1";
 inline constexpr std::string_view signedData = "1.2.840.113549.1.7.2";
 inline constexpr std::string_view envelopedData = "1.2.840.113549.1.7.3";
+inline constexpr std::string_view digestedData = "1.2.840.113549.1.7.5";
 inline constexpr std::string_view authEnvelopedData = "1.2.840.113549.1.9.16.1.23"; // RFC 5083
 inline constexpr std::string_view contentType = "1.2.840.113549.1.9.3";
 inline constexpr std::string_view messageDigest = "1.2.840.113549.1.9.4";

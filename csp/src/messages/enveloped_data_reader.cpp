@@ -8,6 +8,8 @@ namespace klunortredi::csp {
 
 namespace {
 
+using structure::none;
+using structure::octetString;
 using structure::Presence;
 using structure::Row;
 using structure::Treatment;
@@ -33,32 +35,26 @@ enum Node : structure::Node {
     UnauthenticatedAttributes,
 };
 
-constexpr std::uint8_t sequence = 0x30;
-constexpr std::uint8_t setOf = 0x31;
-constexpr std::uint8_t octetString = 0x04;
-constexpr std::uint8_t constructedOctetString = 0x24;
-constexpr std::size_t none = 0;
-
 // Both kinds in one table. Which of the members after the content belong to which kind is looked at in `kept`.
 // clang-format off
 constexpr auto grammar = std::to_array<Row>({
-    {Outside, ContentInfo, {sequence}, Presence::Required, Treatment::Descend, none},
-    {ContentInfo, ContentType, {0x06}, Presence::Required, Treatment::Keep, limits::smallElement},
+    {Outside, ContentInfo, {der::tag::Sequence}, Presence::Required, Treatment::Descend, none},
+    {ContentInfo, ContentType, {der::tag::ObjectIdentifier}, Presence::Required, Treatment::Keep, limits::smallElement},
     {ContentInfo, ExplicitContent, {0xA0}, Presence::Required, Treatment::Descend, none},
-    {ExplicitContent, EnvelopedData, {sequence}, Presence::Required, Treatment::Descend, none},
-    {EnvelopedData, Version, {0x02}, Presence::Required, Treatment::Keep, limits::smallElement},
+    {ExplicitContent, EnvelopedData, {der::tag::Sequence}, Presence::Required, Treatment::Descend, none},
+    {EnvelopedData, Version, {der::tag::Integer}, Presence::Required, Treatment::Keep, limits::smallElement},
     {EnvelopedData, OriginatorInfo, {0xA0}, Presence::Optional, Treatment::Skip, limits::retainedOctets},
-    {EnvelopedData, RecipientInfos, {setOf}, Presence::Required, Treatment::Descend, none},
-    {EnvelopedData, EncryptedContentInfo, {sequence}, Presence::Required, Treatment::Descend, none},
+    {EnvelopedData, RecipientInfos, {der::tag::Set}, Presence::Required, Treatment::Descend, none},
+    {EnvelopedData, EncryptedContentInfo, {der::tag::Sequence}, Presence::Required, Treatment::Descend, none},
     {EnvelopedData, Attributes, {0xA1}, Presence::Optional, Treatment::Keep, limits::signedAttributes},
-    {EnvelopedData, Mac, {octetString, constructedOctetString}, Presence::Optional, Treatment::Keep, limits::smallElement},
+    {EnvelopedData, Mac, octetString, Presence::Optional, Treatment::Keep, limits::smallElement},
     {EnvelopedData, UnauthenticatedAttributes, {0xA2}, Presence::Optional, Treatment::Skip, limits::signedAttributes},
-    {RecipientInfos, RecipientInfoElement, {sequence, 0xA1, 0xA2, 0xA3, 0xA4}, Presence::Repeated, Treatment::Keep, limits::recipientInfo},
-    {EncryptedContentInfo, EncryptedContentType, {0x06}, Presence::Required, Treatment::Keep, limits::smallElement},
-    {EncryptedContentInfo, Algorithm, {sequence}, Presence::Required, Treatment::Keep, limits::smallElement},
+    {RecipientInfos, RecipientInfoElement, {der::tag::Sequence, 0xA1, 0xA2, 0xA3, 0xA4}, Presence::Repeated, Treatment::Keep, limits::recipientInfo},
+    {EncryptedContentInfo, EncryptedContentType, {der::tag::ObjectIdentifier}, Presence::Required, Treatment::Keep, limits::smallElement},
+    {EncryptedContentInfo, Algorithm, {der::tag::Sequence}, Presence::Required, Treatment::Keep, limits::smallElement},
     {EncryptedContentInfo, EncryptedContent, {0x80, 0xA0}, Presence::Required, Treatment::Descend, none},
-    {EncryptedContent, Segment, {octetString, constructedOctetString}, Presence::Repeated, Treatment::Descend, none},
-    {Segment, Segment, {octetString, constructedOctetString}, Presence::Repeated, Treatment::Descend, none},
+    {EncryptedContent, Segment, octetString, Presence::Repeated, Treatment::Descend, none},
+    {Segment, Segment, octetString, Presence::Repeated, Treatment::Descend, none},
 });
 // clang-format on
 
@@ -124,7 +120,7 @@ void EnvelopedDataReader::content(ByteView piece) {
     listener_.ciphertext(piece);
 }
 
-void EnvelopedDataReader::ended(structure::Node node) {
+void EnvelopedDataReader::ended(structure::Node node, std::uint64_t /*position*/) {
     if (node == EnvelopedData && parts_.authEnveloped != hasMac_) {
         fail(capi::CRYPT_E_ASN1_CORRUPT);
     }

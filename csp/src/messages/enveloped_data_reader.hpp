@@ -52,7 +52,7 @@ public:
 private:
     void kept(structure::Node node, Bytes&& element) override;
     void content(ByteView piece) override;
-    void ended(structure::Node node) override;
+    void ended(structure::Node node, std::uint64_t position) override;
 
     void addRecipients(ByteView element);
     void attributes(Bytes&& element);

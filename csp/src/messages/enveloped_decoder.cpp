@@ -3,8 +3,8 @@
 #include "asn1/der.hpp"
 #include "core/error.hpp"
 #include "keys/context.hpp"
+#include "messages/controls.hpp"
 #include "messages/enveloped_params.hpp"
-#include "messages/limits.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -50,7 +50,7 @@ Bytes macOf(const std::vector<Attribute>& attributes) {
 
 } // namespace
 
-EnvelopedDecoder::EnvelopedDecoder(std::optional<StreamOutput> stream) : stream_(stream), reader_(*this) {}
+EnvelopedDecoder::EnvelopedDecoder(std::optional<StreamOutput> stream) : output_(stream), reader_(*this) {}
 
 const EnvelopedDataParts& EnvelopedDecoder::head() const {
     if (!reader_.headRead()) {
@@ -74,13 +74,11 @@ DWORD EnvelopedDecoder::recipientIndex() const {
 }
 
 ByteView EnvelopedDecoder::content() const {
-    if (stream_) {
-        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
-    }
+    const ByteView plaintext = output_.onePiece();
     if (stage_ != Stage::Decrypted) {
         fail(capi::CRYPT_E_NOT_DECRYPTED);
     }
-    return content_;
+    return plaintext;
 }
 
 void EnvelopedDecoder::doUpdate(ByteView piece, bool final) {
@@ -115,17 +113,10 @@ void EnvelopedDecoder::doControl(DWORD type, const void* parameters) {
     if (parameters == nullptr) {
         fail(capi::ERROR_INVALID_PARAMETER);
     }
-    switch (type) {
-    case capi::CMSG_CTRL_DECRYPT:
-        unlock(*static_cast<const CMSG_CTRL_DECRYPT_PARA*>(parameters));
-        return;
-    case capi::CMSG_CTRL_VERIFY_SIGNATURE:
-    case capi::CMSG_CTRL_VERIFY_SIGNATURE_EX:
-    case capi::CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR:
-        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
-    default:
-        fail(capi::CRYPT_E_CONTROL_TYPE);
+    if (type != capi::CMSG_CTRL_DECRYPT) {
+        refuseControl(type);
     }
+    unlock(*static_cast<const CMSG_CTRL_DECRYPT_PARA*>(parameters));
 }
 
 /// A key that cannot be had, or that authenticated content refuses, leaves the message as it was: another recipient's
@@ -185,7 +176,7 @@ void EnvelopedDecoder::finish() {
     stage_ = Stage::Failed;
     plaintext_.clear();
     decryptor_->finish(tag(), plaintext_);
-    give(plaintext_, true);
+    output_.add(plaintext_, true);
     decryptor_.reset();
     stage_ = Stage::Decrypted;
 }
@@ -227,20 +218,9 @@ void EnvelopedDecoder::decrypt(ByteView piece) {
         plaintext_.clear();
         decryptor_->update(part, plaintext_);
         if (!plaintext_.empty()) {
-            give(plaintext_);
+            output_.add(plaintext_);
         }
     }
-}
-
-void EnvelopedDecoder::give(ByteView plaintext, bool final) {
-    if (stream_) {
-        stream_->write(plaintext, final);
-        return;
-    }
-    if (plaintext.size() > limits::onePiece - content_.size()) {
-        fail(capi::CRYPT_E_ASN1_LARGE);
-    }
-    der::append(content_, plaintext);
 }
 
 } // namespace klunortredi::csp

@@ -4,6 +4,7 @@
 
 #include "crypto/content_cipher.hpp"
 #include "messages/ciphertext_spool.hpp"
+#include "messages/content_output.hpp"
 #include "messages/enveloped_data_reader.hpp"
 #include "messages/handles.hpp"
 
@@ -56,9 +57,8 @@ private:
     [[nodiscard]] std::unique_ptr<ContentDecryptor> newDecryptor(ByteView key) const;
     [[nodiscard]] Bytes tag() const;
     void decrypt(ByteView piece);
-    void give(ByteView plaintext, bool final = false);
 
-    const std::optional<StreamOutput> stream_;
+    ContentOutput output_;
     EnvelopedDataReader reader_;
     CiphertextSpool spool_;
     Stage stage_ = Stage::Locked;
@@ -68,7 +68,6 @@ private:
     DWORD recipientIndex_ = 0;
     std::unique_ptr<ContentDecryptor> decryptor_; ///< of content that is not authenticated
     Bytes plaintext_;                             ///< of one piece
-    Bytes content_;
 };
 
 } // namespace klunortredi::csp

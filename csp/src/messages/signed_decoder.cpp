@@ -3,6 +3,7 @@
 #include "asn1/definite.hpp"
 #include "asn1/der.hpp"
 #include "core/error.hpp"
+#include "messages/controls.hpp"
 #include "messages/limits.hpp"
 #include "messages/signed_controls.hpp"
 #include "messages/signed_params.hpp"
@@ -64,13 +65,6 @@ bool isCrl(ByteView choice) {
     }
 }
 
-void keepWithinOnePiece(Bytes& kept, ByteView piece) {
-    if (piece.size() > limits::onePiece - kept.size()) {
-        fail(capi::CRYPT_E_ASN1_LARGE);
-    }
-    der::append(kept, piece);
-}
-
 Bytes joined(const std::vector<Bytes>& elements) {
     Bytes all;
     for (const Bytes& element : elements) {
@@ -87,7 +81,7 @@ Bytes optionalSet(unsigned number, const std::vector<Bytes>& members) {
 } // namespace
 
 SignedDecoder::SignedDecoder(bool detached, std::optional<StreamOutput> stream)
-    : detached_(detached), stream_(stream), reader_(*this) {}
+    : streamed_(stream.has_value()), reader_(*this), content_(detached, stream) {}
 
 std::vector<Bytes> SignedDecoder::certificates() const {
     return copies(certificateViews());
@@ -114,15 +108,8 @@ const CarriedCertificates& SignedDecoder::carriedCertificates() const {
     return *carried_;
 }
 
-ByteView SignedDecoder::content() const {
-    if (stream_) {
-        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
-    }
-    return content_;
-}
-
 Bytes SignedDecoder::encoded() const {
-    if (stream_) {
+    if (streamed_) {
         fail(capi::CRYPT_E_INVALID_MSG_TYPE);
     }
     if (!changed_) {
@@ -139,26 +126,21 @@ Bytes SignedDecoder::encoded() const {
 }
 
 void SignedDecoder::requireRead() const {
-    if (stage_ == Stage::Message) {
+    if (!read_) {
         fail(capi::CRYPT_E_STREAM_MSG_NOT_READY);
     }
 }
 
 void SignedDecoder::doUpdate(ByteView piece, bool final) {
-    switch (stage_) {
-    case Stage::Message:
+    if (read_) {
+        content_.beside(piece, final);
+    } else {
         feedMessage(piece, final);
-        return;
-    case Stage::DetachedContent:
-        feedDetachedContent(piece, final);
-        return;
-    case Stage::Read:
-        fail(capi::CRYPT_E_MSG_ERROR);
     }
 }
 
 void SignedDecoder::feedMessage(ByteView piece, bool final) {
-    if (!stream_) {
+    if (!streamed_) {
         keepWithinOnePiece(encoded_, piece);
     }
     reader_.feed(piece);
@@ -174,40 +156,19 @@ void SignedDecoder::feedMessage(ByteView piece, bool final) {
         signers_.push_back(decodeSignerInfo(signerInfo));
     }
     signerInfos_ = parts.signerInfos;
-    embedded_.finish();
-    if (stream_ && !detached_) {
-        stream_->write({}, true);
-    }
-    stage_ = detached_ ? Stage::DetachedContent : Stage::Read;
-}
-
-void SignedDecoder::feedDetachedContent(ByteView piece, bool final) {
-    contentFed_ = true;
-    fed_.update(piece);
-    if (final) {
-        fed_.finish();
-        stage_ = Stage::Read;
-    }
+    content_.messageEnds(parts.hasContent);
+    read_ = true;
 }
 
 void SignedDecoder::contentBegins(const SignedDataParts& parts) {
     contentType_ = decodeOid(parts.eContentType);
     for (const Bytes& algorithm : parts.digestAlgorithms) {
-        const AlgorithmId id = decodeAlgorithm(algorithm);
-        embedded_.add(id.oid);
-        if (detached_) {
-            fed_.add(id.oid);
-        }
+        content_.hashWith(decodeAlgorithm(algorithm).oid);
     }
 }
 
 void SignedDecoder::content(ByteView piece) {
-    embedded_.update(piece);
-    if (!stream_) {
-        keepWithinOnePiece(content_, piece);
-    } else if (!detached_) {
-        stream_->write(piece);
-    }
+    content_.embedded(piece);
 }
 
 void SignedDecoder::doParam(DWORD type, DWORD index, void* data, DWORD* size) {
@@ -222,50 +183,23 @@ void SignedDecoder::doControl(DWORD type, const void* parameters) {
     }
     switch (type) {
     case capi::CMSG_CTRL_VERIFY_SIGNATURE:
-        endEmptyContent();
+        content_.endUnfed();
         verifyNamedSigner(*this, *static_cast<const CERT_INFO*>(parameters));
         return;
     case capi::CMSG_CTRL_VERIFY_SIGNATURE_EX:
-        endEmptyContent();
+        content_.endUnfed();
         verifySigner(*this, *static_cast<const CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA*>(parameters));
         return;
     case capi::CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR:
         addUnsignedAttribute(static_cast<const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA*>(parameters));
         return;
-    case capi::CMSG_CTRL_DECRYPT:
-        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
     default:
-        fail(capi::CRYPT_E_CONTROL_TYPE);
+        refuseControl(type);
     }
-}
-
-const ContentHasher& SignedDecoder::signedContent() const {
-    const bool embedded = reader_.parts().hasContent;
-    if (!detached_) {
-        if (!embedded) {
-            fail(capi::CRYPT_E_STREAM_MSG_NOT_READY);
-        }
-        return embedded_;
-    }
-    if (stage_ == Stage::DetachedContent) {
-        fail(capi::CRYPT_E_STREAM_MSG_NOT_READY);
-    }
-    // A message that brings content of its own vouches for no other.
-    if (embedded && !(embedded_ == fed_)) {
-        fail(capi::CRYPT_E_HASH_VALUE);
-    }
-    return fed_;
 }
 
 const Bytes& SignedDecoder::contentHash(const SignerInfo& signer) const {
     return signedContent().value(signer.digest.oid);
-}
-
-/// A caller with an empty file has nothing to feed.
-void SignedDecoder::endEmptyContent() {
-    if (stage_ == Stage::DetachedContent && !contentFed_) {
-        feedDetachedContent({}, true);
-    }
 }
 
 void SignedDecoder::addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA* parameters) {

@@ -3,7 +3,7 @@
 /// A SignedData message being read.
 
 #include "messages/carried_certificates.hpp"
-#include "messages/content_hasher.hpp"
+#include "messages/covered_content.hpp"
 #include "messages/handles.hpp"
 #include "messages/signed_data_reader.hpp"
 #include "messages/signer_info.hpp"
@@ -35,11 +35,11 @@ public:
     [[nodiscard]] const Bytes& contentHash(const SignerInfo& signer) const;
     /// The hashes of what the signatures are about. ApiError: CRYPT_E_STREAM_MSG_NOT_READY without content,
     /// CRYPT_E_HASH_VALUE when the message brings content that differs from the detached one.
-    [[nodiscard]] const ContentHasher& signedContent() const;
+    [[nodiscard]] const ContentHasher& signedContent() const { return content_.hashes(); }
     /// The certificates, decoded at the first call. Lives as long as the message.
     [[nodiscard]] const CarriedCertificates& carriedCertificates() const;
     /// The content, when this message has it in one piece; ApiError(CRYPT_E_INVALID_MSG_TYPE) when it does not.
-    [[nodiscard]] ByteView content() const;
+    [[nodiscard]] ByteView content() const { return content_.onePiece(); }
     /// The whole message; with definite lengths where an attribute was added. Errors as of `content`.
     [[nodiscard]] Bytes encoded() const;
 
@@ -51,16 +51,11 @@ private:
     void content(ByteView piece) override;
 
     void feedMessage(ByteView piece, bool final);
-    void feedDetachedContent(ByteView piece, bool final);
     void requireRead() const;
-    void endEmptyContent();
     void addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA* parameters);
 
-    enum class Stage { Message, DetachedContent, Read };
-
-    const bool detached_;
-    const std::optional<StreamOutput> stream_;
-    Stage stage_ = Stage::Message;
+    const bool streamed_;
+    bool read_ = false; ///< the message, to its end
     SignedDataReader reader_;
     std::vector<SignerInfo> signers_;
     std::vector<Bytes> signerInfos_; ///< encoded, with definite lengths
@@ -68,11 +63,8 @@ private:
     std::vector<ByteView> crlViews_;
     mutable std::unique_ptr<CarriedCertificates> carried_;
     std::string contentType_;
-    ContentHasher embedded_;
-    ContentHasher fed_;
-    bool contentFed_ = false;
+    CoveredContent content_;
     bool changed_ = false;
-    Bytes content_;
     Bytes encoded_;
 };
 

@@ -7,7 +7,12 @@ target_sources(klunortredi_csp_core PRIVATE
     src/messages/ciphertext_spool.cpp
     src/messages/cms_types.cpp
     src/messages/content_hasher.cpp
+    src/messages/content_output.cpp
     src/messages/counter_signatures.cpp
+    src/messages/controls.cpp
+    src/messages/covered_content.cpp
+    src/messages/data_decoder.cpp
+    src/messages/digested_decoder.cpp
     src/messages/enveloped_data_reader.cpp
     src/messages/enveloped_data_writer.cpp
     src/messages/enveloped_decoder.cpp

@@ -57,6 +57,7 @@ TlvHandler::Content StructureReader::begin(const TlvElement& element) {
     parent.nextRow = row.presence == Presence::Repeated ? index : index + 1;
     open_.push_back({row.node, firstRow(row.node)});
     if (row.treatment == Treatment::Descend) {
+        listener_.began(row.node, element.position);
         return Content::Members;
     }
     if (element.length > row.limit) {
@@ -77,7 +78,7 @@ void StructureReader::octets(ByteView piece) {
     }
 }
 
-void StructureReader::end(ByteView endOfContents, std::uint64_t /*position*/) {
+void StructureReader::end(ByteView endOfContents, std::uint64_t position) {
     if (takingDepth_ > 0) {
         take(endOfContents);
         if (--takingDepth_ > 0) {
@@ -90,7 +91,7 @@ void StructureReader::end(ByteView endOfContents, std::uint64_t /*position*/) {
     requireNoMore(open_.back());
     const structure::Node node = open_.back().node;
     open_.pop_back();
-    listener_.ended(node);
+    listener_.ended(node, position);
 }
 
 void StructureReader::take(ByteView octets) {
@@ -99,16 +100,20 @@ void StructureReader::take(ByteView octets) {
         fail(capi::CRYPT_E_ASN1_LARGE);
     }
     retained_ += octets.size();
-    if (taking_->treatment == Treatment::Keep) {
+    if (taking_->treatment != Treatment::Skip) {
         capture_.insert(capture_.end(), octets.begin(), octets.end());
     }
 }
 
 void StructureReader::taken() {
-    if (taking_->treatment == Treatment::Keep) {
-        const Bytes element = std::exchange(capture_, {});
-        listener_.kept(taking_->node, toDefinite(element));
+    if (taking_->treatment == Treatment::Skip) {
+        return;
     }
+    Bytes element = std::exchange(capture_, {});
+    if (taking_->treatment == Treatment::Keep) {
+        element = toDefinite(element);
+    }
+    listener_.kept(taking_->node, std::move(element));
 }
 
 } // namespace klunortredi::csp

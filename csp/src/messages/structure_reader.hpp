@@ -22,15 +22,23 @@ inline constexpr Node outside = 0;
 enum class Presence : std::uint8_t { Required, Optional, Repeated };
 enum class Treatment : std::uint8_t {
     Descend, ///< its members are matched in turn; the octets of a primitive one are content
-    Keep,    ///< handed out whole
+    Keep,    ///< handed out whole, with definite lengths and octet strings in one piece
+    KeepRaw, ///< handed out whole, as it came: what is signed or hashed as it stands
     Skip     ///< counted, and not kept
 };
+
+/// First identifier octets that an element may have, zero-filled.
+using Identifiers = std::array<std::uint8_t, 5>;
+/// An OCTET STRING in one piece or in segments.
+inline constexpr Identifiers octetString{0x04, 0x24};
+/// The limit of an element that is descended into.
+inline constexpr std::size_t none = 0;
 
 /// A member that may stand in `parent`; the members of one parent are listed in their order.
 struct Row {
     Node parent;
     Node node;
-    std::array<std::uint8_t, 5> identifiers; ///< accepted first identifier octets, zero-filled
+    Identifiers identifiers;
     Presence presence;
     Treatment treatment;
     std::size_t limit; ///< octets of a kept or skipped element
@@ -46,12 +54,14 @@ public:
     StructureListener& operator=(const StructureListener&) = delete;
     virtual ~StructureListener() = default;
 
-    /// A kept element, whole, with definite lengths and octet strings in one piece.
+    /// A kept element, whole.
     virtual void kept(structure::Node node, Bytes&& element) = 0;
     /// Octets of a primitive element that is not kept.
     virtual void content(ByteView piece) = 0;
-    /// A constructed element that is descended into has ended.
-    virtual void ended(structure::Node node) = 0;
+    /// An element that is descended into begins at `position`, counted from the message's start.
+    virtual void began(structure::Node /*node*/, std::uint64_t /*position*/) {}
+    /// An element that is descended into has ended before `position`.
+    virtual void ended(structure::Node /*node*/, std::uint64_t /*position*/) {}
 };
 
 class StructureReader final : private TlvHandler {

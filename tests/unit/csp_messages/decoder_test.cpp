@@ -199,7 +199,8 @@ TEST_F(Decoder, KeepsFailingWithTheCodeOfTheFirstFailure) {
 }
 
 TEST_F(Decoder, TellsOtherKindsOfMessages) {
-    for (const char* const type : {"1.2.840.113549.1.7.1", "1.2.840.113549.1.7.5"}) {
+    // EncryptedData, AuthenticatedData
+    for (const char* const type : {"1.2.840.113549.1.7.6", "1.2.840.113549.1.9.16.1.2"}) {
         const Bytes other =
             der::sequence({der::objectIdentifier(type), der::explicitTag(0, der::octetString(content))});
         EXPECT_EQ(Msg::decode().feed(other), capi::CRYPT_E_INVALID_MSG_TYPE) << type;
@@ -316,7 +317,8 @@ TEST(MessageHandle, OpeningRefusesWhatItDoesNotKnow) {
     EXPECT_EQ(error(capi::X509_AND_PKCS_7, 0, capi::CMSG_ENVELOPED, nullptr), 0U);
     EXPECT_EQ(error(capi::X509_AND_PKCS_7, capi::CMSG_DETACHED_FLAG, capi::CMSG_ENVELOPED, nullptr),
               capi::NTE_BAD_FLAGS);
-    EXPECT_EQ(error(capi::X509_AND_PKCS_7, 0, capi::CMSG_HASHED, nullptr), capi::CRYPT_E_INVALID_MSG_TYPE);
+    constexpr DWORD encrypted = 6; // EncryptedData
+    EXPECT_EQ(error(capi::X509_AND_PKCS_7, 0, encrypted, nullptr), capi::CRYPT_E_INVALID_MSG_TYPE);
     EXPECT_EQ(error(capi::X509_AND_PKCS_7, 0, 0, &noCallback), capi::ERROR_INVALID_PARAMETER);
 }
 
