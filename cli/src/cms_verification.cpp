@@ -106,7 +106,7 @@ std::vector<SignerVerdict> CmsVerification::check() {
     wincrypt::tools::VerifyHooks hooks;
     hooks.certificate = outside_;
     hooks.inspect = [this](void* message) {
-        verdict_.signers = readSigners(message);
+        verdict_.signers = readSigners(message, offered_ == nullptr ? std::vector<std::string>{} : *offered_);
         if (arguments_.chain) {
             verdict_.certificates = readCertificates(message);
             verdict_.crls = readCrls(message);

@@ -34,6 +34,8 @@ public:
     /// (other content, a certificate that no signer has), else valid: the caller decides which signers are required.
     /// Throws Failure and SystemException when the message or its content cannot be read.
     Verdict run();
+    /// DER of certificates beside the message, among which those of time-stamp authorities may be. They outlive this.
+    void offerCertificates(const std::vector<std::string>& certificates) { offered_ = &certificates; }
     /// Shows the content of an attached signature to `watcher` as it passes, before anything is known of its validity.
     /// What it throws ends run().
     void watchContent(std::function<void(std::string_view octets)> watcher) { watcher_ = std::move(watcher); }
@@ -55,6 +57,7 @@ private:
     Input& signature_;
     bool detached_;
     CertificatePtr outside_;
+    const std::vector<std::string>* offered_ = nullptr;
     std::unique_ptr<Input> content_;
     std::unique_ptr<Comparison> comparison_;
     std::unique_ptr<Extraction> extraction_;

@@ -39,11 +39,6 @@ KeyKind kindOf(const ICertificate& certificate) {
     return row == keyRows.end() ? KeyKind::other : row->kind;
 }
 
-Failure unfit(const ICertificate& certificate, const std::string& why) {
-    return {ExitCode::service, "cannot encrypt for " + titleOf(certificate), why,
-            "--any-certificate encrypts nevertheless"};
-}
-
 /// The stores where certificates of others are, and our own.
 std::vector<CertificatePtr> knownCertificates() {
     std::vector<CertificatePtr> all;
@@ -68,20 +63,21 @@ CertificatePtr findRecipient(const std::string& to) {
     return findCertificate(knownCertificates(), to, "the stores my, addressbook and ca");
 }
 
-void checkFitToEncryptFor(const ICertificate& certificate) {
+std::string unfitnessToEncryptFor(const ICertificate& certificate) {
     const auto now = boost::posix_time::second_clock::universal_time();
     if (now > certificate.notAfter()) {
-        throw unfit(certificate, "the certificate expired on " + text::time(certificate.notAfter()));
+        return "the certificate expired on " + text::time(certificate.notAfter());
     }
     if (now < certificate.notBefore()) {
-        throw unfit(certificate, "the certificate is not valid before " + text::time(certificate.notBefore()));
+        return "the certificate is not valid before " + text::time(certificate.notBefore());
     }
     constexpr unsigned encrypts = capi::CERT_KEY_ENCIPHERMENT_KEY_USAGE | capi::CERT_DATA_ENCIPHERMENT_KEY_USAGE |
                                   capi::CERT_KEY_AGREEMENT_KEY_USAGE;
     const auto usage = certificate.keyUsage();
     if (usage && (*usage & encrypts) == 0) {
-        throw unfit(certificate, "its key usage is " + text::joined(text::keyUsage(*usage)) + ", not encryption");
+        return "its key usage is " + text::joined(text::keyUsage(*usage)) + ", not encryption";
     }
+    return {};
 }
 
 const ContentCipher& chooseCipher(const std::vector<CertificatePtr>& recipients, const std::string& name) {

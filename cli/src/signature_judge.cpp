@@ -61,7 +61,8 @@ bool isDetached(const VerifyArguments& arguments, Input& input) {
     return detached;
 }
 
-Verdict verifyXmlDocument(const VerifyArguments& arguments, Input& input, const CertificatePtr& given) {
+Verdict verifyXmlDocument(const VerifyArguments& arguments, Input& input, const CertificatePtr& given,
+                          const std::vector<std::string>& further) {
     const std::pair<const char*, bool> ofMessages[] = {{"--content", !arguments.content.empty()},
                                                        {"--extract", !arguments.extract.empty()}};
     for (const auto& [option, isGiven] : ofMessages) {
@@ -70,7 +71,7 @@ Verdict verifyXmlDocument(const VerifyArguments& arguments, Input& input, const 
                           std::string(option) + " is not for signed XML documents");
         }
     }
-    XmlVerdict xml = verifyXml(input, arguments.allowPartial ? Coverage::partial : Coverage::whole, given);
+    XmlVerdict xml = verifyXml(input, arguments.allowPartial ? Coverage::partial : Coverage::whole, given, further);
     Verdict verdict;
     const bool isSigned = !xml.signers.empty();
     verdict.verdict = isSigned ? SignatureVerdict::valid : SignatureVerdict::invalid; // until signers decide
@@ -140,11 +141,12 @@ FileReport SignatureJudge::judge(const std::string& file, const Opened& opened) 
         Input input(file);
         opened(input);
         if (isXml(arguments_, input)) {
-            report.verdict = verifyXmlDocument(arguments_, input, signerCertificate_);
+            report.verdict = verifyXmlDocument(arguments_, input, signerCertificate_, chainQuery_.certificates);
             report.exit = complete(*report.verdict);
             return report;
         }
         CmsVerification message(session_, arguments_, input, isDetached(arguments_, input), signerCertificate_);
+        message.offerCertificates(chainQuery_.certificates);
         report.verdict = verdictOn(message, input.name());
         report.exit = complete(*report.verdict);
         if (report.exit == ExitCode::done && message.extraction() != nullptr) {

@@ -1,5 +1,6 @@
 #include "signers.hpp"
 
+#include "authority_certificates.hpp"
 #include "capi/constants.hpp"
 #include "counter_signatures.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
@@ -94,10 +95,14 @@ bool isSigner(const orvik::plugin::crypto::ICertificate& certificate, const std:
     });
 }
 
-std::vector<Signer> readSigners(void* message) {
+std::vector<Signer> readSigners(void* message, const std::vector<std::string>& further) {
     std::vector<Signer> signers;
     CounterSignatureReader counters(message);
-    TimestampReader timestamps;
+    TimestampReader timestamps([&] {
+        std::vector<std::string> given = readCertificates(message);
+        given.insert(given.end(), further.begin(), further.end());
+        return authorityCandidates(given);
+    });
     const unsigned count = wincrypt::tools::param(message, capi::CMSG_SIGNER_COUNT_PARAM);
     for (unsigned index = 0; index < count; ++index) {
         signers.push_back(readSigner(message, index, counters, timestamps));

@@ -27,8 +27,10 @@ inline constexpr const char* notOfASigner = "the certificate given with --signer
 bool isSigner(const orvik::plugin::crypto::ICertificate& certificate, const std::vector<Signer>& signers);
 
 /// What every signer of an open message states, in the message's order, without any verdict. A SignerInfo that the
-/// service cannot show gives an empty record. Throws SystemException when the message cannot be asked at all.
-std::vector<Signer> readSigners(void* message);
+/// service cannot show gives an empty record. The certificates of time-stamp authorities are looked for in the tokens,
+/// in the message, in `further` (DER) and in the stores. Throws SystemException when the message cannot be asked at
+/// all.
+std::vector<Signer> readSigners(void* message, const std::vector<std::string>& further = {});
 
 /// DER of the certificates that an open message carries. Throws SystemException.
 std::vector<std::string> readCertificates(void* message);

@@ -35,9 +35,11 @@ SignatureVerdict verdictOf(TimestampVerdict::Result result) {
     }
 }
 
-Timestamp judged(std::string_view token, std::string_view octets) {
+using CertificateSource = TimestampReader::CertificateSource;
+
+Timestamp judged(std::string_view token, std::string_view octets, const CertificateSource& outside) {
     const orvik::plugin::timestamp_glue::WincryptTimestampTools tools;
-    TimestampVerdict verdict = tools.judge({token.data(), token.size()}, {octets.data(), octets.size()});
+    TimestampVerdict verdict = tools.judge({token.data(), token.size()}, {octets.data(), octets.size()}, outside);
     Timestamp timestamp{verdictOf(verdict.result),
                         verdict.reason,
                         verdict.time,
@@ -92,9 +94,16 @@ std::vector<Timestamp> TimestampReader::read(const std::vector<std::string_view>
             break;
         }
         ++judged_;
-        timestamps.push_back(judged(token, octets));
+        timestamps.push_back(judged(token, octets, [this] { return outside(); }));
     }
     return timestamps;
+}
+
+const std::vector<CertificatePtr>& TimestampReader::outside() {
+    if (!found_) {
+        found_ = outside_ ? outside_() : std::vector<CertificatePtr>{};
+    }
+    return *found_;
 }
 
 void judgeAuthorities(std::vector<Timestamp>& timestamps, const ChainQuery& query) {

@@ -13,10 +13,12 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace klunortredi::cli {
@@ -38,12 +40,20 @@ struct Timestamp {
 /// Judges the time-stamps of one document, and counts them: the work that a document can cause is bounded.
 class TimestampReader {
 public:
+    /// Certificates among which the authority's is looked for when a token does not carry it; asked for once at most.
+    using CertificateSource = std::function<std::vector<CertificatePtr>()>;
+    explicit TimestampReader(CertificateSource outside = {}) : outside_(std::move(outside)) {}
+
     /// The judged time-stamps of one signature whose value is `octets` (for XML: what the time-stamp covers), in the
     /// order of `tokens`. Past the limit of a document one entry that is not judged stands for the rest.
     std::vector<Timestamp> read(const std::vector<std::string_view>& tokens, std::string_view octets);
 
 private:
-    std::size_t judged_ = 0; ///< of the signatures so far
+    [[nodiscard]] const std::vector<CertificatePtr>& outside();
+
+    CertificateSource outside_;
+    std::optional<std::vector<CertificatePtr>> found_; ///< what it gave
+    std::size_t judged_ = 0;                           ///< of the signatures so far
 };
 
 /// Judges the chain of each valid time-stamp's authority for time-stamping, at the token's time, with what the token

@@ -6,6 +6,9 @@
 
 #include "orvik/plugin/crypto/timestamp_tools.hpp"
 
+#include <functional>
+#include <vector>
+
 namespace orvik::plugin::timestamp_glue {
 
 /// Time-stamps through the plug-in and its CryptoAPI service. Keeps no state.
@@ -30,6 +33,14 @@ public:
                                        boost::string_view response, boost::string_view nonce) const override;
     [[nodiscard]] crypto::cadest::TimestampVerdict judge(boost::string_view token,
                                                          boost::string_view octets) const override;
+
+    /// Certificates beside a token, among which that of its authority may be.
+    using CertificateSource = std::function<std::vector<boost::shared_ptr<crypto::ICertificate>>()>;
+    /// The same for a token that need not carry its authority's certificate (RFC 3161, 2.4.1: certReq): `outside` is
+    /// asked when it does not. Of those certificates only one counts that the token's signed attributes name and under
+    /// which its signature holds; without one the verdict is unknown. What `outside` throws reaches the caller.
+    [[nodiscard]] crypto::cadest::TimestampVerdict judge(boost::string_view token, boost::string_view octets,
+                                                         const CertificateSource& outside) const;
 };
 
 /// Makes them the process's TimestampTools.

@@ -11,6 +11,7 @@
 namespace cli_test {
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -142,6 +143,31 @@ TEST_F(Encrypt, CertificatesThatAreNotForEncryptionAreRefused) {
     EXPECT_THAT(refused.err, HasSubstr("its key usage is digitalSignature, nonRepudiation, not encryption"));
     EXPECT_FALSE(exists("report.txt.p7m"));
     EXPECT_EQ(place_.cli({"encrypt", "report.txt", "--to", "one.pem", "--any-certificate"}).exit, 0);
+}
+
+// The message may have been sent while the certificate was valid, and is to be read whenever that is.
+TEST_F(Encrypt, ExpiredRecipientIsRefusedUnlessMeantAndReadsWhatItHas) {
+    makeRecipient("one");
+    encrypt({"--to", "one.pem"});
+    place_.openssl().must({"x509",        "-req",           "-inform",  "DER",         "-in",         "one.csr",
+                           "-CA",         "ca.pem",         "-CAkey",   "ca.key",      "-days",       "-1",
+                           "-set_serial", "0x4d4d4d4d4d4d", "-extfile", "openssl.cnf", "-extensions", forEncryption,
+                           "-out",        "old.pem"});
+    const Outcome refused = place_.cli({"encrypt", "report.txt", "--to", "old.pem", "--out", "old.p7m"});
+    EXPECT_EQ(refused.exit, 4);
+    EXPECT_THAT(refused.err, HasSubstr("the certificate expired on"));
+    EXPECT_THAT(refused.err, HasSubstr("--any-certificate"));
+    EXPECT_FALSE(exists("old.p7m"));
+    const Outcome meant =
+        place_.cli({"encrypt", "report.txt", "--to", "old.pem", "--out", "old.p7m", "--any-certificate"});
+    EXPECT_EQ(meant.exit, 0) << meant.err;
+    EXPECT_THAT(meant.err, ContainsRegex("warning: .*: the certificate expired on"));
+
+    ASSERT_EQ(place_.cliWithPin({"install", "old.pem", "--container", "one"}).exit, 0);
+    const Outcome read = place_.cliWithPin({"decrypt", "old.p7m", "--cert", "4d4d4d4d4d4d", "--out", "read"});
+    EXPECT_EQ(read.exit, 0) << read.err;
+    EXPECT_EQ(place_.folder().read("read"), "The report.\n");
+    EXPECT_THAT(read.err, Not(HasSubstr("expired")));
 }
 
 TEST_F(Encrypt, GostAndRsaRecipientsTogetherAreRefused) {

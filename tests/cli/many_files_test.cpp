@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <sstream>
 
 namespace cli_test {
@@ -141,23 +142,55 @@ TEST_F(ManyFiles, ABatchThatFailsKeepsTheRecordOfWhatItDid) {
     folder().remove("empty");
 }
 
-/// Whatever was reported has its signature, and each signature is whole.
+/// The outputs that a record in JSON lines reports as made. Every line is whole, and says what lies on the disk.
+std::set<std::string> reportedOutputs(const test_support::TempFolder& folder, const std::string& record, int kill) {
+    EXPECT_TRUE(record.empty() || record.ends_with('\n')) << kill << ": " << record;
+    std::set<std::string> outputs;
+    for (const std::string& line : linesOf(record)) {
+        const Json entry = Json::parse(line, nullptr, false);
+        if (entry.is_discarded() || !entry.contains("output") || entry.value("skipped", false)) {
+            EXPECT_FALSE(entry.is_discarded() || entry.contains("error")) << kill << ": " << line;
+            continue;
+        }
+        const std::string output = entry["output"];
+        EXPECT_TRUE(outputs.insert(output).second) << kill << ": reported twice: " << line;
+        EXPECT_TRUE(folder.has(output)) << kill << ": " << line;
+        EXPECT_EQ(entry["bytes"], folder.has(output) ? folder.read(output).size() : 0) << kill << ": " << line;
+    }
+    return outputs;
+}
+
+/// Whatever was reported has its signature, and each signature is whole. A signature may have its name and not be
+/// reported yet; the same call with --skip-existing completes the record.
 TEST_F(ManyFiles, ABatchThatIsKilledHasReportedNothingThatIsNotThere) {
+    Outcome killed;
+    std::set<std::size_t> counts; // of signatures on the disk
     const int kills = killAtEachChange(
         [&](const RunOptions& options, int) {
             TearDown();
-            return sign({"--files-from", "list", "--json-lines"}, options);
+            killed = sign({"--files-from", "list", "--json-lines"}, options);
+            return killed;
         },
         [&](int n) {
-            const Outcome left = verify({"--json", "a.txt.sig", "b.txt.sig", "c.txt.sig"});
-            const Json report = Json::parse(left.out);
+            const std::set<std::string> reported = reportedOutputs(folder(), killed.out, n);
+            const Json report = Json::parse(verify({"--json", "a.txt.sig", "b.txt.sig", "c.txt.sig"}).out);
             EXPECT_THAT(report["files"], SizeIs(3));
+            std::size_t there = 0;
             for (const Json& file : report["files"]) {
-                const bool there = folder().has(file["file"].get<std::string>());
-                EXPECT_EQ(file.value("valid", false), there) << n << ": " << file;
+                const std::string name = file["file"];
+                EXPECT_EQ(file.value("valid", false), folder().has(name)) << n << ": " << file;
+                EXPECT_TRUE(file.value("valid", false) || !reported.contains(name)) << n << ": " << file;
+                there += folder().has(name) ? 1U : 0U;
             }
+            counts.insert(there);
+            const Outcome rest = sign({"--files-from", "list", "--json-lines", "--skip-existing"});
+            EXPECT_EQ(rest.exit, 0) << n << ": " << rest.err;
+            EXPECT_EQ(reportedOutputs(folder(), rest.out, n).size(), 3 - there) << n << ": " << rest.out;
+            EXPECT_THAT(linesOf(rest.out), SizeIs(3)) << n;
         });
     EXPECT_GE(kills, 3);
+    EXPECT_TRUE(counts.contains(0) && counts.size() > 1) << "killed before and after the first signature";
+    EXPECT_THAT(reportedOutputs(folder(), killed.out, 0), SizeIs(3)) << "the run that ended by itself";
 }
 
 TEST_F(ManyFiles, SkipExistingSignsOnlyTheRest) {

@@ -156,6 +156,40 @@ TEST_F(Timestamp, MovedToAnotherSignatureIsNamedAndHarmsNothing) {
     EXPECT_THAT(strict.out, HasSubstr("time-stamp"));
 }
 
+/// The content of the token in a signature.
+std::string timestampInfo(const std::string& signature) {
+    const Message stamped = message(signature);
+    const ASN1_STRING* const octets = tokenOf(stamped)->value.sequence;
+    const Message token = message({reinterpret_cast<const char*>(ASN1_STRING_get0_data(octets)),
+                                   static_cast<std::size_t>(ASN1_STRING_length(octets))});
+    const ASN1_OCTET_STRING* const content = *CMS_get0_content(token.get());
+    return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(content)),
+            static_cast<std::size_t>(ASN1_STRING_length(content))};
+}
+
+TEST_F(Timestamp, WithoutItsCertificateIsJudgedByOneOfTheStoresOrOfWith) {
+    ASSERT_EQ(stamp({"/tsa"}).exit, 0);
+    const std::string bare =
+        test_servers::signedToken(authority_, timestampInfo(place_.folder().read("stamped.sig")), {"no-certificate"});
+    const Message target = message(place_.folder().read("report.txt.sig"));
+    ASSERT_EQ(CMS_unsigned_add1_attr_by_NID(firstSigner(target), NID_id_smime_aa_timeStampToken, V_ASN1_SEQUENCE,
+                                            bare.data(), static_cast<int>(bare.size())),
+              1);
+    place_.folder().write("bare.sig", test_servers::toDer(target.get(), i2d_CMS_ContentInfo));
+    place_.folder().write("tsa.pem", authority_.timestampPem());
+    place_.folder().write("issuer.pem", authority_.issuerPem());
+
+    const Json unknown = verify({}, "bare.sig")["timestamp"];
+    EXPECT_EQ(unknown["valid"], nullptr);
+    EXPECT_THAT(unknown["reason"].get<std::string>(), HasSubstr("neither in it nor at hand"));
+    const Json with =
+        verify(chain({"--offline", "--with", "tsa.pem", "--with", "issuer.pem"}), "bare.sig")["timestamp"];
+    EXPECT_EQ(with["valid"], true) << with;
+    EXPECT_EQ(with["chain"]["trusted"], true) << with;
+    ASSERT_EQ(place_.cli({"certs", "add", "tsa.pem", "--store", "ca"}).exit, 0);
+    EXPECT_EQ(verify({}, "bare.sig")["timestamp"]["valid"], true);
+}
+
 TEST_F(Timestamp, SecondOneIsKeptBesideTheFirst) {
     ASSERT_EQ(stamp({"/tsa"}).exit, 0);
     ASSERT_EQ(place_.cli({"timestamp", "stamped.sig", "--url", authority_.url("/tsa"), "--out", "twice.sig"}).exit, 0);

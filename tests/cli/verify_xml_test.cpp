@@ -19,6 +19,14 @@ protected:
         EXPECT_EQ(signing.exit, 0) << signing.err;
     }
 
+    /// order.xml signed with these options.
+    [[nodiscard]] Outcome signOrder(const std::vector<std::string>& options, const std::string& out) const {
+        std::vector<std::string> words{"sign",     "order.xml", "--cert", "Signer one",
+                                       "--format", "xmldsig",   "--out",  out};
+        words.insert(words.end(), options.begin(), options.end());
+        return place_.cliWithPin(words);
+    }
+
     Workplace place_;
 };
 
@@ -212,10 +220,30 @@ TEST_F(VerifyXml, SigningTwiceAndSignedAttributesAreRefused) {
         place_.cliWithPin({"sign", "signed.xml", "--cert", "Signer one", "--format", "xmldsig", "--out", "twice.xml"});
     EXPECT_EQ(twice.exit, 3) << twice.err;
     EXPECT_THAT(twice.err, HasSubstr("already signed"));
-    const Outcome attributes = place_.cliWithPin({"sign", "order.xml", "--cert", "Signer one", "--format", "xmldsig",
-                                                  "--attribute", "1.2.3.4=UTF8String:text", "--out", "attributes.xml"});
-    EXPECT_EQ(attributes.exit, 2) << attributes.err;
-    EXPECT_THAT(attributes.err, HasSubstr("XML signatures have no signed attributes"));
+    const std::string time = "1.2.840.113549.1.9.5=UTCTime:1700000000";
+    const std::string other = "1.2.3.4=UTF8String:text";
+    const std::vector<std::string> refusals[] = {{"--attribute", other},
+                                                 {"--attribute", time, "--attribute", other},
+                                                 {"--attribute", time, "--attribute", time},
+                                                 {"--attribute", time, "--no-signing-certificate"}};
+    for (const std::vector<std::string>& options : refusals) {
+        const Outcome refused = signOrder(options, "attributes.xml");
+        EXPECT_EQ(refused.exit, 2) << refused.err;
+        EXPECT_THAT(refused.err, HasSubstr("cannot use --attribute"));
+    }
+    EXPECT_EQ(signOrder({"--attribute", "1.2.840.113549.1.9.5=UTCTime:yesterday"}, "attributes.xml").exit, 2);
+    EXPECT_FALSE(place_.folder().has("attributes.xml"));
+}
+
+TEST_F(VerifyXml, SigningTimeIsTheOneThatIsAskedFor) {
+    for (const char* const text : {"1700000000", "2023-11-14T22:13:20Z"}) {
+        const Outcome signing =
+            signOrder({"--attribute", std::string("1.2.840.113549.1.9.5=UTCTime:") + text, "--force"}, "timed.xml");
+        ASSERT_EQ(signing.exit, 0) << signing.err;
+        const Json verdict = place_.json({"verify", "timed.xml"});
+        EXPECT_EQ(verdict["valid"], true);
+        EXPECT_EQ(verdict["signers"][0]["signing_time"], "2023-11-14T22:13:20Z");
+    }
 }
 
 TEST_F(VerifyXml, TellsWhyADocumentIsRefused) {

@@ -139,15 +139,26 @@ void update(void* message, MessageOutput& output, const char* data, std::size_t 
     }
 }
 
+/// Refuses a certificate that is not fit for encryption; where the user means it, warns.
+void checkFitness(const Session& session, const orvik::plugin::crypto::ICertificate& certificate, bool meant) {
+    const std::string why = unfitnessToEncryptFor(certificate);
+    if (why.empty()) {
+        return;
+    }
+    if (!meant) {
+        throw Failure(ExitCode::service, "cannot encrypt for " + titleOf(certificate), why,
+                      "--any-certificate encrypts nevertheless");
+    }
+    session.console.note("klunortredi: warning: " + titleOf(certificate) + ": " + why);
+}
+
 /// Every recipient once, fit for encryption.
-std::vector<CertificatePtr> recipientsOf(const EncryptArguments& arguments) {
+std::vector<CertificatePtr> recipientsOf(const Session& session, const EncryptArguments& arguments) {
     std::vector<CertificatePtr> recipients;
     std::set<std::string> seen;
     for (const std::string& to : arguments.to) {
         auto certificate = findRecipient(to);
-        if (!arguments.anyCertificate) {
-            checkFitToEncryptFor(*certificate);
-        }
+        checkFitness(session, *certificate, arguments.anyCertificate);
         if (seen.insert(thumbprintOf(*certificate)).second) {
             recipients.push_back(std::move(certificate));
         }
@@ -182,7 +193,7 @@ std::uint64_t encryptInto(Session& session, OutputFile& out, Input& input,
 } // namespace
 
 ExitCode encrypt(Session& session, const EncryptArguments& arguments) {
-    const auto recipients = recipientsOf(arguments);
+    const auto recipients = recipientsOf(session, arguments);
     const ContentCipher& cipher = chooseCipher(recipients, arguments.cipher);
     Input input(arguments.file);
     std::string path = arguments.out;

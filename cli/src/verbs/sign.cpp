@@ -11,6 +11,7 @@
 #include "input.hpp"
 #include "message_signing.hpp"
 #include "options.hpp"
+#include "orvik/plugin/constant.hpp"
 #include "orvik/plugin/crypto/constant.hpp"
 #include "orvik/plugin/ssl/xmldsig_creator.hpp"
 #include "output_file.hpp"
@@ -96,11 +97,11 @@ public:
         checkAuthorities("--timestamp", arguments.timestamps);
         signer_ = chooseSigner(session, signer);
         title_ = titleOf(*signer_.certificate);
-        if (!arguments.attributes.empty() && isXml()) {
-            throw Failure(ExitCode::usage, "cannot use --attribute", "XML signatures have no signed attributes");
-        }
         for (const std::string& attribute : arguments.attributes) {
             signer_.attributes.push_back(parseAttribute(attribute));
+        }
+        if (isXml()) {
+            checkXmlAttributes();
         }
         if (!isXml() && !signer.noSigningCertificate) {
             nameSigningCertificate(signer_.attributes, *signer_.certificate);
@@ -277,6 +278,22 @@ private:
             throw session_.pin.refusal(what);
         }
         return out;
+    }
+
+    /// XAdES (ETSI EN 319 132-1) has a place for the signing time and for no other signed attribute of CMS.
+    void checkXmlAttributes() const {
+        const std::string what = "cannot use --attribute";
+        for (const SignatureRequest::Attribute& attribute : signer_.attributes) {
+            if (attribute.oid != orvik::plugin::oid::signingTime || signer_.attributes.size() > 1) {
+                throw Failure(ExitCode::usage, what,
+                              "a signed XML document has the signing time and no other signed attribute",
+                              "the signing time is 1.2.840.113549.1.9.5=UTCTime:2026-01-31T12:00:00Z");
+            }
+            if (arguments_.signer.noSigningCertificate) {
+                throw Failure(ExitCode::usage, what,
+                              "--no-signing-certificate leaves out the properties in which the signing time is");
+            }
+        }
     }
 
     Session& session_;

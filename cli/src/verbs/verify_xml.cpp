@@ -1,5 +1,6 @@
 #include "verbs/verify_xml.hpp"
 
+#include "authority_certificates.hpp"
 #include "certificates.hpp"
 #include "failure.hpp"
 #include "input.hpp"
@@ -93,14 +94,15 @@ void take(XmlVerdict& verdict, const xml::XmlSignatureResult& signature, Timesta
 
 } // namespace
 
-XmlVerdict verifyXml(Input& document, Coverage required, const CertificatePtr& signer) {
+XmlVerdict verifyXml(Input& document, Coverage required, const CertificatePtr& signer,
+                     const std::vector<std::string>& further) {
     xml::XmlVerifyOptions options;
     options.allowPartial = required == Coverage::partial;
     options.certificate = signer ? signer->raw() : std::string();
     const std::string octets = readWhole(document);
     xml::XmlDocument parsed(octets.data(), octets.size());
     XmlVerdict verdict;
-    TimestampReader reader;
+    TimestampReader reader([&further] { return authorityCandidates(further); });
     for (const auto& signature : xml::verifyXmlSignatures(parsed, nullptr, options)) {
         take(verdict, signature, reader);
     }

@@ -20,8 +20,10 @@ struct XmlVerdict {
 enum class Coverage { whole, partial };
 
 /// Judges every signature of the document; no signers when it carries none. `signer` is a signer's certificate that the
-/// user gave; it may be null. Throws Failure when the document cannot be read, CryptoException unknownFormat or
+/// user gave; it may be null. The certificates of time-stamp authorities are looked for in the tokens, in `further`
+/// (DER) and in the stores. Throws Failure when the document cannot be read, CryptoException unknownFormat or
 /// ApplicationException emptyInput when it is not one that is judged.
-XmlVerdict verifyXml(Input& document, Coverage required, const CertificatePtr& signer);
+XmlVerdict verifyXml(Input& document, Coverage required, const CertificatePtr& signer,
+                     const std::vector<std::string>& further);
 
 } // namespace klunortredi::cli

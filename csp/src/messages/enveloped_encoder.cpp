@@ -3,7 +3,6 @@
 #include "asn1/der.hpp"
 #include "capi/constants.hpp"
 #include "core/error.hpp"
-#include "core/output.hpp"
 #include "core/secret.hpp"
 #include "crypto/random.hpp"
 #include "messages/cms_types.hpp"
@@ -69,7 +68,7 @@ Bytes contentParameters(const CMSG_ENVELOPED_ENCODE_INFO& info, const ContentAlg
 
 EnvelopedEncoder::EnvelopedEncoder(const CMSG_ENVELOPED_ENCODE_INFO& info, std::string_view contentType,
                                    std::optional<StreamOutput> stream)
-    : stream_(stream) {
+    : MessageEncoder(capi::CMSG_ENVELOPED, stream) {
     checkInfo(info);
     const ContentAlgorithm& algorithm = contentAlgorithm(info);
     const Bytes parameters = contentParameters(info, algorithm);
@@ -85,23 +84,12 @@ EnvelopedEncoder::EnvelopedEncoder(const CMSG_ENVELOPED_ENCODE_INFO& info, std::
 
 EnvelopedEncoder::~EnvelopedEncoder() = default;
 
-bool EnvelopedEncoder::sizeTold() const noexcept {
-    return stream_ && stream_->contentSize() != capi::CMSG_INDEFINITE_LENGTH;
-}
-
 std::uint64_t EnvelopedEncoder::ciphertextSize(std::uint64_t plaintextSize) const noexcept {
     return paddingBlock_ == 0 ? plaintextSize : (plaintextSize / paddingBlock_ + 1) * paddingBlock_;
 }
 
-void EnvelopedEncoder::doUpdate(ByteView piece, bool final) {
-    if (finished_) {
-        fail(capi::CRYPT_E_MSG_ERROR);
-    }
-    contentSize_ += piece.size();
-    if (sizeTold() && (contentSize_ > stream_->contentSize() || (final && contentSize_ != stream_->contentSize()))) {
-        fail(capi::CRYPT_E_BAD_LEN);
-    }
-    if (!stream_ && contentSize_ > limits::onePiece) {
+void EnvelopedEncoder::takeContent(ByteView piece) {
+    if (!streams() && contentSize() > limits::onePiece) {
         fail(capi::CRYPT_E_BAD_LEN);
     }
     writeHead();
@@ -111,19 +99,16 @@ void EnvelopedEncoder::doUpdate(ByteView piece, bool final) {
         encryptor_->update(piece.first(std::min(piece.size(), step)), ciphertext);
         takeCiphertext(ciphertext);
     }
-    if (final) {
-        finish();
-    }
 }
 
 void EnvelopedEncoder::writeHead() {
-    if (stream_ && !std::exchange(headWritten_, true)) {
-        emit(sizeTold() ? writer_->definiteHead(ciphertextSize(stream_->contentSize())) : writer_->streamHead());
+    if (streams() && !std::exchange(headWritten_, true)) {
+        emit(sizeTold() ? writer_->definiteHead(ciphertextSize(toldSize())) : writer_->streamHead());
     }
 }
 
 void EnvelopedEncoder::takeCiphertext(ByteView ciphertext) {
-    if (!stream_) {
+    if (!streams()) {
         der::append(ciphertext_, ciphertext);
     } else if (!sizeTold()) {
         segments_.add(ciphertext, [this](ByteView octets) { emit(octets); });
@@ -137,49 +122,16 @@ void EnvelopedEncoder::finish() {
     encryptor_->finish(rest);
     takeCiphertext(rest);
     const Bytes tag = encryptor_->tag();
-    if (stream_ && !sizeTold()) {
+    if (streams() && !sizeTold()) {
         segments_.finish([this](ByteView octets) { emit(octets); });
         emit(writer_->streamTail(tag), true);
     } else {
-        if (!stream_) {
+        if (!streams()) {
             emit(writer_->definiteHead(ciphertext_.size()));
             emit(std::exchange(ciphertext_, {}));
         }
         emit(writer_->definiteTail(tag), true);
     }
-    finished_ = true;
-}
-
-void EnvelopedEncoder::emit(ByteView piece, bool final) {
-    if (stream_) {
-        stream_->write(piece, final);
-    } else {
-        der::append(encoded_, piece);
-    }
-}
-
-void EnvelopedEncoder::doParam(DWORD type, DWORD /*index*/, void* data, DWORD* size) {
-    switch (type) {
-    case capi::CMSG_TYPE_PARAM:
-        give(capi::CMSG_ENVELOPED, data, size);
-        return;
-    case capi::CMSG_CONTENT_PARAM:
-    case capi::CMSG_ENCODED_MESSAGE:
-        if (stream_) {
-            fail(capi::CRYPT_E_INVALID_MSG_TYPE);
-        }
-        if (!finished_) {
-            fail(capi::CRYPT_E_STREAM_MSG_NOT_READY);
-        }
-        give(encoded_, data, size);
-        return;
-    default:
-        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
-    }
-}
-
-void EnvelopedEncoder::doControl(DWORD /*type*/, const void* /*parameters*/) {
-    fail(capi::CRYPT_E_CONTROL_TYPE); // a message being made has no controls
 }
 
 } // namespace klunortredi::csp

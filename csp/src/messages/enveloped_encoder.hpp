@@ -6,7 +6,7 @@
 #include "crypto/content_cipher.hpp"
 #include "messages/content_segments.hpp"
 #include "messages/enveloped_data_writer.hpp"
-#include "messages/handles.hpp"
+#include "messages/message_encoder.hpp"
 
 #include <memory>
 #include <optional>
@@ -17,7 +17,7 @@ namespace klunortredi::csp {
 
 /// Makes a content key and wraps it for each recipient when it is opened; content passes through the cipher and is not
 /// kept.
-class EnvelopedEncoder final : public Message {
+class EnvelopedEncoder final : public MessageEncoder {
 public:
     /// `contentType`: dotted type of the content. With `stream`, the message goes to its callback while content
     /// arrives: DER when the size of the content is told, else BER of indefinite lengths. Without, it is kept for
@@ -36,28 +36,20 @@ public:
     [[nodiscard]] std::vector<Bytes> crls() const override { return {}; }
 
 private:
-    void doUpdate(ByteView piece, bool final) override;
-    void doParam(DWORD type, DWORD index, void* data, DWORD* size) override;
-    void doControl(DWORD type, const void* parameters) override;
+    void takeContent(ByteView piece) override;
+    void finish() override;
 
-    [[nodiscard]] bool sizeTold() const noexcept;
     /// Octets of ciphertext for that many of plaintext.
     [[nodiscard]] std::uint64_t ciphertextSize(std::uint64_t plaintextSize) const noexcept;
     void writeHead();
     void takeCiphertext(ByteView ciphertext);
-    void finish();
-    void emit(ByteView piece, bool final = false);
 
-    const std::optional<StreamOutput> stream_;
     std::unique_ptr<ContentEncryptor> encryptor_;
     std::size_t paddingBlock_ = 0; ///< 0: the cipher does not pad
     std::optional<EnvelopedDataWriter> writer_;
     ContentSegments segments_;
-    std::uint64_t contentSize_ = 0; ///< so far
     bool headWritten_ = false;
-    bool finished_ = false;
     Bytes ciphertext_; ///< all of it, when the message is made in one piece
-    Bytes encoded_;    ///< the finished message, when it is not streamed
 };
 
 } // namespace klunortredi::csp

@@ -13,21 +13,7 @@ namespace klunortredi::csp {
 
 namespace {
 
-/// Where a value goes: the caller's buffer and size, and which one of several is asked for.
-struct Request {
-    const EnvelopedDecoder& message;
-    DWORD index;
-    void* data;
-    DWORD* size;
-};
-
-const Recipient& recipient(const Request& request) {
-    const auto& recipients = request.message.head().recipients;
-    if (request.index >= recipients.size()) {
-        fail(capi::CRYPT_E_INVALID_INDEX);
-    }
-    return recipients[request.index];
-}
+using Request = ParamRequest<EnvelopedDecoder>;
 
 void type(const Request& request) {
     request.message.head();
@@ -60,7 +46,7 @@ void recipientIndex(const Request& request) {
 /// one named by key identifier has an issuer of one attribute that holds it and the serial number 0, and those of
 /// other kinds (a password, a shared key) have neither.
 void recipientInfo(const Request& request) {
-    const Recipient& from = recipient(request);
+    const Recipient& from = indexed(request.message.head().recipients, request.index);
     StructBuilder builder(sizeof(CERT_INFO));
     if (from.kind != RecipientKind::Other) {
         const SignerId id = pieces::asIssuerAndSerial(from.id);
@@ -80,12 +66,7 @@ void unprotectedAttributes(const Request& request) {
     builder.deliver(request.data, request.size);
 }
 
-struct Row {
-    DWORD type;
-    void (*give)(const Request&);
-};
-
-constexpr auto rows = std::to_array<Row>({
+constexpr auto rows = std::to_array<ParamRow<EnvelopedDecoder>>({
     {capi::CMSG_TYPE_PARAM, type},
     {capi::CMSG_CONTENT_PARAM, content},
     {capi::CMSG_INNER_CONTENT_TYPE_PARAM, innerContentType},
@@ -99,11 +80,7 @@ constexpr auto rows = std::to_array<Row>({
 } // namespace
 
 void giveEnvelopedParam(const EnvelopedDecoder& message, DWORD type, DWORD index, void* data, DWORD* size) {
-    const auto* const row = std::ranges::find(rows, type, &Row::type);
-    if (row == rows.end()) {
-        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
-    }
-    row->give({message, index, data, size});
+    giveParam<EnvelopedDecoder>(rows, type, {message, index, data, size});
 }
 
 } // namespace klunortredi::csp

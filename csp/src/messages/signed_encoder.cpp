@@ -2,7 +2,6 @@
 
 #include "asn1/der.hpp"
 #include "core/error.hpp"
-#include "core/output.hpp"
 #include "messages/cms_types.hpp"
 #include "messages/limits.hpp"
 #include "x509/blob.hpp"
@@ -76,7 +75,7 @@ std::vector<Bytes> digestAlgorithms(const std::vector<SignerBuilder>& signers) {
 
 SignedEncoder::SignedEncoder(const CMSG_SIGNED_ENCODE_INFO& info, std::string_view contentType, bool detached,
                              std::optional<StreamOutput> stream)
-    : detached_(detached), stream_(stream), signers_(signers(info, contentType)),
+    : MessageEncoder(capi::CMSG_SIGNED, stream), detached_(detached), signers_(signers(info, contentType)),
       writer_(contentType, std::ranges::any_of(signers_, &SignerBuilder::byKeyIdentifier), digestAlgorithms(signers_),
               encodedItems<ossl::X509Ptr>(info.rgCertEncoded, info.cCertEncoded, d2i_X509),
               encodedItems<ossl::X509CrlPtr>(info.rgCrlEncoded, info.cCrlEncoded, d2i_X509_CRL)) {
@@ -93,31 +92,13 @@ std::vector<Bytes> SignedEncoder::crls() const {
     return writer_.crls();
 }
 
-bool SignedEncoder::sizeTold() const noexcept {
-    return stream_ && stream_->contentSize() != capi::CMSG_INDEFINITE_LENGTH;
-}
-
-void SignedEncoder::doUpdate(ByteView piece, bool final) {
-    if (finished_) {
-        fail(capi::CRYPT_E_MSG_ERROR);
-    }
-    contentSize_ += piece.size();
-    if (sizeTold() && (contentSize_ > stream_->contentSize() || (final && contentSize_ != stream_->contentSize()))) {
-        fail(capi::CRYPT_E_BAD_LEN);
-    }
-    takeContent(piece);
-    if (final) {
-        finish();
-    }
-}
-
 void SignedEncoder::takeContent(ByteView piece) {
     hasher_.update(piece);
     if (detached_) {
         return;
     }
-    if (!stream_) {
-        if (contentSize_ > limits::onePiece) {
+    if (!streams()) {
+        if (contentSize() > limits::onePiece) {
             fail(capi::CRYPT_E_BAD_LEN);
         }
         der::append(content_, piece);
@@ -128,7 +109,7 @@ void SignedEncoder::takeContent(ByteView piece) {
         for (const SignerBuilder& signer : signers_) {
             signersSize += signer.encodedSize();
         }
-        emit(sizeTold() ? writer_.definiteHead(stream_->contentSize(), signersSize) : writer_.streamHead());
+        emit(sizeTold() ? writer_.definiteHead(toldSize(), signersSize) : writer_.streamHead());
     }
     if (!sizeTold()) {
         segments_.add(piece, [this](ByteView octets) { emit(octets); });
@@ -160,39 +141,6 @@ void SignedEncoder::finish() {
         segments_.finish([this](ByteView octets) { emit(octets); });
         emit(writer_.streamTail(signerInfos), true);
     }
-    finished_ = true;
-}
-
-void SignedEncoder::emit(ByteView piece, bool final) {
-    if (stream_) {
-        stream_->write(piece, final);
-    } else {
-        der::append(encoded_, piece);
-    }
-}
-
-void SignedEncoder::doParam(DWORD type, DWORD /*index*/, void* data, DWORD* size) {
-    switch (type) {
-    case capi::CMSG_TYPE_PARAM:
-        give(capi::CMSG_SIGNED, data, size);
-        return;
-    case capi::CMSG_CONTENT_PARAM:
-    case capi::CMSG_ENCODED_MESSAGE:
-        if (stream_) {
-            fail(capi::CRYPT_E_INVALID_MSG_TYPE);
-        }
-        if (!finished_) {
-            fail(capi::CRYPT_E_STREAM_MSG_NOT_READY);
-        }
-        give(encoded_, data, size);
-        return;
-    default:
-        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
-    }
-}
-
-void SignedEncoder::doControl(DWORD /*type*/, const void* /*parameters*/) {
-    fail(capi::CRYPT_E_CONTROL_TYPE); // a message being made has no controls
 }
 
 } // namespace klunortredi::csp

@@ -14,21 +14,7 @@ namespace klunortredi::csp {
 
 namespace {
 
-/// Where a value goes: the caller's buffer and size, and which one of several it wants.
-struct Request {
-    const SignedDecoder& message;
-    DWORD index;
-    void* data;
-    DWORD* size;
-};
-
-template <class List>
-const auto& indexed(const List& list, DWORD index) {
-    if (index >= list.size()) {
-        fail(capi::CRYPT_E_INVALID_INDEX);
-    }
-    return list[index];
-}
+using Request = ParamRequest<SignedDecoder>;
 
 const SignerInfo& signer(const Request& request) {
     return indexed(request.message.signers(), request.index);
@@ -167,12 +153,7 @@ void encodedMessage(const Request& request) {
     give(request.message.encoded(), request.data, request.size);
 }
 
-struct Row {
-    DWORD type;
-    void (*give)(const Request&);
-};
-
-constexpr auto rows = std::to_array<Row>({
+constexpr auto rows = std::to_array<ParamRow<SignedDecoder>>({
     {capi::CMSG_TYPE_PARAM, type},
     {capi::CMSG_CONTENT_PARAM, content},
     {capi::CMSG_INNER_CONTENT_TYPE_PARAM, innerContentType},
@@ -195,11 +176,7 @@ constexpr auto rows = std::to_array<Row>({
 } // namespace
 
 void giveSignedParam(const SignedDecoder& message, DWORD type, DWORD index, void* data, DWORD* size) {
-    const auto* row = std::ranges::find(rows, type, &Row::type);
-    if (row == rows.end()) {
-        fail(capi::CRYPT_E_INVALID_MSG_TYPE);
-    }
-    row->give({message, index, data, size});
+    giveParam<SignedDecoder>(rows, type, {message, index, data, size});
 }
 
 } // namespace klunortredi::csp

@@ -20,6 +20,7 @@ target_sources(klunortredi_csp_core PRIVATE
     src/messages/enveloped_params.cpp
     src/messages/given_values.cpp
     src/messages/handles.cpp
+    src/messages/message_encoder.cpp
     src/messages/other_signatures.cpp
     src/messages/param_pieces.cpp
     src/messages/recipient_builder.cpp

@@ -35,7 +35,8 @@ public:
     /// service knows the recipients, so that plaintext flows while the message arrives: the PIN is asked for, and the
     /// exceptions of finalize() are thrown, by the update that has come so far. A recipient that is named by key
     /// identifier is found, too. finalize() returns an empty vector. Until it has returned true, what the sink took is
-    /// not a result.
+    /// not a result. Content of a message that is not encrypted does
+    /// not reach the sink: SystemException CRYPT_E_MSG_ERROR.
     struct ORVIK_EXPORT SinkParams : Params {
         ~SinkParams() override;
         OutputSink sink; ///< takes the plaintext; empty: the parameters are as plain ones

@@ -74,7 +74,7 @@ std::string checkedToken(boost::string_view response, boost::string_view octets,
     auto answer = parsed(provider, response);
     const bool looksGood = answer.content && (answer.status == granted || answer.status == grantedWithMods);
     if (looksGood) {
-        const TimestampVerdict verdict = judgeToken(answer.content->token, octets, asked);
+        const TimestampVerdict verdict = judgeToken(answer.content->token, octets, asked, {});
         if (verdict.result != TimestampVerdict::Result::valid) {
             refuse(Code::timestampInvalid, "the time-stamp is not acceptable: " + verdict.reason);
         }
@@ -122,7 +122,12 @@ std::string WincryptTimestampTools::tokenFor(boost::string_view octets, const st
 
 crypto::cadest::TimestampVerdict WincryptTimestampTools::judge(boost::string_view token,
                                                                boost::string_view octets) const {
-    return judgeToken(token, octets, std::nullopt);
+    return judgeToken(token, octets, std::nullopt, {});
+}
+
+crypto::cadest::TimestampVerdict WincryptTimestampTools::judge(boost::string_view token, boost::string_view octets,
+                                                               const CertificateSource& outside) const {
+    return judgeToken(token, octets, std::nullopt, outside);
 }
 
 void installTimestampTools() {

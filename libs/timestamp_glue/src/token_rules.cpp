@@ -5,6 +5,8 @@
 #include "named_certificate.hpp"
 
 #include "crypto/wincrypt/exceptions.hpp"
+#include "crypto/wincrypt/tools.hpp"
+#include "crypto/wincrypt/tools_recipients.hpp"
 #include "crypto/wincrypt/tools_verify.hpp"
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/i_certificate.hpp"
@@ -98,16 +100,39 @@ void checkImprint(const CRYPT_TIMESTAMP_INFO& info, boost::string_view octets) {
     }
 }
 
-/// The signature of the token's one signer, under a certificate that the token carries.
-void checkSignature(TimestampVerdict& verdict, const Token& token, bool callerVerifies) {
-    const auto signers = wincrypt::tools::judgeSigners(token.message(), {});
+/// The verdict under a certificate beside the token. Who has the message can put certificates into it: only one that
+/// the token's signed attributes name, and under which its signature holds, counts.
+std::optional<wincrypt::tools::SignerVerdict> judgeBeside(const Token& token, const CertificateSource& outside) {
+    const std::string id = wincrypt::tools::certInfo(token.message(), 0);
+    const auto signer = wincrypt::tools::recipientName(*reinterpret_cast<const CERT_INFO*>(id.data()));
+    for (const auto& candidate : outside()) {
+        if (!wincrypt::tools::isNamed(signer, *candidate) ||
+            namesCertificate(token, candidate->raw()) != Naming::named) {
+            continue;
+        }
+        auto judged = wincrypt::tools::judgeSigners(token.message(), candidate);
+        if (judged.size() == 1 && judged.front().verdict == SignatureVerdict::valid) {
+            return judged.front();
+        }
+    }
+    return std::nullopt;
+}
+
+/// The signature of the token's one signer, under a certificate that the token carries, else one beside it.
+void checkSignature(TimestampVerdict& verdict, const Token& token, bool callerVerifies,
+                    const CertificateSource& outside) {
+    auto signers = wincrypt::tools::judgeSigners(token.message(), {});
+    if (signers.size() == 1 && !signers.front().certificate && outside) {
+        signers.front() = judgeBeside(token, outside).value_or(signers.front());
+    }
     if (signers.size() != 1) {
         refuse(signers.empty() ? "it is not signed" : "it has several signatures");
     }
     const auto& signer = signers.front();
     verdict.authority = signer.certificate;
     if (!verdict.authority) {
-        notKnown("the authority's certificate is not in it");
+        notKnown(outside ? "the authority's certificate is neither in it nor at hand"
+                         : "the authority's certificate is not in it");
     }
     refuseBroken(verdict.digestAlgorithm);
     const bool byIndex = signer.code != capi::CRYPT_E_CONTROL_TYPE;
@@ -135,7 +160,7 @@ void checkAuthority(const TimestampVerdict& verdict, const Token& token) {
 }
 
 void judge(TimestampVerdict& verdict, boost::string_view octetsOfToken, boost::string_view octets,
-           const std::optional<Asked>& asked) {
+           const std::optional<Asked>& asked, const CertificateSource& outside) {
     if (octetsOfToken.size() > largestToken) {
         notKnown("it is larger than " + std::to_string(largestToken) + " octets");
     }
@@ -149,7 +174,7 @@ void judge(TimestampVerdict& verdict, boost::string_view octetsOfToken, boost::s
         checkAnswers(token.info(), *asked);
     }
     checkImprint(token.info(), octets);
-    checkSignature(verdict, token, asked.has_value());
+    checkSignature(verdict, token, asked.has_value(), outside);
     checkAuthority(verdict, token);
 }
 
@@ -164,11 +189,12 @@ Ended ofService(unsigned code) {
 
 } // namespace
 
-TimestampVerdict judgeToken(boost::string_view token, boost::string_view octets, const std::optional<Asked>& asked) {
+TimestampVerdict judgeToken(boost::string_view token, boost::string_view octets, const std::optional<Asked>& asked,
+                            const CertificateSource& outside) {
     TimestampVerdict verdict;
     Ended ended{Result::valid, {}};
     try {
-        judge(verdict, token, octets, asked);
+        judge(verdict, token, octets, asked, outside);
     } catch (const Ended& reached) {
         ended = reached;
     } catch (const SystemException& e) {

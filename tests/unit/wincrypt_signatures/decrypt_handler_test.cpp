@@ -302,6 +302,8 @@ const std::vector<Step> beforeTheKey{
     {"CertDuplicateCertificateContext", noCopy},
 };
 
+constexpr const char* pinRefused = "crypto 30001 encrypt_data_handler finalizeImpl";
+
 /// Asserts how a run of the walk ended.
 void expectEnding(const FaultOutcome& outcome, const std::string& plaintext, const std::vector<std::string>& records) {
     std::string expected;
@@ -351,33 +353,45 @@ TEST_F(DecryptHandlerTest, EveryFailingCallIsReportedWithItsCodeAndPlace) {
 
 TEST_F(DecryptHandlerTest, RefusedPinIsReportedWhateverCallFails) {
     boost::shared_ptr<Certificate> recipient;
+    std::exception_ptr ended;
+    std::string result;
     service_double::FaultWalk walk;
     walk.name = "decrypt with a refused PIN";
     walk.code = faultCode;
-    bool refused = false;
     walk.arrange = [&] {
         arrangeService();
         recipient = linked();
         arrangeMessage();
         answerPinWith(boost::none);
+        clearLog();
     };
-    walk.scenario = [&] {
-        refused = false;
-        DecryptDataHandler handler;
-        handler.initialize(params(std::exchange(recipient, nullptr)));
-        update(handler, "message");
+    walk.scenario = [&] { // a refusal is how it ends without a failing call, too
         std::vector<unsigned char> out(former.begin(), former.end());
+        ended = nullptr;
         try {
+            DecryptDataHandler handler;
+            handler.initialize(params(std::exchange(recipient, nullptr)));
+            update(handler, "mess");
+            update(handler, "age");
             handler.finalize(out);
-        } catch (const CryptoException& e) {
-            refused = service_double::describe(e) == finalization(30001);
-            EXPECT_EQ(std::string(out.begin(), out.end()), former);
+        } catch (...) {
+            ended = std::current_exception();
         }
-        EXPECT_EQ(service().count("CryptMsgControl"), 0U);
+        result.assign(out.begin(), out.end());
     };
-    walk.expect = [&](const FaultOutcome& outcome) { EXPECT_EQ(refused || outcome.thrown, true) << outcome.call; };
-    EXPECT_GT(service_double::walkFaults(walk), 20U);
-    EXPECT_TRUE(refused);
+    walk.expect = [&](FaultOutcome outcome) {
+        outcome.thrown = ended;
+        const bool ofTheHandler = outcome.index <= beforeTheKey.size();
+        EXPECT_EQ(outcome.function, ofTheHandler ? beforeTheKey[outcome.index - 1].function : outcome.function);
+        EXPECT_EQ(ending(outcome), ofTheHandler ? beforeTheKey[outcome.index - 1].ending : pinRefused) << outcome.call;
+        EXPECT_EQ(result, former) << outcome.call;
+        EXPECT_THAT(warnings(), IsEmpty()) << outcome.call;
+        EXPECT_EQ(service().count("CryptMsgGetParam") + service().count("CryptMsgControl"), 0U) << outcome.call;
+    };
+    walk.arrange();
+    walk.scenario(); // what a process asks once only is asked here, whatever ran before
+    EXPECT_EQ(service_double::walkFaults(walk), 29U);
+    EXPECT_EQ(thrownBy<CryptoException>([&] { std::rethrow_exception(ended); }), finalization(30001));
 }
 
 } // namespace

@@ -90,6 +90,28 @@ TEST_F(DecryptSinkTest, SinkThatRefusesFailsTheDecryption) {
     EXPECT_FALSE(handler.finalize(out));
 }
 
+TEST_F(DecryptSinkTest, ContentThatComesBeforeTheKeyDoesNotReachTheSink) {
+    static CMSG_STREAM_INFO opened;
+    service().on.CryptMsgOpenToDecode = [](DWORD encoding, DWORD flags, DWORD type, unsigned long context,
+                                           CERT_INFO* info, CMSG_STREAM_INFO* stream) {
+        opened = *stream;
+        return Defaults::CryptMsgOpenToDecode(encoding, flags, type, context, info, stream);
+    };
+    // A message of plain data: its content streams out while it is read, and it has no recipients.
+    service().on.CryptMsgUpdate = [](void* message, const BYTE* data, DWORD size, BOOL final) -> BOOL {
+        std::string content = "not encrypted";
+        return opened.pfnStreamOutput(opened.pvArg, reinterpret_cast<BYTE*>(content.data()),
+                                      static_cast<DWORD>(content.size()), 0) == 0
+                   ? static_cast<BOOL>(service_double::fail(capi::CRYPT_E_MSG_ERROR))
+                   : Defaults::CryptMsgUpdate(message, data, size, final);
+    };
+    service().failFunction("CryptMsgGetParam", capi::CRYPT_E_INVALID_MSG_TYPE);
+    DecryptDataHandler handler;
+    handler.initialize(sinkParams());
+    EXPECT_EQ(thrownBy<SystemException>([&] { update(handler, "mess"); }), updating(code(capi::CRYPT_E_MSG_ERROR)));
+    EXPECT_EQ(taken_, "");
+}
+
 TEST_F(DecryptSinkTest, WhatTheSinkThrowsReachesTheCaller) {
     auto request = sinkParams();
     request.sink = [](const unsigned char*, std::size_t) -> bool { throw std::length_error("disk full"); };

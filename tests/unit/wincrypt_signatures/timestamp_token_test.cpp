@@ -98,6 +98,43 @@ TEST_P(TimestampToken, IsRefusedForEachMisbehaviourOfTheAuthority) {
     }
 }
 
+/// The token of a granted response.
+std::string tokenIn(const std::string& response) {
+    const std::string status("\x30\x03\x02\x01\x00", 5); // PKIStatusInfo: granted
+    return response.substr(response.find(status) + status.size());
+}
+
+TEST_P(TimestampToken, WithoutItsCertificateIsJudgedByOneAtHand) {
+    const std::string bare = tokenIn(respond({"no-certificate"}));
+    const TimestampVerdict alone = tools_.judge(bare, octets);
+    EXPECT_EQ(alone.result, Result::unknown);
+    EXPECT_THAT(alone.reason, HasSubstr("certificate is not in it"));
+    EXPECT_FALSE(alone.authority);
+
+    using Certificates = std::vector<boost::shared_ptr<orvik::plugin::crypto::ICertificate>>;
+    const auto right = tools_.judge(token(), octets).authority;
+    const auto expired = tools_.judge(tokenIn(respond({"expired"})), octets).authority;
+    ASSERT_TRUE(right && expired);
+    const auto judged = [&](const std::string& judgedToken, Certificates certificates) {
+        return tools_.judge(judgedToken, octets, [=] { return certificates; });
+    };
+    const TimestampVerdict found = judged(bare, {expired, right});
+    EXPECT_EQ(found.result, Result::valid) << found.reason;
+    ASSERT_TRUE(found.authority);
+    EXPECT_EQ(found.authority->raw(), right->raw());
+    for (const Certificates& certificates : {Certificates{}, Certificates{expired}}) {
+        const TimestampVerdict missing = judged(bare, certificates);
+        EXPECT_EQ(missing.result, Result::unknown);
+        EXPECT_THAT(missing.reason, HasSubstr("neither in it nor at hand"));
+    }
+    // Of a certificate at hand nothing follows that is worse than of none.
+    EXPECT_EQ(judged(tokenIn(respond({"no-certificate", "other-key"})), {right}).result, Result::unknown);
+    EXPECT_EQ(judged(tokenIn(respond({"no-certificate", "other-certificate-id"})), {right}).result, Result::unknown);
+    EXPECT_EQ(judged(tokenIn(respond({"no-certificate", "no-certificate-id"})), {right}).result, Result::unknown);
+    EXPECT_EQ(judged(tokenIn(respond({"no-certificate", "other-imprint"})), {right}).result, Result::invalid);
+    EXPECT_EQ(judged(tokenIn(respond({"no-certificate", "expired"})), {expired}).result, Result::invalid);
+}
+
 TEST_P(TimestampToken, TruncatedAnywhereIsNotValidAndNothingCrashes) {
     const std::string whole = token();
     for (std::size_t size = 0; size < whole.size(); ++size) {

@@ -90,7 +90,10 @@ void DecryptContext::decrypt(const crypto::IPrivateKey& key, DWORD recipientInde
 
 SinkDecryptContext::SinkDecryptContext(const boost::shared_ptr<crypto::ICertificate>& certificate,
                                        const OutputSink& sink)
-    : DecryptContext(certificate), sink_(sink) {
+    : DecryptContext(certificate), sink_([this, sink](const unsigned char* data, std::size_t size) {
+          // What comes before the key was not encrypted: the content of another kind of message.
+          return !awaitsKey_ && sink(data, size);
+      }) {
     sink_.connect(stream());
 }
 
