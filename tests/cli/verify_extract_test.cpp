@@ -156,6 +156,24 @@ TEST_F(VerifyExtract, NothingIsLeftInTheTemporaryFolder) {
     EXPECT_EQ(place_.cli({"verify", "a.p7s", "--extract", "-"}, options).exit, 3);
 }
 
+// The sanitizers' library must come first in a process, so nothing can be laid in front of it.
+#if !defined(KLUNORTREDI_SANITIZED)
+TEST_F(VerifyExtract, SpoolsWhereFilesAlwaysHaveNames) {
+    ASSERT_EQ(::mkdir((place_.folder() / "tmp").c_str(), 0700), 0);
+    RunOptions options;
+    options.environment = {{"TMPDIR", place_.folder() / "tmp"},
+                           {"LD_PRELOAD", WITHOUT_TMPFILE},
+                           {"WITHOUT_TMPFILE_SEEN", place_.folder() / "seen"}};
+    EXPECT_EQ(place_.cli({"verify", "a.p7s", "--extract", "-"}, options).out, content_);
+    EXPECT_TRUE(place_.folder().has("seen"));
+    EXPECT_EQ(place_.cli({"verify", "bad.p7s", "--extract", "-"}, options).out, "");
+    EXPECT_TRUE(std::filesystem::is_empty(place_.folder() / "tmp"));
+    ASSERT_EQ(::mkdir((place_.folder() / "out").c_str(), 0700), 0);
+    EXPECT_EQ(place_.cli({"verify", "a.p7s", "--extract", "out/report.txt"}, options).exit, 0);
+    EXPECT_EQ(place_.folder().read("out/report.txt"), content_);
+}
+#endif
+
 TEST_F(VerifyExtract, TheContentAndItsVerdictNeverShareAFile) {
     place_.folder().write("there", "old");
     ASSERT_EQ(::link((place_.folder() / "there").c_str(), (place_.folder() / "linked").c_str()), 0);

@@ -1,5 +1,6 @@
 // What could not be judged is not called forged.
 
+#include "cli/message_parts.hpp"
 #include "cli/signers_place.hpp"
 
 #include <gmock/gmock.h>
@@ -84,6 +85,44 @@ TEST_F(VerifyUnknown, AnAlgorithmThatTheServiceDoesNotKnow) {
     }
     place_.folder().write("other.p7s", octets);
     expectUnknown({"verify", "other.p7s"}, "algorithm");
+}
+
+TEST_F(VerifyUnknown, AMessageOfDsa) {
+    place_.openssl().must({"genpkey", "-genparam", "-algorithm", "DSA", "-pkeyopt", "dsa_paramgen_bits:1024",
+                           "-pkeyopt", "dsa_paramgen_q_bits:160", "-out", "dsa.params"});
+    place_.makeIdentity("dsa", "dsa:dsa.params");
+    place_.sign("dsa.p7s", {"dsa"});
+    expectUnknown({"verify", "dsa.p7s"}, "algorithm that the service does not know");
+}
+
+// The mathematics hold, but the encoding is not the one that DER allows: anybody can make such another message.
+TEST_F(VerifyUnknown, AnEcdsaValueThatIsPaddedIsNamedForThat) {
+    place_.makeIdentity("ec", "ec", {"-pkeyopt", "ec_paramgen_curve:P-256"});
+    place_.sign("ec.p7s", {"ec"});
+    const Parts parts(place_.folder().read("ec.p7s"));
+    std::vector<std::string> members = Parts::children(Parts::content(parts.signer));
+    const std::string value = Parts::content(members.back());
+    members.pop_back();
+    const std::vector<std::string> numbers = Parts::children(Parts::content(value));
+    const std::string r = element(0x02, std::string(1, '\0') + Parts::content(numbers[0]));
+    const std::string s = element(0x02, std::string(1, '\0') + Parts::content(numbers[1]));
+    const auto verify = [&](const std::string& padded) {
+        std::string signer;
+        for (const std::string& member : members) {
+            signer += member;
+        }
+        signer = element(0x30, signer + element(0x04, padded));
+        place_.folder().write("padded.p7s", parts.message(parts.certificates, signer));
+        return place_.cli({"verify", "padded.p7s"});
+    };
+    EXPECT_EQ(verify(value).exit, 0);
+    const std::vector<std::string> paddedValues{element(0x30, r + numbers[1]), element(0x30, numbers[0] + s),
+                                                value + '\0', value + value};
+    for (const std::string& padded : paddedValues) {
+        const Outcome outcome = verify(padded);
+        EXPECT_EQ(outcome.exit, 1) << outcome.out << outcome.err;
+        EXPECT_THAT(outcome.out, HasSubstr("malformed"));
+    }
 }
 
 TEST_F(VerifyUnknown, ALineEndAfterTheMessageIsNamed) {
