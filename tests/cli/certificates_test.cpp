@@ -79,7 +79,7 @@ TEST(Certificates, GoInAndOutOfStores) {
     const Workplace place;
     EXPECT_EQ(place.cli({"certs", "add", "ca.pem", "--store", "root"}).out,
               "added CN=Test CA to store root, which was empty\n");
-    EXPECT_EQ(place.cli({"certs", "add", "ca.pem", "--store", "root"}).out, "added CN=Test CA to store root\n");
+    EXPECT_EQ(place.cli({"certs", "add", "ca.pem", "--store", "root"}).out, "store root has CN=Test CA already\n");
     EXPECT_EQ(place.json({"certs", "list", "--store", "root"})["certificates"].size(), 1U);
     EXPECT_EQ(place.json({"certs", "list"})["certificates"].size(), 0U);
     const Outcome exported = place.cli({"certs", "export", "Test CA", "--store", "root", "--pem"});
@@ -88,6 +88,31 @@ TEST(Certificates, GoInAndOutOfStores) {
     EXPECT_EQ(place.cli({"certs", "delete", "Test CA", "--store", "root"}).exit, 0);
     EXPECT_EQ(place.json({"certs", "list", "--store", "root"})["certificates"].size(), 0U);
     EXPECT_EQ(place.cli({"certs", "delete", "Test CA", "--store", "root"}).exit, 1);
+}
+
+TEST(Certificates, ACertificateWithAKeyIsNotReplacedByOneOfAnotherKey) {
+    Workplace place;
+    place.makeSigner("one");
+    const auto& openssl = place.openssl();
+    const std::string serial = place.json({"certs", "list"})["certificates"][0]["serial"];
+    // Another authority of the same name, a certificate of the same serial number and subject.
+    openssl.must({"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "eve.key", "-out", "eve.pem", "-subj",
+                  "/CN=Test CA", "-days", "2"});
+    openssl.must({"req", "-new", "-newkey", "rsa:2048", "-nodes", "-keyout", "forged.key", "-out", "forged.csr",
+                  "-subj", "/CN=Signer one"});
+    openssl.must({"x509", "-req", "-in", "forged.csr", "-CA", "eve.pem", "-CAkey", "eve.key", "-set_serial",
+                  "0x" + serial, "-out", "forged.pem", "-days", "2"});
+    const Json before = place.json({"certs", "list"})["certificates"];
+    const Outcome added = place.cli({"certs", "add", "forged.pem"});
+    EXPECT_EQ(added.exit, 4);
+    EXPECT_THAT(added.err, HasSubstr("with its private key, and this one is of another key"));
+    EXPECT_EQ(place.json({"certs", "list"})["certificates"], before);
+    const Json again = place.json({"certs", "add", "one.pem"});
+    EXPECT_EQ(again["already_there"], true);
+    EXPECT_EQ(place.json({"certs", "list"})["certificates"], before) << "with its link to the container";
+    ASSERT_EQ(place.cli({"certs", "add", "one.pem", "--store", "ca"}).exit, 0);
+    const Json replaced = place.json({"certs", "add", "forged.pem", "--store", "ca"});
+    EXPECT_EQ(replaced["replaced"]["thumbprint"], before[0]["thumbprint"]) << "without a key it is, and reported";
 }
 
 TEST(Certificates, AChainIsJudgedByTheStores) {

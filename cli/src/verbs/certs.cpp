@@ -1,5 +1,6 @@
 #include "verbs/verbs.hpp"
 
+#include "capi/constants.hpp"
 #include "certificates.hpp"
 #include "chain_files.hpp"
 #include "chain_material.hpp"
@@ -8,6 +9,7 @@
 #include "failure.hpp"
 #include "installed.hpp"
 #include "options.hpp"
+#include "orvik/plugin/crypto/i_public_key.hpp"
 #include "output_file.hpp"
 #include "pem.hpp"
 #include "printable.hpp"
@@ -22,6 +24,7 @@ namespace klunortredi::cli {
 namespace {
 
 using Json = nlohmann::ordered_json;
+using orvik::plugin::crypto::ICertificate;
 using orvik::plugin::crypto::ICertificateStore;
 using orvik::plugin::wincrypt::RegistryCertificateStore;
 
@@ -81,6 +84,21 @@ ExitCode addRevocationList(Session& session, const CertsArguments& arguments, st
     return ExitCode::done;
 }
 
+/// Anybody can make a certificate with the issuer and serial number of an installed one. Throws Failure (exit 4) when
+/// the installed one has a private key and `added` is of another key.
+void checkReplacement(const ICertificate& installed, const ICertificate& added, const CertsArguments& arguments) {
+    if (!installed.container() || *installed.publicKey() == *added.publicKey()) {
+        return;
+    }
+    throw Failure(ExitCode::service, "cannot add " + arguments.which,
+                  "store " + arguments.store +
+                      " has a certificate of the same issuer and serial number with its private "
+                      "key, and this one is of another key",
+                  "one of the two is not genuine; to replace the installed one, delete it first: thumbprint " +
+                      thumbprintOf(installed),
+                  capi::CRYPT_E_EXISTS);
+}
+
 } // namespace
 
 ExitCode listCertificates(Session& session, const CertsArguments& arguments) {
@@ -116,10 +134,31 @@ ExitCode addCertificate(Session& session, const CertsArguments& arguments) {
     const auto certificate = certificateFromDer(files.certificates.front());
     // Any name is a store's; that it was empty is how a misspelt one shows.
     const bool first = storeCertificates(arguments.store).empty();
-    RegistryCertificateStore(arguments.store, ICertificateStore::system).addCertificate(*certificate);
-    session.console.result({{"added", toJson(*certificate)}, {"store", arguments.store}}, [&](std::ostream& out) {
+    RegistryCertificateStore store(arguments.store, ICertificateStore::system);
+    const CertificatePtr installed = store.findCertificate(*certificate);
+    const bool there = installed && installed->raw() == certificate->raw();
+    const bool replaces = installed && !there;
+    if (replaces) {
+        checkReplacement(*installed, *certificate, arguments);
+    }
+    if (!there) { // adding it again would drop its link to a key
+        store.addCertificate(*certificate);
+    }
+    const Json document{{"added", toJson(*certificate)},
+                        {"store", arguments.store},
+                        {"already_there", there},
+                        {"replaced", replaces ? toJson(*installed) : Json()}};
+    session.console.result(document, [&](std::ostream& out) {
+        if (there) {
+            out << "store " << arguments.store << " has " << titleOf(*certificate) << " already\n";
+            return;
+        }
         out << "added " << titleOf(*certificate) << " to store " << arguments.store
             << (first ? ", which was empty" : "") << '\n';
+        if (replaces) {
+            out << "  in place of the certificate of the same issuer and serial number, thumbprint "
+                << thumbprintOf(*installed) << '\n';
+        }
     });
     return ExitCode::done;
 }

@@ -4,6 +4,7 @@
 #include "core/hex.hpp"
 #include "core/home.hpp"
 #include "core/immortal.hpp"
+#include "crypto/key_pair.hpp"
 #include "stores/crl_files.hpp"
 #include "stores/store_file.hpp"
 
@@ -141,13 +142,10 @@ std::shared_ptr<Certificate> SystemStore::add(const Certificate& certificate, Ad
     const files::Lock folderLock(directory_);
     files::removeStaleTemporaries(directory_);
     refresh();
-    const auto same = std::ranges::find_if(held_, [&](const auto& item) {
-        return item.second.certificate && sameIssuerAndSerial(item.second.certificate->info(), certificate.info());
-    });
-    if (same == held_.end() || rule == AddRule::Always) {
-        return addNew(certificate);
+    const auto existing = sameIn(certificate);
+    if (!existing || rule == AddRule::Always) {
+        return addNew(certificate, certificate.properties());
     }
-    const auto existing = same->second.certificate;
     if (rule == AddRule::New) {
         fail(capi::CRYPT_E_EXISTS);
     }
@@ -157,12 +155,40 @@ std::shared_ptr<Certificate> SystemStore::add(const Certificate& certificate, Ad
         write(existing, merged);
         return existing;
     }
-    // The new file stands before the old one goes: a crash between leaves both, never none.
-    auto added = addNew(certificate);
-    if (added->thumbprint() != existing->thumbprint()) {
-        static_cast<void>(files::removeDurably(fileOf(*existing)));
-        held_.erase(toHex(existing->thumbprint()));
+    return replace(*existing, certificate);
+}
+
+/// The certificate itself, else one of the same issuer and serial number, else null.
+std::shared_ptr<Certificate> SystemStore::sameIn(const Certificate& certificate) const {
+    const auto itself = held_.find(toHex(certificate.thumbprint()));
+    if (itself != held_.end() && itself->second.certificate) {
+        return itself->second.certificate;
     }
+    const auto same = std::ranges::find_if(held_, [&](const auto& item) {
+        return item.second.certificate && sameIssuerAndSerial(item.second.certificate->info(), certificate.info());
+    });
+    return same == held_.end() ? nullptr : same->second.certificate;
+}
+
+std::shared_ptr<Certificate> SystemStore::replace(const Certificate& existing, const Certificate& certificate) {
+    Properties properties = certificate.properties();
+    const auto link = existing.properties().keyProvider;
+    if (existing.thumbprint() == certificate.thumbprint()) {
+        if (!properties.keyProvider) {
+            properties.keyProvider = link;
+        }
+        return addNew(certificate, properties);
+    }
+    if (link &&
+        !samePublicKey(existing.decoded().subjectPublicKeyInfo(), certificate.decoded().subjectPublicKeyInfo())) {
+        fail(capi::CRYPT_E_EXISTS);
+    }
+    const std::string replaced = toHex(existing.thumbprint());
+    const fs::path file = fileOf(existing);
+    // The new file stands before the old one goes: a crash between leaves both, never none.
+    auto added = addNew(certificate, properties);
+    static_cast<void>(files::removeDurably(file));
+    held_.erase(replaced);
     return added;
 }
 
@@ -253,12 +279,12 @@ void SystemStore::write(const std::shared_ptr<Certificate>& certificate, const P
     held_[toHex(certificate->thumbprint())] = {stampOf(file), certificate};
 }
 
-std::shared_ptr<Certificate> SystemStore::addNew(const Certificate& certificate) {
+std::shared_ptr<Certificate> SystemStore::addNew(const Certificate& certificate, const Properties& properties) {
     const auto held = held_.find(toHex(certificate.thumbprint()));
     const auto element = held != held_.end() && held->second.certificate
                              ? held->second.certificate
                              : std::make_shared<Certificate>(certificate.encoded());
-    write(element, certificate.properties());
+    write(element, properties);
     return element;
 }
 

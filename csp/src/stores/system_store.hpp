@@ -33,7 +33,9 @@ public:
     std::vector<StoredCrl> crls() override;
     std::vector<std::string> unreadable() override;
     /// A certificate stands in the store once: adding it Always replaces its own file. Beside one of the same issuer
-    /// and serial number, but other octets, it is added.
+    /// and serial number, but other octets, it is added. Replacing a certificate by itself keeps its link to a private
+    /// key unless the new one brings its own. Throws ApiError(CRYPT_E_EXISTS) when a certificate with such a link would
+    /// be replaced by one of another public key: anybody can make a certificate of that issuer and serial number.
     std::shared_ptr<Certificate> add(const Certificate& certificate, AddRule rule) override;
     void remove(const Certificate& certificate) override;
     /// When the certificate has gone from the folder meanwhile, only the properties in memory change.
@@ -57,7 +59,9 @@ private:
     void refresh();
     void load(const std::string& thumbprint, const Stamp& stamp, Held& held) const;
     void write(const std::shared_ptr<Certificate>& certificate, const Properties& properties);
-    std::shared_ptr<Certificate> addNew(const Certificate& certificate);
+    [[nodiscard]] std::shared_ptr<Certificate> sameIn(const Certificate& certificate) const;
+    std::shared_ptr<Certificate> addNew(const Certificate& certificate, const Properties& properties);
+    std::shared_ptr<Certificate> replace(const Certificate& existing, const Certificate& certificate);
 
     const std::filesystem::path directory_;
     std::mutex mutex_;

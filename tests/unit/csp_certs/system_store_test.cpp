@@ -35,6 +35,11 @@ std::string runOpenssl(const std::string& arguments) {
 
 class SystemStore : public ServiceTest {
 protected:
+    static BOOL linkTo(PCCERT_CONTEXT certificate, std::wstring container) {
+        std::wstring provider = L"Provider";
+        const CRYPT_KEY_PROV_INFO info{container.data(), provider.data(), 80, 0, 0, nullptr, 1};
+        return api::CertSetCertificateContextProperty(certificate, capi::CERT_KEY_PROV_INFO_PROP_ID, 0, &info);
+    }
     /// Adds in a process of its own, as another program would.
     static void addElsewhere(const csp::Bytes& der, const char* store) {
         const pid_t child = fork();
@@ -67,6 +72,36 @@ TEST_F(SystemStore, KeepsACertificateInAFileThatOpensslReads) {
     std::string name = file.stem().string();
     std::ranges::transform(name, name.begin(), [](char c) { return static_cast<char>(std::toupper(c)); });
     EXPECT_THAT(fingerprint, HasSubstr(name));
+}
+
+TEST_F(SystemStore, KeepsTheKeyLinkOfACertificateThatIsAddedAgain) {
+    const auto store = systemStore("my");
+    const auto held = add(store.get(), person().der);
+    ASSERT_TRUE(setBlob(held.get(), 77, {1}));
+    ASSERT_TRUE(linkTo(held.get(), L"one"));
+    const auto again = add(store.get(), person().der);
+    EXPECT_THAT(content(files("my").front()), HasSubstr("key-container: one\n"));
+    EXPECT_TRUE(property(again.get(), 77).empty()) << "its other properties are the new ones";
+    const auto source = contextOf(person().der);
+    ASSERT_TRUE(linkTo(source.get(), L"other"));
+    ASSERT_TRUE(api::CertAddCertificateContextToStore(store.get(), source.get(), capi::CERT_STORE_ADD_REPLACE_EXISTING,
+                                                      nullptr));
+    EXPECT_THAT(content(files("my").front()), HasSubstr("key-container: other\n")) << "a new link replaces the old one";
+}
+
+TEST_F(SystemStore, CertificateWithAKeyIsNotReplacedByOneOfAnotherKey) {
+    const auto store = systemStore("my");
+    const auto held = add(store.get(), person().der);
+    ASSERT_TRUE(linkTo(held.get(), L"one"));
+    const auto forged =
+        pki::make({.subject = "Петров", .kind = pki::KeyKind::Gost256, .notAfter = std::time(nullptr) + 9});
+    EXPECT_EQ(add(store.get(), forged.der), nullptr);
+    EXPECT_EQ(api::GetLastError(), capi::CRYPT_E_EXISTS);
+    ASSERT_THAT(files("my"), SizeIs(1));
+    EXPECT_THAT(content(files("my").front()), HasSubstr("key-container: one\n"));
+    EXPECT_NE(add(store.get(), forged.der, capi::CERT_STORE_ADD_ALWAYS), nullptr) << "beside it, when asked";
+    EXPECT_NE(add(store.get(), person().der), nullptr) << "the certificate itself is found first";
+    EXPECT_THAT(files("my"), SizeIs(2));
 }
 
 TEST_F(SystemStore, IsPrivateToItsUser) {
