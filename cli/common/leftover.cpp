@@ -23,7 +23,8 @@ nlink_t names(int fd) {
 } // namespace
 
 std::optional<Leftover> Leftover::find(const std::string& name) {
-    const int fd = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    // Without O_NONBLOCK a pipe of that name would wait for a writer.
+    const int fd = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (fd < 0 && errno == ENOENT) {
         return std::nullopt;
     }
@@ -31,6 +32,15 @@ std::optional<Leftover> Leftover::find(const std::string& name) {
         throw fileFailure("cannot look at " + name, errno);
     }
     Leftover found(name, fd);
+    struct stat status {};
+    if (::fstat(fd, &status) != 0) {
+        throw fileFailure("cannot look at " + name, errno);
+    }
+    if (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid()) {
+        throw Failure(ExitCode::input, "cannot use " + name,
+                      S_ISREG(status.st_mode) ? "it belongs to another user" : "it is not a regular file",
+                      "remove it, or write to another folder", EEXIST);
+    }
     if (!lockFile(fd)) {
         throw Failure(ExitCode::input, "cannot write " + name, "another process is writing it", "try again", EBUSY);
     }
@@ -48,6 +58,13 @@ Leftover::~Leftover() {
 
 bool Leftover::published() const {
     return names(fd_) > 1;
+}
+
+std::string Leftover::content(std::size_t limit) const {
+    std::string octets(limit, '\0');
+    const ssize_t count = ::pread(fd_, octets.data(), octets.size(), 0);
+    octets.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+    return octets;
 }
 
 void Leftover::remove() const {

@@ -2,6 +2,7 @@
 
 /// Files under a temporary name, which a killed process leaves behind.
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -11,8 +12,9 @@ namespace klunortredi::cli {
 /// that it can be told from one that is still being written.
 class Leftover {
 public:
-    /// Looks for one under that name. Throws Failure (exit 3) while a living process writes it, and when it cannot be
-    /// looked at.
+    /// Looks for one under that name. Throws Failure (exit 3) while a living process writes it, when it cannot be
+    /// looked at, and for what this user's commands do not leave: another user's file, a link, a folder, a pipe or a
+    /// device.
     static std::optional<Leftover> find(const std::string& name);
 
     Leftover(Leftover&& other) noexcept;
@@ -23,6 +25,8 @@ public:
 
     /// Whether the file has got its real name too: its process was killed after that.
     [[nodiscard]] bool published() const;
+    /// What was written, at most `limit` octets of it; empty when it cannot be read.
+    [[nodiscard]] std::string content(std::size_t limit) const;
     /// Takes the temporary name away.
     void remove() const;
 

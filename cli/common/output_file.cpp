@@ -107,6 +107,27 @@ void OutputFile::commit() {
         fail(errno);
     }
     publish();
+    syncFolder();
+}
+
+void OutputFile::syncFolder() const {
+    if (direct_) {
+        return;
+    }
+    const int folder = ::open(folderOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    // A folder that one may write to and not read cannot be opened: its file system can be synchronised.
+    const bool lasts = folder < 0 ? ::syncfs(fd_) == 0 : ::fsync(folder) == 0 || errno == EINVAL || errno == ENOTSUP;
+    const int error = errno;
+    if (folder >= 0) {
+        ::close(folder);
+    }
+    if (lasts) {
+        return;
+    }
+    if (!force_) {
+        ::unlink(path_.c_str());
+    }
+    fail(error);
 }
 
 void OutputFile::syncFileSystem() const {

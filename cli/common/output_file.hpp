@@ -31,10 +31,11 @@ public:
     /// Gives the file that temporary name until commit(). A process killed between leaves it behind, empty or not
     /// (Leftover), and never together with a file of the real name that it made. Nothing for "-", a device or a pipe.
     void nameMeanwhile(const std::string& name);
-    /// Gives the file its name, after everything has reached the disk.
+    /// Gives the file its name, after everything has reached the disk; then the name reaches it too. When that last step
+    /// fails, a new file is removed again; one that replaced another stays.
     void commit();
-    /// The two steps of commit() apart, for many files at once: what was written reaches the disk, with everything else
-    /// on its file system; the file gets its name.
+    /// The steps of commit() apart, for many files at once: what was written reaches the disk, with everything else on
+    /// its file system; the file gets its name; syncFileSystem() once more makes the names last.
     void syncFileSystem() const;
     void publish();
     /// Number of the file system on which the file lies; 0 for "-", a device or a pipe.
@@ -50,6 +51,7 @@ private:
     void inspectTarget();
     void open();
     void rename() const;
+    void syncFolder() const;
     [[noreturn]] void fail(int error) const;
 
     std::string path_;

@@ -24,6 +24,20 @@ std::optional<Failure> outcomeOf(Step&& step) {
     }
 }
 
+/// File systems that were synchronised, with what came of it.
+using Synced = std::map<std::uint64_t, std::optional<Failure>>;
+
+/// Synchronises the file's file system unless that was done; throws its failure for each file.
+void syncOnce(Synced& synced, const OutputFile& file) {
+    const auto [system, isNew] = synced.try_emplace(file.fileSystem());
+    if (isNew) {
+        system->second = outcomeOf([&] { file.syncFileSystem(); });
+    }
+    if (system->second) {
+        throw Failure(*system->second);
+    }
+}
+
 } // namespace
 
 void PendingOutputs::add(std::unique_ptr<OutputFile> file, Done done) {
@@ -50,7 +64,7 @@ void PendingOutputs::finish() {
 
 /// The group after its files have reached the disk and have got their names, or have failed to.
 PendingOutputs::Group PendingOutputs::settled(Group group) {
-    std::map<std::uint64_t, std::optional<Failure>> synced; // file systems
+    Synced synced;
     for (Entry& entry : group) {
         if (!entry.file) {
             continue;
@@ -60,15 +74,16 @@ PendingOutputs::Group PendingOutputs::settled(Group group) {
                 entry.file->commit();
                 return;
             }
-            const auto [system, isNew] = synced.try_emplace(entry.file->fileSystem());
-            if (isNew) {
-                system->second = outcomeOf([&] { entry.file->syncFileSystem(); });
-            }
-            if (system->second) {
-                throw Failure(*system->second);
-            }
+            syncOnce(synced, *entry.file);
             entry.file->publish();
         });
+    }
+    synced.clear(); // now for the names
+    for (Entry& entry : group) {
+        if (!entry.file || entry.failure || group.size() == 1) {
+            continue;
+        }
+        entry.failure = outcomeOf([&] { syncOnce(synced, *entry.file); });
     }
     return group;
 }

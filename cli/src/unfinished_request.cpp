@@ -1,9 +1,13 @@
 #include "unfinished_request.hpp"
 
 #include "capi/constants.hpp"
+#include "certificates.hpp"
+#include "crypto/wincrypt/provider.hpp"
 #include "failure.hpp"
 #include "leftover.hpp"
+#include "orvik/plugin/base64.hpp"
 #include "orvik/plugin/crypto/i_provider.hpp"
+#include "orvik/plugin/crypto/i_public_key.hpp"
 #include "service_words.hpp"
 #include "text.hpp"
 
@@ -36,6 +40,50 @@ std::string mark(const ProviderPtr& provider, const std::string& container) {
     return mark.str();
 }
 
+/// Far above any request.
+constexpr std::size_t largestRequest = 1024UL * 1024;
+
+/// Octets of a request as it stands in a file, DER or PEM; empty when they cannot be read.
+std::string requestIn(const std::string& content) {
+    if (!content.starts_with("-----")) {
+        return content;
+    }
+    const auto begin = content.find('\n');
+    const auto end = content.find("-----", begin);
+    return end == std::string::npos ? std::string{} : orvik::plugin::base64::decode(content.substr(begin, end - begin));
+}
+
+boost::shared_ptr<orvik::plugin::crypto::IPublicKey> keyOf(const Container& container) {
+    return orvik::plugin::wincrypt::Provider(container.provider->type(), container.provider->name(),
+                                             text::wide(container.path))
+        .publicKey();
+}
+
+/// Whether the request is for the key in the container: a public key does not occur in other octets by chance.
+bool isFor(std::string_view request, const Container& container) {
+    const auto key = keyOf(container);
+    return key && !key->key().empty() && request.find(key->key()) != std::string_view::npos;
+}
+
+/// Whether the container, or store my, has a certificate for its key. In doubt it has.
+bool hasCertificate(const Container& container) {
+    const auto key = keyOf(container);
+    if (!key || container.provider->certificate(text::wide(container.path))) {
+        return true;
+    }
+    const auto installed = storeCertificates("my");
+    return std::any_of(installed.begin(), installed.end(), [&](const CertificatePtr& certificate) {
+        const auto own = certificate->publicKey();
+        return own && own->key() == key->key();
+    });
+}
+
+Failure alreadyThere(const std::string& container, const std::string& next) {
+    const Meaning& exists = *serviceMeaning(capi::NTE_EXISTS);
+    return {exists.exit, "cannot make a key pair in container " + container, exists.why,
+            next.empty() ? exists.next : next, exists.code};
+}
+
 } // namespace
 
 UnfinishedRequest::UnfinishedRequest(OutputFile& out, ProviderPtr provider, std::string container)
@@ -43,9 +91,7 @@ UnfinishedRequest::UnfinishedRequest(OutputFile& out, ProviderPtr provider, std:
       name_(out_.path() + ".unfinished-" + mark(provider_, container_)) {
     clear();
     if (existing(provider_, container_)) {
-        const Meaning& exists = *serviceMeaning(capi::NTE_EXISTS);
-        throw Failure(exists.exit, "cannot make a key pair in container " + container_, exists.why, exists.next,
-                      exists.code);
+        throw alreadyThere(container_, {});
     }
 }
 
@@ -53,12 +99,13 @@ void UnfinishedRequest::begin() {
     out_.nameMeanwhile(name_);
 }
 
-void UnfinishedRequest::abandon() const noexcept {
+void UnfinishedRequest::abandon(std::string_view request) const noexcept {
     try {
-        if (const auto container = existing(provider_, container_)) {
+        const auto container = existing(provider_, container_);
+        if (container && isFor(request, *container)) {
             provider_->deleteContainer(text::wide(container->path), "its request cannot be written");
         }
-    } catch (...) { // what went wrong before is what the person is told
+    } catch (...) { // what went wrong before is what the user is shown
     }
 }
 
@@ -68,7 +115,13 @@ void UnfinishedRequest::clear() {
         return;
     }
     const auto container = existing(provider_, container_);
-    if (container && !left->published()) {
+    if (container && !left->published() && !hasCertificate(*container)) {
+        if (!isFor(requestIn(left->content(largestRequest)), *container)) {
+            throw alreadyThere(container_,
+                               "a run that was killed may have left it: if its key is not in use, delete it "
+                               "with 'klunortredi containers delete " +
+                                   container_ + "'");
+        }
         provider_->deleteContainer(text::wide(container->path), "its request was never finished");
         deletedContainer_ = true;
     }

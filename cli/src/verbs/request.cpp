@@ -105,7 +105,7 @@ ExitCode request(Session& session, const RequestArguments& arguments) {
         out.write(session.options.pem ? toPem(der, "CERTIFICATE REQUEST") : der);
         out.commit();
     } catch (...) {
-        unfinished.abandon();
+        unfinished.abandon(der);
         throw;
     }
 
