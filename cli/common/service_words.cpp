@@ -34,6 +34,8 @@ constexpr Meaning serviceMeanings[] = {
     {capi::NTE_PROV_TYPE_NOT_DEF, ExitCode::service, "the provider's algorithms are not installed",
      "install the package libengine-gost-openssl"},
     {capi::NTE_NO_KEY, ExitCode::service, "the container holds no such key", ""},
+    {capi::NTE_BAD_KEY_STATE, ExitCode::service, "the PIN was changed by another process meanwhile",
+     "try again with the PIN that holds now"},
     {capi::NTE_PERM, ExitCode::service, "not permitted", ""},
     {capi::NTE_BAD_ALGID, ExitCode::service, "the provider does not offer the algorithm", ""},
     {capi::NTE_BAD_PUBLIC_KEY, ExitCode::service, "the public key does not fit", ""},

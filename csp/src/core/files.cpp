@@ -1,12 +1,17 @@
 #include "core/files.hpp"
 
+#include "core/warning.hpp"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <fstream>
+#include <sstream>
 #include <string>
+#include <thread>
 
 namespace klunortredi::csp::files {
 
@@ -83,6 +88,32 @@ bool stillNames(const fs::path& path, int fd) {
     struct stat named {};
     return fstat(fd, &opened) == 0 && stat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
            opened.st_ino == named.st_ino;
+}
+
+constexpr std::chrono::milliseconds lockPollInterval{5};
+
+/// Number of the process that holds the flock on the open file, from the kernel's list; "?" when that does not say.
+std::string holderOf(int fd) {
+    struct stat status {};
+    std::ifstream locks("/proc/locks");
+    if (fstat(fd, &status) != 0) {
+        return "?";
+    }
+    // 1: FLOCK  ADVISORY  WRITE 1234 08:01:567 0 EOF
+    const std::string inode = ':' + std::to_string(status.st_ino);
+    for (std::string line; std::getline(locks, line);) {
+        std::istringstream words(line);
+        std::string number;
+        std::string kind;
+        std::string mode;
+        std::string access;
+        std::string process;
+        std::string file;
+        if (words >> number >> kind >> mode >> access >> process >> file && kind == "FLOCK" && file.ends_with(inode)) {
+            return process;
+        }
+    }
+    return "?";
 }
 
 } // namespace
@@ -235,11 +266,22 @@ void removeFiles(const fs::path& directory, const std::function<bool(const fs::p
     }
 }
 
-Lock::Lock(const fs::path& path) : owner_(getpid()) {
+Lock::Lock(const fs::path& path, std::chrono::milliseconds limit) : owner_(getpid()) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
     do {
         fd_ = openForReading(path);
-        if (!fd_ || retried([&] { return flock(fd_.get(), LOCK_EX); }) != 0) {
+        if (!fd_) {
             failErrno();
+        }
+        while (retried([&] { return flock(fd_.get(), LOCK_EX | LOCK_NB); }) != 0) {
+            if (errno != EWOULDBLOCK) {
+                failErrno();
+            }
+            if (std::chrono::steady_clock::now() >= deadline) {
+                warn("process " + holderOf(fd_.get()) + " keeps the lock on " + path.string());
+                fail(capi::ERROR_BUSY);
+            }
+            std::this_thread::sleep_for(lockPollInterval);
         }
     } while (!stillNames(path, fd_.get()));
 }

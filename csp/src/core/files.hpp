@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -75,12 +76,16 @@ void removeStaleTemporaries(const std::filesystem::path& directory);
 void removeFiles(const std::filesystem::path& directory,
                  const std::function<bool(const std::filesystem::path&)>& unwanted);
 
+/// Far above what any holder needs on a loaded machine: a PIN takes a second or two, and several may wait in line.
+inline constexpr std::chrono::milliseconds lockTimeLimit{120'000};
+
 /// Advisory exclusive lock (flock) on a file or directory, across processes and threads, until destroyed. A process
 /// forked meanwhile does not hold it any longer than that.
 class Lock {
 public:
-    /// Waits for the lock. Throws ApiError(ERROR_FILE_NOT_FOUND) when `path` is not there, or goes while waiting.
-    explicit Lock(const std::filesystem::path& path);
+    /// Waits for the lock. Throws ApiError: ERROR_FILE_NOT_FOUND when `path` is not there, or goes while waiting;
+    /// ERROR_BUSY when another holder keeps it longer than `limit`, with a warning that names the process.
+    explicit Lock(const std::filesystem::path& path, std::chrono::milliseconds limit = lockTimeLimit);
     Lock(Lock&&) noexcept = default;
     Lock& operator=(Lock&& other) noexcept;
     Lock(const Lock&) = delete;

@@ -95,32 +95,46 @@ std::optional<files::Lock> Container::lock() {
     }
 }
 
-DWORD Container::failedTries() const {
-    constexpr std::size_t longest = 16;
+PinTries Container::tries() const {
+    constexpr std::size_t longest = 32;
     const auto text = files::read(directory_ / triesFileName, longest);
-    DWORD count = 0;
     if (!text) {
         fail(missing(directory_));
     }
     const std::string digits(text->begin(), text->end());
-    if (std::from_chars(digits.data(), digits.data() + digits.size(), count).ec != std::errc{}) {
+    const char* const end = digits.data() + digits.size();
+    PinTries tries;
+    const auto [next, error] = std::from_chars(digits.data(), end, tries.failed);
+    if (error != std::errc{}) {
         fail(capi::NTE_KEYSET_ENTRY_BAD);
     }
-    return std::min(count, pinTryLimit);
+    if (next != end && *next == ' ' && std::from_chars(next + 1, end, tries.unjudged).ec != std::errc{}) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD);
+    }
+    return {std::min(tries.failed, pinTryLimit), std::min(tries.unjudged, unjudgedTryLimit)};
 }
 
-void Container::writeFailedTries(DWORD count) const {
-    const std::string text = std::to_string(count) + '\n';
+void Container::writeTries(PinTries tries) const {
+    const std::string text = std::to_string(tries.failed) + ' ' + std::to_string(tries.unjudged) + '\n';
     files::writeAtomically(directory_ / triesFileName, Bytes(text.begin(), text.end()));
 }
 
 DWORD Container::triesRemaining() const {
-    return pinTryLimit - failedTries();
+    const PinTries now = tries();
+    return now.unjudged >= unjudgedTryLimit ? 0 : pinTryLimit - now.failed;
 }
 
 void Container::resetTries() {
     const auto held = lock();
-    writeFailedTries(0);
+    writeTries({});
+}
+
+/// What changePin compares with: a change by somebody else raises the generations.
+void Container::rememberOpened() {
+    opened_.clear();
+    for (const KeyEntry& entry : meta_.keys) {
+        opened_.emplace(entry.spec, entry.generation);
+    }
 }
 
 Bytes Container::readKeyFile(const KeyEntry& key) const {
@@ -170,24 +184,27 @@ UnlockedKeys Container::unlockLocked(std::string_view pin) {
         if (keys.empty()) {
             fail(pin.empty() ? capi::NTE_KEYSET_ENTRY_BAD : capi::SCARD_W_WRONG_CHV);
         }
+        rememberOpened();
         return keys;
     }
-    const DWORD failed = failedTries();
-    if (failed >= pinTryLimit) {
+    if (triesRemaining() == 0) {
         fail(capi::SCARD_W_CHV_BLOCKED);
     }
-    writeFailedTries(failed + 1);
+    const PinTries before = tries();
+    writeTries({before.failed, before.unjudged + 1});
     UnlockedKeys keys;
     try {
         keys = decrypt(pin);
     } catch (...) { // damage, or no memory: the PIN was not judged
-        writeFailedTries(failed);
+        writeTries(before);
         throw;
     }
     if (keys.empty()) {
+        writeTries({before.failed + 1, before.unjudged});
         fail(capi::SCARD_W_WRONG_CHV);
     }
-    writeFailedTries(0);
+    writeTries({});
+    rememberOpened();
     return keys;
 }
 
@@ -222,14 +239,19 @@ void Container::changePin(const UnlockedKeys& keys, std::string_view pin) {
     try {
         for (KeyEntry& entry : next.keys) {
             const auto key = keys.find(entry.spec);
+            const auto opened = opened_.find(entry.spec);
+            if (opened == opened_.end() || opened->second != entry.generation) {
+                fail(capi::NTE_BAD_KEY_STATE); // somebody changed the PIN since
+            }
             if (key == keys.end() || !samePublicKey(publicKeyInfo(key->second.get()), entry.publicKeyInfo)) {
                 fail(capi::NTE_BAD_KEY_STATE);
             }
             ++entry.generation;
             entry = writeKey(entry, key->second.get(), pin);
         }
-        writeFailedTries(0);                             // before the PIN is another: a failure must leave the old one
+        writeTries({});                                  // before the PIN is another: a failure must leave the old one
         static_cast<void>(replaceMeta(std::move(next))); // either PIN opens what a power cut leaves
+        rememberOpened();
     } catch (...) {
         removeUnused();
         throw;
@@ -245,7 +267,7 @@ void Container::addKey(DWORD spec, EVP_PKEY* key, bool exportable, std::string_v
     ContainerMeta next = before;
     if (next.keys.empty()) {
         next.wantsPin = !pin.empty();
-        writeFailedTries(0);
+        writeTries({});
     } else {
         unlockLocked(pin); // another process may have changed it since: one PIN opens all key pairs
     }
@@ -262,6 +284,7 @@ void Container::addKey(DWORD spec, EVP_PKEY* key, bool exportable, std::string_v
         meta_ = before;
         fail(capi::ERROR_WRITE_FAULT);
     }
+    rememberOpened();
 }
 
 std::optional<Bytes> Container::certificate(DWORD spec) const {
@@ -288,7 +311,7 @@ std::vector<std::string> Container::damagedFiles() {
             damaged.push_back(file);
         }
     };
-    inspect(triesFileName, [&] { failedTries(); });
+    inspect(triesFileName, [&] { tries(); });
     for (const KeyEntry& entry : meta_.keys) {
         inspect(keyFileName(entry), [&] { readKeyFile(entry); });
         inspect(metaFileName, [&] { publicKeyFromInfo(entry.publicKeyInfo); });

@@ -27,6 +27,16 @@ using UnlockedKeys = std::map<DWORD, std::shared_ptr<EVP_PKEY>>;
 /// Wrong PINs in a row after which a container locks. A person mistypes a few times; somebody who guesses has ten
 /// tries at a number of six digits.
 inline constexpr DWORD pinTryLimit = 10;
+/// Attempts in a row that were begun and never judged, because their process was killed, after which a container locks.
+/// Killing a process that opens the container with the right PIN must not lock it soon, and a guesser who kills each
+/// process before a wrong PIN is counted must not go on for ever.
+inline constexpr DWORD unjudgedTryLimit = 100;
+
+/// The counts that the file of tries holds, as decimal numbers with a blank between; the second may be missing (0).
+struct PinTries {
+    DWORD failed = 0;   ///< judged wrong since the last right PIN
+    DWORD unjudged = 0; ///< begun and not judged since the last right PIN, with the one that is being judged
+};
 
 class Container {
 public:
@@ -44,12 +54,14 @@ public:
     /// Unlocks the container for new attempts. The PIN stays as it is.
     void resetTries();
 
-    /// Decrypts the key pairs. The attempt is counted on disk before it is judged; a right PIN sets the count back.
-    /// Throws ApiError: SCARD_W_WRONG_CHV, SCARD_W_CHV_BLOCKED, NTE_KEYSET_ENTRY_BAD (damaged, not counted). A wrong
-    /// PIN for a container without one is not counted: there is nothing to guess.
+    /// Decrypts the key pairs. The attempt is counted on disk as unjudged before it is judged, and as failed
+    /// afterwards; a right PIN sets both counts back. Throws ApiError: SCARD_W_WRONG_CHV, SCARD_W_CHV_BLOCKED,
+    /// NTE_KEYSET_ENTRY_BAD (damaged, not counted). A wrong PIN for a container without one is not counted: there is
+    /// nothing to guess.
     UnlockedKeys unlock(std::string_view pin);
 
     /// Encrypts every key pair anew, all or none, and sets the count of attempts back. `keys` come from `unlock`.
+    /// Throws ApiError(NTE_BAD_KEY_STATE) when the PIN was changed since then: the other change stands.
     void changePin(const UnlockedKeys& keys, std::string_view pin);
 
     /// Adds a key pair. The first one decides what the container's PIN is; for another it is proved, as `unlock` does
@@ -77,8 +89,9 @@ private:
     [[nodiscard]] std::optional<files::Lock> lock();
     UnlockedKeys unlockLocked(std::string_view pin);
     Bytes readKeyFile(const KeyEntry& key) const;
-    DWORD failedTries() const;
-    void writeFailedTries(DWORD count) const;
+    PinTries tries() const;
+    void writeTries(PinTries tries) const;
+    void rememberOpened();
     void requireUsable() const;
     [[nodiscard]] UnlockedKeys decrypt(std::string_view pin) const;
     [[nodiscard]] KeyEntry writeKey(KeyEntry entry, EVP_PKEY* key, std::string_view pin) const;
@@ -88,7 +101,8 @@ private:
 
     std::filesystem::path directory_;
     ContainerMeta meta_;
-    bool reserved_ = false; ///< a NewContainer holds the lock
+    std::map<DWORD, unsigned> opened_; ///< generation of each key pair that this object decrypted or made, by key spec
+    bool reserved_ = false;            ///< a NewContainer holds the lock
 };
 
 /// A container that is being made: under a temporary name until `commit`, gone when not committed. The name is reserved

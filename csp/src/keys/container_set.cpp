@@ -80,7 +80,9 @@ Container NewContainer::commit() {
         throw;
     }
     reservation_.reset();
-    return {place, container_.meta_};
+    Container placed(place, container_.meta_);
+    placed.opened_ = container_.opened_;
+    return placed;
 }
 
 std::vector<std::string> listContainers(DWORD providerType) {

@@ -47,7 +47,15 @@ void KeyAccess::open(Container& container) {
 
 void KeyAccess::change(Container& container, std::string_view pin) {
     open(container);
-    container.changePin(keys_, pin);
+    try {
+        container.changePin(keys_, pin);
+    } catch (const ApiError& error) {
+        if (error.code() == capi::NTE_BAD_KEY_STATE) { // the PIN that opened it is not the container's any more
+            keys_.clear();
+            pin_.reset();
+        }
+        throw;
+    }
     pin_ = secretOf(pin);
 }
 

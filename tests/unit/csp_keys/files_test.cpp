@@ -4,6 +4,8 @@
 #include "service.hpp"
 #include "support/open_file_limit.hpp"
 
+#include <gmock/gmock.h>
+
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -93,6 +95,23 @@ TEST(Files, DirectoryThatCannotBeOpenedToBeSyncedRefusesTheChange) {
     }
     EXPECT_EQ(files::read(folder / "f"), bytes("old"));
     EXPECT_EQ(folder.count(), 1U);
+}
+
+TEST(Files, LockThatIsNotReleasedIsGivenUpAndItsHolderNamed) {
+    const test_support::TempFolder folder;
+    const auto lock = files::Lock::tryTake(folder.path());
+    ASSERT_TRUE(lock);
+    ::setenv("KLUNORTREDI_TRACE", "1", 1);
+    testing::internal::CaptureStderr();
+    try {
+        const files::Lock second(folder.path(), std::chrono::milliseconds(20));
+        ADD_FAILURE() << "two holders";
+    } catch (const ApiError& e) {
+        EXPECT_EQ(e.code(), capi::ERROR_BUSY);
+    }
+    ::unsetenv("KLUNORTREDI_TRACE");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::HasSubstr("process " + std::to_string(::getpid()) + " keeps the lock on " + folder.path()));
 }
 
 TEST(Files, LockEndsWithItsOwnerAndNotWithAChildForkedMeanwhile) {

@@ -5,6 +5,7 @@
 #include "service.hpp"
 
 #include <csignal>
+#include <fstream>
 
 namespace csp_keys {
 
@@ -15,6 +16,12 @@ using klunortredi::csp::pinTryLimit;
 
 class Pins : public ServiceTest {
 protected:
+    [[nodiscard]] std::string content(const std::string& file) const {
+        return test_support::readFile(home_ / ("containers/c.80/" + file));
+    }
+    void write(const std::string& file, const std::string& text) const {
+        std::ofstream(home_ / ("containers/c.80/" + file)) << text;
+    }
     static DWORD tries(unsigned long hProv) { return provNumber(hProv, capi::PP_PIN_TRIES_REMAINING); }
     static BOOL newPin(unsigned long hProv, const char* pin) {
         return CryptSetProvParam(hProv, capi::PP_PIN_NEW, reinterpret_cast<const BYTE*>(pin), 0);
@@ -102,11 +109,42 @@ TEST_F(Pins, AttemptsOfOtherProcessesCount) {
     EXPECT_EQ(tries(context.get()), pinTryLimit);
 }
 
-TEST_F(Pins, KilledWhileJudgingTheAttemptIsCountedAllTheSame) {
+TEST_F(Pins, KilledWhileJudgingTheAttemptIsCountedApart) {
     makeContainer(gost, L"c", "1234");
     EXPECT_EQ(helper({"die-judging", "c", "wrong"}).signal, SIGKILL);
+    EXPECT_EQ(content("tries"), "0 1\n");
     const Context context(gost, L"c", 0);
-    EXPECT_EQ(tries(context.get()), pinTryLimit - 1);
+    EXPECT_EQ(tries(context.get()), pinTryLimit) << "only a judged PIN counts";
+    EXPECT_TRUE(refused(setPin(context.get(), "wrong", capi::PIN_VERIFY), capi::SCARD_W_WRONG_CHV));
+    EXPECT_EQ(content("tries"), "1 1\n");
+    ASSERT_TRUE(setPin(context.get(), "1234", capi::PIN_VERIFY));
+    EXPECT_EQ(content("tries"), "0 0\n");
+}
+
+TEST_F(Pins, UnjudgedAttemptsHaveALimitOfTheirOwn) {
+    makeContainer(gost, L"c", "1234");
+    write("tries", "0 99\n");
+    const Context context(gost, L"c", 0);
+    ASSERT_TRUE(setPin(context.get(), "1234", capi::PIN_VERIFY)) << "more than ten kills do not lock it";
+    write("tries", "0 100\n");
+    EXPECT_EQ(tries(context.get()), 0U);
+    EXPECT_TRUE(refused(setPin(context.get(), "1234", capi::PIN_VERIFY), capi::SCARD_W_CHV_BLOCKED));
+    klunortredi::csp::Container::open({"c", gost}).resetTries();
+    EXPECT_TRUE(setPin(context.get(), "1234", capi::PIN_VERIFY));
+    write("tries", "3\n");
+    EXPECT_EQ(tries(context.get()), pinTryLimit - 3) << "a count without the second number";
+}
+
+TEST_F(Pins, ChangeThatUnlockedBeforeAnotherOneDoesNotUndoIt) {
+    makeContainer(gost, L"c", "old");
+    const Context context(gost, L"c", 0);
+    ASSERT_TRUE(setPin(context.get(), "old", capi::PIN_VERIFY));
+    EXPECT_EQ(helper({"change", "c", "old", "new"}).out, "0\n");
+    EXPECT_TRUE(refused(newPin(context.get(), "mine"), capi::NTE_BAD_KEY_STATE));
+    EXPECT_TRUE(refused(newPin(context.get(), "mine"), capi::SCARD_W_CARD_NOT_AUTHENTICATED));
+    ASSERT_TRUE(setPin(context.get(), "new", capi::PIN_VERIFY));
+    EXPECT_TRUE(newPin(context.get(), "mine"));
+    EXPECT_TRUE(newPin(context.get(), "next")) << "one's own change is known";
 }
 
 TEST_F(Pins, ContainerLocksAfterTheLimitAlsoForTheRightOne) {
