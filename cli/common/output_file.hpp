@@ -31,8 +31,8 @@ public:
     /// Gives the file that temporary name until commit(). A process killed between leaves it behind, empty or not
     /// (Leftover), and never together with a file of the real name that it made. Nothing for "-", a device or a pipe.
     void nameMeanwhile(const std::string& name);
-    /// Gives the file its name, after everything has reached the disk; then the name reaches it too. When that last step
-    /// fails, a new file is removed again; one that replaced another stays.
+    /// Gives the file its name, after everything has reached the disk; then the name reaches it too. When that last
+    /// step fails, a new file is removed again; one that replaced another stays.
     void commit();
     /// The steps of commit() apart, for many files at once: what was written reaches the disk, with everything else on
     /// its file system; the file gets its name; syncFileSystem() once more makes the names last.
