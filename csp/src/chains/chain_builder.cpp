@@ -19,11 +19,16 @@
 #include "x509/x509_der.hpp"
 
 #include <algorithm>
+#include <limits>
 #include <set>
 
 namespace klunortredi::csp {
 
 namespace {
+
+/// Age in seconds at which a list without nextUpdate (RFC 5280, 5.1.2.5 requires the field) is not good any more; the
+/// same as for answers of servers.
+constexpr DWORD longestWithoutNextUpdate = 86400;
 
 /// Issuers that are retrieved one after the other.
 constexpr int mostRounds = 4;
@@ -233,10 +238,21 @@ private:
         return (found & ~unknownBits) | (revocation->result != 0 ? capi::CERT_TRUST_IS_REVOKED : 0);
     }
 
-    /// A list that is older than the caller takes says nothing good; what it revokes stays revoked.
+    /// The age up to which what is said of a certificate counts.
+    [[nodiscard]] DWORD oldestOf(const ElementRevocation& revocation) const {
+        const auto isEndless = [](const std::shared_ptr<X509_CRL>& list) {
+            return list && X509_CRL_get0_nextUpdate(list.get()) == nullptr;
+        };
+        const DWORD oldest = request_.oldestList.value_or(std::numeric_limits<DWORD>::max());
+        return isEndless(revocation.base) || isEndless(revocation.delta) ? std::min(oldest, longestWithoutNextUpdate)
+                                                                         : oldest;
+    }
+
+    /// A list that is older than the caller takes, or that does not say until when it holds and is old, says nothing
+    /// good; what it revokes stays revoked.
     [[nodiscard]] DWORD tooOld(std::optional<ElementRevocation>& revocation) const {
-        if (!request_.oldestList || !revocation || revocation->result == capi::CRYPT_E_REVOKED ||
-            revocation->freshness <= *request_.oldestList) {
+        if (!revocation || revocation->result == capi::CRYPT_E_REVOKED ||
+            revocation->freshness <= oldestOf(*revocation)) {
             return 0;
         }
         revocation->result = capi::CRYPT_E_REVOCATION_OFFLINE;

@@ -14,48 +14,68 @@ namespace klunortredi::csp {
 
 namespace {
 
+constexpr std::string_view ecPublicKey = "1.2.840.10045.2.1";
+
 std::string algorithmOf(const X509* certificate) {
     ASN1_OBJECT* algorithm = nullptr;
     X509_PUBKEY_get0_param(&algorithm, nullptr, nullptr, nullptr, X509_get_X509_PUBKEY(certificate));
     return ossl::oidText(algorithm);
 }
 
-/// The octets of the key alone. Those of a GOST key without their OCTET STRING, whose length may be written in several
-/// ways (RFC 9215, 4.3).
+/// The octets of a point (SEC 1, 2.3.3) that a key and its negative share: the x coordinate. Who has the private key of
+/// one has that of the other.
+Bytes abscissa(ByteView point) {
+    constexpr std::array<std::uint8_t, 3> bothCoordinates{4, 6, 7}; // not compressed, and hybrid
+    if (point.empty()) {
+        return {};
+    }
+    const bool both = std::ranges::find(bothCoordinates, point.front()) != bothCoordinates.end();
+    const ByteView coordinates = point.subspan(1);
+    const ByteView x = coordinates.first(both ? coordinates.size() / 2 : coordinates.size());
+    return {x.begin(), x.end()};
+}
+
+/// The octets by which a key is known, whatever algorithm and parameters it is named with. Those of a GOST key are the
+/// first half of its point, without the OCTET STRING around it, whose length may be written in several ways (RFC 9215,
+/// 4.3).
 Bytes keyOctets(const X509* certificate) {
     const ByteView bits = ossl::octets(X509_get0_pubkey_bitstr(certificate));
-    const KeyAlgorithm* const algorithm = findKey(algorithmOf(certificate));
+    const std::string oid = algorithmOf(certificate);
+    if (oid == ecPublicKey) {
+        return abscissa(bits);
+    }
+    const KeyAlgorithm* const algorithm = findKey(oid);
     if (algorithm != nullptr && algorithm->gost) {
         const auto point = ossl::fromDer<ossl::OctetString>(d2i_ASN1_OCTET_STRING, bits);
         if (point) {
             const ByteView octets = ossl::octets(point.get());
-            return {octets.begin(), octets.end()};
+            const ByteView x = octets.first(octets.size() / 2);
+            return {x.begin(), x.end()};
         }
     }
     return {bits.begin(), bits.end()};
 }
 
-/// A number of an RSA key, be it for one kind of padding alone; null for other keys.
-ossl::Bn rsaNumber(const EVP_PKEY* key, const char* name) {
+/// The modulus of an RSA key, be it for one kind of padding alone; null for other keys.
+ossl::Bn modulusOf(const EVP_PKEY* key) {
     BIGNUM* number = nullptr;
     const int kind = EVP_PKEY_get_base_id(key);
     if (kind == EVP_PKEY_RSA || kind == EVP_PKEY_RSA_PSS) {
-        EVP_PKEY_get_bn_param(key, name, &number);
+        EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_N, &number);
     }
     return ossl::Bn(number);
 }
 
+/// Who can sign with one exponent knows the factors, and can sign with any.
 bool sameRsaKey(const EVP_PKEY* left, const EVP_PKEY* right) {
-    return std::ranges::all_of(std::array{OSSL_PKEY_PARAM_RSA_N, OSSL_PKEY_PARAM_RSA_E}, [&](const char* name) {
-        const ossl::Bn a = rsaNumber(left, name);
-        const ossl::Bn b = rsaNumber(right, name);
-        return a && b && BN_cmp(a.get(), b.get()) == 0;
-    });
+    const ossl::Bn a = modulusOf(left);
+    const ossl::Bn b = modulusOf(right);
+    return a && b && BN_cmp(a.get(), b.get()) == 0;
 }
 
 /// The same key, also under another algorithm (RSA and RSASSA-PSS, the GOST algorithms of one point), with other
-/// parameters, or with its point or its numbers written in another way. Different keys never have the same octets, so
-/// the octets alone decide where they are the same.
+/// parameters, with its point or its numbers written in another way, and what its holder makes of it without another
+/// secret. Independent keys never have the same octets, so the octets alone decide where they are the same.
 bool sameKey(const X509* left, const X509* right) {
     const ossl::ErrorMark mark;
     if (std::ranges::equal(keyOctets(left), keyOctets(right))) {

@@ -2,6 +2,7 @@
 
 #include "chains/element_signature.hpp"
 
+#include <openssl/core_names.h>
 #include <openssl/x509_vfy.h>
 
 #include <algorithm>
@@ -15,9 +16,33 @@ namespace {
 constexpr std::size_t mostOfOneName = 64;
 /// Issuers of one certificate that are followed.
 constexpr std::size_t mostBranches = 8;
-/// A signature check with a key beyond this size costs as many as `hugeKeyCost` others.
+/// A signature check with an RSA modulus or exponent beyond these sizes takes as long as `hugeKeyCost` others, one on a
+/// curve beyond this size as `largeCurveCost`.
 constexpr int hugeKeyBits = 4096;
+constexpr int hugeExponentBits = 64;
 constexpr std::size_t hugeKeyCost = 16;
+constexpr int largeCurveBits = 256;
+constexpr std::size_t largeCurveCost = 4;
+
+bool hasHugeExponent(const EVP_PKEY* key) {
+    const ossl::ErrorMark mark;
+    BIGNUM* number = nullptr;
+    EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &number);
+    const ossl::Bn exponent(number);
+    return exponent && BN_num_bits(exponent.get()) > hugeExponentBits;
+}
+
+/// What a signature check with the key takes, in those of an ordinary key.
+std::size_t costOf(const EVP_PKEY* key) {
+    if (key == nullptr) {
+        return 1;
+    }
+    const int bits = EVP_PKEY_get_bits(key);
+    if (EVP_PKEY_get_base_id(key) == EVP_PKEY_EC) {
+        return bits > largeCurveBits ? largeCurveCost : 1;
+    }
+    return bits > hugeKeyBits || hasHugeExponent(key) ? hugeKeyCost : 1;
+}
 
 /// Whether name and key identifier allow `issuer` to be the subject's issuer. A key identifier that differs does not
 /// (RFC 5280, section 4.2.1.1); what its usage says is judged with the whole path.
@@ -160,7 +185,7 @@ PathSearch::Issuers PathSearch::findIssuers(const Candidate& subject) {
 
 std::optional<bool> PathSearch::signedBy(const Candidate& subject, const Candidate& issuer) {
     const EVP_PKEY* const key = X509_get0_pubkey(issuer.x509.get());
-    const std::size_t cost = key != nullptr && EVP_PKEY_get_bits(key) > hugeKeyBits ? hugeKeyCost : 1;
+    const std::size_t cost = costOf(key);
     if (budget_.signatureChecks < cost) {
         limited_ = true;
         return std::nullopt;

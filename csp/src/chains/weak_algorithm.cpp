@@ -1,13 +1,13 @@
 #include "chains/weak_algorithm.hpp"
 
+#include "crypto/broken_key.hpp"
+
 #include <algorithm>
 #include <array>
 
 namespace klunortredi::csp {
 
 namespace {
-
-constexpr int smallestModulus = 1024;
 
 /// NIDs of the digests that are broken. NID_md2 is known by number even where its code is not built.
 constexpr std::array brokenDigests{NID_md2, NID_md4, NID_md5};
@@ -44,12 +44,7 @@ bool hasBrokenSignature(const X509_CRL* crl) {
 
 bool hasBrokenKey(const X509* certificate) {
     const EVP_PKEY* const key = X509_get0_pubkey(certificate);
-    if (key == nullptr) {
-        return false;
-    }
-    const int type = EVP_PKEY_get_base_id(key);
-    const bool modular = type == EVP_PKEY_RSA || type == EVP_PKEY_RSA_PSS || type == EVP_PKEY_DSA;
-    return modular && EVP_PKEY_get_bits(key) < smallestModulus;
+    return key != nullptr && isBrokenKey(key);
 }
 
 } // namespace klunortredi::csp

@@ -12,7 +12,7 @@ bool isBrokenSignature(const X509_ALGOR* algorithm);
 bool hasBrokenSignature(const X509* certificate);
 bool hasBrokenSignature(const X509_CRL* crl);
 
-/// Whether the key is an RSA or DSA key under 1024 bits: 829 bits were factored in 2020.
+/// Whether the key is broken (crypto/broken_key.hpp).
 bool hasBrokenKey(const X509* certificate);
 
 } // namespace klunortredi::csp

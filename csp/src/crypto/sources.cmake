@@ -1,5 +1,6 @@
 target_sources(klunortredi_csp_core PRIVATE
     src/crypto/algorithms.cpp
+    src/crypto/broken_key.cpp
     src/crypto/content_cipher.cpp
     src/crypto/content_cipher_evp.cpp
     src/crypto/content_cipher_gost.cpp

@@ -1,8 +1,7 @@
 #include "messages/broken_algorithms.hpp"
 
 #include "core/error.hpp"
-
-#include <openssl/evp.h>
+#include "crypto/broken_key.hpp"
 
 #include <algorithm>
 #include <array>
@@ -20,8 +19,6 @@ constexpr std::array<std::string_view, 6> brokenDigests{
     "1.2.840.113549.1.1.4", // md5WithRSAEncryption
 };
 
-constexpr int smallestRsaBits = 1024;
-
 } // namespace
 
 void refuseBrokenDigest(std::string_view oid) {
@@ -31,9 +28,11 @@ void refuseBrokenDigest(std::string_view oid) {
 }
 
 void refuseBrokenKey(const EVP_PKEY* key) {
-    const int type = EVP_PKEY_get_base_id(key);
-    if ((type == EVP_PKEY_RSA || type == EVP_PKEY_RSA_PSS) && EVP_PKEY_get_bits(key) < smallestRsaBits) {
+    if (isBrokenKey(key)) {
         fail(capi::NTE_BAD_KEY);
+    }
+    if (hasExplicitCurve(key)) {
+        fail(capi::NTE_BAD_PUBLIC_KEY);
     }
 }
 

@@ -13,7 +13,8 @@ namespace klunortredi::csp {
 /// Every other OID, unknown ones included, passes.
 void refuseBrokenDigest(std::string_view oid);
 
-/// ApiError(NTE_BAD_KEY) for an RSA key of less than 1024 bits: such keys have been factored.
+/// ApiError(NTE_BAD_KEY) for a key that is broken, NTE_BAD_PUBLIC_KEY for a curve given by its parameters: see
+/// crypto/broken_key.hpp.
 void refuseBrokenKey(const EVP_PKEY* key);
 
 } // namespace klunortredi::csp

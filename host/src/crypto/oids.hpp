@@ -12,6 +12,7 @@ inline constexpr const char* gost2012_256Agreement = "1.2.643.7.1.1.6.1";
 inline constexpr const char* gost2012_512Agreement = "1.2.643.7.1.1.6.2";
 inline constexpr const char* gost2001Agreement = "1.2.643.2.2.98";
 inline constexpr const char* rsa = "1.2.840.113549.1.1.1";
+inline constexpr const char* ecPublicKey = "1.2.840.10045.2.1";
 
 // Hashes.
 inline constexpr const char* hashGost2012_256 = "1.2.643.7.1.1.2.2";

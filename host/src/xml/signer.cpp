@@ -4,6 +4,7 @@
 #include "refusal.hpp"
 #include "signature_keys.hpp"
 
+#include <openssl/core_names.h>
 #include <openssl/objects.h>
 
 #include <algorithm>
@@ -19,7 +20,28 @@ std::string oidOf(const EVP_PKEY* key) {
     return text.data();
 }
 
+/// Refuses keys whose form lets anybody make signatures that fit: RSA exponents that are even, 1, or larger than any
+/// honest one (FIPS 186-5, A.1.1), and curves whose base point the key's holder chose (RFC 5480, 2.1.1).
+void requireHonestForm(const EVP_PKEY* key) {
+    constexpr int largestExponent = 256; // bits
+    const ssl::internal::ErrorMark mark;
+    BIGNUM* number = nullptr;
+    EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &number);
+    const ssl::internal::Owned<BIGNUM, BN_free> exponent(number);
+    if (exponent && (BN_is_odd(exponent.get()) == 0 || BN_is_one(exponent.get()) != 0 ||
+                     BN_num_bits(exponent.get()) > largestExponent)) {
+        invalid("the exponent of the signer's RSA key lets anybody make such a signature");
+    }
+    int isExplicit = 0;
+    if (EVP_PKEY_get_base_id(key) == EVP_PKEY_EC &&
+        EVP_PKEY_get_int_param(key, OSSL_PKEY_PARAM_EC_DECODED_FROM_EXPLICIT_PARAMS, &isExplicit) == 1 &&
+        isExplicit != 0) {
+        unknown("the signer's key is on a curve that has no name");
+    }
+}
+
 FoundSigner describe(const EVP_PKEY* key) {
+    requireHonestForm(key);
     return {{}, false, oidOf(key), static_cast<unsigned>(EVP_PKEY_get_bits(key))};
 }
 

@@ -2,10 +2,29 @@
 
 #include "chain_fixture.hpp"
 
+#include "asn1/der.hpp"
+
 #include <openssl/core_names.h>
 #include <openssl/ecdsa.h>
 
 namespace {
+
+/// A certificate for the RSA key of `of` with another public exponent.
+Entity withExponent(const Entity& of, const Entity& issuer, unsigned long exponent) {
+    return pki::make(
+        {.subject = "Again", .issuer = &issuer, .serial = 6, .reuseKey = of.key.get(), .change = [&](X509* x) {
+             BIGNUM* modulus = nullptr;
+             EVP_PKEY_get_bn_param(of.key.get(), OSSL_PKEY_PARAM_RSA_N, &modulus);
+             const csp::ossl::Bn owner(modulus);
+             csp::Bytes number(static_cast<std::size_t>(BN_num_bytes(modulus)) + 1); // a zero first: it is positive
+             BN_bn2bin(modulus, number.data() + 1);
+             const csp::Bytes key = csp::der::sequence(
+                 {csp::der::integer(number), csp::der::integer(static_cast<std::int64_t>(exponent))});
+             X509_PUBKEY_set0_param(X509_get_X509_PUBKEY(x), OBJ_nid2obj(NID_rsaEncryption), V_ASN1_NULL, nullptr,
+                                    static_cast<unsigned char*>(OPENSSL_memdup(key.data(), key.size())),
+                                    static_cast<int>(key.size()));
+         }});
+}
 
 class ChainDistrust : public ChainTest {
 protected:
@@ -76,6 +95,32 @@ TEST_F(ChainDistrust, HoldsForTheKeyWithItsPointCompressed) {
     ASSERT_EQ(ASN1_STRING_length(X509_get0_pubkey_bitstr(again.certificate.get())), 33);
     EXPECT_EQ(status(again.der), 0U);
     distrust(leaf_.der);
+    EXPECT_EQ(status(again.der), capi::CERT_TRUST_IS_EXPLICIT_DISTRUST);
+}
+
+TEST_F(ChainDistrust, HoldsForTheNegativeOfThePoint) {
+    const csp::ossl::Pkey compressed(EVP_PKEY_dup(leaf_.key.get()));
+    EVP_PKEY_set_utf8_string_param(compressed.get(), OSSL_PKEY_PARAM_EC_POINT_CONVERSION_FORMAT, "compressed");
+    const auto negative = [](X509* x) {
+        const ASN1_BIT_STRING* const bits = X509_get0_pubkey_bitstr(x);
+        auto* const point = static_cast<unsigned char*>(
+            OPENSSL_memdup(ASN1_STRING_get0_data(bits), static_cast<std::size_t>(ASN1_STRING_length(bits))));
+        point[0] ^= 1U; // the other y of the same x
+        X509_PUBKEY_set0_param(X509_get_X509_PUBKEY(x), OBJ_nid2obj(NID_X9_62_id_ecPublicKey), V_ASN1_OBJECT,
+                               OBJ_nid2obj(NID_X9_62_prime256v1), point, ASN1_STRING_length(bits));
+    };
+    const Entity again = pki::make(
+        {.subject = "Leaf again", .issuer = &ca_, .serial = 6, .reuseKey = compressed.get(), .change = negative});
+    EXPECT_EQ(status(again.der), 0U);
+    distrust(leaf_.der);
+    EXPECT_EQ(status(again.der), capi::CERT_TRUST_IS_EXPLICIT_DISTRUST);
+}
+
+TEST_F(ChainDistrust, HoldsForTheModulusWithAnotherExponent) {
+    const Entity person = pki::make({.subject = "Person", .issuer = &ca_, .kind = pki::KeyKind::Rsa, .serial = 5});
+    const Entity again = withExponent(person, ca_, 257);
+    EXPECT_EQ(status(again.der), 0U);
+    distrust(person.der);
     EXPECT_EQ(status(again.der), capi::CERT_TRUST_IS_EXPLICIT_DISTRUST);
 }
 
@@ -209,6 +254,32 @@ TEST_F(WeakChain, RefusesShortRsaKeysOfAnyElement) {
     trust(anchor);
     EXPECT_EQ(elementErrors(chainOf(pki::make({.subject = "Below", .issuer = &anchor, .serial = 5}).der)),
               (std::vector<DWORD>{0, weak}));
+}
+
+TEST_F(WeakChain, RefusesSmallCurves) {
+    for (const char* const name : {"secp112r1", "secp128r1"}) {
+        const csp::ossl::Pkey key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", name));
+        const Entity bad = pki::make({.subject = "Bad", .issuer = &ca_, .serial = 6, .reuseKey = key.get()});
+        EXPECT_EQ(elementErrors(chainOf(bad.der)), (std::vector<DWORD>{weak, 0, 0})) << name;
+    }
+    const csp::ossl::Pkey enough(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "secp160r1"));
+    EXPECT_EQ(status(pki::make({.subject = "Fair", .issuer = &ca_, .serial = 7, .reuseKey = enough.get()}).der), 0U);
+}
+
+TEST_F(WeakChain, RefusesExponentsThatAnybodyCanSignWith) {
+    const Entity person = pki::make({.subject = "Person", .issuer = &ca_, .kind = pki::KeyKind::Rsa, .serial = 5});
+    for (const unsigned long exponent : {1UL, 4UL}) {
+        EXPECT_EQ(elementErrors(chainOf(withExponent(person, ca_, exponent).der)), (std::vector<DWORD>{weak, 0, 0}))
+            << exponent;
+    }
+    EXPECT_EQ(status(withExponent(person, ca_, 3).der), 0U);
+}
+
+TEST_F(WeakChain, RefusesCurvesWithoutAName) {
+    const csp::ossl::Pkey key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+    EVP_PKEY_set_utf8_string_param(key.get(), OSSL_PKEY_PARAM_EC_ENCODING, "explicit");
+    const Entity bad = pki::make({.subject = "Bad", .issuer = &ca_, .serial = 6, .reuseKey = key.get()});
+    EXPECT_EQ(elementErrors(chainOf(bad.der)), (std::vector<DWORD>{capi::CERT_TRUST_IS_NOT_SIGNATURE_VALID, 0, 0}));
 }
 
 TEST_F(WeakChain, MayBeIgnoredAsWeakButNotAsForged) {

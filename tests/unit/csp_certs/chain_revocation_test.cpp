@@ -148,6 +148,17 @@ TEST_F(ChainCrls, AreGoodThroughTheSecondOfTheirNextUpdate) {
     EXPECT_EQ(status(leaf_.der, end), unknown);
 }
 
+TEST_F(ChainCrls, WithoutATimeOfTheNextAreGoodForADay) {
+    constexpr long day = 86400;
+    addCrl(pki::makeCrl(ca_, {.serials = {78}, .thisUpdate = now_ - day, .nextUpdate = 0, .revoked = now_ - day}));
+    time_ = now_;
+    EXPECT_EQ(status(leaf_.der, end), 0U);
+    time_ = now_ + 1;
+    EXPECT_EQ(status(leaf_.der, end), unknown);
+    EXPECT_EQ(status(leaf_.der, atHand), 0U) << "no checking flag: not known is no error";
+    EXPECT_EQ(status(pki::make({.subject = "Other", .issuer = &ca_, .serial = 78}).der, atHand), revoked);
+}
+
 TEST_F(ChainCrls, OfALaterTimeRevokeWhatWasRevokedByThen) {
     addCrl(pki::makeCrl(ca_, {.serials = {77}, .thisUpdate = now_ - 100, .revoked = now_ - 1000}));
     time_ = now_ - 1200;

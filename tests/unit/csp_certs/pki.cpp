@@ -166,8 +166,10 @@ csp::Bytes makeCrl(const Entity& issuer, const WantedCrl& wanted) {
     X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(issuer.certificate.get()));
     ASN1_TIME* const time = ASN1_TIME_set(nullptr, wanted.thisUpdate);
     X509_CRL_set1_lastUpdate(list.get(), time);
-    ASN1_TIME_set(time, wanted.nextUpdate);
-    X509_CRL_set1_nextUpdate(list.get(), time);
+    if (wanted.nextUpdate != 0) {
+        ASN1_TIME_set(time, wanted.nextUpdate);
+        X509_CRL_set1_nextUpdate(list.get(), time);
+    }
     ASN1_TIME_set(time, wanted.revoked);
     for (const long serial : wanted.serials) {
         addEntry(list.get(), serial, time, wanted);

@@ -48,7 +48,7 @@ csp::Bytes crl(const Entity& issuer, const std::vector<long>& revokedSerials);
 struct WantedCrl {
     std::vector<long> serials{}; ///< of the revoked certificates
     std::time_t thisUpdate = std::time(nullptr) - 60;
-    std::time_t nextUpdate = std::time(nullptr) + 86400;
+    std::time_t nextUpdate = std::time(nullptr) + 86400; ///< 0: the list has none
     std::time_t revoked = std::time(nullptr) - 60;
     std::vector<std::pair<int, std::string>> extensions{};      ///< NID, value as in openssl.cnf
     std::vector<std::pair<int, std::string>> entryExtensions{}; ///< of every entry

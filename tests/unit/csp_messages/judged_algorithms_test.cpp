@@ -6,6 +6,7 @@
 #include "exports/export.hpp"
 #include "x509/x509_der.hpp"
 
+#include <openssl/core_names.h>
 #include <openssl/ec.h>
 #include <openssl/rsa.h>
 
@@ -57,6 +58,15 @@ Bytes publicKey(EVP_PKEY* key) {
     return csp::ossl::toDer(i2d_PUBKEY, owner.get());
 }
 
+/// SubjectPublicKeyInfo of an RSA key of 2048 bits with this exponent.
+Bytes rsaKeyWith(ByteView exponent) {
+    Bytes modulus(257, 0xA5);
+    modulus.front() = 0;
+    const Bytes rsaEncryption = der::sequence({der::objectIdentifier("1.2.840.113549.1.1.1"), der::null()});
+    return der::sequence(
+        {rsaEncryption, der::bitString(der::sequence({der::integer(modulus), der::integer(exponent)}))});
+}
+
 class JudgedAlgorithms : public testing::Test {
 protected:
     Signer signer = makeSigner(KeyKind::Rsa);
@@ -84,6 +94,37 @@ TEST_F(JudgedAlgorithms, RsaKeysUnder1024BitsNeverVerify) {
     EXPECT_EQ(errorWith(encoded, publicKey(EVP_RSA_gen(1024))), capi::NTE_BAD_SIGNATURE) << "judged, and not its own";
     message.signatureAlgorithm = algorithm("1.2.840.113549.1.1.10");
     EXPECT_EQ(errorWith(encode(signer, message), publicKey(EVP_RSA_gen(512))), capi::NTE_BAD_KEY) << "RSASSA-PSS";
+}
+
+TEST_F(JudgedAlgorithms, RsaExponentsThatAnybodyCanSignWithNeverVerify) {
+    const Bytes encoded = encode(signer, message);
+    for (const Bytes& exponent : {Bytes{1}, Bytes{2}, Bytes{6}}) {
+        EXPECT_EQ(errorWith(encoded, rsaKeyWith(exponent)), capi::NTE_BAD_KEY) << int{exponent.front()};
+    }
+    Bytes large(33, 0x01);
+    EXPECT_EQ(errorWith(encoded, rsaKeyWith(large)), capi::NTE_BAD_KEY) << "257 bits";
+    large.pop_back();
+    EXPECT_EQ(errorWith(encoded, rsaKeyWith(large)), capi::NTE_BAD_SIGNATURE) << "249 bits";
+    EXPECT_EQ(errorWith(encoded, rsaKeyWith(Bytes{3})), capi::NTE_BAD_SIGNATURE) << "judged, and not its own";
+}
+
+TEST_F(JudgedAlgorithms, CurvesUnder160BitsNeverVerify) {
+    message.signatureAlgorithm = algorithm("1.2.840.10045.4.3.2");
+    message.signatureValue = der::sequence({der::integer(1), der::integer(2)});
+    const Bytes encoded = encode(signer, message);
+    EXPECT_EQ(errorWith(encoded, publicKey(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "secp112r1"))), capi::NTE_BAD_KEY);
+    EXPECT_EQ(errorWith(encoded, publicKey(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "secp128r1"))), capi::NTE_BAD_KEY);
+    EXPECT_EQ(errorWith(encoded, publicKey(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "secp160r1"))),
+              capi::NTE_BAD_SIGNATURE)
+        << "judged, and not its own";
+}
+
+TEST_F(JudgedAlgorithms, CurvesWithoutANameAreNotJudged) {
+    message.signatureAlgorithm = algorithm("1.2.840.10045.4.3.2");
+    message.signatureValue = der::sequence({der::integer(1), der::integer(2)});
+    EVP_PKEY* const key = EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256");
+    EVP_PKEY_set_utf8_string_param(key, OSSL_PKEY_PARAM_EC_ENCODING, "explicit");
+    EXPECT_EQ(errorWith(encode(signer, message), publicKey(key)), capi::NTE_BAD_PUBLIC_KEY);
 }
 
 TEST_F(JudgedAlgorithms, KeysOfAnUnknownKindAreNotJudged) {

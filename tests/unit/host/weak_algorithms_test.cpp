@@ -63,6 +63,15 @@ TEST(WeakAlgorithms, SizesOfRsaKeysHaveTwoEdges) {
     EXPECT_THAT(found({sha256, "1.2.840.113549.1.1.10", 1024}), ElementsAre("RSA key under 2048 bits: weak"));
 }
 
+TEST(WeakAlgorithms, SizesOfCurvesHaveTwoEdges) {
+    constexpr const char* ec = "1.2.840.10045.2.1";
+    EXPECT_THAT(found({sha256, ec, 112}), ElementsAre("EC key under 160 bits: never"));
+    EXPECT_THAT(found({sha256, ec, 159}), ElementsAre("EC key under 160 bits: never"));
+    EXPECT_THAT(found({sha256, ec, 160}), ElementsAre("EC key under 224 bits: weak"));
+    EXPECT_THAT(found({sha256, ec, 223}), ElementsAre("EC key under 224 bits: weak"));
+    EXPECT_THAT(found({sha256, ec, 224}), IsEmpty());
+}
+
 TEST(WeakAlgorithms, AnUnknownSizeIsNotJudged) {
     EXPECT_THAT(found({sha256, rsa, 0}), IsEmpty());
 }
