@@ -62,10 +62,6 @@ Verdict CmsVerification::run() {
     const auto verdicts = check();
     judgeSigners(verdicts);
     verdict_.verdict = SignatureVerdict::valid;
-    if (outside_ && !isSigner(*outside_, verdict_.signers)) {
-        verdict_.verdict = SignatureVerdict::unknown;
-        verdict_.reason = notOfASigner;
-    }
     if (comparison_ && !comparison_->same()) {
         verdict_.verdict = SignatureVerdict::invalid;
         verdict_.reason = "the signature's own content is not " + arguments_.content;

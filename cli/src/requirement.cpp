@@ -1,11 +1,11 @@
 #include "requirement.hpp"
 
-#include "crypto/wincrypt/tools.hpp"
 #include "failure.hpp"
+#include "public_key.hpp"
 
 #include <algorithm>
 #include <set>
-#include <string_view>
+#include <utility>
 
 namespace klunortredi::cli {
 
@@ -29,28 +29,6 @@ std::string normalized(const std::string& word) {
     return text;
 }
 
-/// The x coordinate of a point of an elliptic curve (SEC 1, 2.3.3), which may be written compressed, not, or as a
-/// hybrid of both (ANSI X9.62, 4.3.6).
-std::string_view abscissa(std::string_view point) {
-    constexpr std::string_view bothCoordinates = "\4\6\7";
-    if (point.empty()) {
-        return point;
-    }
-    const auto coordinates = point.substr(1);
-    const bool both = bothCoordinates.find(point.front()) != std::string_view::npos;
-    return coordinates.substr(0, both ? coordinates.size() / 2 : coordinates.size());
-}
-
-/// The public key's octets: the identity of a signer, whatever certificates the key has and however its point is
-/// written.
-std::string keyOf(const Signer& signer) {
-    constexpr std::string_view ecPublicKey = "1.2.840.10045.2.1";
-    const auto* context = orvik::plugin::wincrypt::tools::toPCCERT_CONTEXT(signer.certificate->context());
-    const CERT_PUBLIC_KEY_INFO& info = context->pCertInfo->SubjectPublicKeyInfo;
-    const std::string_view key(reinterpret_cast<const char*>(info.PublicKey.pbData), info.PublicKey.cbData);
-    return std::string(info.Algorithm.pszObjId == ecPublicKey ? abscissa(key) : key);
-}
-
 /// The reason of one signer, numbered where there are several.
 std::string reasonOf(const std::vector<Signer>& signers, const Signer& signer) {
     const auto number = static_cast<std::size_t>(&signer - signers.data()) + 1;
@@ -71,7 +49,7 @@ bool Requirement::isThumbprint(const std::string& word) {
     return text.size() == thumbprintDigits && hasOnly(text, "0123456789abcdef");
 }
 
-Requirement::Requirement(const std::vector<std::string>& words) {
+Requirement::Requirement(const std::vector<std::string>& words, CertificatePtr given) : given_(std::move(given)) {
     for (const std::string& word : words) {
         const std::string text = normalized(word);
         if (isThumbprint(word)) {
@@ -101,6 +79,29 @@ Decision Requirement::decide(const std::vector<Signer>& signers, const Judge& ju
     if (signers.empty()) {
         return {SignatureVerdict::unknown, "the message carries no signature, so there is nothing to judge"};
     }
+    Decision byKind = decideByKind(signers, judge);
+    if (!given_ || byKind.verdict == SignatureVerdict::invalid) {
+        return byKind;
+    }
+    Decision given = decideGiven(signers, judge);
+    return given.verdict == SignatureVerdict::valid ? byKind : given;
+}
+
+/// Others may have signed too, and `any` may do with them: who names a certificate asks about its signature.
+Decision Requirement::decideGiven(const std::vector<Signer>& signers, const Judge& judge) const {
+    const auto isGiven = [octets = given_->raw()](const Signer& signer) {
+        return signer.certificate && signer.certificate->raw() == octets;
+    };
+    const auto found = std::ranges::find_if(signers, isGiven);
+    if (found == signers.end()) {
+        return {SignatureVerdict::unknown, notOfASigner};
+    }
+    const bool isMet = std::ranges::any_of(
+        signers, [&](const Signer& s) { return isGiven(s) && judge(s) == SignatureVerdict::valid; });
+    return isMet ? Decision{SignatureVerdict::valid, {}} : Decision{judge(*found), reasonOf(signers, *found)};
+}
+
+Decision Requirement::decideByKind(const std::vector<Signer>& signers, const Judge& judge) const {
     switch (kind_) {
     case Kind::count:
         return decideCount(signers, judge);
@@ -126,7 +127,7 @@ Decision Requirement::decideCount(const std::vector<Signer>& signers, const Judg
     for (const Signer& signer : signers) {
         const SignatureVerdict verdict = judge(signer);
         if (verdict == SignatureVerdict::valid && signer.certificate) {
-            keys.insert(keyOf(signer));
+            keys.insert(keyIdentity(*signer.certificate));
         }
         unknown += verdict == SignatureVerdict::unknown ? 1 : 0;
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-/// Which signers of a document must be valid (`--require`).
+/// Which signers of a document must be valid (`--require`, `--signer-cert`).
 
 #include "signers.hpp"
 
@@ -20,8 +20,9 @@ struct Decision {
 class Requirement {
 public:
     /// "all" (also without any word), "any", a number, or thumbprints (SHA-1, 40 hexadecimal digits; colons are
-    /// ignored). Throws Failure (usage) for anything else, and for several words that are not all thumbprints.
-    explicit Requirement(const std::vector<std::string>& words);
+    /// ignored). Throws Failure (usage) for anything else, and for several words that are not all thumbprints. A signer
+    /// with the certificate `given` is required besides, unless it is null.
+    Requirement(const std::vector<std::string>& words, CertificatePtr given);
 
     /// Whether the word is a thumbprint.
     [[nodiscard]] static bool isThumbprint(const std::string& word);
@@ -38,6 +39,8 @@ public:
 private:
     enum class Kind { all, count, named };
 
+    [[nodiscard]] Decision decideByKind(const std::vector<Signer>& signers, const Judge& judge) const;
+    [[nodiscard]] Decision decideGiven(const std::vector<Signer>& signers, const Judge& judge) const;
     [[nodiscard]] Decision decideAll(const std::vector<Signer>& signers, const Judge& judge) const;
     [[nodiscard]] Decision decideCount(const std::vector<Signer>& signers, const Judge& judge) const;
     [[nodiscard]] Decision decideNamed(const std::vector<Signer>& signers, const Judge& judge) const;
@@ -45,6 +48,7 @@ private:
     Kind kind_ = Kind::all;
     std::size_t count_ = 0;
     std::vector<std::string> thumbprints_;
+    CertificatePtr given_;
 };
 
 } // namespace klunortredi::cli

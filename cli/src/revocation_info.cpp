@@ -4,7 +4,10 @@
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "text.hpp"
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -30,16 +33,19 @@ constexpr std::array reasons{"unspecified",
                              "the privilege was withdrawn",
                              "the attribute authority's key is compromised"};
 
-/// The reason of a list's entry: an extension with an ENUMERATED. Empty without one, or for one that is not known.
-std::string reasonOf(const CRL_ENTRY& entry) {
+/// Those that say nothing against the key: unspecified, affiliation changed, superseded, ceased operation.
+constexpr std::array<std::size_t, 4> harmless{0, 3, 4, 5};
+
+/// The reason of a list's entry: an extension with an ENUMERATED. Nothing without one, or for one that is not known.
+std::optional<std::size_t> reasonOf(const CRL_ENTRY& entry) {
     for (const CERT_EXTENSION& extension : std::span(entry.rgExtension, entry.cExtension)) {
         const std::span value(extension.Value.pbData, extension.Value.cbData);
         const bool enumerated = value.size() == 3 && value[0] == 0x0A && value[1] == 1;
         if (extension.pszObjId == reasonCode && enumerated && value[2] < reasons.size()) {
-            return reasons.at(value[2]);
+            return value[2];
         }
     }
-    return {};
+    return std::nullopt;
 }
 
 /// The entry by which the certificate is revoked; null when the service does not show it.
@@ -56,14 +62,14 @@ Revocation readRevocation(const CERT_CHAIN_ELEMENT& element) {
                          (info != nullptr && info->dwRevocationResult == capi::CRYPT_E_REVOKED);
     if (revoked) {
         const CRL_ENTRY* const entry = entryOf(info);
-        return entry == nullptr
-                   ? Revocation{Status::revoked, {}, {}}
-                   : Revocation{Status::revoked, text::time(wincrypt::converter::to_ptime(entry->RevocationDate)),
-                                reasonOf(*entry)};
+        const auto reason = entry == nullptr ? std::nullopt : reasonOf(*entry);
+        return {Status::revoked,
+                entry == nullptr ? std::string{} : text::time(wincrypt::converter::to_ptime(entry->RevocationDate)),
+                reason ? reasons.at(*reason) : "", !reason || std::ranges::find(harmless, *reason) == harmless.end()};
     }
     const bool good = info != nullptr && info->dwRevocationResult == capi::ERROR_SUCCESS &&
                       (bits & capi::CERT_TRUST_REVOCATION_STATUS_UNKNOWN) == 0;
-    return {good ? Status::good : Status::unknown, {}, {}};
+    return {good ? Status::good : Status::unknown, {}, {}, false};
 }
 
 } // namespace klunortredi::cli

@@ -80,10 +80,6 @@ Verdict verifyXmlDocument(const VerifyArguments& arguments, Input& input, const 
     verdict.signers = std::move(xml.signers);
     verdict.covered = std::move(xml.covered);
     verdict.notChecked = std::move(xml.notChecked);
-    if (isSigned && given && !isSigner(*given, verdict.signers)) {
-        verdict.verdict = SignatureVerdict::unknown;
-        verdict.reason = notOfASigner;
-    }
     return verdict;
 }
 
@@ -122,10 +118,9 @@ bool isXml(const VerifyArguments& arguments, Input& input) {
 } // namespace
 
 SignatureJudge::SignatureJudge(Session& session, const VerifyArguments& arguments)
-    : session_(session), arguments_(arguments), requirement_(arguments.require) {
-    if (!arguments.signerCertificate.empty()) {
-        signerCertificate_ = readCertificate(arguments.signerCertificate);
-    }
+    : session_(session), arguments_(arguments),
+      signerCertificate_(arguments.signerCertificate.empty() ? nullptr : readCertificate(arguments.signerCertificate)),
+      requirement_(arguments.require, signerCertificate_) {
     if (arguments.chain) {
         chainQuery_ = chainQuery(arguments.chainOptions);
     }

@@ -45,9 +45,9 @@ private:
 
     Session& session_;
     const VerifyArguments& arguments_;
-    Requirement requirement_;
     CertificatePtr signerCertificate_; ///< of --signer-cert, else null
-    ChainQuery chainQuery_;            ///< with --chain
+    Requirement requirement_;
+    ChainQuery chainQuery_; ///< with --chain
 };
 
 } // namespace klunortredi::cli

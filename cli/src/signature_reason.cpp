@@ -18,7 +18,7 @@ struct Reason {
 
 constexpr Reason signatureReasons[] = {
     {capi::NTE_BAD_ALGID, "it depends on a broken digest algorithm (MD2, MD4 or MD5)"},
-    {capi::NTE_BAD_KEY, "the signer's RSA key is too short to rely on"},
+    {capi::NTE_BAD_KEY, "the signer's key is too short, or of a form with which anybody can sign"},
     {capi::CRYPT_E_NO_MATCH, "the signature names another signing certificate"},
     {capi::CRYPT_E_BAD_ENCODE, "the signature value or its signing-certificate attribute is malformed"},
 };

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <map>
 #include <optional>
+#include <set>
+#include <string_view>
 #include <utility>
 
 namespace klunortredi::cli {
@@ -29,6 +31,30 @@ Trust withoutTimestamp() {
     trust.statusNames = {"CERT_TRUST_IS_NOT_TIME_VALID"};
     trust.problems = {{"the signature has no valid time-stamp of a trusted authority", "judge it now, without --at"}};
     return trust;
+}
+
+/// Adds what the list does not have yet.
+void addNew(std::vector<std::string>& list, std::set<std::string_view>& known, const std::vector<std::string>& more) {
+    for (const std::string& one : more) {
+        if (known.insert(one).second) {
+            list.push_back(one);
+        }
+    }
+}
+
+/// What the message and its time-stamps bring, for all chains of the document: it is decoded once.
+void gather(const Verdict& verdict, ChainQuery& query) {
+    std::set<std::string_view> known; // views into the verdict
+    addNew(query.certificates, known, verdict.certificates);
+    addNew(query.crls, known, verdict.crls.read);
+    for (const Signer& signer : verdict.signers) {
+        for (const Timestamp& timestamp : signer.timestamps) {
+            addNew(query.certificates, known, timestamp.certificates);
+            addNew(query.crls, known, timestamp.crls);
+        }
+    }
+    query.crlsPassedOver = !verdict.crls.passedOver.empty();
+    query.keepMaterial();
 }
 
 bool isTrusted(const Signer& signer) {
@@ -98,9 +124,7 @@ private:
 void judgeChains(Verdict& verdict, ChainQuery query, const ChainOptions& options) {
     query.signer = true;
     query.beginRetrieval();
-    query.certificates.insert(query.certificates.end(), verdict.certificates.begin(), verdict.certificates.end());
-    query.crls.insert(query.crls.end(), verdict.crls.read.begin(), verdict.crls.read.end());
-    query.crlsPassedOver = !verdict.crls.passedOver.empty();
+    gather(verdict, query);
     verdict.notChecked.insert(verdict.notChecked.end(), verdict.crls.passedOver.begin(), verdict.crls.passedOver.end());
     DocumentChains chains(std::move(query), options);
     for (Signer& signer : verdict.signers) {

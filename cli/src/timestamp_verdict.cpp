@@ -65,6 +65,25 @@ Timestamp notJudged(const std::string& reason) {
     return timestamp;
 }
 
+bool hasKeyInDoubt(const Trust& trust) {
+    return std::any_of(trust.elements.begin(), trust.elements.end(), [](const TrustElement& element) {
+        return element.revocation.status == Revocation::Status::revoked && element.revocation.keyInDoubt;
+    });
+}
+
+/// The authority's chain at the token's time. Who has taken its key can state any time, so a revocation of today for
+/// that reason, or for none that is named, holds for all its tokens (RFC 3161, 4, 1).
+Trust trustOfAuthority(const Timestamp& timestamp, ChainQuery query) {
+    query.time = timestamp.time;
+    Trust then = judgeChain(*timestamp.authority, query);
+    if (!then.trusted) {
+        return then;
+    }
+    query.time.reset();
+    Trust now = judgeChain(*timestamp.authority, query);
+    return hasKeyInDoubt(now) ? now : then;
+}
+
 bool isTrusted(const Timestamp& timestamp) {
     return timestamp.verdict == SignatureVerdict::valid && timestamp.trust && timestamp.trust->trusted;
 }
@@ -107,18 +126,14 @@ const std::vector<CertificatePtr>& TimestampReader::outside() {
 }
 
 void judgeAuthorities(std::vector<Timestamp>& timestamps, const ChainQuery& query) {
+    ChainQuery ofAuthority = query;
+    ofAuthority.usage = timeStamping;
+    ofAuthority.signer = false;
     for (Timestamp& timestamp : timestamps) {
         if (!isValid(timestamp)) {
             continue;
         }
-        ChainQuery ofAuthority = query;
-        ofAuthority.usage = timeStamping;
-        ofAuthority.signer = false;
-        ofAuthority.time = timestamp.time;
-        ofAuthority.certificates.insert(ofAuthority.certificates.end(), timestamp.certificates.begin(),
-                                        timestamp.certificates.end());
-        ofAuthority.crls.insert(ofAuthority.crls.end(), timestamp.crls.begin(), timestamp.crls.end());
-        timestamp.trust = judgeChain(*timestamp.authority, ofAuthority);
+        timestamp.trust = trustOfAuthority(timestamp, ofAuthority);
     }
 }
 

@@ -56,8 +56,8 @@ private:
     std::size_t judged_ = 0;                           ///< of the signatures so far
 };
 
-/// Judges the chain of each valid time-stamp's authority for time-stamping, at the token's time, with what the token
-/// carries in addition to `query`. Throws what `judgeChain` throws.
+/// Judges the chain of each valid time-stamp's authority for time-stamping, at the token's time, and now where its key
+/// may be in other hands. What the tokens carry stands in `query` already. Throws what `judgeChain` throws.
 void judgeAuthorities(std::vector<Timestamp>& timestamps, const ChainQuery& query);
 
 /// The earliest time that a valid time-stamp of a trusted authority proves; nothing without one.

@@ -54,13 +54,22 @@ DWORD chainFlags(const ChainQuery& query, bool online) {
     return where | (query.requireRevocation ? capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT : 0);
 }
 
-Chain build(PCCERT_CONTEXT certificate, const ChainQuery& query) {
-    const ChainMaterial additional(query.certificates, query.crls);
-    std::optional<ChainMaterial> anchors;
-    if (query.anchors) {
-        requireEmbeddedService("--anchor");
-        anchors.emplace(*query.anchors, std::vector<std::string>{});
+std::shared_ptr<const ChainMaterial> additionalOf(const ChainQuery& query) {
+    return std::make_shared<ChainMaterial>(query.certificates, query.crls);
+}
+
+/// Null where the stores' own anchors count.
+std::shared_ptr<const ChainMaterial> anchorsOf(const ChainQuery& query) {
+    if (!query.anchors) {
+        return nullptr;
     }
+    requireEmbeddedService("--anchor");
+    return std::make_shared<ChainMaterial>(*query.anchors, std::vector<std::string>{});
+}
+
+Chain build(PCCERT_CONTEXT certificate, const ChainQuery& query) {
+    const auto additional = query.additional ? query.additional : additionalOf(query);
+    const auto anchors = query.anchorMaterial ? query.anchorMaterial : anchorsOf(query);
     RequestedUsages usages(query);
     const std::chrono::milliseconds online = retrievalTime(query);
     CERT_CHAIN_PARA_LONG para{};
@@ -70,7 +79,7 @@ Chain build(PCCERT_CONTEXT certificate, const ChainQuery& query) {
     FILETIME time = query.time ? fileTime(*query.time) : FILETIME{};
     PCCERT_CHAIN_CONTEXT chain = nullptr;
     if (wincrypt::CertGetCertificateChain(
-            anchors ? anchors->store() : nullptr, certificate, query.time ? &time : nullptr, additional.store(),
+            anchors ? anchors->store() : nullptr, certificate, query.time ? &time : nullptr, additional->store(),
             reinterpret_cast<CERT_CHAIN_PARA*>(&para), chainFlags(query, online.count() > 0), nullptr, &chain) == 0) {
         throw orvik::plugin::crypto::exception::SystemException();
     }
@@ -127,7 +136,7 @@ Revocation overall(std::span<const TrustElement> elements, bool endIsSelfSigned)
     const auto below = elements.first(elements.size() - (endIsSelfSigned && elements.size() > 1 ? 1 : 0));
     const bool good = std::ranges::all_of(
         below, [](const TrustElement& element) { return element.revocation.status == Status::good; });
-    return {good && !below.empty() ? Status::good : Status::unknown, {}, {}};
+    return {good && !below.empty() ? Status::good : Status::unknown, {}, {}, false};
 }
 
 /// What is weak about each key, and about each signature but the one that a root makes over itself. What is broken is
@@ -183,6 +192,16 @@ Json toJson(const TrustElement& element) {
 }
 
 } // namespace
+
+void ChainQuery::keepMaterial() {
+    additional = additionalOf(*this);
+    anchorMaterial = anchorsOf(*this);
+    certificates.clear();
+    crls.clear();
+    if (anchors) {
+        anchors->clear();
+    }
+}
 
 Trust judgeChain(const ICertificate& certificate, const ChainQuery& query) {
     // A certificate of another library is judged by its octets.

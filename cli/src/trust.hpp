@@ -11,11 +11,14 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace klunortredi::cli {
+
+class ChainMaterial;
 
 /// What is asked about a certificate.
 struct ChainQuery {
@@ -32,6 +35,10 @@ struct ChainQuery {
     std::chrono::steady_clock::time_point retrievalEnd{};
     /// Begins the time for retrievals of one document's chains: a message has up to 256 signers.
     void beginRetrieval() { retrievalEnd = std::chrono::steady_clock::now() + std::chrono::seconds(30); }
+    /// Decodes `certificates`, `crls` and `anchors` once for further chains, and empties the lists.
+    void keepMaterial();
+    std::shared_ptr<const ChainMaterial> additional{};     ///< kept of `certificates` and `crls`; null: not kept
+    std::shared_ptr<const ChainMaterial> anchorMaterial{}; ///< kept of `anchors`; null: not kept
     bool signer = false; ///< the certificate signed a document: its usages are judged for that (signer_usage.hpp)
 };
 
@@ -41,6 +48,8 @@ struct Revocation {
     Status status = Status::unknown;
     std::string since;  ///< RFC 3339 UTC; empty when it is not revoked or no list states the time
     std::string reason; ///< in words; empty when none is stated
+    /// Revoked because the key may be in other hands, or without a reason: what it signed earlier is in doubt too.
+    bool keyInDoubt = false;
 };
 
 /// One thing that is wrong, as sentences for a person.

@@ -2,9 +2,9 @@
 
 #include "crypto/wincrypt/tools.hpp"
 #include "der_head.hpp"
+#include "public_key.hpp"
 
 #include <algorithm>
-#include <bit>
 #include <iterator>
 #include <string_view>
 
@@ -17,7 +17,6 @@ using orvik::plugin::crypto::weaknesses;
 
 constexpr std::string_view rsaPss = "1.2.840.113549.1.1.10";
 constexpr std::string_view rsaPssDefaultDigest = "1.3.14.3.2.26"; // SHA-1 (RFC 8017, A.2.3)
-constexpr std::string_view rsaArc = "1.2.840.113549.1.1.";
 
 template <class Blob>
 std::string_view octetsOf(const Blob& blob) {
@@ -26,22 +25,6 @@ std::string_view octetsOf(const Blob& blob) {
 
 std::string_view textOf(const char* text) {
     return text == nullptr ? std::string_view{} : std::string_view(text);
-}
-
-/// Bits of the modulus of an RSAPublicKey (RFC 8017, A.1.1); 0 when it cannot be read.
-unsigned modulusBits(std::string_view key) {
-    DerHead head(key);
-    const auto modulus = head.enter(tagSequence) ? head.take(tagInteger) : std::nullopt;
-    if (!modulus) {
-        return 0;
-    }
-    const auto first = modulus->find_first_not_of('\0');
-    if (first == std::string_view::npos) {
-        return 0;
-    }
-    constexpr unsigned octetBits = 8;
-    return static_cast<unsigned>(modulus->size() - first - 1) * octetBits +
-           static_cast<unsigned>(std::bit_width(static_cast<unsigned char>((*modulus)[first])));
 }
 
 const CERT_INFO& infoOf(const ICertificate& certificate) {
@@ -68,9 +51,7 @@ std::string digestOidOf(const CRYPT_ALGORITHM_IDENTIFIER& signatureAlgorithm) {
 
 std::vector<Weakness> keyWeaknesses(const ICertificate& certificate, const boost::posix_time::ptime& time) {
     const CERT_PUBLIC_KEY_INFO& key = infoOf(certificate).SubjectPublicKeyInfo;
-    const std::string_view algorithm = textOf(key.Algorithm.pszObjId);
-    const unsigned bits = algorithm.starts_with(rsaArc) ? modulusBits(octetsOf(key.PublicKey)) : 0;
-    return weaknesses({{}, algorithm, bits}, time);
+    return weaknesses({{}, textOf(key.Algorithm.pszObjId), keyBits(certificate)}, time);
 }
 
 std::vector<Weakness> signatureWeaknesses(const ICertificate& certificate, const boost::posix_time::ptime& time) {

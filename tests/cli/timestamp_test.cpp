@@ -2,6 +2,7 @@
 
 #include "cli/workplace.hpp"
 #include "support/servers/authority.hpp"
+#include "support/servers/openssl_objects.hpp"
 
 #include <gmock/gmock.h>
 #include <openssl/cms.h>
@@ -72,6 +73,22 @@ protected:
         place_.folder().write(out, test_servers::toDer(target.get(), i2d_CMS_ContentInfo));
     }
 
+    /// The CRL of the root, which issued the authority, with this reason in every entry; a negative one leaves it out.
+    [[nodiscard]] std::string crlWithReason(int reason) {
+        const std::string der = authority_.rootCrl();
+        const auto* at = reinterpret_cast<const unsigned char*>(der.data());
+        const Owned<X509_CRL, X509_CRL_free> list(d2i_X509_CRL(nullptr, &at, static_cast<long>(der.size())));
+        const Owned<ASN1_ENUMERATED, ASN1_ENUMERATED_free> value(ASN1_ENUMERATED_new());
+        ASN1_ENUMERATED_set(value.get(), reason);
+        STACK_OF(X509_REVOKED)* const entries = X509_CRL_get_REVOKED(list.get());
+        for (int i = 0; reason >= 0 && i < sk_X509_REVOKED_num(entries); ++i) {
+            X509_REVOKED_add1_ext_i2d(sk_X509_REVOKED_value(entries, i), NID_crl_reason, value.get(), 0, 0);
+        }
+        EVP_PKEY* const key = authority_.root().key.get();
+        EXPECT_GT(X509_CRL_sign(list.get(), key, test_servers::digestOf(authority_.kind())), 0);
+        return test_servers::toDer(list.get(), i2d_X509_CRL);
+    }
+
     Workplace place_;
     Authority authority_{KeyKind::gost2012_256};
 };
@@ -130,6 +147,30 @@ TEST_F(Timestamp, OfAnUntrustedAuthorityProvesNoTime) {
     const Json demanded = verify(chain({"--at", "timestamp"}));
     EXPECT_EQ(demanded["chain"]["trusted"], false);
     EXPECT_EQ(demanded["chain"]["status_names"], Json::array({"CERT_TRUST_IS_NOT_TIME_VALID"}));
+}
+
+TEST_F(Timestamp, OfAnAuthorityWhoseKeyIsInDoubtProvesNoTime) {
+    ASSERT_EQ(stamp({"/tsa?hour-ago"}).exit, 0);
+    EXPECT_NE(verify(chain())["signers"][0]["chain_time"], "") << "trusted as long as nothing is revoked";
+    authority_.revoke(authority_.timestamping({}).certificate);
+    const auto judged = [&](int reason) {
+        place_.folder().write("root.crl", crlWithReason(reason));
+        return verify(chain({"--with", "root.crl"}));
+    };
+    constexpr int none = -1;
+    for (const int reason : {none, CRL_REASON_KEY_COMPROMISE, CRL_REASON_CA_COMPROMISE, CRL_REASON_CERTIFICATE_HOLD,
+                             CRL_REASON_PRIVILEGE_WITHDRAWN}) {
+        const Json verdict = judged(reason);
+        EXPECT_EQ(verdict["timestamp"]["chain"]["trusted"], false) << reason;
+        EXPECT_EQ(verdict["timestamp"]["chain"]["revocation"]["status"], "revoked") << reason;
+        EXPECT_EQ(verdict["signers"][0]["chain_time"], "") << reason;
+    }
+    for (const int reason : {CRL_REASON_UNSPECIFIED, CRL_REASON_AFFILIATION_CHANGED, CRL_REASON_SUPERSEDED,
+                             CRL_REASON_CESSATION_OF_OPERATION}) {
+        const Json verdict = judged(reason);
+        EXPECT_EQ(verdict["timestamp"]["chain"]["trusted"], true) << reason;
+        EXPECT_EQ(verdict["signers"][0]["chain_time"], verdict["timestamp"]["time"]) << reason;
+    }
 }
 
 TEST_F(Timestamp, AtTimestampRequiresOne) {

@@ -3,6 +3,13 @@
 #include "cli/signers_place.hpp"
 
 #include <gmock/gmock.h>
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
+#include <openssl/evp.h>
+#include <openssl/param_build.h>
+#include <openssl/pem.h>
+
+#include <memory>
 
 namespace cli_test {
 namespace {
@@ -114,6 +121,68 @@ TEST_F(VerifySigners, AHybridPointIsTheSameKeyToo) {
     place_.sign("hybrid.p7s", {"e", "e2"}, {"-nodetach"});
     ASSERT_EQ(verdict("hybrid.p7s", {}, 0)["signers"].size(), 2U);
     verdict("hybrid.p7s", {"--require", "2"}, 1);
+}
+
+/// The key NAME.key of P-256 as its negative: what its holder has as well.
+void writeNegative(const test_support::TempFolder& folder, const std::string& name, const std::string& out) {
+    using Number = std::unique_ptr<BIGNUM, decltype(&BN_free)>;
+    using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
+    const std::string pem = folder.read(name + ".key");
+    const std::unique_ptr<BIO, decltype(&BIO_free)> in(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())),
+                                                       BIO_free);
+    const Key key(PEM_read_bio_PrivateKey(in.get(), nullptr, nullptr, nullptr), EVP_PKEY_free);
+    BIGNUM* number = nullptr;
+    ASSERT_EQ(EVP_PKEY_get_bn_param(key.get(), OSSL_PKEY_PARAM_PRIV_KEY, &number), 1);
+    const Number secret(number, BN_free);
+    number = nullptr;
+    BN_hex2bn(&number, "FFFFFFFF00000000FFFFFFFFFFFFFFFFBCE6FAADA7179E84F3B9CAC2FC632551");
+    const Number negative(number, BN_free);
+    BN_sub(negative.get(), negative.get(), secret.get());
+    unsigned char* point = nullptr;
+    ASSERT_EQ(EVP_PKEY_get1_encoded_public_key(key.get(), &point), 65U);
+    point[0] = (point[64] & 1U) == 0 ? 3 : 2; // compressed, with the other y of the same x
+    constexpr std::size_t size = 33;
+    const std::unique_ptr<OSSL_PARAM_BLD, decltype(&OSSL_PARAM_BLD_free)> builder(OSSL_PARAM_BLD_new(),
+                                                                                  OSSL_PARAM_BLD_free);
+    OSSL_PARAM_BLD_push_utf8_string(builder.get(), OSSL_PKEY_PARAM_GROUP_NAME, "P-256", 0);
+    OSSL_PARAM_BLD_push_octet_string(builder.get(), OSSL_PKEY_PARAM_PUB_KEY, point, size);
+    OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_PRIV_KEY, negative.get());
+    const std::unique_ptr<OSSL_PARAM, decltype(&OSSL_PARAM_free)> parameters(OSSL_PARAM_BLD_to_param(builder.get()),
+                                                                             OSSL_PARAM_free);
+    const std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)> context(
+        EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr), EVP_PKEY_CTX_free);
+    EVP_PKEY* made = nullptr;
+    ASSERT_EQ(EVP_PKEY_fromdata_init(context.get()), 1);
+    ASSERT_EQ(EVP_PKEY_fromdata(context.get(), &made, EVP_PKEY_KEYPAIR, parameters.get()), 1);
+    OPENSSL_free(point);
+    const Key other(made, EVP_PKEY_free);
+    const std::unique_ptr<BIO, decltype(&BIO_free)> text(BIO_new(BIO_s_mem()), BIO_free);
+    PEM_write_bio_PrivateKey(text.get(), other.get(), nullptr, nullptr, 0, nullptr, nullptr);
+    char* octets = nullptr;
+    const long written = BIO_get_mem_data(text.get(), &octets);
+    folder.write(out + ".key", std::string(octets, static_cast<std::size_t>(written)));
+}
+
+TEST_F(VerifySigners, APointAndItsNegativeAreOneKey) {
+    const auto& openssl = place_.openssl();
+    openssl.must({"genpkey", "-algorithm", "EC", "-pkeyopt", "ec_paramgen_curve:P-256", "-out", "e.key"});
+    writeNegative(place_.folder(), "e", "e2");
+    openssl.must({"req", "-x509", "-key", "e.key", "-out", "e.pem", "-subj", "/CN=one", "-days", "2"});
+    openssl.must({"req", "-x509", "-key", "e2.key", "-out", "e2.pem", "-subj", "/CN=two", "-days", "2"});
+    place_.sign("negative.p7s", {"e", "e2"}, {"-nodetach"});
+    ASSERT_EQ(verdict("negative.p7s", {}, 0)["signers"].size(), 2U);
+    verdict("negative.p7s", {"--require", "2"}, 1);
+}
+
+TEST_F(VerifySigners, TheGivenCertificateMustHaveSignedWhateverOthersDid) {
+    const Json any = verdict("one-bad.p7s", {"--require", "any"}, 0);
+    const bool firstIsBad = any["signers"][0]["valid"] == false;
+    const std::string bad = any["signers"][firstIsBad ? 0 : 1]["subject"] == "CN=a" ? "a" : "b";
+    const std::string good = bad == "a" ? "b" : "a";
+    verdict("one-bad.p7s", {"--require", "any", "--signer-cert", good + ".pem"}, 0);
+    const Json refused = verdict("one-bad.p7s", {"--require", "any", "--signer-cert", bad + ".pem"}, 1);
+    EXPECT_EQ(refused["valid"], false);
+    EXPECT_THAT(refused["reason"].get<std::string>(), HasSubstr("signature"));
 }
 
 TEST_F(VerifySigners, TooManyCertificatesOfOneNumberAreTheReason) {

@@ -43,6 +43,10 @@ std::string refusalOf(const crypto::ICertificate& certificate, const boost::posi
     if (time.is_special() || time < certificate.notBefore() || time > certificate.notAfter()) {
         return "its time is outside the validity of its certificate";
     }
+    const boost::posix_time::minutes clockSkew(5); // clocks of authorities that are ahead of this machine's
+    if (time > boost::posix_time::second_clock::universal_time() + clockSkew) {
+        return "its time is in the future";
+    }
     return {};
 }
 

@@ -17,7 +17,7 @@
 ///     every path  html 404 500 empty slow drip cut loop to-file to-private huge endless wrong-type garbage trailing
 ///     /tsa        other-nonce no-nonce other-imprint other-imprint-algorithm rejected rejected-with-token no-token
 ///                 no-certificate expired missing-usage usage-not-critical more-usages other-key other-certificate-id
-///                 no-certificate-id untrusted past future
+///                 no-certificate-id untrusted past future hour-ahead hour-ago
 ///     /ocsp       revoked unknown expired future other-certificate unauthorised no-responder damaged try-later
 ///                 malformed internal-error no-next-update
 ///     /crl        revoked expired future other-issuer damaged pem

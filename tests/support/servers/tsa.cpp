@@ -15,6 +15,7 @@ namespace {
 constexpr const char* tokenContent = "1.2.840.113549.1.9.16.1.4"; // id-ct-TSTInfo
 constexpr const char* policy = "1.2.643.7.1.99.1";
 constexpr long daySeconds = 86400;
+constexpr long hourSeconds = 3600;
 constexpr long granted = 0;
 constexpr long rejection = 2;
 
@@ -93,6 +94,8 @@ std::string tokenInfo(Authority& authority, const TS_REQ* query, const Words& wo
     std::time_t now = std::time(nullptr);
     now += words.contains("past") ? -3650 * daySeconds : 0;
     now += words.contains("future") ? 3650 * daySeconds : 0;
+    now += words.contains("hour-ahead") ? hourSeconds : 0;
+    now -= words.contains("hour-ago") ? hourSeconds : 0;
     return der::sequence({der::integer(1), der::oid(policy), imprintOf(query, words),
                           der::integer(authority.nextSerial()), generalizedTime(now), nonceOf(query, words)});
 }

@@ -86,6 +86,7 @@ TEST_P(TimestampToken, IsRefusedForEachMisbehaviourOfTheAuthority) {
         {"no-certificate-id", 20017, "does not name its certificate"},
         {"past", 20017, "validity"},
         {"future", 20017, "validity"},
+        {"hour-ahead", 20017, "in the future"},
     };
     for (const Misbehaviour& row : rows) {
         try {
