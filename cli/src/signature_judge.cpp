@@ -1,5 +1,6 @@
 #include "signature_judge.hpp"
 
+#include "capi/constants.hpp"
 #include "cms_verification.hpp"
 #include "console.hpp"
 #include "counter_signatures.hpp"
@@ -9,10 +10,14 @@
 #include "extraction.hpp"
 #include "input.hpp"
 #include "orvik/plugin/crypto/constant.hpp"
+#include "orvik/plugin/exception/exception.hpp"
+#include "printable.hpp"
 #include "signature_shape.hpp"
 #include "signer_chains.hpp"
 #include "strict.hpp"
 #include "verbs/verify_xml.hpp"
+
+#include <boost/exception/get_error_info.hpp>
 
 #include <memory>
 #include <utility>
@@ -26,10 +31,22 @@ using orvik::plugin::crypto::exception::SystemException;
 
 constexpr std::size_t headSize = 4096; // octets of a signature that tell its shape
 
+/// A message beyond a limit may be a good one, so this is not an input error.
+[[noreturn]] void refuseLarge(const std::string& what, const SystemException& refusal) {
+    const auto* limit = boost::get_error_info<orvik::plugin::exception::Message_>(refusal);
+    throw Failure(
+        ExitCode::service, what, limit == nullptr ? "it exceeds a limit of the service" : "it has " + printable(*limit),
+        limit == nullptr ? "" : "the limit is the service's, and nothing was judged", capi::CRYPT_E_ASN1_LARGE);
+}
+
 /// What cannot be read is an input error. Nothing was computed, so a code that would refuse a signature says here only
 /// that it could not be judged.
-[[noreturn]] void refuseMessage(const std::string& name, std::uint32_t code) {
+[[noreturn]] void refuseMessage(const std::string& name, const SystemException& refusal) {
     const std::string what = "cannot verify " + name;
+    const auto code = static_cast<std::uint32_t>(refusal.code().value());
+    if (code == capi::CRYPT_E_ASN1_LARGE) {
+        refuseLarge(what, refusal);
+    }
     const Failure failure = serviceFailure(what, code);
     if (failure.exit() == ExitCode::no) {
         throw Failure(ExitCode::service, what, refusalReason(code), {}, code);
@@ -159,7 +176,7 @@ Verdict SignatureJudge::verdictOn(CmsVerification& message, const std::string& n
     try {
         return message.run();
     } catch (const SystemException& e) {
-        refuseMessage(name, static_cast<std::uint32_t>(e.code().value()));
+        refuseMessage(name, e);
     }
 }
 

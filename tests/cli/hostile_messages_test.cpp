@@ -64,7 +64,7 @@ TEST_F(HostileMessage, AnAttributeWithMillionsOfValues) {
     const std::string type("\x06\x03\x2A\x03\x04", 5);
     const std::string attribute = element(0x30, type + element(0x31, repeated(std::string("\x05\x00", 2), 7900000)));
     const std::string signer = element(0x30, Parts::content(parts.signer) + element(0xA1, attribute));
-    EXPECT_THAT(verify("m.p7s", parts.message(parts.certificates, signer)).exit, AnyOf(1, 3));
+    EXPECT_EQ(verify("m.p7s", parts.message(parts.certificates, signer)).exit, 4);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "asn1/tlv_parser.hpp"
 
+#include "asn1/limit_error.hpp"
 #include "core/error.hpp"
 
 #include <algorithm>
@@ -115,7 +116,7 @@ void TlvParser::beginElement() {
         fail(capi::CRYPT_E_ASN1_CORRUPT);
     }
     if (frames_.size() == maxDepth_) {
-        fail(capi::CRYPT_E_ASN1_LARGE);
+        failAtLimit(maxDepth_, "levels of nesting");
     }
     const TlvElement element{identifier, constructed, indefinite_, length_, position_ - header.size(), header};
     const bool asOctets = handler_.begin(element) == TlvHandler::Content::Octets;

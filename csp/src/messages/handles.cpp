@@ -1,8 +1,11 @@
 #include "messages/handles.hpp"
 
+#include "asn1/limit_error.hpp"
+#include "capi/exceeded_limit.hpp"
 #include "core/error.hpp"
 #include "core/handle_table.hpp"
 #include "core/immortal.hpp"
+#include "core/output.hpp"
 
 #include <algorithm>
 
@@ -46,6 +49,10 @@ void Message::update(ByteView piece, bool final) {
     }
     try {
         doUpdate(piece, final);
+    } catch (const LimitError& error) {
+        failure_ = error.code();
+        limit_ = error.limit();
+        throw;
     } catch (const ApiError& error) {
         failure_ = error.code();
         throw;
@@ -57,6 +64,10 @@ void Message::update(ByteView piece, bool final) {
 
 void Message::param(DWORD type, DWORD index, void* data, DWORD* size) {
     const Busy busy(busy_);
+    if (type == capi::CMSG_EXCEEDED_LIMIT_PARAM && !limit_.empty()) {
+        giveText(limit_, data, size);
+        return;
+    }
     if (failure_ != 0) {
         fail(failure_);
     }

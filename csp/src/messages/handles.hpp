@@ -6,10 +6,12 @@
 #include "messages/message.hpp"
 
 #include <atomic>
+#include <string>
 
 namespace klunortredi::csp {
 
-/// A message being made or read. An error leaves it failed: each later call is refused with the same code.
+/// A message being made or read. An error leaves it failed: each later call is refused with the same code, but for
+/// CMSG_EXCEEDED_LIMIT_PARAM.
 ///
 /// A message is used by one call at a time; a second one, from another thread or from within the stream callback, is
 /// refused with ERROR_BUSY.
@@ -30,6 +32,7 @@ protected:
 private:
     std::atomic_flag busy_;
     DWORD failure_ = 0;
+    std::string limit_; ///< which one the message exceeds; empty when that is not why it failed
 };
 
 /// Makes a handle of a message; `closeMessage` ends it.

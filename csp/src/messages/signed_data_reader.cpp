@@ -1,6 +1,7 @@
 #include "messages/signed_data_reader.hpp"
 
 #include "asn1/der.hpp"
+#include "asn1/limit_error.hpp"
 #include "core/error.hpp"
 #include "messages/limits.hpp"
 
@@ -68,9 +69,9 @@ constexpr auto grammar = std::to_array<Row>({
 /// DER of id-signedData, 1.2.840.113549.1.7.2.
 constexpr std::array<std::uint8_t, 11> signedDataType{0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02};
 
-void append(std::vector<Bytes>& list, Bytes&& element, std::size_t limit) {
+void append(std::vector<Bytes>& list, Bytes&& element, std::size_t limit, const char* of) {
     if (list.size() == limit) {
-        fail(capi::CRYPT_E_ASN1_LARGE);
+        failAtLimit(limit, of);
     }
     list.push_back(std::move(element));
 }
@@ -104,20 +105,20 @@ void SignedDataReader::kept(structure::Node node, Bytes&& element) {
         parts_.version = std::move(element);
         return;
     case DigestAlgorithm:
-        append(parts_.digestAlgorithms, std::move(element), limits::digestAlgorithms);
+        append(parts_.digestAlgorithms, std::move(element), limits::digestAlgorithms, "digest algorithms");
         return;
     case EContentType:
         parts_.eContentType = std::move(element);
         listener_.contentBegins(parts_);
         return;
     case Certificate:
-        append(parts_.certificates, std::move(element), limits::certificates);
+        append(parts_.certificates, std::move(element), limits::certificates, "certificates");
         return;
     case Crl:
-        append(parts_.crls, std::move(element), limits::certificates);
+        append(parts_.crls, std::move(element), limits::certificates, "CRLs");
         return;
     case SignerInfo:
-        append(parts_.signerInfos, std::move(element), limits::signers);
+        append(parts_.signerInfos, std::move(element), limits::signers, "signers");
         return;
     default:
         fail(capi::CRYPT_E_MSG_ERROR); // no other node is kept

@@ -2,6 +2,7 @@
 
 #include "asn1/definite.hpp"
 #include "asn1/der.hpp"
+#include "asn1/limit_error.hpp"
 #include "core/error.hpp"
 #include "messages/controls.hpp"
 #include "messages/limits.hpp"
@@ -46,7 +47,7 @@ void requireCertificates(const std::vector<Bytes>& choices) {
             fail(capi::CRYPT_E_ASN1_CORRUPT);
         }
         if (X509_get_ext_count(certificate.get()) > limits::extensions) {
-            fail(capi::CRYPT_E_ASN1_LARGE);
+            failAtLimit(limits::extensions, "extensions of a certificate");
         }
     }
 }

@@ -1,6 +1,7 @@
 #include "messages/signer_info.hpp"
 
 #include "asn1/der.hpp"
+#include "asn1/limit_error.hpp"
 #include "core/error.hpp"
 #include "messages/limits.hpp"
 
@@ -17,9 +18,9 @@ Bytes copy(ByteView view) {
     return {view.begin(), view.end()};
 }
 
-void requireAtMost(ByteView octets, std::size_t limit) {
+void requireAtMost(ByteView octets, std::size_t limit, const char* of) {
     if (octets.size() > limit) {
-        fail(capi::CRYPT_E_ASN1_LARGE);
+        failAtLimit(limit, of);
     }
 }
 
@@ -46,11 +47,11 @@ void requireFewAttributes(ByteView content) {
         for (der::Reader set = attribute.enter(der::tag::Set); !set.empty();) {
             set.read();
             if (++values > limits::attributeValues) {
-                fail(capi::CRYPT_E_ASN1_LARGE);
+                failAtLimit(limits::attributeValues, "attribute values in one set of attributes");
             }
         }
         if (++attributes > limits::attributes) {
-            fail(capi::CRYPT_E_ASN1_LARGE);
+            failAtLimit(limits::attributes, "attributes in one set");
         }
     }
 }
@@ -88,14 +89,14 @@ SignerInfo decodeSignerInfo(ByteView der) {
     signer.id = decodeSignerId(members);
     signer.digest = decodeAlgorithm(members.read(der::tag::Sequence).whole);
     if (const auto attributes = members.readIf(signedAttributesTag)) {
-        requireAtMost(attributes->content, limits::signedAttributes);
+        requireAtMost(attributes->content, limits::signedAttributes, "octets of signed attributes");
         signer.hasSignedAttributes = true;
         signer.signedAttributes = decodeAttributes(attributes->content);
         signer.signedAttributesSet = signedSet(attributes->content);
     }
     signer.signature = decodeAlgorithm(members.read(der::tag::Sequence).whole);
     const ByteView value = members.read(der::tag::OctetString).content;
-    requireAtMost(value, limits::signatureValue);
+    requireAtMost(value, limits::signatureValue, "octets of a signature value");
     signer.value = copy(value);
     if (const auto attributes = members.readIf(unsignedAttributesTag)) {
         signer.unsignedAttributes = decodeAttributes(attributes->content);

@@ -1,6 +1,7 @@
 #include "messages/structure_reader.hpp"
 
 #include "asn1/definite.hpp"
+#include "asn1/limit_error.hpp"
 #include "asn1/limits.hpp"
 #include "core/error.hpp"
 #include "messages/limits.hpp"
@@ -13,6 +14,12 @@ namespace klunortredi::csp {
 using structure::Presence;
 using structure::Row;
 using structure::Treatment;
+
+namespace {
+
+constexpr const char* octetsOfOne = "octets in one element of its kind";
+
+} // namespace
 
 StructureReader::StructureReader(std::span<const Row> grammar, StructureListener& listener)
     : grammar_(grammar), listener_(listener), open_{{structure::outside, firstRow(structure::outside)}},
@@ -61,7 +68,7 @@ TlvHandler::Content StructureReader::begin(const TlvElement& element) {
         return Content::Members;
     }
     if (element.length > row.limit) {
-        fail(capi::CRYPT_E_ASN1_LARGE);
+        failAtLimit(row.limit, octetsOfOne);
     }
     taking_ = &row;
     takingDepth_ = 1;
@@ -96,8 +103,11 @@ void StructureReader::end(ByteView endOfContents, std::uint64_t position) {
 
 void StructureReader::take(ByteView octets) {
     takenOctets_ += octets.size();
-    if (octets.size() > limits::retainedOctets - retained_ || takenOctets_ > taking_->limit) {
-        fail(capi::CRYPT_E_ASN1_LARGE);
+    if (octets.size() > limits::retainedOctets - retained_) {
+        failAtLimit(limits::retainedOctets, "octets in what is kept of a message");
+    }
+    if (takenOctets_ > taking_->limit) {
+        failAtLimit(taking_->limit, octetsOfOne);
     }
     retained_ += octets.size();
     if (taking_->treatment != Treatment::Skip) {

@@ -102,7 +102,8 @@ ORVIK_EXPORT std::vector<CounterSignature> counterSignatures(void* hMsg, unsigne
 /// `outside`. `hooks.inspect` sees the open message after all signers were judged, whatever the verdicts.
 ///
 /// Throws SystemException with the service's code when the message or the content cannot be read (CRYPT_E_ASN1_... for
-/// what is not a message, CRYPT_E_MSG_ERROR when `hooks.content` returns false), and what the hooks throw.
+/// what is not a message, CRYPT_E_MSG_ERROR when `hooks.content` returns false), and what the hooks throw. With
+/// CRYPT_E_ASN1_LARGE of the embedded service a Message_ names the limit that the message exceeds.
 ORVIK_EXPORT std::vector<SignerVerdict>
 verifySigners(std::istream& signature, const boost::optional<std::istream&>& content, const VerifyHooks& hooks);
 

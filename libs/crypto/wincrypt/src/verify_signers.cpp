@@ -4,6 +4,7 @@
 #include "signature_verdict.hpp"
 
 #include "capi/constants.hpp"
+#include "capi/exceeded_limit.hpp"
 #include "crypto/wincrypt/certificate.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
 #include "crypto/wincrypt/handles.hpp"
@@ -182,6 +183,19 @@ SignerVerdict judge(void* message, unsigned index, CarriedCertificates& carried,
     return judgeByMessage(message, index, carried.named(std::move(id)), furtherTries);
 }
 
+/// Attaches to the refusal of a message which limit of the service the message exceeds, where the service says so.
+void nameLimit(void* message, SystemException& refusal) {
+    DWORD size = 0;
+    if (static_cast<unsigned>(refusal.code().value()) != capi::CRYPT_E_ASN1_LARGE ||
+        CryptMsgGetParam(message, capi::CMSG_EXCEEDED_LIMIT_PARAM, 0, nullptr, &size) == 0 || size == 0) {
+        return;
+    }
+    std::string limit(size, '\0');
+    if (CryptMsgGetParam(message, capi::CMSG_EXCEEDED_LIMIT_PARAM, 0, limit.data(), &size) != 0) {
+        refusal << exception::Message_(limit.c_str());
+    }
+}
+
 } // namespace
 } // namespace internal
 
@@ -207,9 +221,14 @@ std::vector<SignerVerdict> judgeSigners(void* hMsg, const boost::shared_ptr<cryp
 std::vector<SignerVerdict> verifySigners(std::istream& signature, const boost::optional<std::istream&>& content,
                                          const VerifyHooks& hooks) {
     const DecodingMessage message(content.has_value(), hooks);
-    read(message.get(), signature);
-    if (content) {
-        read(message.get(), *content);
+    try {
+        read(message.get(), signature);
+        if (content) {
+            read(message.get(), *content);
+        }
+    } catch (internal::SystemException& e) {
+        internal::nameLimit(message.get(), e);
+        throw;
     }
     auto verdicts = judgeSigners(message.get(), hooks.certificate);
     if (hooks.inspect) {
