@@ -40,6 +40,8 @@ constexpr Meaning serviceMeanings[] = {
     {capi::NTE_BAD_ALGID, ExitCode::service, "the provider does not offer the algorithm", ""},
     {capi::NTE_BAD_PUBLIC_KEY, ExitCode::service, "the public key does not fit", ""},
     {capi::NTE_BAD_SIGNATURE, ExitCode::no, "the signature value is wrong", ""},
+    {capi::CRYPT_E_EXISTS, ExitCode::service, "a certificate of the same issuer and serial number is there already",
+     "one that has a private key is not replaced by one of another key; delete it first if it is not needed"},
     {capi::CRYPT_E_HASH_VALUE, ExitCode::no, "the content is not what was signed", ""},
     {capi::CRYPT_E_SIGNER_NOT_FOUND, ExitCode::no, "the signer's certificate is not in the message", ""},
     {capi::CRYPT_E_INVALID_INDEX, ExitCode::no, "the message carries no such signature", ""},

@@ -31,12 +31,13 @@ using orvik::plugin::crypto::exception::SystemException;
 
 constexpr std::size_t headSize = 4096; // octets of a signature that tell its shape
 
-/// A message beyond a limit may be a good one, so this is not an input error.
-[[noreturn]] void refuseLarge(const std::string& what, const SystemException& refusal) {
-    const auto* limit = boost::get_error_info<orvik::plugin::exception::Message_>(refusal);
-    throw Failure(
-        ExitCode::service, what, limit == nullptr ? "it exceeds a limit of the service" : "it has " + printable(*limit),
-        limit == nullptr ? "" : "the limit is the service's, and nothing was judged", capi::CRYPT_E_ASN1_LARGE);
+/// A message beyond a limit may be a good one, so this is not an input error. Returns where no limit is named: lengths
+/// that no message has are those of other data.
+void refuseLarge(const std::string& what, const SystemException& refusal) {
+    if (const auto* limit = boost::get_error_info<orvik::plugin::exception::Message_>(refusal)) {
+        throw Failure(ExitCode::service, what, "it has " + printable(*limit),
+                      "the limit is the service's, and nothing was judged", capi::CRYPT_E_ASN1_LARGE);
+    }
 }
 
 /// What cannot be read is an input error. Nothing was computed, so a code that would refuse a signature says here only

@@ -164,21 +164,6 @@ TEST_F(Surroundings, ClosedDescriptorsAreNotTakenForFiles) {
     EXPECT_EQ(nowhere.exit, 3) << "a signature that goes nowhere is not made";
 }
 
-TEST_F(Surroundings, AMessageBeyondALimitIsRefusedWithTheLimitsInWords) {
-    std::string deep(
-        "\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x02\xA0\x80\x30\x80\x02\x01\x01\x31\x00\x30\x80\x06\x09"
-        "\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01\xA0\x80",
-        37);
-    for (int i = 0; i < 100; ++i) {
-        deep += std::string("\x24\x80", 2);
-    }
-    folder().write("deep.p7s", deep);
-    const Outcome checking = place_->cli({"verify", "deep.p7s"});
-    EXPECT_EQ(checking.exit, 3) << checking.err;
-    EXPECT_THAT(checking.err, HasSubstr("it exceeds a limit of the service"));
-    EXPECT_THAT(checking.err, HasSubstr("levels of nesting"));
-}
-
 TEST_F(Surroundings, OutputThatCannotBeWrittenEndsABatch) {
     const Outcome full = shell("verify report.txt.p7s report.txt.p7s >/dev/full");
     EXPECT_EQ(full.exit, 3);
