@@ -2,6 +2,7 @@
 
 #include "core/error.hpp"
 #include "core/ossl.hpp"
+#include "corpora/manifest.hpp"
 #include "exports/export.hpp"
 #include "messages/handles.hpp"
 #include "x509/cert_info.hpp"
@@ -9,7 +10,6 @@
 #include <openssl/pem.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
@@ -216,12 +216,7 @@ Verdict verifyStreamed(ByteView message, const VerifyOptions& options) {
 }
 
 std::filesystem::path corpora() {
-    const char* const named = std::getenv("KLUNORTREDI_CORPORA");
-    const char* const source = std::getenv("KLUNORTREDI_SOURCE_DIR");
-    const std::filesystem::path folder = named != nullptr    ? std::filesystem::path(named)
-                                         : source != nullptr ? std::filesystem::path(source) / "../shared/corpora"
-                                                             : std::filesystem::path();
-    return std::filesystem::is_directory(folder) ? folder : std::filesystem::path();
+    return ::corpora::root().value_or("");
 }
 
 } // namespace klunortredi::test
