@@ -1,8 +1,8 @@
 #pragma once
 
 /* The longer form of CMSG_SIGNER_ENCODE_INFO, which names the signer and the signature algorithm (the CryptoAPI has it
- * behind CMSG_SIGNER_ENCODE_INFO_HAS_CMS_FIELDS). Its cbSize tells the two apart; all signers of one message have the
- * same form. */
+ * when CMSG_SIGNER_ENCODE_INFO_HAS_CMS_FIELDS is defined). cbSize says which form it is; all signers of one message
+ * have the same form. */
 
 #include "capi/types.h"
 

@@ -128,8 +128,8 @@ private:
     }
 
     /// Retrieves the issuer that the best chain lacks; whether a certificate came that was not at hand. Only for a
-    /// chain with no other fault than that, the times and the unknown status: another one is refused whatever the
-    /// issuer is.
+    /// chain with no other fault than that, the times and the unknown status: a chain with another fault is refused
+    /// whatever the issuer is.
     bool retrieveIssuer(const BuiltChain& chain) {
         constexpr DWORD curable = capi::CERT_TRUST_IS_PARTIAL_CHAIN | capi::CERT_TRUST_IS_NOT_TIME_VALID | unknownBits |
                                   capi::CERT_TRUST_IS_OFFLINE_REVOCATION;

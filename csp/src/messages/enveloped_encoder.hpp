@@ -20,7 +20,7 @@ namespace klunortredi::csp {
 class EnvelopedEncoder final : public MessageEncoder {
 public:
     /// `contentType`: dotted type of the content. With `stream`, the message goes to its callback while content
-    /// arrives: DER when the size of the content is told, else BER of indefinite lengths. Without, it is kept for
+    /// arrives: DER when the size of the content is given, else BER of indefinite lengths. Without, it is kept for
     /// CMSG_CONTENT_PARAM.
     ///
     /// ContentEncryptionAlgorithm: an OID of contentAlgorithms(), the parameters empty, or for GOST 28147-89 an

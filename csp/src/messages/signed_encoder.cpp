@@ -47,7 +47,7 @@ std::vector<SignerBuilder> signers(const CMSG_SIGNED_ENCODE_INFO& info, std::str
         return made;
     }
     if (info.rgSigners->cbSize == sizeof(CMSG_SIGNER_ENCODE_INFO_CMS_FIELDS)) {
-        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the size tells what the structures are
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the size states which structures they are
         const auto* const longer = reinterpret_cast<const CMSG_SIGNER_ENCODE_INFO_CMS_FIELDS*>(info.rgSigners);
         for (const auto& signer : std::span(longer, info.cSigners)) {
             made.emplace_back(checkedSize(signer.Signer, sizeof signer), contentType);
