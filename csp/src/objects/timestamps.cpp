@@ -32,10 +32,21 @@ Bytes encodeImprint(const CRYPT_ALGORITHM_IDENTIFIER& algorithm, const CRYPT_DER
     return der::sequence({encodeAlgorithm(algorithm), der::octetString(blobView(hash))});
 }
 
+/// Parameters that are malformed inside could not be encoded again.
+void requireWellFormedParameters(const der::Element& algorithm) {
+    der::Reader reader(contentOf(algorithm, der::tag::Sequence));
+    reader.read(der::tag::ObjectIdentifier);
+    if (!reader.empty() && !der::isOneBerValue(reader.read().whole)) {
+        fail(capi::CRYPT_E_ASN1_CORRUPT);
+    }
+}
+
 void putImprint(StructBuilder& builder, std::size_t algorithmOffset, std::size_t hashOffset,
                 const der::Element& imprint) {
     der::Reader reader(contentOf(imprint, der::tag::Sequence));
-    putAlgorithm(builder, algorithmOffset, reader.read());
+    const der::Element algorithm = reader.read();
+    requireWellFormedParameters(algorithm);
+    putAlgorithm(builder, algorithmOffset, algorithm);
     builder.blob(hashOffset, reader.read(der::tag::OctetString).content);
     reader.finish();
 }

@@ -66,6 +66,17 @@ TEST(TimestampRequestCodec, CarriesPolicyAndExtensions) {
     EXPECT_EQ(back->fCertReq, 0);
 }
 
+TEST(TimestampRequestCodec, RefusesParametersOfTheDigestThatAreMalformedInside) {
+    Bytes der = hex("30 1B 02 01 01 30 13 30 0B 06 05 2B 0E 03 02 1A 02 02 00 01 04 04 AB AB AB AB 01 01 FF");
+    EXPECT_EQ(failureOf([&] { decode<CRYPT_TIMESTAMP_REQUEST>(TIMESTAMP_REQUEST, der); }), CRYPT_E_ASN1_CORRUPT)
+        << "an INTEGER in a longer form than it needs";
+    der = hex("30 19 02 01 01 30 11 30 09 06 05 2B 0E 03 02 1A 02 00 04 04 AB AB AB AB 01 01 FF");
+    EXPECT_EQ(failureOf([&] { decode<CRYPT_TIMESTAMP_REQUEST>(TIMESTAMP_REQUEST, der); }), CRYPT_E_ASN1_CORRUPT)
+        << "an INTEGER without octets";
+    der = hex("30 19 02 01 01 30 11 30 09 06 05 2B 0E 03 02 1A 05 00 04 04 AB AB AB AB 01 01 FF");
+    EXPECT_EQ(encode(TIMESTAMP_REQUEST, *decode<CRYPT_TIMESTAMP_REQUEST>(TIMESTAMP_REQUEST, der)), der);
+}
+
 TEST(TimestampResponseCodec, GivesStatusTextsAndToken) {
     const auto granted = decode<CRYPT_TIMESTAMP_RESPONSE>(
         TIMESTAMP_RESPONSE, hex("30 1A 30 0B 02 01 00 30 06 0C 04 D0 98 D0 B2 30 0B 06 09 2A 86 48 86 F7 0D 01 07 02"));
