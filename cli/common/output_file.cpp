@@ -115,7 +115,7 @@ void OutputFile::syncFolder() const {
         return;
     }
     const int folder = ::open(folderOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    // A folder that one may write to and not read cannot be opened: its file system can be synchronised.
+    // A folder with write permission and without read permission cannot be opened: its file system can be synchronised.
     const bool lasts = folder < 0 ? ::syncfs(fd_) == 0 : ::fsync(folder) == 0 || errno == EINVAL || errno == ENOTSUP;
     const int error = errno;
     if (folder >= 0) {

@@ -155,7 +155,7 @@ TEST_F(ChainCrls, WithoutATimeOfTheNextAreGoodForADay) {
     EXPECT_EQ(status(leaf_.der, end), 0U);
     time_ = now_ + 1;
     EXPECT_EQ(status(leaf_.der, end), unknown);
-    EXPECT_EQ(status(leaf_.der, atHand), 0U) << "no checking flag: not known is no error";
+    EXPECT_EQ(status(leaf_.der, atHand), 0U) << "no checking flag: not known is not an error";
     EXPECT_EQ(status(pki::make({.subject = "Other", .issuer = &ca_, .serial = 78}).der, atHand), revoked);
 }
 
