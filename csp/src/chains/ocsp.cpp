@@ -65,7 +65,20 @@ bool isResponderOf(X509* responder, X509* issuer, const std::vector<std::shared_
                lists, [&](const auto& list) { return X509_CRL_get0_by_cert(list.get(), &entry, responder) != 0; });
 }
 
-bool isSignedFor(OCSP_BASICRESP* answer, X509* issuer, const std::vector<std::shared_ptr<X509_CRL>>& lists) {
+const ASN1_INTEGER* serialOf(const OCSP_CERTID* id) {
+    ASN1_INTEGER* serial = nullptr;
+    OCSP_id_get0_info(nullptr, nullptr, nullptr, &serial, const_cast<OCSP_CERTID*>(id)); // NOLINT: no const variant
+    return serial;
+}
+
+bool hasSerialOf(const OCSP_CERTID* id, const X509* certificate) {
+    return ASN1_INTEGER_cmp(X509_get0_serialNumber(certificate), serialOf(id)) == 0;
+}
+
+/// Whether the signer is the issuer, or a responder of the issuer other than the certificate of `asked`: a key that is
+/// revoked could say otherwise of itself.
+bool isSignedFor(OCSP_BASICRESP* answer, const OCSP_CERTID* asked, X509* issuer,
+                 const std::vector<std::shared_ptr<X509_CRL>>& lists) {
     if (signs(answer, issuer)) {
         return true;
     }
@@ -73,11 +86,44 @@ bool isSignedFor(OCSP_BASICRESP* answer, X509* issuer, const std::vector<std::sh
     const int count = std::min(sk_X509_num(brought), mostSigners);
     for (int i = 0; i < count; ++i) {
         X509* const responder = sk_X509_value(brought, i);
-        if (isResponderOf(responder, issuer, lists) && signs(answer, responder)) {
+        if (!hasSerialOf(asked, responder) && isResponderOf(responder, issuer, lists) && signs(answer, responder)) {
             return true;
         }
     }
     return false;
+}
+
+/// Whether a part of an answer is about the certificate of `asked`, or may be: the digest that names the issuer is for
+/// the server to choose, and one that is not known here could stand for any issuer.
+bool mayBeAbout(OCSP_SINGLERESP* single, const OCSP_CERTID* asked, X509* issuer) {
+    auto* const named = const_cast<OCSP_CERTID*>(OCSP_SINGLERESP_get0_id(single)); // NOLINT: the getters take no const
+    ASN1_OBJECT* algorithm = nullptr;
+    ASN1_INTEGER* serial = nullptr;
+    OCSP_id_get0_info(nullptr, &algorithm, nullptr, &serial, named);
+    if (ASN1_INTEGER_cmp(serial, serialOf(asked)) != 0) {
+        return false;
+    }
+    const EVP_MD* const digest = EVP_get_digestbyobj(algorithm);
+    const CertId same(digest == nullptr ? nullptr
+                                        : OCSP_cert_id_new(digest, X509_get_subject_name(issuer),
+                                                           X509_get0_pubkey_bitstr(issuer), serial));
+    return !same || OCSP_id_cmp(same.get(), named) == 0;
+}
+
+/// The part of an answer that is about the certificate of `asked`; null unless there is one, and no other is about it.
+OCSP_SINGLERESP* onlyPartAbout(const OCSP_CERTID* asked, OCSP_BASICRESP* answer, X509* issuer) {
+    OCSP_SINGLERESP* found = nullptr;
+    for (int i = 0; i < OCSP_resp_count(answer); ++i) {
+        OCSP_SINGLERESP* const single = OCSP_resp_get0(answer, i);
+        if (!mayBeAbout(single, asked, issuer)) {
+            continue;
+        }
+        if (found != nullptr || OCSP_id_cmp(OCSP_SINGLERESP_get0_id(single), asked) != 0) {
+            return nullptr;
+        }
+        found = single;
+    }
+    return found;
 }
 
 bool hasCriticalExtension(OCSP_BASICRESP* answer, OCSP_SINGLERESP* single) {
@@ -134,13 +180,11 @@ std::optional<OcspAnswer> OcspRequest::read(ByteView answer, Nonce nonce,
         return std::nullopt;
     }
     const BasicResponse basic(OCSP_response_get1_basic(response.get()));
-    const int at = basic ? OCSP_resp_find(basic.get(), id_, -1) : -1;
-    OCSP_SINGLERESP* const single = at < 0 ? nullptr : OCSP_resp_get0(basic.get(), at);
+    OCSP_SINGLERESP* const single = basic ? onlyPartAbout(id_, basic.get(), issuer_) : nullptr;
     constexpr int otherNonce = 0;
-    const bool twice = single != nullptr && OCSP_resp_find(basic.get(), id_, at) >= 0;
-    if (single == nullptr || twice || hasCriticalExtension(basic.get(), single) ||
+    if (single == nullptr || hasCriticalExtension(basic.get(), single) ||
         (nonce == Nonce::OfThisRequest && OCSP_check_nonce(request_.get(), basic.get()) == otherNonce) ||
-        !isSignedFor(basic.get(), issuer_, lists)) {
+        !isSignedFor(basic.get(), id_, issuer_, lists)) {
         return std::nullopt;
     }
     return contentOf(single);

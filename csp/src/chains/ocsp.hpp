@@ -41,9 +41,9 @@ public:
     };
 
     /// Reads an answer. Nullopt unless it is a successful basic answer about the certificate, with a right nonce,
-    /// signed by the issuer or by a certificate that the issuer issued for OCSP signing, that is valid now and that
-    /// none of `lists` revokes. Signatures over MD2, MD4 and MD5 are not valid, and critical extensions make an answer
-    /// unusable.
+    /// signed by the issuer or by another certificate that the issuer issued for OCSP signing, that is valid now and
+    /// that none of `lists` revokes. Signatures over MD2, MD4 and MD5 are not valid, and critical extensions make an
+    /// answer unusable.
     [[nodiscard]] std::optional<OcspAnswer> read(ByteView answer, Nonce nonce,
                                                  const std::vector<std::shared_ptr<X509_CRL>>& lists) const;
 

@@ -52,6 +52,16 @@ csp::Bytes answerTo(csp::ByteView request, const WantedAnswer& wanted) {
     if (wanted.twice) {
         addStatus(basic.get(), id.get(), wanted);
     }
+    if (wanted.alsoRevokedUnder != nullptr) {
+        ASN1_INTEGER* serial = nullptr;
+        OCSP_id_get0_info(nullptr, nullptr, nullptr, &serial, id.get());
+        X509* const issuer = wanted.issuer->certificate.get();
+        const Id second(OCSP_cert_id_new(wanted.alsoRevokedUnder, X509_get_subject_name(issuer),
+                                         X509_get0_pubkey_bitstr(issuer), serial));
+        WantedAnswer revoked = wanted;
+        revoked.status = V_OCSP_CERTSTATUS_REVOKED;
+        addStatus(basic.get(), second.get(), revoked);
+    }
     if (wanted.otherNonce) {
         OCSP_basic_add1_nonce(basic.get(), nullptr, -1);
     } else {

@@ -19,7 +19,9 @@ struct WantedAnswer {
     std::time_t nextUpdate = std::time(nullptr) + 3600; ///< 0: none
     bool otherNonce = false;
     bool otherSerial = false;
-    bool twice = false;             ///< two answers about the certificate
+    bool twice = false; ///< two answers about the certificate
+    /// Digest of a second identifier of the certificate, whose status is then "revoked"; null: there is none.
+    const EVP_MD* alsoRevokedUnder = nullptr;
     bool criticalExtension = false; ///< one that nobody knows
     const EVP_MD* digest = nullptr; ///< null: SHA-256
 };

@@ -91,6 +91,19 @@ TEST_F(Ocsp, AnswersAboutOtherThingsAreNot) {
     EXPECT_FALSE(request_.read(leaf_.der, Nonce::Any, lists_));
 }
 
+TEST_F(Ocsp, AnswersThatContradictThemselvesUnderAnotherDigestAreNotBelieved) {
+    EXPECT_FALSE(read({.alsoRevokedUnder = EVP_sha256()}));
+    EXPECT_FALSE(read({.alsoRevokedUnder = EVP_sha1()}));
+    EXPECT_FALSE(read({.otherSerial = true, .alsoRevokedUnder = EVP_sha256()})) << "about another certificate alone";
+}
+
+TEST_F(Ocsp, AnswersOfTheCertificateAboutItselfAreNotBelieved) {
+    const Entity itself = responder("OCSPSigning", root_);
+    const OcspRequest request(itself.certificate.get(), root_.certificate.get());
+    const WantedAnswer wanted{.issuer = &root_, .signer = &itself, .withCertificate = true};
+    EXPECT_FALSE(request.read(pki::answerTo(request.der(), wanted), Nonce::OfThisRequest, lists_));
+}
+
 TEST_F(Ocsp, AnswersWithOneOctetChangedAreNotBelieved) {
     const csp::Bytes answer = pki::answerTo(request_.der(), {.issuer = &root_});
     for (std::size_t i = 0; i < answer.size(); ++i) {
