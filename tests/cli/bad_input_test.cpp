@@ -59,6 +59,13 @@ TEST_F(BadInput, AnUnreadableFile) {
     nothingWritten();
 }
 
+TEST_F(BadInput, AnUnreadableSignatureOrContentIsNoForgery) {
+    ASSERT_EQ(sign("report.txt").exit, 0);
+    ASSERT_EQ(place_.cli({"verify", "out.sig", "--content", "report.txt"}).exit, 0);
+    refused(place_.cli({"verify", "out.sig", "--content", "/proc/self/mem"}), 3, "cannot read /proc/self/mem");
+    refused(place_.cli({"verify", "/proc/self/mem", "--content", "report.txt"}), 3, "cannot read /proc/self/mem");
+}
+
 TEST_F(BadInput, ACertificateThatIsNotThere) {
     refused(sign("report.txt", "Nobody"), 1, "Nobody");
     nothingWritten();

@@ -24,8 +24,9 @@ namespace orvik::plugin::wincrypt::tools {
 /// be forged, nor of counter-signatures, nor of the certificate: its validity, its chain and its revocation are not
 /// examined. `verifySigners` below judges every signer; `CertificateVerifier` judges a certificate's chain.
 ///
-/// Never throws. After false, GetLastErrorEx() tells why: the service's code of the step that failed, or
-/// CRYPT_E_NOT_FOUND when the message carries no certificate of its signer.
+/// Never throws. A stream that breaks before its end (badbit) gives false. After false, GetLastErrorEx() reports why:
+/// the service's code of the step that failed, or CRYPT_E_NOT_FOUND when the message carries no certificate of its
+/// signer, and for a failure outside of the service, which only the log record names.
 ORVIK_EXPORT bool verify(std::istream& signature, const boost::optional<std::istream&>& content);
 
 /// What a caller may want of a signature besides the verdict. Everything may be left empty.
@@ -102,8 +103,9 @@ ORVIK_EXPORT std::vector<CounterSignature> counterSignatures(void* hMsg, unsigne
 /// `outside`. `hooks.inspect` sees the open message after all signers were judged, whatever the verdicts.
 ///
 /// Throws SystemException with the service's code when the message or the content cannot be read (CRYPT_E_ASN1_... for
-/// what is not a message, CRYPT_E_MSG_ERROR when `hooks.content` returns false), and what the hooks throw. With
-/// CRYPT_E_ASN1_LARGE of the embedded service a Message_ names the limit that the message exceeds.
+/// what is not a message, CRYPT_E_MSG_ERROR when `hooks.content` returns false), std::ios_base::failure when a stream
+/// breaks before its end (badbit), and what the hooks throw. With CRYPT_E_ASN1_LARGE of the embedded service a Message_
+/// names the limit that the message exceeds.
 ORVIK_EXPORT std::vector<SignerVerdict>
 verifySigners(std::istream& signature, const boost::optional<std::istream&>& content, const VerifyHooks& hooks);
 

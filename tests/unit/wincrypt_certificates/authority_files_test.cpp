@@ -6,7 +6,11 @@
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
+#include <locale>
+#include <thread>
 
 namespace wincrypt_certificates {
 namespace {
@@ -58,6 +62,41 @@ TEST_F(AuthorityFilesTest, OfACrlInPemOrDerCountAsCertificates) {
 TEST_F(AuthorityFilesTest, AreFoundInAnyCaseAndKeepTheirs) {
     make({"ca.CRT", "Cb.Cert", "LIST.CRL", "ROOT.CRL.PEM"});
     expectCollected({"ca.CRT", "Cb.Cert", "ROOT.CRL.PEM"}, {"LIST.CRL"});
+}
+
+/// Lower-cases Q to t, which no other locale does.
+class OddLetters : public std::ctype<char> {
+protected:
+    char do_tolower(char letter) const override { return letter == 'Q' ? 't' : std::ctype<char>::do_tolower(letter); }
+    const char* do_tolower(char* from, const char* to) const override {
+        std::transform(from, from + (to - from), from, [this](char letter) { return do_tolower(letter); });
+        return to;
+    }
+};
+
+TEST_F(AuthorityFilesTest, HaveTheirExtensionsLowerCasedByTheDefaultLocale) {
+    make({"a.crQ", "b.CRt"});
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new OddLetters));
+    collect();
+    std::locale::global(before);
+    EXPECT_THAT(verifier().certificateFiles(), UnorderedElementsAreArray(paths({"a.crQ", "b.CRt"})));
+}
+
+TEST_F(AuthorityFilesTest, AreCollectedByThreadsOfTheirOwn) {
+    make({"a.crt", "b.crl", "c.txt"});
+    std::vector<std::thread> threads;
+    std::array<std::size_t, 4> collected{};
+    for (auto& count : collected) {
+        threads.emplace_back([&] {
+            orvik::plugin::wincrypt::CertificateVerifier own(signer());
+            own.initCA(folder_.path());
+            count = (10 * own.certificateFiles().size()) + own.crlFiles().size();
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(collected, testing::Each(11U));
 }
 
 TEST_F(AuthorityFilesTest, OfOtherExtensionsAreSkipped) {

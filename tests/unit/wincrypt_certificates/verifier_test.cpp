@@ -68,6 +68,34 @@ TEST_F(VerifierTest, PassesTheFlagsOnUnchanged) {
     }
 }
 
+/// A certificate whose context is another one than its own data: of another back-end, say.
+class Borrowed : public Certificate {
+public:
+    explicit Borrowed(void* shown) : Certificate(nullptr), shown_(shown) {}
+    [[nodiscard]] void* context() const override { return shown_; }
+    void show(void* other) { shown_ = other; }
+
+private:
+    void* shown_;
+};
+
+TEST_F(VerifierTest, AsksForTheContextThatTheCertificatesInterfaceReturnsAtEachCall) {
+    Borrowed borrowed(signer().context());
+    const CertificateVerifier verifier(borrowed);
+    EXPECT_EQ(asked([&] { EXPECT_TRUE(verifier.validateChain(0)); }).call, chainCall("0"));
+    borrowed.show(nullptr);
+    EXPECT_EQ(asked([&] { EXPECT_TRUE(verifier.validateChain(0)); }).call,
+              "CertGetCertificateChain(null, null, null, null, pointer, 0, null, pointer)");
+}
+
+TEST_F(VerifierTest, IsUsedThroughTheFrameworksInterface) {
+    orvik::plugin::crypto::ICertificateVerifier& interface = verifier();
+    service().chainStatus = 0x24;
+    EXPECT_FALSE(interface.validateChain(0));
+    EXPECT_EQ(interface.status(), 0x24U);
+    EXPECT_EQ(interface.statusString(interface.status()), "CERT_TRUST_IS_REVOKED");
+}
+
 TEST_F(VerifierTest, AsksOnceAndFreesTheChain) {
     EXPECT_TRUE(validate());
     EXPECT_THAT(functions(), ElementsAre("CertGetCertificateChain", "CertFreeCertificateChain"));

@@ -147,7 +147,9 @@ TYPED_TEST(ValidatorStates, LeavesConsumedAlone) {
     const auto data = this->good();
     EXPECT_TRUE(validator.update(reinterpret_cast<const unsigned char*>(data.data()), data.size(), &consumed));
     EXPECT_TRUE(validator.update(nullptr, 0, &consumed));
-    EXPECT_EQ(consumed, 77U);
+    this->refuse(true);
+    EXPECT_FALSE(validator.update(reinterpret_cast<const unsigned char*>("<none/>"), 7, &consumed));
+    EXPECT_EQ(consumed, 77U) << "nor by a check that fails";
 }
 
 TYPED_TEST(ValidatorStates, TakesEachDataForAWholeOne) {
@@ -218,6 +220,27 @@ TEST_F(BinaryValidatorTest, HoldsTheContentUntilItIsFinalized) {
     EXPECT_TRUE(watched.expired());
 }
 
+TEST_F(BinaryValidatorTest, DoesNotKeepTheCertificate) {
+    binary::Validator validator;
+    Params params;
+    params.certificate = certificate();
+    const boost::weak_ptr<ICertificate> watched = params.certificate;
+    validator.initialize(params);
+    params.certificate.reset();
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST_F(BinaryValidatorTest, DropsTheContentOfBeforeWhenItIsInitializedAnew) {
+    binary::Validator validator;
+    Params params;
+    params.content = contentStream();
+    const boost::weak_ptr<std::istream> watched = params.content;
+    validator.initialize(params);
+    params.content.reset();
+    validator.initialize(params);
+    EXPECT_TRUE(watched.expired());
+}
+
 TEST_F(BinaryValidatorTest, DoesNotUseTheCertificateItIsGiven) {
     Params params;
     params.certificate = certificate();
@@ -272,6 +295,7 @@ TEST_F(XmlValidatorTest, SaysNoWhereOneOfTwoIsInvalid) {
     EXPECT_FALSE(valid(invoice({forged()})));
     EXPECT_FALSE(valid(invoice({invoiceSignature, forged()})));
     EXPECT_FALSE(valid(invoice({forged(), invoiceSignature})));
+    EXPECT_FALSE(valid(invoice({invoiceSignature, forged(), invoiceSignature})));
 }
 
 TEST_F(XmlValidatorTest, SaysNoToAChangedDocument) {
@@ -308,6 +332,59 @@ TEST_F(XmlValidatorTest, LooksForTheProviderOfTheCertificateItIsGiven) {
     EXPECT_TRUE(valid(invoice({invoiceSignature}), signer));
     EXPECT_GT(service().calls().size(), 0U);
     signer.reset();
+}
+
+/// A certificate that writes down how it is asked for its provider.
+class Watched : public Certificate {
+public:
+    explicit Watched(bool fails = false) : Certificate(nullptr), fails_(fails) {}
+    [[nodiscard]] boost::shared_ptr<IProvider> provider(bool search) const override {
+        searches.push_back(search);
+        if (fails_) {
+            throw CryptoException(CryptoException::Code::noProvider);
+        }
+        return {};
+    }
+
+    mutable std::vector<bool> searches;
+
+private:
+    bool fails_;
+};
+
+TEST_F(XmlValidatorTest, AsksItsCertificateForTheProviderByEverySearchOnceForEachCheck) {
+    const auto watched = boost::make_shared<Watched>();
+    xmldsig::Validator validator;
+    Params params;
+    params.certificate = watched;
+    validator.initialize(params);
+    EXPECT_THAT(watched->searches, IsEmpty()) << "not before there is a document";
+    EXPECT_TRUE(update(validator, invoice({invoiceSignature})));
+    EXPECT_THAT(watched->searches, ElementsAre(true));
+    EXPECT_TRUE(validator.update(nullptr, 0));
+    EXPECT_THAT(watched->searches, ElementsAre(true)) << "the verdict is only repeated";
+    EXPECT_FALSE(update(validator, "not a document"));
+    EXPECT_THAT(watched->searches, ElementsAre(true, true)) << "before the document is read";
+}
+
+TEST_F(XmlValidatorTest, SaysNoToAValidDocumentWhenTheCertificateThrows) {
+    EXPECT_TRUE(valid(invoice({invoiceSignature}), boost::make_shared<Watched>()));
+    EXPECT_FALSE(valid(invoice({invoiceSignature}), boost::make_shared<Watched>(true)));
+}
+
+TEST_F(XmlValidatorTest, HoldsTheCertificateUntilItIsFinalizedAndNoContent) {
+    xmldsig::Validator validator;
+    Params params;
+    params.certificate = boost::make_shared<Watched>();
+    params.content = boost::make_shared<std::istringstream>("content");
+    const boost::weak_ptr<ICertificate> certificate = params.certificate;
+    const boost::weak_ptr<std::istream> content = params.content;
+    validator.initialize(params);
+    params = Params();
+    EXPECT_FALSE(certificate.expired());
+    EXPECT_TRUE(content.expired());
+    EXPECT_FALSE(finalize(validator));
+    EXPECT_TRUE(certificate.expired());
 }
 
 TEST_F(XmlValidatorTest, SaysNoWhenTheSearchForTheProviderThrows) {

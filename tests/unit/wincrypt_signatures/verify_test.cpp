@@ -59,6 +59,63 @@ TEST_F(VerifyTest, NeverThrows) {
     EXPECT_THAT(logTexts(Severity::error), ElementsAre("wincrypt: verify failed: odd"));
 }
 
+/// Octets, and then a failure of the device that they come from.
+class BreakingBuffer : public std::streambuf {
+public:
+    explicit BreakingBuffer(std::string octets) : octets_(std::move(octets)) {
+        setg(octets_.data(), octets_.data(), octets_.data() + octets_.size());
+    }
+
+protected:
+    int_type underflow() override { throw std::runtime_error("cannot read the disk"); }
+
+private:
+    std::string octets_;
+};
+
+/// What a stream does where its buffer fails: keeps it for whoever asks, or throws it.
+enum class OnFailure { keep, raise };
+
+class BreakingStream : public BreakingBuffer, public std::istream {
+public:
+    explicit BreakingStream(const std::string& octets, OnFailure onFailure = OnFailure::keep)
+        : BreakingBuffer(octets), std::istream(this) {
+        if (onFailure == OnFailure::raise) {
+            exceptions(std::ios::badbit);
+        }
+    }
+};
+
+TEST_F(VerifyTest, StreamThatCannotBeReadToItsEndIsNeverValid) {
+    const std::string unreadable = "wincrypt: verify failed: ";
+    for (const char* octets : {"", "the first part"}) {
+        clearLog();
+        BreakingStream signature(octets);
+        EXPECT_FALSE(tools::verify(signature, boost::none)) << octets;
+        std::istringstream whole("signature");
+        BreakingStream content(octets);
+        EXPECT_FALSE(tools::verify(whole, boost::optional<std::istream&>(content))) << octets;
+        EXPECT_THAT(logTexts(Severity::error),
+                    ElementsAre(testing::StartsWith(unreadable + "the signature cannot be read"),
+                                testing::StartsWith(unreadable + "the content cannot be read")));
+    }
+}
+
+TEST_F(VerifyTest, StreamThatThrowsIsNotValidAndLogged) {
+    BreakingStream signature("part", OnFailure::raise);
+    EXPECT_FALSE(tools::verify(signature, boost::none));
+    EXPECT_THAT(logTexts(Severity::error), ElementsAre("wincrypt: verify failed: cannot read the disk"));
+}
+
+TEST_F(VerifyTest, SignersAreNotJudgedByAPartOfTheirContent) {
+    std::istringstream whole("signature");
+    BreakingStream content("the first part");
+    EXPECT_THROW(tools::verifySigners(whole, boost::optional<std::istream&>(content), {}), std::ios_base::failure);
+    BreakingStream signature("the first part");
+    EXPECT_THROW(tools::verifySigners(signature, boost::none, {}), std::ios_base::failure);
+    EXPECT_EQ(service().count("CryptMsgControl"), 0U);
+}
+
 TEST_F(VerifyTest, SignersCertificateComesOutOfTheMessage) {
     CMSG_STREAM_INFO stream{};
     void* message = orvik::plugin::wincrypt::CryptMsgOpenToDecode(0x10001, 0, 0, 0, nullptr, &stream);

@@ -2,10 +2,14 @@
 
 #include "capi/constants.hpp"
 #include "crypto/wincrypt/exceptions.hpp"
+#include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 
+#include <ios>
+#include <istream>
 #include <ostream>
 #include <streambuf>
+#include <string>
 
 namespace orvik::plugin::wincrypt {
 
@@ -62,6 +66,13 @@ DecodingMessage::DecodingMessage(bool detached, const tools::VerifyHooks& hooks)
 }
 
 DecodingMessage::~DecodingMessage() = default;
+
+void DecodingMessage::feed(std::istream& in, const char* name) const {
+    tools::read(message_.get(), in);
+    if (in.bad()) {
+        throw std::ios_base::failure(std::string("the ") + name + " cannot be read");
+    }
+}
 
 void* DecodingMessage::get() const {
     return message_.get();

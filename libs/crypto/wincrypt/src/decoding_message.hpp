@@ -5,6 +5,7 @@
 #include "crypto/wincrypt/handles.hpp"
 #include "crypto/wincrypt/tools_verify.hpp"
 
+#include <iosfwd>
 #include <memory>
 
 namespace orvik::plugin::wincrypt {
@@ -17,6 +18,10 @@ public:
     DecodingMessage(const DecodingMessage&) = delete;
     DecodingMessage& operator=(const DecodingMessage&) = delete;
     ~DecodingMessage();
+
+    /// Feeds all octets of `in`; `name` says what they are. Throws SystemException where the service refuses them, and
+    /// std::ios_base::failure where the stream breaks: its end is not known then, and a part of a content is not it.
+    void feed(std::istream& in, const char* name) const;
 
     /// The HCRYPTMSG; it stays this object's.
     [[nodiscard]] void* get() const;

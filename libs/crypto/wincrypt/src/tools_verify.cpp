@@ -42,15 +42,13 @@ boost::shared_ptr<crypto::ICertificate> signerOf(void* message, const VerifyHook
 
 bool check(std::istream& signature, const boost::optional<std::istream&>& content, const VerifyHooks& hooks) {
     const DecodingMessage message(content.has_value(), hooks);
-    if (!read(message.get(), signature)) {
-        return false;
-    }
+    message.feed(signature, "signature");
     const auto signer = signerOf(message.get(), hooks);
     if (!signer || signer->context() == nullptr) {
         return false;
     }
     if (content) {
-        read(message.get(), *content);
+        message.feed(*content, "content");
     }
     if (CryptMsgControl(message.get(), 0, capi::CMSG_CTRL_VERIFY_SIGNATURE,
                         toPCCERT_CONTEXT(signer->context())->pCertInfo) == 0) {

@@ -222,9 +222,9 @@ std::vector<SignerVerdict> verifySigners(std::istream& signature, const boost::o
                                          const VerifyHooks& hooks) {
     const DecodingMessage message(content.has_value(), hooks);
     try {
-        read(message.get(), signature);
+        message.feed(signature, "signature");
         if (content) {
-            read(message.get(), *content);
+            message.feed(*content, "content");
         }
     } catch (internal::SystemException& e) {
         internal::nameLimit(message.get(), e);
