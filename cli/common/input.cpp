@@ -2,6 +2,7 @@
 
 #include "failure.hpp"
 #include "orvik/plugin/base64.hpp"
+#include "printable.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -165,18 +166,17 @@ public:
     [[nodiscard]] const std::string& label() const noexcept { return label_; }
     /// Whether characters were met that are not Base64; there the octets end.
     [[nodiscard]] bool damaged() const noexcept { return damaged_; }
+    /// Whether the octets ended elsewhere than at a line "-----END label-----" with the label of the first line.
+    [[nodiscard]] bool lacksEnd() const noexcept { return lacksEnd_; }
 
-    /// Reads on from the end of the block, whose last line begins with the '-' that ended the body.
+    /// Reads on from the last line of the block.
     void readRest(Surroundings& around) {
         if (!pem_) {
             return;
         }
+        around.textAfter = textAfterEnd_;
         std::string line;
         bool inside = false;
-        if (nextLine(line)) {
-            const std::string end = "----END " + label_ + "-----";
-            around.textAfter = !line.starts_with(end) || hasText(std::string_view(line).substr(end.size()));
-        }
         while (nextLine(line)) {
             if (line.starts_with(armorStart)) {
                 inside = true;
@@ -209,6 +209,7 @@ protected:
             const int c = source_.sbumpc();
             if (c == traits_type::eof() || (pem_ && c == '-')) {
                 ended_ = true;
+                lacksEnd_ = pem_ && (c == traits_type::eof() || !readEnd());
                 break;
             }
             if (!isBlank(static_cast<char>(c))) {
@@ -239,6 +240,17 @@ private:
         }
     }
 
+    /// Reads the last line of the block, behind its first '-'; false when it is something else.
+    bool readEnd() {
+        const std::string end = "----END " + label_ + "-----";
+        std::string line;
+        if (!nextLine(line) || !line.starts_with(end)) {
+            return false;
+        }
+        textAfterEnd_ = hasText(std::string_view(line).substr(end.size()));
+        return true;
+    }
+
     /// Reads a line, of which the first octets are kept; false at the end.
     bool nextLine(std::string& line) {
         line.clear();
@@ -259,6 +271,8 @@ private:
     bool started_;
     bool ended_ = false;
     bool damaged_ = false;
+    bool lacksEnd_ = false;
+    bool textAfterEnd_ = false;
     std::string label_;
     std::string decoded_;
 };
@@ -358,6 +372,11 @@ void Input::check() const {
     }
     if (armor_ && armor_->damaged()) {
         throw Failure(ExitCode::input, "cannot read " + name_, "it is damaged: not Base64");
+    }
+    if (armor_ && armor_->lacksEnd()) {
+        throw Failure(ExitCode::input, "cannot read " + name_,
+                      "its PEM block does not end with the line -----END " + printable(armor_->label()) + "-----",
+                      "get the whole file again");
     }
 }
 

@@ -7,6 +7,7 @@
 #include "current_failure.hpp"
 #include "failure.hpp"
 #include "input.hpp"
+#include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/i_provider.hpp"
 #include "orvik/plugin/crypto/i_public_key.hpp"
 #include "orvik/plugin/hex.hpp"
@@ -123,6 +124,14 @@ std::string serialOf(const ICertificate& certificate) {
     return text::serial(certificate.serialNumber());
 }
 
+std::optional<std::vector<std::string>> extendedUsageOf(const ICertificate& certificate) {
+    try {
+        return certificate.enhancedKeyUsage();
+    } catch (const orvik::plugin::crypto::exception::CryptoException&) {
+        return {};
+    }
+}
+
 std::string containerOf(const ICertificate& certificate) {
     const auto container = certificate.container();
     if (!container) {
@@ -134,6 +143,7 @@ std::string containerOf(const ICertificate& certificate) {
 
 nlohmann::ordered_json toJson(const ICertificate& certificate) {
     const auto publicKey = certificate.publicKey();
+    const auto extended = extendedUsageOf(certificate);
     return {{"subject", subjectOf(certificate)},
             {"issuer", text::name(certificate.issuerNameInfo())},
             {"serial", serialOf(certificate)},
@@ -142,7 +152,7 @@ nlohmann::ordered_json toJson(const ICertificate& certificate) {
             {"not_after", text::time(certificate.notAfter())},
             {"algorithm", publicKey ? publicKey->algObjId() : std::string{}},
             {"key_usage", text::keyUsage(certificate.keyUsage().value_or(0))},
-            {"enhanced_key_usage", certificate.enhancedKeyUsage()},
+            {"enhanced_key_usage", extended ? nlohmann::ordered_json(*extended) : nlohmann::ordered_json(nullptr)},
             {"friendly_name", certificate.friendlyName()},
             {"container", containerOf(certificate)},
             {"provider", providerOf(certificate)}};

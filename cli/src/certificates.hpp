@@ -8,6 +8,7 @@
 
 #include <boost/smart_ptr/shared_ptr.hpp>
 
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -33,6 +34,9 @@ std::string subjectOf(const orvik::plugin::crypto::ICertificate& certificate);
 std::string titleOf(const orvik::plugin::crypto::ICertificate& certificate);
 std::string thumbprintOf(const orvik::plugin::crypto::ICertificate& certificate);
 std::string serialOf(const orvik::plugin::crypto::ICertificate& certificate);
+/// OIDs of its extended key usage (RFC 5280, 4.2.1.12), none when it has no such extension; nothing when the extension
+/// is malformed or there twice.
+std::optional<std::vector<std::string>> extendedUsageOf(const orvik::plugin::crypto::ICertificate& certificate);
 /// The container's plain name, UTF-8; empty without a link.
 std::string containerOf(const orvik::plugin::crypto::ICertificate& certificate);
 

@@ -127,6 +127,7 @@ std::vector<SignerVerdict> CmsVerification::check() {
         }
         throw;
     }
+    const Tail tail = octets.tail(); // reads to the end of the signature's file or block
     signature_.check();
     if (content_) {
         content_->check();
@@ -134,7 +135,7 @@ std::vector<SignerVerdict> CmsVerification::check() {
     if (failure_) {
         std::rethrow_exception(failure_);
     }
-    lookAround(octets.tail());
+    lookAround(tail);
     return verdicts;
 }
 

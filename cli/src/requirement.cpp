@@ -71,6 +71,12 @@ Requirement::Requirement(const std::vector<std::string>& words, CertificatePtr g
     }
 }
 
+bool Requirement::names(const Signer& signer) const {
+    return signer.certificate &&
+           ((given_ && given_->raw() == signer.certificate->raw()) ||
+            std::ranges::find(thumbprints_, thumbprintOf(*signer.certificate)) != thumbprints_.end());
+}
+
 Decision Requirement::decide(const std::vector<Signer>& signers) const {
     return decide(signers, [](const Signer& signer) { return signer.verdict; });
 }

@@ -27,6 +27,9 @@ public:
     /// Whether the word is a thumbprint.
     [[nodiscard]] static bool isThumbprint(const std::string& word);
 
+    /// Whether the signer's certificate is one of those named or given.
+    [[nodiscard]] bool names(const Signer& signer) const;
+
     /// What a signer counts as.
     using Judge = std::function<SignatureVerdict(const Signer&)>;
 

@@ -189,7 +189,7 @@ ExitCode SignatureJudge::complete(Verdict& verdict) const {
     decide(verdict, requirement_);
     bool trusted = true;
     if (verdict.verdict == SignatureVerdict::valid && arguments_.chain) {
-        judgeChains(verdict, chainQuery_, arguments_.chainOptions);
+        judgeChains(verdict, chainQuery_, arguments_.chainOptions, requirement_);
         if (arguments_.strict) {
             applyStrict(verdict.signers);
             decide(verdict, requirement_);

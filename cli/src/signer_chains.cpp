@@ -121,15 +121,17 @@ private:
 
 } // namespace
 
-void judgeChains(Verdict& verdict, ChainQuery query, const ChainOptions& options) {
+void judgeChains(Verdict& verdict, ChainQuery query, const ChainOptions& options, const Requirement& requirement) {
     query.signer = true;
-    query.beginRetrieval();
+    query.beginDocument();
     gather(verdict, query);
     verdict.notChecked.insert(verdict.notChecked.end(), verdict.crls.passedOver.begin(), verdict.crls.passedOver.end());
     DocumentChains chains(std::move(query), options);
-    for (Signer& signer : verdict.signers) {
-        if (signer.verdict == SignatureVerdict::valid) {
-            chains.judge(signer);
+    for (const bool named : {true, false}) {
+        for (Signer& signer : verdict.signers) {
+            if (signer.verdict == SignatureVerdict::valid && requirement.names(signer) == named) {
+                chains.judge(signer);
+            }
         }
     }
 }

@@ -14,7 +14,9 @@ namespace klunortredi::cli {
 /// The time is that of --at: the one given, each signer's own statement (signing), or what a time-stamp proves
 /// (timestamp; a signer without a valid one of a trusted authority is not trusted). Without --at it is what a
 /// time-stamp proves, and now for a signer without such a proof. No time-stamp proves anything about a counter-signer.
-void judgeChains(Verdict& verdict, ChainQuery query, const ChainOptions& options);
+///
+/// The signers that `requirement` names come first: the processor time for all chains is limited.
+void judgeChains(Verdict& verdict, ChainQuery query, const ChainOptions& options, const Requirement& requirement);
 
 /// Whether the required signers are trusted. The document's chain becomes one that decides: that of a signer that is
 /// not trusted, when that is why the requirement is not met.

@@ -1,6 +1,7 @@
 #include "signer_usage.hpp"
 
 #include "capi/constants.hpp"
+#include "certificates.hpp"
 #include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "failure.hpp"
@@ -87,16 +88,19 @@ std::optional<Problem> extendedUsageProblem(const ICertificate& certificate, con
     if (extensionOf(certificate, capi::szOID_ENHANCED_KEY_USAGE) == nullptr) {
         return {}; // unrestricted
     }
-    const std::vector<std::string> held = certificate.enhancedKeyUsage();
-    const bool fits = std::ranges::any_of(held, [&](const std::string& oid) {
+    const auto held = extendedUsageOf(certificate);
+    if (!held) {
+        return Problem{"its extended key usage cannot be read", "if any usage will do, say --usage any"};
+    }
+    const bool fits = std::ranges::any_of(*held, [&](const std::string& oid) {
         const Usage* const usage = findUsage(oid);
         return oid == anyUsage || (query.usage.empty() ? usage != nullptr && usage->documents : oid == query.usage);
     });
     if (fits) {
         return {};
     }
-    std::vector<std::string> words(held.size());
-    std::ranges::transform(held, words.begin(), usageWords);
+    std::vector<std::string> words(held->size());
+    std::ranges::transform(*held, words.begin(), usageWords);
     const std::string purpose = query.usage.empty() ? "documents" : usageWords(query.usage);
     return Problem{"its extended key usage (" + (words.empty() ? "empty" : text::joined(words)) + ") is not for " +
                        purpose,

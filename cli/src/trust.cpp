@@ -16,6 +16,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <ctime>
 #include <span>
 
 namespace klunortredi::cli {
@@ -38,6 +39,26 @@ FILETIME fileTime(const boost::posix_time::ptime& time) {
 
 /// Time of one chain's retrievals.
 constexpr std::chrono::milliseconds chainRetrieval{15'000};
+
+/// Processor time of one document's chains: a message of 250 signers with sound chains takes about one second.
+constexpr std::chrono::seconds documentWork{3};
+
+std::chrono::nanoseconds processorTime() {
+    timespec used{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+}
+
+/// For a chain after the end of the time.
+Trust notJudged() {
+    Trust trust;
+    trust.status = capi::CERT_TRUST_IS_PARTIAL_CHAIN;
+    trust.statusNames = {"CERT_TRUST_IS_PARTIAL_CHAIN"};
+    trust.problems = {{"the chain was not looked at: the document's other chains took " +
+                           std::to_string(documentWork.count()) + " s of processor time",
+                       "name the signers that matter with --require THUMBPRINT: their chains are judged first"}};
+    return trust;
+}
 
 /// What is left for retrievals; 0: none.
 std::chrono::milliseconds retrievalTime(const ChainQuery& query) {
@@ -193,6 +214,11 @@ Json toJson(const TrustElement& element) {
 
 } // namespace
 
+void ChainQuery::beginDocument() {
+    beginRetrieval();
+    workEnd = processorTime() + documentWork;
+}
+
 void ChainQuery::keepMaterial() {
     additional = additionalOf(*this);
     anchorMaterial = anchorsOf(*this);
@@ -204,6 +230,9 @@ void ChainQuery::keepMaterial() {
 }
 
 Trust judgeChain(const ICertificate& certificate, const ChainQuery& query) {
+    if (query.workEnd && processorTime() >= *query.workEnd) {
+        return notJudged();
+    }
     // A certificate of another library is judged by its octets.
     PCCERT_CONTEXT context = wincrypt::tools::toPCCERT_CONTEXT(certificate.context());
     const CertificatePtr own = context == nullptr ? certificateFromDer(certificate.raw()) : nullptr;

@@ -33,8 +33,13 @@ struct ChainQuery {
     bool offline = true;                          ///< nothing is retrieved from the network
     /// When retrievals end; chains are judged offline after it.
     std::chrono::steady_clock::time_point retrievalEnd{};
-    /// Begins the time for retrievals of one document's chains: a message has up to 256 signers.
+    /// Begins the time for retrievals of the chains of one certificate or document.
     void beginRetrieval() { retrievalEnd = std::chrono::steady_clock::now() + std::chrono::seconds(30); }
+    /// Processor time of this thread at which no further chain is judged; none: no limit.
+    std::optional<std::chrono::nanoseconds> workEnd{};
+    /// Begins the time for the chains of one document: a message has up to 256 signers, each with a chain that may take
+    /// the service as long as its limits allow.
+    void beginDocument();
     /// Decodes `certificates`, `crls` and `anchors` once for further chains, and empties the lists.
     void keepMaterial();
     std::shared_ptr<const ChainMaterial> additional{};     ///< kept of `certificates` and `crls`; null: not kept
@@ -79,8 +84,8 @@ struct Trust {
 };
 
 /// Judges the chain with what lies on this machine and in the query and, unless offline, what its certificates name on
-/// the network. Throws SystemException when the service cannot
-/// judge at all, Failure (exit 4) for anchors with a service other than the embedded one.
+/// the network. After the query's `workEnd` the chain is not trusted, without being looked at. Throws SystemException
+/// when the service cannot judge at all, Failure (exit 4) for anchors with a service other than the embedded one.
 Trust judgeChain(const orvik::plugin::crypto::ICertificate& certificate, const ChainQuery& query);
 
 /// Fields trusted, status, status_names, revocation, weak, elements.

@@ -32,12 +32,15 @@ inline std::string repeated(const std::string& part, std::size_t times) {
 class HostileSize : public testing::Test {
 protected:
     /// Verifies a file; whatever it is, memory stays bounded and nothing hangs.
-    Outcome verify(const std::string& name, const std::string& octets) {
+    Outcome verify(const std::string& name, const std::string& octets, const std::vector<std::string>& options = {},
+                   long cpuLimit = hangs) {
         files_.write(name, octets);
-        RunOptions options;
-        options.environment = {{"KLUNORTREDI_HOME", files_ / "home"}};
-        options.cpuLimit = hangs;
-        const Outcome outcome = test_support::run({KLUNORTREDI, "verify", files_ / name}, options);
+        RunOptions run;
+        run.environment = {{"KLUNORTREDI_HOME", files_ / "home"}};
+        run.cpuLimit = cpuLimit;
+        std::vector<std::string> words{KLUNORTREDI, "verify", files_ / name};
+        words.insert(words.end(), options.begin(), options.end());
+        const Outcome outcome = test_support::run(words, run);
         EXPECT_EQ(outcome.signal, 0);
         EXPECT_LT(outcome.peakKiB, peakKiB);
         return outcome;

@@ -81,6 +81,16 @@ TEST_F(SignerUsage, RefusesOtherCertificatesUnlessTheirUsageIsNamed) {
     }
 }
 
+TEST_F(SignerUsage, RefusesAnExtendedUsageThatCannotBeRead) {
+    signer("odd", {"2.5.29.37=DER:0403010203"});
+    const Outcome refused = verify("odd");
+    EXPECT_EQ(refused.exit, 8) << refused.out << refused.err;
+    EXPECT_THAT(refused.out, HasSubstr("its extended key usage cannot be read"));
+    EXPECT_EQ(place_.cli({"certs", "add", "odd.pem"}).exit, 0);
+    const auto listed = place_.json({"certs", "list"});
+    EXPECT_TRUE(listed["certificates"][0]["enhanced_key_usage"].is_null()) << listed;
+}
+
 TEST_F(SignerUsage, IsLimitedByTheIssuers) {
     pki_.issue(
         "servers", "root", 2,

@@ -51,6 +51,20 @@ TEST_F(VerifyPem, TextAroundTheBlockIsNamed) {
     }
 }
 
+TEST_F(VerifyPem, ABlockThatDoesNotEndWithItsOwnLineIsRefused) {
+    const std::string begun = block_.substr(0, block_.rfind("-----END"));
+    for (const char* end :
+         {"", "-----END PKCS7-----\n", "-----END CMS----\n", "-----end CMS-----\n", "-\n", "-----BEGIN CMS-----\n"}) {
+        const Outcome outcome = verify(begun + end);
+        EXPECT_EQ(outcome.exit, 3) << end << outcome.out;
+        EXPECT_THAT(outcome.err, HasSubstr("does not end with the line -----END CMS-----")) << end;
+        EXPECT_EQ(outcome.out, "") << end;
+    }
+    const std::string whole = place_.folder().read("ca.pem");
+    place_.folder().write("cut.pem", whole.substr(0, whole.rfind("-----END")));
+    EXPECT_EQ(place_.cli({"certs", "add", "cut.pem"}).exit, 3);
+}
+
 TEST_F(VerifyPem, ASecondMessageIsRefused) {
     std::string other = block_;
     for (std::size_t at = 0; (at = other.find("CMS", at)) != std::string::npos;) {
