@@ -17,10 +17,11 @@ constexpr std::size_t mostOfOneName = 64;
 /// Issuers of one certificate that are followed.
 constexpr std::size_t mostBranches = 8;
 /// A signature check with an RSA modulus or exponent beyond these sizes takes as long as `hugeKeyCost` others, one on a
-/// curve beyond this size as `largeCurveCost`.
+/// curve beyond this size as `largeCurveCost`, one with DSA as the one or the other by its modulus.
 constexpr int hugeKeyBits = 4096;
 constexpr int hugeExponentBits = 64;
 constexpr std::size_t hugeKeyCost = 16;
+constexpr int largeModulusBits = 2048;
 constexpr int largeCurveBits = 256;
 constexpr std::size_t largeCurveCost = 4;
 
@@ -38,6 +39,9 @@ std::size_t costOf(const EVP_PKEY* key) {
         return 1;
     }
     const int bits = EVP_PKEY_get_bits(key);
+    if (EVP_PKEY_get_base_id(key) == EVP_PKEY_DSA) {
+        return bits > largeModulusBits ? hugeKeyCost : largeCurveCost;
+    }
     if (EVP_PKEY_get_base_id(key) == EVP_PKEY_EC) {
         return bits > largeCurveBits ? largeCurveCost : 1;
     }
@@ -126,9 +130,23 @@ bool PathSearch::extend(Path& path) {
     return more;
 }
 
+bool PathSearch::affords(const Path& path) {
+    std::size_t cost = 0;
+    for (const Candidate* const element : path.certificates) {
+        cost += costOf(X509_get0_pubkey(element->x509.get()));
+    }
+    if (visited_ && budget_.pathSignatures < cost) {
+        limited_ = true;
+        return false;
+    }
+    budget_.pathSignatures -= visited_ ? cost : 0;
+    visited_ = true;
+    return true;
+}
+
 bool PathSearch::finish(const Path& path) {
     --budget_.paths;
-    const bool more = visit_(path);
+    const bool more = !affords(path) || visit_(path);
     limited_ = limited_ || (more && budget_.paths == 0);
     return more && budget_.paths > 0;
 }

@@ -28,6 +28,7 @@ struct PathBudget {
     std::size_t steps = 512;           ///< certificates visited, over all paths
     std::size_t signatureChecks = 200; ///< each up to about 2 ms with the GOST engine, more with keys of huge size
     std::size_t paths = 16;            ///< ways that end somewhere
+    std::size_t pathSignatures = 256;  ///< of the paths after the first, in the measure of `signatureChecks`
 };
 inline constexpr std::size_t longestPath = 64; ///< certificates; chains in use have at most five
 
@@ -36,7 +37,7 @@ public:
     PathSearch(ChainSources& sources, std::time_t time) : sources_(sources), time_(time) {}
 
     /// Gives `visit` every path from `target` until it returns false or the budget is used up. At least one path is
-    /// given: of `target` alone, if nothing else.
+    /// given: of `target` alone, if nothing else. Judging a path checks its signatures again, which counts as well.
     void run(const Candidate& target, const std::function<bool(const Path&)>& visit);
     /// Whether a limit kept the search from looking at something: what it did not find may be there.
     [[nodiscard]] bool limited() const noexcept { return limited_; }
@@ -50,6 +51,8 @@ private:
 
     bool extend(Path& path);
     bool finish(const Path& path);
+    /// Whether the budget allows to judge the path's signatures.
+    bool affords(const Path& path);
     const Issuers& issuersOf(const Candidate& subject);
     Issuers findIssuers(const Candidate& subject);
     /// Nullopt when the budget does not allow the check.
@@ -61,6 +64,7 @@ private:
     const std::time_t time_;
     PathBudget budget_;
     bool limited_ = false;
+    bool visited_ = false; ///< a path was given
     std::map<const Candidate*, Issuers> known_;
     std::function<bool(const Path&)> visit_;
 };

@@ -277,4 +277,28 @@ TEST_F(ChainPath, SaysThatItsLimitsAreReached) {
     EXPECT_EQ(missing->TrustStatus.dwInfoStatus, 0U) << "its issuer is nowhere";
 }
 
+TEST_F(ChainPath, JudgesNoMoreLongPathsThanTheirSignaturesAllow) {
+    constexpr int levels = 59;
+    constexpr long variants = 8; // of the authority that issued the certificate: as many paths
+    additional_ = memoryStore();
+    Entity issuer = pki::root("Stranger");
+    add(additional_.get(), issuer.der, capi::CERT_STORE_ADD_ALWAYS);
+    for (int level = 0; level < levels; ++level) {
+        issuer = authorityOf("Level " + std::to_string(level), &issuer, 2);
+        add(additional_.get(), issuer.der, capi::CERT_STORE_ADD_ALWAYS);
+    }
+    const Entity last = authorityOf("Variant", &issuer, 100);
+    add(additional_.get(), last.der, capi::CERT_STORE_ADD_ALWAYS);
+    for (long i = 1; i < variants; ++i) {
+        add(additional_.get(), authorityOf("Variant", &issuer, 100 + i, last.key.get()).der,
+            capi::CERT_STORE_ADD_ALWAYS);
+    }
+    const Entity person = pki::make({.subject = "Person", .issuer = &last, .serial = 5});
+    const Chain chain = chainOf(person.der, capi::CERT_CHAIN_RETURN_LOWER_QUALITY_CONTEXTS);
+    EXPECT_EQ(chain->TrustStatus.dwErrorStatus, capi::CERT_TRUST_IS_UNTRUSTED_ROOT);
+    EXPECT_EQ(chain->TrustStatus.dwInfoStatus, capi::CERT_TRUST_SEARCH_LIMITED);
+    EXPECT_EQ(chain->rgpChain[0]->cElement, 62U);
+    EXPECT_EQ(chain->cLowerQualityChainContext, 4U) << "256 signatures are those of four paths";
+}
+
 } // namespace
