@@ -98,10 +98,9 @@ private:
         CLI::App* verb = add(app_, "containers", "Key containers", containers, listContainers);
         verb->add_option("--provider", containers->provider, "Only this provider's");
         add(*verb, "list", "List the key containers", containers, listContainers);
-        add(*verb, "delete", "Delete a key container", containers, deleteContainer)
-            ->add_option("NAME", containers->name, "The container")
-            ->check(utf8Text)
-            ->required();
+        CLI::App* deleting = add(*verb, "delete", "Delete a key container", containers, deleteContainer);
+        deleting->add_option("NAME", containers->name, "The container")->check(utf8Text)->required();
+        deleting->add_flag("--yes", containers->yes, "Do not ask");
 
         auto requested = std::make_shared<RequestArguments>();
         verb = add(app_, "request", "New key pair in a new container, certificate request out", requested, request);
@@ -146,8 +145,8 @@ private:
         which("delete", "Delete a certificate from the store", deleteCertificate);
         which("export", "Write a certificate to a file", exportCertificate)
             ->add_option("--out", certs->out, "Output file (default: standard output)");
-        add(*verb, "add", "Add a certificate to the store", certs, addCertificate)
-            ->add_option("FILE", certs->which, "Certificate file")
+        add(*verb, "add", "Add the certificates of a file, or a CRL, to the store", certs, addCertificate)
+            ->add_option("FILE", certs->which, "Certificate, bundle (.p7b) or CRL")
             ->required();
 
         auto chained = std::make_shared<ChainArguments>();

@@ -9,6 +9,7 @@
 #include "failure.hpp"
 #include "only_container.hpp"
 #include "orvik/plugin/session.hpp"
+#include "printable.hpp"
 #include "text.hpp"
 
 #include <algorithm>
@@ -50,22 +51,35 @@ std::vector<ProviderPtr> installedProviders() {
 
 ProviderPtr chooseProvider(const std::string& name) {
     const auto installed = installedProviders();
-    const auto named = [&](const ProviderPtr& provider) {
-        const auto type = static_cast<unsigned>(provider->type());
-        return name.empty()
-                   ? type == IProvider::gost2012_256
-                   : name == std::to_string(type) ||
-                         text::lower(text::utf8(provider->name())).find(text::lower(name)) != std::string::npos;
-    };
-    const auto found = std::find_if(installed.begin(), installed.end(), named);
-    if (found != installed.end()) {
-        return *found;
-    }
     if (name.empty()) {
-        return installed.front();
+        const auto gost = std::ranges::find_if(
+            installed, [](const ProviderPtr& one) { return one->type() == IProvider::gost2012_256; });
+        return gost == installed.end() ? installed.front() : *gost;
     }
-    throw Failure(ExitCode::service, "no provider '" + name + "'", "none of the installed ones matches",
-                  "see 'klunortredi providers'");
+    std::vector<ProviderPtr> found;
+    for (const ProviderPtr& provider : installed) {
+        const std::string own = text::lower(text::utf8(provider->name()));
+        if (own == text::lower(name)) {
+            return provider;
+        }
+        if (name == std::to_string(static_cast<unsigned>(provider->type())) ||
+            own.find(text::lower(name)) != std::string::npos) {
+            found.push_back(provider);
+        }
+    }
+    if (found.empty()) {
+        throw Failure(ExitCode::service, "no provider '" + printable(name) + "'", "none of the installed ones matches",
+                      "see 'klunortredi providers'");
+    }
+    if (found.size() > 1) {
+        std::vector<std::string> names(found.size());
+        std::ranges::transform(found, names.begin(), [](const ProviderPtr& one) {
+            return text::utf8(one->name()) + " (" + std::to_string(static_cast<unsigned>(one->type())) + ")";
+        });
+        throw Failure(ExitCode::usage, "cannot choose provider '" + printable(name) + "'",
+                      "several match: " + text::joined(names), "give the type number or a longer part of the name");
+    }
+    return found.front();
 }
 
 std::vector<Container> containersOf(const std::vector<ProviderPtr>& providers) {

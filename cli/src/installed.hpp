@@ -17,8 +17,8 @@ using ProviderPtr = boost::shared_ptr<orvik::plugin::crypto::IProvider>;
 /// Every installed provider. Throws Failure (exit 4) when no service is installed.
 std::vector<ProviderPtr> installedProviders();
 
-/// The provider that `name` means (a part of the name, or the type number); with an empty name the first that makes
-/// GOST R 34.10-2012 keys of 256 bits, else the first. Throws Failure (exit 4) when there is none.
+/// The provider that `name` means (its name, a part of it, or the type number); with an empty name the first that makes
+/// GOST R 34.10-2012 keys of 256 bits, else the first. Throws Failure: none (exit 4), several (exit 2).
 ProviderPtr chooseProvider(const std::string& name);
 
 /// A key container and what it holds.

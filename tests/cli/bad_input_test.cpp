@@ -104,7 +104,7 @@ TEST_F(BadInput, ACertificateFileThatIsNone) {
 
 TEST_F(BadInput, AContainerThatIsNotThere) {
     refused(place_.cliWithPin({"install", "one.pem", "--container", "nowhere"}), 1, "nowhere");
-    refused(place_.cli({"containers", "delete", "nowhere"}), 1, "nowhere");
+    refused(place_.cli({"containers", "delete", "nowhere", "--yes"}), 1, "nowhere");
 }
 
 TEST_F(BadInput, AContainerNameThatSeveralProvidersHave) {
@@ -113,12 +113,12 @@ TEST_F(BadInput, AContainerNameThatSeveralProvidersHave) {
                                "--out", "other.csr"})
                   .exit,
               0);
-    refused(place_.cli({"containers", "delete", "one"}), 2,
+    refused(place_.cli({"containers", "delete", "one", "--yes"}), 2,
             "several providers have one of that name; choose with --provider");
     refused(place_.cliWithPin({"install", "one.pem", "--container", "one"}), 2, "--provider");
     EXPECT_EQ(place_.json({"containers"})["containers"].size(), 2U);
     EXPECT_EQ(place_.cliWithPin({"install", "one.pem", "--container", "one", "--provider", "80"}).exit, 0);
-    EXPECT_EQ(place_.cli({"containers", "delete", "one", "--provider", "24"}).exit, 0);
+    EXPECT_EQ(place_.cli({"containers", "delete", "one", "--yes", "--provider", "24"}).exit, 0);
     EXPECT_EQ(sign("report.txt").exit, 0) << "the other one was deleted";
 }
 

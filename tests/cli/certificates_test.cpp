@@ -108,11 +108,66 @@ TEST(Certificates, ACertificateWithAKeyIsNotReplacedByOneOfAnotherKey) {
     EXPECT_THAT(added.err, HasSubstr("with its private key, and this one is of another key"));
     EXPECT_EQ(place.json({"certs", "list"})["certificates"], before);
     const Json again = place.json({"certs", "add", "one.pem"});
-    EXPECT_EQ(again["already_there"], true);
+    EXPECT_EQ(again["certificates"][0]["outcome"], "already_there");
     EXPECT_EQ(place.json({"certs", "list"})["certificates"], before) << "with its link to the container";
     ASSERT_EQ(place.cli({"certs", "add", "one.pem", "--store", "ca"}).exit, 0);
     const Json replaced = place.json({"certs", "add", "forged.pem", "--store", "ca"});
-    EXPECT_EQ(replaced["replaced"]["thumbprint"], before[0]["thumbprint"]) << "without a key it is, and reported";
+    EXPECT_EQ(replaced["certificates"][0]["outcome"], "replaced");
+    EXPECT_EQ(replaced["certificates"][0]["replaced"]["thumbprint"], before[0]["thumbprint"])
+        << "without a key it is, and reported";
+}
+
+TEST(Certificates, AllOfABundleAreAddedOrNone) {
+    Workplace place;
+    place.makeSigner("one");
+    const auto& openssl = place.openssl();
+    openssl.must(
+        {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "b.key", "-out", "b.pem", "-subj", "/CN=B"});
+    openssl.must(
+        {"crl2pkcs7", "-nocrl", "-certfile", "ca.pem", "-certfile", "b.pem", "-outform", "DER", "-out", "two.p7b"});
+    place.folder().write("two.pem", place.folder().read("ca.pem") + place.folder().read("b.pem"));
+    for (const char* file : {"two.p7b", "two.pem"}) {
+        const std::string store = std::string("of") + (file[4] == '7' || file[5] == '7' ? "p7b" : "pem");
+        const Json added = place.json({"certs", "add", file, "--store", store});
+        ASSERT_EQ(added["certificates"].size(), 2U) << added;
+        EXPECT_EQ(added["certificates"][1]["outcome"], "added");
+        EXPECT_EQ(place.json({"certs", "list", "--store", store})["certificates"].size(), 2U);
+    }
+    // The second is a forged one, of the issuer and serial number of one that has its key.
+    const std::string serial = place.json({"certs", "list"})["certificates"][0]["serial"];
+    openssl.must(
+        {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "e.key", "-out", "e.pem", "-subj", "/CN=Test CA"});
+    openssl.must(
+        {"req", "-new", "-newkey", "rsa:2048", "-nodes", "-keyout", "f.key", "-out", "f.csr", "-subj", "/CN=F"});
+    openssl.must({"x509", "-req", "-in", "f.csr", "-CA", "e.pem", "-CAkey", "e.key", "-set_serial", "0x" + serial,
+                  "-out", "f.pem", "-days", "2"});
+    place.folder().write("bad.pem", place.folder().read("b.pem") + place.folder().read("f.pem"));
+    EXPECT_EQ(place.cli({"certs", "add", "bad.pem"}).exit, 4);
+    EXPECT_EQ(place.json({"certs", "list"})["certificates"].size(), 1U) << "the first one was not added either";
+}
+
+TEST(Certificates, StoresAreNotChangedThroughAProvider) {
+    Workplace place;
+    place.makeSigner("one");
+    for (const char* verb : {"add", "delete"}) {
+        const Outcome outcome = place.cli({"certs", verb, "one.pem", "--provider", "80"});
+        EXPECT_EQ(outcome.exit, 2) << outcome.err;
+        EXPECT_THAT(outcome.err, HasSubstr(std::string("cannot use --provider with certs ") + verb));
+    }
+    EXPECT_EQ(place.json({"certs", "list"})["certificates"].size(), 1U);
+}
+
+TEST(Certificates, AnAmbiguousProviderIsNotGuessed) {
+    const Workplace place;
+    const Outcome outcome = place.cli({"certs", "list", "--provider", "GOST"});
+    EXPECT_EQ(outcome.exit, 2);
+    EXPECT_THAT(outcome.err, HasSubstr("several match"));
+    EXPECT_THAT(outcome.err, HasSubstr("(80)"));
+    EXPECT_EQ(place.cli({"certs", "list", "--provider", "80"}).exit, 0);
+    const Json all = place.json({"providers"})["providers"];
+    for (const Json& provider : all) {
+        EXPECT_EQ(place.cli({"containers", "--provider", provider["name"]}).exit, 0) << "a whole name is one provider";
+    }
 }
 
 TEST(Certificates, AChainIsJudgedByTheStores) {

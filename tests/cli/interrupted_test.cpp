@@ -77,7 +77,7 @@ TEST_F(Interrupted, ARequestCanBeMadeAgainUnderTheSameName) {
             if (again.exit == 4) { // killed before the request was written: nothing proves whose key it is
                 ++undecided;
                 EXPECT_THAT(again.err, HasSubstr("'klunortredi containers delete " + name + "'"));
-                EXPECT_EQ(place.cli({"containers", "delete", name}).exit, 0);
+                EXPECT_EQ(place.cli({"containers", "delete", name, "--yes"}).exit, 0);
                 again = request(name);
             }
             EXPECT_EQ(again.exit, there ? 3 : 0) << "killed before change " << n << ": " << again.err;
@@ -187,13 +187,13 @@ TEST_F(Interrupted, ADeletionLeavesTheWholeContainerOrNone) {
         [&](const RunOptions& options, int n) {
             const std::string name = "c" + std::to_string(n);
             EXPECT_EQ(request(name).exit, 0);
-            return place.cli({"containers", "delete", name}, options);
+            return place.cli({"containers", "delete", name, "--yes"}, options);
         },
         [&](int n) {
             const std::string name = "c" + std::to_string(n);
             const bool whole = there(name);
             gone += whole ? 0 : 1;
-            EXPECT_EQ(place.cli({"containers", "delete", name}).exit, whole ? 0 : 1) << n;
+            EXPECT_EQ(place.cli({"containers", "delete", name, "--yes"}).exit, whole ? 0 : 1) << n;
         });
     EXPECT_GT(kills, gone) << "before the first change it is there";
     EXPECT_GT(gone, 0) << "at the end it is gone";

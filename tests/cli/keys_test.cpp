@@ -38,7 +38,7 @@ TEST(Keys, ContainersAreListedAndDeleted) {
                   0);
     }
     EXPECT_EQ(place.json({"containers"})["containers"].size(), 2U);
-    EXPECT_EQ(place.cli({"containers", "delete", "два"}).exit, 0);
+    EXPECT_EQ(place.cli({"containers", "delete", "два", "--yes"}).exit, 0);
     const Json left = place.json({"containers", "list"});
     ASSERT_EQ(left["containers"].size(), 1U);
     EXPECT_EQ(left["containers"][0]["name"], "one");

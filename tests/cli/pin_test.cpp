@@ -90,7 +90,7 @@ TEST_F(Pin, IsNotCalledWrongWhenTheContainerGoesWhileItIsAskedFor) {
     ASSERT_EQ(::mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), 0);
     std::thread person([&] {
         std::ofstream answer(pipe); // opens when the command reads the PIN
-        EXPECT_EQ(place_.cli({"containers", "delete", "one"}).exit, 0);
+        EXPECT_EQ(place_.cli({"containers", "delete", "one", "--yes"}).exit, 0);
         answer << "00000000\n";
     });
     const Outcome signing = sign({"--pin-file", "pin.pipe"});

@@ -109,5 +109,33 @@ TEST_F(OnATerminal, CtrlCCtrlDAndAnEmptyAnswerCancelAndLeaveTheTerminalAsItWas) 
     }
 }
 
+TEST_F(OnATerminal, AContainerIsDeletedOnlyAfterAYes) {
+    for (const char* answer : {"n\n", "\n", "no\n", "yess\n"}) {
+        Terminal terminal(place_, {"containers", "delete", "one"});
+        terminal.answer("for good? [y/N] ", answer);
+        EXPECT_EQ(terminal.end(), 5) << terminal.shown();
+        EXPECT_EQ(place_.json({"containers"})["containers"].size(), 1U) << answer;
+    }
+    Terminal terminal(place_, {"containers", "delete", "one"});
+    terminal.answer("for good? [y/N] ", "y\n");
+    EXPECT_EQ(terminal.end(), 0) << terminal.shown();
+    EXPECT_EQ(place_.json({"containers"})["containers"].size(), 0U);
+}
+
+TEST_F(OnATerminal, WithoutOneDeletingAContainerRequiresYes) {
+    const auto deleting = [&](const std::vector<std::string>& more) {
+        std::vector<std::string> words{"setsid", "-w", KLUNORTREDI, "containers", "delete", "one"};
+        words.insert(words.end(), more.begin(), more.end());
+        RunOptions options;
+        options.environment = {{"KLUNORTREDI_HOME", place_.home()}};
+        return test_support::run(words, options);
+    };
+    const Outcome refused = deleting({});
+    EXPECT_EQ(refused.exit, 2);
+    EXPECT_THAT(refused.err, HasSubstr("--yes"));
+    EXPECT_EQ(place_.json({"containers"})["containers"].size(), 1U);
+    EXPECT_EQ(deleting({"--yes"}).exit, 0);
+}
+
 } // namespace
 } // namespace cli_test

@@ -168,7 +168,7 @@ TEST_F(Check, TakesNoStrayFileForAContainer) {
     ASSERT_EQ(::mkfifo((place_.home() / "containers/pipe.80").c_str(), S_IRUSR | S_IWUSR), 0);
     EXPECT_EQ(place_.json({"list"})["containers"].size(), 1U);
     EXPECT_EQ(place_.admin({"check"}).exit, 0);
-    const Outcome deleting = place_.tool({"timeout", "20", KLUNORTREDI, "containers", "delete", "pipe"});
+    const Outcome deleting = place_.tool({"timeout", "20", KLUNORTREDI, "containers", "delete", "pipe", "--yes"});
     EXPECT_EQ(deleting.exit, 1) << deleting.err;
 }
 

@@ -2,6 +2,7 @@
 
 #include "capi/constants.hpp"
 #include "certificates.hpp"
+#include "confirmation.hpp"
 #include "console.hpp"
 #include "crypto/wincrypt/handles.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
@@ -103,10 +104,14 @@ ExitCode listContainers(Session& session, const ContainersArguments& arguments) 
 
 ExitCode deleteContainer(Session& session, const ContainersArguments& arguments) {
     const Container container = findContainer(chosen(arguments.provider), arguments.name);
+    const std::string shown = "container " + printable(container.name);
+    if (!arguments.yes) {
+        confirm(shown + " (" + describe(contentsOf(container)) + "): delete it with its private key, for good?",
+                "cannot delete " + shown);
+    }
     container.provider->deleteContainer(text::wide(container.path), "asked for on the command line");
-    session.console.result(
-        {{"deleted", container.name}, {"provider", text::utf8(container.provider->name())}},
-        [&](std::ostream& out) { out << "deleted container " << printable(container.name) << '\n'; });
+    session.console.result({{"deleted", container.name}, {"provider", text::utf8(container.provider->name())}},
+                           [&](std::ostream& out) { out << "deleted " << shown << '\n'; });
     return ExitCode::done;
 }
 

@@ -29,6 +29,7 @@ ExitCode providers(Session& session);
 struct ContainersArguments {
     std::string provider; ///< empty: all
     std::string name;     ///< of `delete`
+    bool yes = false;     ///< `delete` does not ask
 };
 ExitCode listContainers(Session& session, const ContainersArguments& arguments);
 ExitCode deleteContainer(Session& session, const ContainersArguments& arguments);
@@ -61,6 +62,8 @@ struct CertsArguments {
     std::string which;
     std::string out = "-"; ///< of `export`
 };
+/// Throws Failure (exit 2) when a provider is named, which `certs VERB` does not take.
+void refuseProvider(const CertsArguments& arguments, const char* verb);
 ExitCode listCertificates(Session& session, const CertsArguments& arguments);
 ExitCode showCertificate(Session& session, const CertsArguments& arguments);
 ExitCode addCertificate(Session& session, const CertsArguments& arguments);
