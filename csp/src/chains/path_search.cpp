@@ -161,12 +161,13 @@ const PathSearch::Issuers& PathSearch::issuersOf(const Candidate& subject) {
     return found != known_.end() ? found->second : known_.emplace(&subject, findIssuers(subject)).first->second;
 }
 
-/// The certificates that may be the subject's issuer, the best first.
-std::vector<const Candidate*> PathSearch::candidatesFor(const Candidate& subject) {
-    std::vector<const Candidate*> candidates =
-        sources_.named(X509_get_issuer_name(subject.x509.get()), mostOfOneName + 1);
+PathSearch::Candidates PathSearch::candidatesFor(const Candidate& subject) {
+    Candidates found;
+    found.list = sources_.named(X509_get_issuer_name(subject.x509.get()), mostOfOneName + 1);
+    std::vector<const Candidate*>& candidates = found.list;
     if (candidates.size() > mostOfOneName) {
         candidates.pop_back();
+        found.complete = false;
         limited_ = true;
     }
     std::erase_if(candidates, [&](const Candidate* issuer) {
@@ -174,16 +175,16 @@ std::vector<const Candidate*> PathSearch::candidatesFor(const Candidate& subject
                std::ranges::equal(issuer->certificate->encoded(), subject.certificate->encoded());
     });
     std::ranges::sort(candidates, {}, [&](const Candidate* issuer) { return rank(subject, *issuer, time_); });
-    return candidates;
+    return found;
 }
 
 PathSearch::Issuers PathSearch::findIssuers(const Candidate& subject) {
     if (mayIssue(subject, subject) && signedBy(subject, subject).value_or(false)) {
         return {{}, true};
     }
-    const std::vector<const Candidate*> candidates = candidatesFor(subject);
+    const auto [candidates, complete] = candidatesFor(subject);
     Issuers issuers;
-    bool everyOneChecked = true;
+    bool everyOneChecked = complete;
     for (const Candidate* const issuer : candidates) {
         if (issuers.list.size() == mostBranches) {
             limited_ = true;

@@ -57,7 +57,12 @@ private:
     Issuers findIssuers(const Candidate& subject);
     /// Nullopt when the budget does not allow the check.
     std::optional<bool> signedBy(const Candidate& subject, const Candidate& issuer);
-    std::vector<const Candidate*> candidatesFor(const Candidate& subject);
+    /// The certificates that may be the subject's issuer, the best first.
+    struct Candidates {
+        std::vector<const Candidate*> list;
+        bool complete = true; ///< the limit on certificates of one name left none out
+    };
+    Candidates candidatesFor(const Candidate& subject);
     [[nodiscard]] bool follows(const Path& path, const Candidate& issuer) const;
 
     ChainSources& sources_;

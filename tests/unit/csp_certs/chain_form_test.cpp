@@ -180,6 +180,8 @@ TEST_F(ChainForm, RefusesUserInformationInAUriUnderConstraints) {
     EXPECT_EQ(underConstraints("critical,permitted;URI:.example.org", "URI:http://www.example.org/a@b"), 0U);
     EXPECT_EQ(underConstraints("critical,permitted;URI:.example.org", "URI:http://www.example.org:x@evil.com/"),
               badName);
+    EXPECT_EQ(underConstraints("critical,permitted;URI:.example.org", "URI:http://www.example.org:8080/"), 0U);
+    EXPECT_EQ(underConstraints("critical,permitted;URI:.example.org", "URI:http://www.example.org:80x/"), badName);
     EXPECT_EQ(underConstraints("critical,permitted;DNS:example.org", "URI:http://user@evil.com/"), 0U);
     EXPECT_EQ(underConstraints("critical,permitted;email:example.org", "email:a@b@example.org") & badName, badName);
 }

@@ -141,6 +141,49 @@ TEST_F(ChainRetrieval, TakesNoCertificateForAnAnchorOrAnIssuerThatIsNone) {
     EXPECT_EQ(status(below.der), capi::CERT_TRUST_IS_UNTRUSTED_ROOT);
 }
 
+TEST_F(ChainRetrieval, BringsAtMostFourIssuers) {
+    const auto chainUnder = [&](int missing, const std::string& prefix) {
+        Entity last = pki::intermediate("Last", root_);
+        serve(prefix + "0", last.der);
+        for (int i = 1; i < missing; ++i) {
+            Entity next = pki::make(
+                {.subject = "Sub " + std::to_string(i),
+                 .issuer = &last,
+                 .serial = i,
+                 .extensions = {{NID_basic_constraints, "critical,CA:TRUE"},
+                                {NID_info_access, "caIssuers;URI:" + server_.url(prefix + std::to_string(i - 1))}}});
+            serve(prefix + std::to_string(i), next.der);
+            last = std::move(next);
+        }
+        return online("caIssuers;URI:" + server_.url(prefix + std::to_string(missing - 1)), "", &last).der;
+    };
+    EXPECT_EQ(status(chainUnder(4, "/four")), 0U);
+    const std::size_t before = server_.requests().size();
+    EXPECT_EQ(status(chainUnder(5, "/five")), capi::CERT_TRUST_IS_PARTIAL_CHAIN);
+    EXPECT_EQ(server_.requests().size() - before, 4U);
+}
+
+TEST_F(ChainRetrieval, BringsNoIssuersOfAChainThatIsWrongInAnotherWay) {
+    serve("/ca", ca_.der);
+    const Entity leaf = online(issuerAccess(), "");
+    add(systemStore("disallowed").get(), leaf.der);
+    EXPECT_EQ(status(leaf.der), capi::CERT_TRUST_IS_PARTIAL_CHAIN | capi::CERT_TRUST_IS_EXPLICIT_DISTRUST);
+    const Entity odd = pki::make({.subject = "Version 4",
+                                  .issuer = &ca_,
+                                  .serial = 78,
+                                  .extensions = {{NID_info_access, issuerAccess()}},
+                                  .change = [](X509* certificate) { X509_set_version(certificate, 3); }});
+    EXPECT_NE(status(odd.der), 0U);
+    EXPECT_EQ(server_.requests().size(), 0U);
+    const Entity expired = pki::make({.subject = "Expired",
+                                      .issuer = &ca_,
+                                      .serial = 79,
+                                      .notAfter = now_ - 60,
+                                      .extensions = {{NID_info_access, issuerAccess()}}});
+    EXPECT_EQ(status(expired.der), capi::CERT_TRUST_IS_NOT_TIME_VALID) << "its issuer shows what else there is";
+    EXPECT_EQ(requests("/ca"), 1U);
+}
+
 TEST_F(ChainRetrieval, AsksServersForAStatusThatIsNotKnown) {
     know(ca_);
     const Entity leaf = online(ocspAccess(), "");
@@ -183,6 +226,83 @@ TEST_F(ChainRetrieval, BringsTheListsOfDistributionPoints) {
     long_->pftCacheResync = &any;
     EXPECT_EQ(status(leaf.der, end), revoked);
     EXPECT_EQ(status(leaf.der, soft), revoked);
+}
+
+TEST_F(ChainRetrieval, BringsTheListsOfChanges) {
+    know(ca_);
+    addCrl(pki::makeCrl(ca_, {.thisUpdate = now_ - 1000,
+                              .nextUpdate = now_ - 100, // no longer says that the certificate is good
+                              .extensions = {{NID_crl_number, "DER:02:01:0A"}}}));
+    serve("/delta", pki::makeCrl(ca_, {.serials = {77},
+                                       .extensions = {{NID_crl_number, "DER:02:01:0B"},
+                                                      {NID_delta_crl, "critical,DER:02:01:0A"}}}));
+    const Entity fresh = pki::make({.subject = "Fresh",
+                                    .issuer = &ca_,
+                                    .serial = 77,
+                                    .extensions = {{NID_freshest_crl, "URI:" + server_.url("/delta")}}});
+    EXPECT_EQ(status(fresh.der, end), revoked);
+    EXPECT_EQ(requests("/delta"), 1U);
+}
+
+TEST_F(ChainRetrieval, TakesTheFirstAddressOfAPointThatAnswers) {
+    know(ca_);
+    const auto point = [&](X509* certificate) {
+        CRL_DIST_POINTS* const list = CRL_DIST_POINTS_new();
+        DIST_POINT* const one = DIST_POINT_new();
+        one->distpoint = DIST_POINT_NAME_new();
+        one->distpoint->type = 0;
+        one->distpoint->name.fullname = GENERAL_NAMES_new();
+        for (const std::string& url :
+             {std::string("ldap://127.0.0.1/x"), server_.url("/none"), server_.url("/second"), server_.url("/third")}) {
+            GENERAL_NAME* const name = GENERAL_NAME_new();
+            ASN1_IA5STRING* const text = ASN1_IA5STRING_new();
+            ASN1_STRING_set(text, url.data(), static_cast<int>(url.size()));
+            GENERAL_NAME_set0_value(name, GEN_URI, text);
+            sk_GENERAL_NAME_push(one->distpoint->name.fullname, name);
+        }
+        sk_DIST_POINT_push(list, one);
+        X509_add1_ext_i2d(certificate, NID_crl_distribution_points, list, 0, 0);
+        CRL_DIST_POINTS_free(list);
+    };
+    const Entity leaf = pki::make({.subject = "Pointed", .issuer = &ca_, .serial = 77, .change = point});
+    serve("/second", pki::crl(ca_, {77}));
+    serve("/third", pki::crl(ca_, {5}));
+    EXPECT_EQ(status(leaf.der, end), revoked);
+    EXPECT_EQ(requests("/none"), 1U);
+    EXPECT_EQ(requests("/second"), 1U);
+    EXPECT_EQ(requests("/third"), 0U);
+}
+
+TEST_F(ChainRetrieval, AnswersAreTooOldWhereTheCallerSaysSo) {
+    know(ca_);
+    const Entity leaf = online(ocspAccess(), "");
+    FILETIME any{};
+    long_.emplace();
+    long_->pftCacheResync = &any;
+    long_->fCheckRevocationFreshnessTime = 1;
+    long_->dwRevocationFreshnessTime = 400;
+    answer({.thisUpdate = now_ - 500});
+    EXPECT_EQ(status(leaf.der, end), unknown);
+    answer({.thisUpdate = now_ - 100});
+    EXPECT_EQ(status(leaf.der, end), 0U);
+    answer({.status = V_OCSP_CERTSTATUS_REVOKED, .revoked = now_ - 600, .thisUpdate = now_ - 500});
+    EXPECT_EQ(status(leaf.der, end), revoked) << "however old";
+}
+
+TEST_F(ChainRetrieval, TakesCertificatesOfUpTo256KiB) {
+    const auto padded = [&](std::size_t size) { // what stands before the armour is passed over
+        const csp::ossl::Bio out(BIO_new(BIO_s_mem()));
+        PEM_write_bio_X509(out.get(), ca_.certificate.get());
+        char* data = nullptr;
+        const long length = BIO_get_mem_data(out.get(), &data);
+        const std::string armour(data, static_cast<std::size_t>(length));
+        return std::string(size - armour.size() - 1, ' ') + "\n" + armour;
+    };
+    constexpr std::size_t most = std::size_t{256} << 10U;
+    serve("/fits", Reply{.body = padded(most)});
+    serve("/over", Reply{.body = padded(most + 1)});
+    EXPECT_EQ(status(online("caIssuers;URI:" + server_.url("/fits"), "").der), 0U);
+    EXPECT_EQ(status(online("caIssuers;URI:" + server_.url("/over"), "").der), capi::CERT_TRUST_IS_PARTIAL_CHAIN);
 }
 
 TEST_F(ChainRetrieval, AsksForListsWhereServersDoNotAnswer) {

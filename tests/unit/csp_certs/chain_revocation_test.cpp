@@ -74,6 +74,40 @@ TEST_F(ChainCrls, AreNotReadUnlessAskedFor) {
     EXPECT_EQ(status(leaf_.der), 0U);
 }
 
+TEST_F(ChainCrls, AreNotOpenedUnlessAskedFor) {
+    write(folder("ca") / "junk.crl", "junk"); // its name is reported by whoever reads it
+    setenv("KLUNORTREDI_TRACE", "1", 1);
+    const auto warnings = [&](DWORD flags) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(status(leaf_.der, flags), 0U);
+        return testing::internal::GetCapturedStderr();
+    };
+    EXPECT_EQ(warnings(0), "");
+    EXPECT_EQ(warnings(capi::CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL), "");
+    EXPECT_NE(warnings(atHand).find("junk.crl"), std::string::npos);
+    unsetenv("KLUNORTREDI_TRACE");
+}
+
+TEST_F(ChainCrls, AtHandAreAppliedToAllButASelfSignedEnd) {
+    addCrl(pki::crl(root_, {1})); // the root's own serial number
+    EXPECT_EQ(status(leaf_.der, atHand), 0U);
+    addCrl(pki::makeCrl(root_, {.serials = {1, 2}, .thisUpdate = now_}));
+    EXPECT_EQ(elementErrors(chainOf(leaf_.der, atHand)), (std::vector<DWORD>{0, revoked, 0}));
+}
+
+TEST_F(ChainCrls, ComeFromEachStoreThatIssuersComeFrom) {
+    for (const char* const store : {"root", "ca", "my", "trust"}) {
+        write(folder(store) / "list.crl", view(pki::crl(ca_, {77})));
+        EXPECT_EQ(status(leaf_.der, atHand), revoked) << store;
+        std::filesystem::remove(folder(store) / "list.crl");
+        EXPECT_EQ(status(leaf_.der, atHand), 0U) << store;
+    }
+    write(folder("others") / "list.crl", view(pki::crl(ca_, {77})));
+    EXPECT_EQ(status(leaf_.der, atHand), 0U);
+    additional_.reset(openCarriedStore({}, {pki::crl(ca_, {77})}));
+    EXPECT_EQ(status(leaf_.der, atHand), revoked);
+}
+
 TEST_F(ChainCrls, ThatCannotBeReadHarmNoOther) {
     addCrl(pki::crl(ca_, {77}));
     write(folder("ca") / "0.crl", "junk");
@@ -247,6 +281,32 @@ TEST_F(ChainCrls, WithADeltaCountTogetherAlsoWhereNothingAnnouncesIt) {
     EXPECT_NE(revocation(chain)->pCrlInfo->fDeltaCrlEntry, 0);
     time_ = now_ - 500;
     EXPECT_EQ(status(other.der, atHand), 0U) << "revoked after the time asked about";
+}
+
+TEST_F(ChainCrls, WithADeltaThatRemovesReleaseOnlyWhereDeltasAreAnnounced) {
+    const auto list = [&](long age, const char* reason, const std::vector<std::pair<int, std::string>>& extensions) {
+        return pki::makeCrl(ca_, {.serials = {77},
+                                  .thisUpdate = now_ - age,
+                                  .extensions = extensions,
+                                  .entryExtensions = {{NID_crl_reason, reason}}});
+    };
+    addCrl(list(1000, "DER:0A:01:06", {{NID_crl_number, "DER:02:01:0A"}})); // on hold
+    addCrl(list(100, "DER:0A:01:08", {{NID_crl_number, "DER:02:01:0B"}, {NID_delta_crl, "critical,DER:02:01:0A"}}));
+    EXPECT_EQ(status(leaf_.der, atHand), revoked) << "nothing announces changes";
+    const Entity fresh = pki::make(
+        {.subject = "Fresh", .issuer = &ca_, .serial = 77, .extensions = {{NID_freshest_crl, "URI:http://x/d.crl"}}});
+    EXPECT_EQ(status(fresh.der, atHand), 0U);
+}
+
+TEST_F(ChainCrls, WithADeltaRevokeAfterTheNextUpdateOfTheDelta) {
+    addCrl(pki::makeCrl(ca_, {.thisUpdate = now_ - 1000, .extensions = {{NID_crl_number, "DER:02:01:0A"}}}));
+    addCrl(pki::makeCrl(ca_,
+                        {.serials = {77},
+                         .thisUpdate = now_ - 500,
+                         .nextUpdate = now_ - 100,
+                         .revoked = now_ - 500,
+                         .extensions = {{NID_crl_number, "DER:02:01:0B"}, {NID_delta_crl, "critical,DER:02:01:0A"}}}));
+    EXPECT_EQ(status(leaf_.der, atHand), revoked);
 }
 
 TEST_F(ChainCrls, OfChangesAloneProveNothing) {
