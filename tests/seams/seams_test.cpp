@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -178,6 +179,43 @@ TEST(Seams, LibrariesAreHardened) {
         EXPECT_THAT(headers.out, ContainsRegex("FLAGS.*NOW")) << library;
         EXPECT_THAT(headers.out, Not(ContainsRegex("GNU_STACK.*RWE"))) << library;
     }
+}
+
+/// "Suite.Name" of every test in the sources.
+std::set<std::string> testNames() {
+    std::set<std::string> names;
+    for (const auto& entry : fs::recursive_directory_iterator(fs::path(SOURCE_ROOT) / "tests")) {
+        if (entry.path().extension() != ".cpp") {
+            continue;
+        }
+        const std::string source = test_support::readFile(entry.path().string());
+        // TEST, TEST_F, TEST_P and TYPED_TEST
+        for (std::size_t at = source.find("TEST"); at != std::string::npos; at = source.find("TEST", at + 1)) {
+            const std::size_t open = source.find('(', at);
+            std::string pair = source.substr(open + 1, source.find(')', open) - open - 1);
+            std::erase_if(pair, [](char letter) { return letter == ' ' || letter == '\n'; });
+            std::replace(pair.begin(), pair.end(), ',', '.');
+            names.insert(pair);
+        }
+    }
+    return names;
+}
+
+TEST(Documents, NameTestsThatExist) {
+    const std::set<std::string> existing = testNames();
+    EXPECT_GT(existing.size(), 2000U);
+    const std::regex quoted("`([A-Z][A-Za-z0-9]+\\.[A-Z][A-Za-z0-9]+)`");
+    std::size_t named = 0;
+    for (const auto& entry : fs::directory_iterator(fs::path(SOURCE_ROOT) / "docs")) {
+        std::istringstream lines(test_support::readFile(entry.path().string()));
+        for (std::string line; std::getline(lines, line);) {
+            for (std::sregex_iterator at(line.begin(), line.end(), quoted), end; at != end; ++at) {
+                ++named;
+                EXPECT_EQ(existing.count((*at)[1]), 1U) << entry.path().filename() << ": " << (*at)[1];
+            }
+        }
+    }
+    EXPECT_GT(named, 100U);
 }
 
 } // namespace
