@@ -5,14 +5,18 @@
 
 namespace klunortredi::cli {
 
-std::vector<CertificatePtr> authorityCandidates(const std::vector<std::string>& given) {
+std::vector<CertificatePtr> authorityCandidates(const std::vector<std::string>& given,
+                                                const std::vector<std::string>& inMessage) {
     std::vector<CertificatePtr> all;
     std::set<std::string> seen;
-    for (const std::string& der : given) {
-        if (seen.insert(der).second) {
-            all.push_back(certificateFromDer(der));
+    const auto add = [&](const std::vector<std::string>& certificates) {
+        for (const std::string& der : certificates) {
+            if (seen.insert(der).second) {
+                all.push_back(certificateFromDer(der));
+            }
         }
-    }
+    };
+    add(given);
     for (const char* const store : {"ca", "addressbook", "my", "root"}) {
         for (auto& certificate : storeCertificates(store)) {
             if (seen.insert(certificate->raw()).second) {
@@ -20,6 +24,7 @@ std::vector<CertificatePtr> authorityCandidates(const std::vector<std::string>& 
             }
         }
     }
+    add(inMessage);
     return all;
 }
 

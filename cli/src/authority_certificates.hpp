@@ -9,8 +9,10 @@
 
 namespace klunortredi::cli {
 
-/// The certificates `given` (DER) and those of the stores ca, addressbook, my and root, each once. None is trusted for
+/// The certificates `given` by the user (DER), those of the stores ca, addressbook, my and root, and those `inMessage`
+/// (DER), each once and in this order: what a message brings does not crowd out the others. None is trusted for
 /// standing there. Throws what `storeCertificates` and `certificateFromDer` throw.
-std::vector<CertificatePtr> authorityCandidates(const std::vector<std::string>& given);
+std::vector<CertificatePtr> authorityCandidates(const std::vector<std::string>& given,
+                                                const std::vector<std::string>& inMessage = {});
 
 } // namespace klunortredi::cli

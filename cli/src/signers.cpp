@@ -98,11 +98,7 @@ bool isSigner(const orvik::plugin::crypto::ICertificate& certificate, const std:
 std::vector<Signer> readSigners(void* message, const std::vector<std::string>& further) {
     std::vector<Signer> signers;
     CounterSignatureReader counters(message);
-    TimestampReader timestamps([&] {
-        std::vector<std::string> given = readCertificates(message);
-        given.insert(given.end(), further.begin(), further.end());
-        return authorityCandidates(given);
-    });
+    TimestampReader timestamps([&] { return authorityCandidates(further, readCertificates(message)); });
     const unsigned count = wincrypt::tools::param(message, capi::CMSG_SIGNER_COUNT_PARAM);
     for (unsigned index = 0; index < count; ++index) {
         signers.push_back(readSigner(message, index, counters, timestamps));

@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 #include <openssl/cms.h>
+#include <openssl/pem.h>
 
 #include <filesystem>
 
@@ -87,6 +88,14 @@ protected:
         EVP_PKEY* const key = authority_.root().key.get();
         EXPECT_GT(X509_CRL_sign(list.get(), key, test_servers::digestOf(authority_.kind())), 0);
         return test_servers::toDer(list.get(), i2d_X509_CRL);
+    }
+
+    /// DER of the authority's certificate.
+    [[nodiscard]] std::string timestampCertificate() {
+        const std::string pem = authority_.timestampPem();
+        const Owned<BIO, BIO_free_all> in(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+        const Owned<X509, X509_free> certificate(PEM_read_bio_X509(in.get(), nullptr, nullptr, nullptr));
+        return test_servers::toDer(certificate.get(), i2d_X509);
     }
 
     Workplace place_;
@@ -229,6 +238,19 @@ TEST_F(Timestamp, WithoutItsCertificateIsJudgedByOneOfTheStoresOrOfWith) {
     EXPECT_EQ(with["chain"]["trusted"], true) << with;
     ASSERT_EQ(place_.cli({"certs", "add", "tsa.pem", "--store", "ca"}).exit, 0);
     EXPECT_EQ(verify({}, "bare.sig")["timestamp"]["valid"], true);
+
+    // Certificates that somebody added under the authority's name and serial number do not crowd it out.
+    const Message crowded = message(place_.folder().read("bare.sig"));
+    const std::string own = timestampCertificate();
+    for (char changed = 0; changed < 20; ++changed) {
+        std::string namesake = own;
+        namesake.back() = changed;
+        const auto* at = reinterpret_cast<const unsigned char*>(namesake.data());
+        const Owned<X509, X509_free> certificate(d2i_X509(nullptr, &at, static_cast<long>(namesake.size())));
+        ASSERT_EQ(CMS_add1_cert(crowded.get(), certificate.get()), 1);
+    }
+    place_.folder().write("crowded.sig", test_servers::toDer(crowded.get(), i2d_CMS_ContentInfo));
+    EXPECT_EQ(verify({}, "crowded.sig")["timestamp"]["valid"], true);
 }
 
 TEST_F(Timestamp, SecondOneIsKeptBesideTheFirst) {

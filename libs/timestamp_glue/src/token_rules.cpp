@@ -28,6 +28,9 @@ using crypto::exception::SystemException;
 using wincrypt::tools::SignatureVerdict;
 
 constexpr DWORD tstInfoVersion = 1;
+/// Certificates beside a token with the issuer and serial number of its authority that are compared with it. An issuer
+/// gives a serial number once; whoever has the message can add thousands, and each costs two digests.
+constexpr std::size_t mostOfOneName = 16;
 
 /// Ends the judgement.
 struct Ended {
@@ -105,9 +108,15 @@ void checkImprint(const CRYPT_TIMESTAMP_INFO& info, boost::string_view octets) {
 std::optional<wincrypt::tools::SignerVerdict> judgeBeside(const Token& token, const CertificateSource& outside) {
     const std::string id = wincrypt::tools::certInfo(token.message(), 0);
     const auto signer = wincrypt::tools::recipientName(*reinterpret_cast<const CERT_INFO*>(id.data()));
+    std::size_t compared = 0;
     for (const auto& candidate : outside()) {
-        if (!wincrypt::tools::isNamed(signer, *candidate) ||
-            namesCertificate(token, candidate->raw()) != Naming::named) {
+        if (!wincrypt::tools::isNamed(signer, *candidate)) {
+            continue;
+        }
+        if (++compared > mostOfOneName) {
+            notKnown("more than " + std::to_string(mostOfOneName) + " certificates at hand have its authority's name");
+        }
+        if (namesCertificate(token, candidate->raw()) != Naming::named) {
             continue;
         }
         auto judged = wincrypt::tools::judgeSigners(token.message(), candidate);

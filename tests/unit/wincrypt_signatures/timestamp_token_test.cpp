@@ -3,9 +3,11 @@
 #include "support/servers/authority.hpp"
 #include "timestamp_glue.hpp"
 
+#include "crypto/wincrypt/certificate.hpp"
 #include "orvik/plugin/crypto/i_certificate.hpp"
 #include "orvik/plugin/exception/application_exception.hpp"
 
+#include <boost/smart_ptr/make_shared.hpp>
 #include <gmock/gmock.h>
 
 #include <string>
@@ -134,6 +136,22 @@ TEST_P(TimestampToken, WithoutItsCertificateIsJudgedByOneAtHand) {
     EXPECT_EQ(judged(tokenIn(respond({"no-certificate", "no-certificate-id"})), {right}).result, Result::unknown);
     EXPECT_EQ(judged(tokenIn(respond({"no-certificate", "other-imprint"})), {right}).result, Result::invalid);
     EXPECT_EQ(judged(tokenIn(respond({"no-certificate", "expired"})), {expired}).result, Result::invalid);
+}
+
+TEST_P(TimestampToken, IsComparedWithFewCertificatesOfItsAuthoritysName) {
+    const std::string bare = tokenIn(respond({"no-certificate"}));
+    const auto right = tools_.judge(token(), octets).authority;
+    ASSERT_TRUE(right);
+    std::string der = right->raw();
+    der.back() = static_cast<char>(der.back() ^ 1);
+    const auto namesake = boost::make_shared<orvik::plugin::wincrypt::Certificate>(der);
+    std::vector<boost::shared_ptr<orvik::plugin::crypto::ICertificate>> certificates(15, namesake);
+    certificates.push_back(right);
+    const auto judged = [&] { return tools_.judge(bare, octets, [&] { return certificates; }); };
+    EXPECT_EQ(judged().result, Result::valid);
+    certificates.insert(certificates.begin(), namesake);
+    EXPECT_EQ(judged().result, Result::unknown);
+    EXPECT_THAT(judged().reason, HasSubstr("more than 16 certificates"));
 }
 
 TEST_P(TimestampToken, TruncatedAnywhereIsNotValidAndNothingCrashes) {
