@@ -38,7 +38,7 @@ public:
     using CertificateSource = std::function<std::vector<boost::shared_ptr<crypto::ICertificate>>()>;
     /// The same for a token that need not carry its authority's certificate (RFC 3161, 2.4.1: certReq): `outside` is
     /// asked when it does not. Of those certificates only one counts that the token's signed attributes name and under
-    /// which its signature holds; without one the verdict is unknown. What `outside` throws reaches the caller.
+    /// which its signature holds; without one, or where `outside` throws a SystemException, the verdict is unknown.
     [[nodiscard]] crypto::cadest::TimestampVerdict judge(boost::string_view token, boost::string_view octets,
                                                          const CertificateSource& outside) const;
 };

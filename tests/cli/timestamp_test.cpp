@@ -33,6 +33,17 @@ ASN1_TYPE* tokenOf(const Message& of) {
     return at < 0 ? nullptr : X509_ATTRIBUTE_get0_type(CMS_unsigned_get_attr(firstSigner(of), at), 0);
 }
 
+/// The content of the token in a signature.
+std::string timestampInfo(const std::string& signature) {
+    const Message stamped = message(signature);
+    const ASN1_STRING* const octets = tokenOf(stamped)->value.sequence;
+    const Message token = message({reinterpret_cast<const char*>(ASN1_STRING_get0_data(octets)),
+                                   static_cast<std::size_t>(ASN1_STRING_length(octets))});
+    const ASN1_OCTET_STRING* const content = *CMS_get0_content(token.get());
+    return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(content)),
+            static_cast<std::size_t>(ASN1_STRING_length(content))};
+}
+
 class Timestamp : public testing::Test {
 protected:
     Timestamp() {
@@ -96,6 +107,28 @@ protected:
         const Owned<BIO, BIO_free_all> in(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
         const Owned<X509, X509_free> certificate(PEM_read_bio_X509(in.get(), nullptr, nullptr, nullptr));
         return test_servers::toDer(certificate.get(), i2d_X509);
+    }
+
+    /// bare.sig: the signature with a token that does not carry its authority's certificate.
+    void makeBare() {
+        ASSERT_EQ(stamp({"/tsa"}).exit, 0);
+        const std::string bare = test_servers::signedToken(
+            authority_, timestampInfo(place_.folder().read("stamped.sig")), {"no-certificate"});
+        const Message target = message(place_.folder().read("report.txt.sig"));
+        ASSERT_EQ(CMS_unsigned_add1_attr_by_NID(firstSigner(target), NID_id_smime_aa_timeStampToken, V_ASN1_SEQUENCE,
+                                                bare.data(), static_cast<int>(bare.size())),
+                  1);
+        place_.folder().write("bare.sig", test_servers::toDer(target.get(), i2d_CMS_ContentInfo));
+    }
+    /// The message with more certificates (DER).
+    void addCertificates(const std::string& to, const std::vector<std::string>& certificates, const std::string& out) {
+        const Message target = message(place_.folder().read(to));
+        for (const std::string& der : certificates) {
+            const auto* at = reinterpret_cast<const unsigned char*>(der.data());
+            const Owned<X509, X509_free> certificate(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
+            ASSERT_EQ(CMS_add1_cert(target.get(), certificate.get()), 1);
+        }
+        place_.folder().write(out, test_servers::toDer(target.get(), i2d_CMS_ContentInfo));
     }
 
     Workplace place_;
@@ -206,26 +239,8 @@ TEST_F(Timestamp, MovedToAnotherSignatureIsNamedAndHarmsNothing) {
     EXPECT_THAT(strict.out, HasSubstr("time-stamp"));
 }
 
-/// The content of the token in a signature.
-std::string timestampInfo(const std::string& signature) {
-    const Message stamped = message(signature);
-    const ASN1_STRING* const octets = tokenOf(stamped)->value.sequence;
-    const Message token = message({reinterpret_cast<const char*>(ASN1_STRING_get0_data(octets)),
-                                   static_cast<std::size_t>(ASN1_STRING_length(octets))});
-    const ASN1_OCTET_STRING* const content = *CMS_get0_content(token.get());
-    return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(content)),
-            static_cast<std::size_t>(ASN1_STRING_length(content))};
-}
-
 TEST_F(Timestamp, WithoutItsCertificateIsJudgedByOneOfTheStoresOrOfWith) {
-    ASSERT_EQ(stamp({"/tsa"}).exit, 0);
-    const std::string bare =
-        test_servers::signedToken(authority_, timestampInfo(place_.folder().read("stamped.sig")), {"no-certificate"});
-    const Message target = message(place_.folder().read("report.txt.sig"));
-    ASSERT_EQ(CMS_unsigned_add1_attr_by_NID(firstSigner(target), NID_id_smime_aa_timeStampToken, V_ASN1_SEQUENCE,
-                                            bare.data(), static_cast<int>(bare.size())),
-              1);
-    place_.folder().write("bare.sig", test_servers::toDer(target.get(), i2d_CMS_ContentInfo));
+    makeBare();
     place_.folder().write("tsa.pem", authority_.timestampPem());
     place_.folder().write("issuer.pem", authority_.issuerPem());
 
@@ -238,19 +253,27 @@ TEST_F(Timestamp, WithoutItsCertificateIsJudgedByOneOfTheStoresOrOfWith) {
     EXPECT_EQ(with["chain"]["trusted"], true) << with;
     ASSERT_EQ(place_.cli({"certs", "add", "tsa.pem", "--store", "ca"}).exit, 0);
     EXPECT_EQ(verify({}, "bare.sig")["timestamp"]["valid"], true);
+}
 
-    // Certificates that somebody added under the authority's name and serial number do not crowd it out.
-    const Message crowded = message(place_.folder().read("bare.sig"));
+TEST_F(Timestamp, WithoutItsCertificateIsNotHarmedByCertificatesThatSomebodyAdded) {
+    makeBare();
+    place_.folder().write("tsa.pem", authority_.timestampPem());
+    ASSERT_EQ(place_.cli({"certs", "add", "tsa.pem", "--store", "ca"}).exit, 0);
     const std::string own = timestampCertificate();
+    std::vector<std::string> namesakes;
     for (char changed = 0; changed < 20; ++changed) {
-        std::string namesake = own;
-        namesake.back() = changed;
-        const auto* at = reinterpret_cast<const unsigned char*>(namesake.data());
-        const Owned<X509, X509_free> certificate(d2i_X509(nullptr, &at, static_cast<long>(namesake.size())));
-        ASSERT_EQ(CMS_add1_cert(crowded.get(), certificate.get()), 1);
+        namesakes.push_back(own);
+        namesakes.back().back() = changed;
     }
-    place_.folder().write("crowded.sig", test_servers::toDer(crowded.get(), i2d_CMS_ContentInfo));
+    addCertificates("bare.sig", namesakes, "crowded.sig");
     EXPECT_EQ(verify({}, "crowded.sig")["timestamp"]["valid"], true);
+
+    std::string malformed = own;
+    const std::size_t notBefore = malformed.find("\x17\x0D"); // UTCTime
+    ASSERT_NE(notBefore, std::string::npos);
+    malformed.replace(notBefore + 4, 2, "99"); // the month
+    addCertificates("bare.sig", {malformed}, "malformed.sig");
+    EXPECT_EQ(verify({}, "malformed.sig")["timestamp"]["valid"], true);
 }
 
 TEST_F(Timestamp, SecondOneIsKeptBesideTheFirst) {

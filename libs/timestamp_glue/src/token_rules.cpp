@@ -103,13 +103,22 @@ void checkImprint(const CRYPT_TIMESTAMP_INFO& info, boost::string_view octets) {
     }
 }
 
+/// Certificates beside the token. Where they cannot be had, nothing is known of it.
+auto certificatesBeside(const CertificateSource& outside) {
+    try {
+        return outside();
+    } catch (const SystemException& e) {
+        notKnown("the certificates at hand cannot be read (" + codeText(static_cast<unsigned>(e.code().value())) + ")");
+    }
+}
+
 /// The verdict under a certificate beside the token. Who has the message can put certificates into it: only one that
 /// the token's signed attributes name, and under which its signature holds, counts.
 std::optional<wincrypt::tools::SignerVerdict> judgeBeside(const Token& token, const CertificateSource& outside) {
     const std::string id = wincrypt::tools::certInfo(token.message(), 0);
     const auto signer = wincrypt::tools::recipientName(*reinterpret_cast<const CERT_INFO*>(id.data()));
     std::size_t compared = 0;
-    for (const auto& candidate : outside()) {
+    for (const auto& candidate : certificatesBeside(outside)) {
         if (!wincrypt::tools::isNamed(signer, *candidate)) {
             continue;
         }

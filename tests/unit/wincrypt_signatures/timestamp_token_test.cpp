@@ -4,6 +4,7 @@
 #include "timestamp_glue.hpp"
 
 #include "crypto/wincrypt/certificate.hpp"
+#include "crypto/wincrypt/exceptions.hpp"
 #include "orvik/plugin/crypto/i_certificate.hpp"
 #include "orvik/plugin/exception/application_exception.hpp"
 
@@ -130,6 +131,10 @@ TEST_P(TimestampToken, WithoutItsCertificateIsJudgedByOneAtHand) {
         EXPECT_EQ(missing.result, Result::unknown);
         EXPECT_THAT(missing.reason, HasSubstr("neither in it nor at hand"));
     }
+    const TimestampVerdict failed = tools_.judge(bare, octets, []() -> Certificates {
+        throw orvik::plugin::crypto::exception::SystemException(0x80093102U); // of the source, not of the token
+    });
+    EXPECT_EQ(failed.result, Result::unknown) << failed.reason;
     // Of a certificate at hand nothing follows that is worse than of none.
     EXPECT_EQ(judged(tokenIn(respond({"no-certificate", "other-key"})), {right}).result, Result::unknown);
     EXPECT_EQ(judged(tokenIn(respond({"no-certificate", "other-certificate-id"})), {right}).result, Result::unknown);
