@@ -106,6 +106,8 @@ public:
 
     Watcher watcher;
     [[nodiscard]] int error() const noexcept { return error_; }
+    /// Whether a file had more octets than when it was opened; the octets end there.
+    [[nodiscard]] bool grew() const noexcept { return size_ != 0 && taken_ > size_; }
     [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
     bool status(struct stat& status) const noexcept { return ::fstat(fd_, &status) == 0; }
 
@@ -125,6 +127,9 @@ private:
 
     /// Reads once more behind what is left; false at the end or on an error.
     bool fill() {
+        if (grew()) {
+            return false;
+        }
         const auto left = static_cast<std::size_t>(egptr() - gptr());
         std::memmove(buffer_.get(), gptr(), left);
         setg(buffer_.get(), buffer_.get(), buffer_.get() + left);
@@ -138,6 +143,10 @@ private:
         if (got <= 0) {
             return false;
         }
+        taken_ += static_cast<std::uint64_t>(got);
+        if (grew()) {
+            return false;
+        }
         setg(buffer_.get(), buffer_.get(), buffer_.get() + left + got);
         if (watcher) {
             watcher(static_cast<std::uint64_t>(got));
@@ -147,6 +156,7 @@ private:
 
     int fd_;
     std::uint64_t size_;
+    std::uint64_t taken_ = 0; ///< octets read
     int error_ = 0;
     std::size_t room_;
     std::unique_ptr<char[]> buffer_;
@@ -369,6 +379,10 @@ std::uint64_t Input::size() const noexcept {
 void Input::check() const {
     if (descriptor_->error() != 0) {
         throw fileFailure("cannot read " + name_, descriptor_->error());
+    }
+    if (descriptor_->grew()) {
+        throw Failure(ExitCode::input, "cannot read " + name_, "it grew while it was read",
+                      "try again when nothing writes to it any more");
     }
     if (armor_ && armor_->damaged()) {
         throw Failure(ExitCode::input, "cannot read " + name_, "it is damaged: not Base64");

@@ -60,8 +60,9 @@ public:
     /// For messages: the path, or "standard input".
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
-    /// Throws Failure (exit 3) when reading has failed, met what is not Base64, or met the end of a PEM block that is
-    /// not the line of its label (RFC 7468, 2); all look like an ordinary end to the stream's user.
+    /// Throws Failure (exit 3) when reading has failed, met what is not Base64, met the end of a PEM block that is not
+    /// the line of its label (RFC 7468, 2), or came to octets that a regular file did not have when it was opened:
+    /// reading one that grows need not end. All look like an ordinary end to the stream's user.
     void check() const;
 
 private:

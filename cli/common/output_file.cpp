@@ -52,13 +52,22 @@ OutputFile::OutputFile(std::string path, bool force, Readers readers)
     }
     inspectTarget();
     if (direct_) {
-        fd_ = ::open(path_.c_str(), O_WRONLY | O_CLOEXEC);
-        if (fd_ < 0) {
-            fail(errno);
-        }
+        openStream();
         return;
     }
     open();
+}
+
+void OutputFile::openStream() {
+    fd_ = ::open(path_.c_str(), O_WRONLY | O_CLOEXEC);
+    struct stat status {};
+    if (fd_ < 0 || ::fstat(fd_, &status) != 0) {
+        fail(errno);
+    }
+    if (S_ISREG(status.st_mode)) { // put there since it was looked at: its octets are somebody's
+        ::close(fd_);
+        fail(EEXIST);
+    }
 }
 
 void OutputFile::inspectTarget() {

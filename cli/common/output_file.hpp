@@ -50,6 +50,7 @@ private:
     /// Finds out what lies under the name, and refuses what must not be written.
     void inspectTarget();
     void open();
+    void openStream();
     void rename() const;
     void syncFolder() const;
     [[noreturn]] void fail(int error) const;

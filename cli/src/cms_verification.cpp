@@ -10,7 +10,7 @@
 #include "progress.hpp"
 #include "text.hpp"
 
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -51,7 +51,8 @@ std::string CmsVerification::contentBeside(const std::string& file) {
         return {};
     }
     const std::string candidate = file.substr(0, dot);
-    return ::access(candidate.c_str(), F_OK) == 0 ? candidate : std::string{};
+    struct stat status {};
+    return ::stat(candidate.c_str(), &status) == 0 && S_ISREG(status.st_mode) ? candidate : std::string{};
 }
 
 Verdict CmsVerification::run() {

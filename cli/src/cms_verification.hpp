@@ -39,8 +39,8 @@ public:
     /// Shows the content of an attached signature to `watcher` as it passes, before anything is known of its validity.
     /// What it throws ends run().
     void watchContent(std::function<void(std::string_view octets)> watcher) { watcher_ = std::move(watcher); }
-    /// Where the content of a detached signature lies when nobody says: "x" beside "x.sig"; empty when nothing is
-    /// there.
+    /// Where the content of a detached signature lies when nobody says: the file "x" beside "x.sig"; empty without one.
+    /// A pipe or a device is not meant: whoever made the folder could keep the command waiting there for ever.
     [[nodiscard]] static std::string contentBeside(const std::string& file);
     /// Where the content of an attached signature goes; null without --extract.
     [[nodiscard]] Extraction* extraction() const noexcept { return extraction_.get(); }

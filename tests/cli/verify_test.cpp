@@ -2,6 +2,15 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/stat.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
 namespace cli_test {
 namespace {
 
@@ -34,6 +43,38 @@ TEST_F(Verify, TellsTheSignerAndWhatWasNotChecked) {
 TEST_F(Verify, FindsTheContentBesideTheSignatureAndSaysSo) {
     const Outcome checking = place_.cli({"verify", "report.txt.sig"});
     EXPECT_THAT(checking.err, HasSubstr("report.txt"));
+}
+
+TEST_F(Verify, TakesNothingButAFileBesideTheSignatureForItsContent) {
+    place_.folder().write("other.sig", place_.folder().read("report.txt.sig"));
+    const std::string beside = place_.folder() / "other";
+    ASSERT_EQ(::mkfifo(beside.c_str(), 0600), 0); // nobody writes to it
+    Outcome checking = place_.cli({"verify", "other.sig"});
+    EXPECT_EQ(checking.exit, 3) << checking.out;
+    EXPECT_THAT(checking.err, HasSubstr("--content"));
+    ASSERT_EQ(std::remove(beside.c_str()), 0);
+    std::filesystem::create_symlink("/dev/zero", beside);
+    checking = place_.cli({"verify", "other.sig"});
+    EXPECT_EQ(checking.exit, 3) << checking.out;
+}
+
+TEST_F(Verify, EndsWhileItsContentGrows) {
+    const std::string content = place_.folder() / "log";
+    place_.folder().write("log", "");
+    std::filesystem::resize_file(content, std::uintmax_t{64} << 20U); // takes longer to read than to write a line to
+    std::atomic<bool> ended{false};
+    std::thread writer([&] {
+        std::ofstream log(content, std::ios::app);
+        while (!ended) {
+            log << "a line" << std::endl; // NOLINT(performance-avoid-endl): it is to be there
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    const Outcome checking = place_.cli({"verify", "report.txt.sig", "--content", "log"});
+    ended = true;
+    writer.join();
+    EXPECT_EQ(checking.exit, 3) << checking.out;
+    EXPECT_THAT(checking.err, HasSubstr("it grew while it was read"));
 }
 
 TEST_F(Verify, ReadsPemAndBareBase64AsWell) {
