@@ -4,6 +4,8 @@
 #include "orvik/plugin/crypto/i_private_key.hpp"
 #include "service_double/fault_walk.hpp"
 
+#include <boost/smart_ptr/make_shared.hpp>
+
 namespace wincrypt_signatures {
 namespace {
 
@@ -26,6 +28,64 @@ TEST_F(CreatorTest, LeavesTheContentOutOfADetachedSignature) {
     creator.initialize(params(linked()));
     update(creator, "content");
     EXPECT_EQ(finalize(creator), "HEADTAIL");
+}
+
+TEST_F(CreatorTest, ParametersAreNewAndEmpty) {
+    const binary::attached::Creator creator;
+    const auto made = creator.params();
+    const auto* own = dynamic_cast<const Params*>(made.get());
+    ASSERT_NE(own, nullptr);
+    EXPECT_FALSE(own->certificate);
+    EXPECT_THAT(own->attributes, IsEmpty());
+    EXPECT_NE(creator.params().get(), made.get());
+}
+
+TEST_F(CreatorTest, OpensAMessageOfItsKind) {
+    const auto opening = [](IDataHandler& creator) {
+        const auto signer = linked();
+        service().clearCalls();
+        creator.initialize(params(signer));
+        for (const auto& call : service().trace()) {
+            if (call.starts_with("CryptMsgOpenToEncode")) {
+                return call;
+            }
+        }
+        return std::string();
+    };
+    binary::attached::Creator attached;
+    EXPECT_EQ(opening(attached), "CryptMsgOpenToEncode(0x10001, 0, 2, pointer, null, pointer)");
+    binary::detached::Creator detached;
+    EXPECT_EQ(opening(detached), "CryptMsgOpenToEncode(0x10001, 4, 2, pointer, null, pointer)");
+}
+
+TEST_F(CreatorTest, ReportsAllThatCameAsConsumed) {
+    binary::attached::Creator creator;
+    const std::string data(5000, 'x');
+    const auto* octets = reinterpret_cast<const unsigned char*>(data.data());
+    std::size_t consumed = 7;
+    EXPECT_FALSE(creator.update(octets, data.size(), &consumed));
+    EXPECT_EQ(consumed, 7U) << "nothing was begun";
+    creator.initialize(params(linked()));
+    EXPECT_TRUE(creator.update(octets, data.size(), &consumed));
+    EXPECT_EQ(consumed, data.size());
+    EXPECT_TRUE(creator.update(octets, 2));
+    EXPECT_THAT(updates(), ElementsAre("4999, 0)", "1, 0)", "1, 0)"));
+}
+
+TEST_F(CreatorTest, AnEmptyPieceFlushesTheOctetAndLeavesNothingToFinishWith) {
+    const unsigned char octet = 'e';
+    for (const unsigned char* const piece : {&octet, static_cast<const unsigned char*>(nullptr)}) {
+        service().clearCalls();
+        binary::attached::Creator creator;
+        creator.initialize(params(linked()));
+        update(creator, "a");
+        EXPECT_THAT(updates(), IsEmpty());
+        EXPECT_TRUE(creator.update(piece, 0));
+        EXPECT_THAT(updates(), ElementsAre("1, 0)"));
+        std::vector<unsigned char> out;
+        EXPECT_EQ(thrownBy<SystemException>([&] { creator.finalize(out); }).function, "finalizeImpl");
+        EXPECT_THAT(updates(), ElementsAre("1, 0)")) << "no final update without an octet";
+    }
 }
 
 TEST_F(CreatorTest, HoldsTheLastOctetBack) {
@@ -87,6 +147,70 @@ TEST_F(CreatorTest, CertificateMustBeFitToSign) {
     EXPECT_EQ(refusal(linked(plainCertificate)), validation(30029));
     EXPECT_EQ(refusal(linked(enciphermentCertificate)), validation(30029));
     EXPECT_EQ(refusal(certificate()), validation(30005));
+    EXPECT_EQ(refusal(certificate(plainCertificate)), validation(30029)) << "its usage comes before its link";
+    EXPECT_EQ(service().count("CryptMsgOpenToEncode"), 0U);
+}
+
+TEST_F(CreatorTest, SignsAttributesInTheOrderOfTheirTextsAndTheTimeLast) {
+    std::vector<std::string> oids;
+    service().on.CryptMsgOpenToEncode = [&](DWORD encoding, DWORD flags, DWORD type, const void* info, char* inner,
+                                            CMSG_STREAM_INFO* stream) {
+        const auto& signer = static_cast<const CMSG_SIGNED_ENCODE_INFO*>(info)->rgSigners[0];
+        for (DWORD i = 0; i < signer.cAuthAttr; ++i) {
+            oids.emplace_back(signer.rgAuthAttr[i].pszObjId);
+            EXPECT_EQ(signer.rgAuthAttr[i].cValue, 1U);
+        }
+        return Defaults::CryptMsgOpenToEncode(encoding, flags, type, info, inner, stream);
+    };
+    auto request = params(linked());
+    request.attributes = {
+        {"UTF8String", "1.2.1", "a"}, {"INTEGER", "1.2.9", "1"}, {"INTEGER", "1.2.5", "1"}, {"INTEGER", "1.2.9", "1"}};
+    binary::attached::Creator().initialize(request);
+    EXPECT_THAT(oids, ElementsAre("1.2.5", "1.2.9", "1.2.1", "1.2.840.113549.1.9.5"));
+    oids.clear();
+    request.attributes.push_back({"UTCTime", "1.2.840.113549.1.9.5", "1700000000"});
+    binary::attached::Creator().initialize(request);
+    EXPECT_THAT(oids, ElementsAre("1.2.5", "1.2.9", "1.2.840.113549.1.9.5", "1.2.1")) << "the request's own time";
+}
+
+/// A key whose container has no PIN, and its certificate.
+class OpenKey : public orvik::plugin::crypto::IPrivateKey {
+public:
+    explicit OpenKey(boost::shared_ptr<IPrivateKey> key) : key_(std::move(key)) {}
+    [[nodiscard]] boost::shared_ptr<orvik::plugin::crypto::ICertificate> certificate() const override {
+        return key_->certificate();
+    }
+    [[nodiscard]] boost::shared_ptr<IProvider> provider() const override { return key_->provider(); }
+    void authenticate(const std::string& /*pin*/) override { ADD_FAILURE() << "it has no PIN"; }
+    [[nodiscard]] void* context() const override { return key_->context(); }
+    [[nodiscard]] bool authenticated() const override { return false; }
+    void resetAuthentication() override {}
+    [[nodiscard]] bool supportsAuthentication() const override { return false; }
+    [[nodiscard]] unsigned keySpec() const override { return key_->keySpec(); }
+
+private:
+    boost::shared_ptr<IPrivateKey> key_;
+};
+
+class OpenCertificate : public Certificate {
+public:
+    using Certificate::Certificate;
+    [[nodiscard]] boost::shared_ptr<orvik::plugin::crypto::IPrivateKey> privateKey() const override {
+        return boost::make_shared<OpenKey>(Certificate::privateKey());
+    }
+};
+
+TEST_F(CreatorTest, KeyWithoutAPinIsNotAskedForOne) {
+    AuthProvider::setDialog([](const auto&, unsigned) {
+        ADD_FAILURE() << "nobody is asked";
+        return boost::optional<std::string>();
+    });
+    const auto signer = boost::make_shared<OpenCertificate>(der(signerCertificate));
+    ASSERT_TRUE(signer->link(provider(), L"box"));
+    binary::attached::Creator creator;
+    creator.initialize(params(signer));
+    update(creator, "data");
+    EXPECT_EQ(finalize(creator), "HEADdataTAIL");
 }
 
 TEST_F(CreatorTest, LinkMustNameProviderAndContainer) {
@@ -119,7 +243,9 @@ TEST_F(CreatorTest, DescribesOneSignerOneCertificateAndItsAttributes) {
         EXPECT_EQ(message.cSigners, 1U);
         EXPECT_EQ(message.cCertEncoded, 1U);
         EXPECT_EQ(message.cCrlEncoded, 0U);
-        EXPECT_EQ(message.rgCertEncoded[0].cbData, context->cbCertEncoded);
+        EXPECT_EQ(std::string(reinterpret_cast<const char*>(message.rgCertEncoded[0].pbData),
+                              message.rgCertEncoded[0].cbData),
+                  std::string(reinterpret_cast<const char*>(context->pbCertEncoded), context->cbCertEncoded));
         EXPECT_EQ(one.cbSize, 96U);
         EXPECT_EQ(one.pCertInfo, context->pCertInfo);
         EXPECT_NE(one.hCryptProv, 0U);

@@ -84,6 +84,42 @@ TEST_F(DecryptHandlerTest, HoldsTheLastOctetBack) {
     EXPECT_THAT(updates(), ElementsAre("2, 0)", "1, 0)", "1, 0)", "1, 1)"));
 }
 
+TEST_F(DecryptHandlerTest, ReportsAllThatCameAsConsumed) {
+    DecryptDataHandler handler;
+    handler.initialize(params(linked()));
+    const std::string data(5000, 'x');
+    std::size_t consumed = 7;
+    EXPECT_TRUE(handler.update(reinterpret_cast<const unsigned char*>(data.data()), data.size(), &consumed));
+    EXPECT_EQ(consumed, data.size());
+    EXPECT_THAT(updates(), ElementsAre("4999, 0)"));
+}
+
+TEST_F(DecryptHandlerTest, AnEmptyPieceFlushesTheOctetAndLeavesNothingToFinishWith) {
+    const unsigned char octet = 'e';
+    for (const unsigned char* const piece : {&octet, static_cast<const unsigned char*>(nullptr)}) {
+        service().clearCalls();
+        DecryptDataHandler handler;
+        handler.initialize(params(linked()));
+        update(handler, "a");
+        EXPECT_TRUE(handler.update(piece, 0));
+        EXPECT_THAT(updates(), ElementsAre("1, 0)"));
+        std::vector<unsigned char> out;
+        EXPECT_FALSE(handler.finalize(out));
+        EXPECT_THAT(updates(), ElementsAre("1, 0)")) << "no final update without an octet";
+        EXPECT_EQ(service().count("CryptMsgControl"), 0U);
+    }
+}
+
+TEST_F(DecryptHandlerTest, WhatTheFrameworkDidNotThrowIsNotHidden) {
+    DecryptDataHandler handler;
+    open(handler);
+    service().on.CryptMsgControl = [](void*, DWORD, DWORD, const void*) -> BOOL { throw std::runtime_error("odd"); };
+    std::vector<unsigned char> out;
+    EXPECT_THROW(handler.finalize(out), std::runtime_error);
+    EXPECT_THAT(warnings(), IsEmpty());
+    EXPECT_FALSE(handler.finalize(out)) << "it is over all the same";
+}
+
 TEST_F(DecryptHandlerTest, DoesNothingBeforeItIsInitialized) {
     DecryptDataHandler handler;
     std::vector<unsigned char> out;

@@ -8,6 +8,8 @@
 
 #include <boost/exception/get_error_info.hpp>
 
+#include <limits>
+
 namespace wincrypt_signatures {
 namespace {
 
@@ -129,6 +131,30 @@ TEST_F(EncodeTest, AddsASigningTimeOfNowAtTheEnd) {
     EXPECT_EQ(result[1].value, std::string("\x30\x00", 2));
 }
 
+TEST_F(EncodeTest, SigningTimeThatIsAddedIsThePresentMoment) {
+    std::vector<std::time_t> times;
+    service().on.CryptEncodeObject = [&](DWORD encoding, const char* type, const void* value, BYTE* buffer,
+                                         DWORD* size) {
+        const auto& time = *static_cast<const FILETIME*>(value);
+        const std::uint64_t ticks = (std::uint64_t{time.dwHighDateTime} << 32U) + time.dwLowDateTime;
+        times.push_back(static_cast<std::time_t>(ticks / 10000000) - 11644473600);
+        return encode(encoding, type, value, buffer, size);
+    };
+    const std::time_t before = std::time(nullptr);
+    EXPECT_EQ(tools::normalizeSignedAttributes({}).size(), 1U);
+    ASSERT_FALSE(times.empty());
+    EXPECT_THAT(times, testing::Each(testing::AllOf(testing::Ge(before), testing::Le(std::time(nullptr)))));
+}
+
+TEST_F(EncodeTest, OnlyTheFirstSigningTimeIsRead) {
+    const auto result =
+        tools::normalizeSignedAttributes({{19, "1.2.3", "x"}, {23, signingTime, "0"}, {23, signingTime, "yesterday"}});
+    ASSERT_EQ(result.size(), 3U) << "none is added";
+    EXPECT_EQ(result[0].value, "x");
+    EXPECT_EQ(result[1].value, std::string("\x30\x00", 2));
+    EXPECT_EQ(result[2].value, "yesterday") << "as it is, like any value of its type";
+}
+
 TEST_F(EncodeTest, TakesASigningTimeAsNumberOrText) {
     std::vector<std::uint64_t> times;
     service().on.CryptEncodeObject = [&](DWORD encoding, const char* type, const void* value, BYTE* buffer,
@@ -154,7 +180,12 @@ TEST_F(EncodeTest, RefusesASigningTimeThatIsNone) {
         ASSERT_NE(value, nullptr);
         EXPECT_EQ(*value, "yesterday");
     }
-    EXPECT_THROW(tools::normalizeSignedAttributes({{23, signingTime, "99999999999999999999"}}), std::out_of_range);
+    try {
+        tools::normalizeSignedAttributes({{23, signingTime, "99999999999999999999"}});
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const std::out_of_range& e) {
+        EXPECT_STREQ(e.what(), "stoll");
+    }
 }
 
 TEST_F(EncodeTest, RefusesASigningTimeBefore1601) {
@@ -176,15 +207,42 @@ TEST_F(EncodeTest, EncodesValuesByTheirTypes) {
     EXPECT_EQ(result[2].value, "as it is");
 }
 
+TEST_F(EncodeTest, HandsTheEncoderWholeNumbersOf32BitsWithTheirSign) {
+    std::vector<std::int32_t> numbers;
+    service().on.CryptEncodeObject = [&](DWORD encoding, const char* type, const void* value, BYTE* buffer,
+                                         DWORD* size) {
+        if (structureName(type) == "27" && buffer == nullptr) {
+            numbers.push_back(*static_cast<const std::int32_t*>(value));
+        }
+        return encode(encoding, type, value, buffer, size);
+    };
+    tools::normalizeSignedAttributes({{2, "1.2.3", "2147483647"},
+                                      {2, "1.2.3", "-2147483648"},
+                                      {2, "1.2.3", "-1"},
+                                      {2, "1.2.3", "+7"},
+                                      {2, "1.2.3", "0"}});
+    EXPECT_THAT(numbers, ElementsAre(2147483647, std::numeric_limits<std::int32_t>::min(), -1, 7, 0));
+}
+
 TEST_F(EncodeTest, RefusesValuesThatAreNotOfTheirTypes) {
     const Thrown refused{30048, "tools", "operator()<orvik::plugin::crypto::format::SignedAttribute>", 0};
-    for (const auto& [type, value] : std::vector<std::pair<std::uint32_t, std::string>>{
-             {4, "0g"}, {4, "123"}, {2, "seven"}, {2, "2147483648"}, {2, ""}, {12, "\xff"}}) {
-        EXPECT_EQ(thrownBy<CryptoException>([&] {
-                      tools::normalizeSignedAttributes({{type, "1.2.3", value}});
-                  }),
-                  refused)
-            << value;
+    for (const auto& [type, value] : std::vector<std::pair<std::uint32_t, std::string>>{{4, "0g"},
+                                                                                        {4, "123"},
+                                                                                        {2, "seven"},
+                                                                                        {2, "2147483648"},
+                                                                                        {2, "-2147483649"},
+                                                                                        {2, "1 "},
+                                                                                        {2, ""},
+                                                                                        {12, "\xff"}}) {
+        try {
+            tools::normalizeSignedAttributes({{type, "1.2.3", value}});
+            ADD_FAILURE() << "nothing was thrown for " << value;
+        } catch (const CryptoException& e) {
+            EXPECT_EQ(wincrypt_keys::describe(e), refused) << value;
+            const auto* carried = boost::get_error_info<orvik::plugin::exception::Value_>(e);
+            ASSERT_NE(carried, nullptr) << value;
+            EXPECT_EQ(*carried, value);
+        }
     }
 }
 

@@ -35,6 +35,9 @@ TEST_F(FactoryTest, KnowsThreeFormatsSpelledExactly) {
                   (Thrown{30009, "signature_factory", "SignatureFactory", 0}))
             << name;
     }
+    EXPECT_EQ(thrownBy<CryptoException>([] { SignatureFactory{boost::string_view("attached", 9)}; }).code, 30009)
+        << "with the zero at its end";
+    EXPECT_EQ(thrownBy<CryptoException>([] { SignatureFactory{boost::string_view("xmldsig", 6)}; }).code, 30009);
 }
 
 TEST_F(FactoryTest, GivesTheHandlersOfTheFormat) {
@@ -56,6 +59,8 @@ TEST_F(FactoryTest, GivesEachCallerAHandlerOfItsOwn) {
     const SignatureFactory factory("attached");
     const SignatureFactory copy = factory; // NOLINT(performance-unnecessary-copy-initialization): copying is the point
     EXPECT_NE(factory.creator(request()), copy.creator(request()));
+    EXPECT_NE(factory.validator({}), copy.validator({}));
+    EXPECT_NE(factory.transformer(request("true")), copy.transformer(request("true")));
 }
 
 TEST_F(FactoryTest, TransformsOnlyOnRequest) {
