@@ -18,17 +18,25 @@ bool isIdentifier(const xmlAttr* attribute) {
     return name == "Id" || name == "ID" || name == "id";
 }
 
-bool resolves(const xmlAttr* attribute) {
-    return attribute->ns == nullptr || xmlStrEqual(attribute->ns->href, XML_XML_NAMESPACE) != 0;
+std::string textOf(const xmlAttr* attribute) {
+    const TextPtr value(xmlNodeListGetString(attribute->doc, attribute->children, 1));
+    return fromXml(value.get());
 }
 
 /// xml:id is trimmed by readers that know it, and so is any other here: a blank must not hide a second carrier.
 std::string identifierOf(const xmlAttr* attribute) {
-    const TextPtr value(xmlNodeListGetString(attribute->doc, attribute->children, 1));
-    const std::string text = fromXml(value.get());
+    const std::string text = textOf(attribute);
     const auto first = text.find_first_not_of(" \t\r\n");
     return first == std::string::npos ? std::string()
                                       : text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+/// Whether other readers find the element by this attribute too: xml:id, or one without namespace and without blanks.
+bool resolves(const xmlAttr* attribute) {
+    if (attribute->ns == nullptr) {
+        return textOf(attribute) == identifierOf(attribute);
+    }
+    return xmlStrEqual(attribute->ns->href, XML_XML_NAMESPACE) != 0 && xmlStrEqual(attribute->name, toXml("id")) != 0;
 }
 
 bool sameOctets(const std::string& a, const std::string& b) {

@@ -49,6 +49,11 @@ internal::DocPtr parse(const internal::DecodedDocument& decoded) {
     if (!document) {
         refuse(xmlCtxtGetLastError(context.get()));
     }
+    // libxml2 drops what it cannot understand of namespaces, so that nobody would learn of it; other readers stop
+    // there.
+    if (context->nsWellFormed == 0) {
+        internal::refuseDocument("the namespaces of the XML document are not well-formed");
+    }
     if (document->intSubset != nullptr || document->extSubset != nullptr) {
         internal::refuseDocument("the XML document has a document type declaration");
     }

@@ -137,6 +137,18 @@ TEST(XmlDocument, RefusesEveryDocumentTypeDeclaration) {
     EXPECT_TRUE(isRead("<a><!--<!DOCTYPE a>--><![CDATA[<!DOCTYPE a>]]><?p <!DOCTYPE a>?></a>"));
 }
 
+TEST(XmlDocument, RefusesNamespacesThatAreNotWellFormed) {
+    for (const char* attribute : {"xmlns:xml='urn:x'", "xmlns:xmlns='urn:x'", "xmlns:p=''", "p:a='1'",
+                                  "xmlns='http://www.w3.org/XML/1998/namespace'",
+                                  "xmlns:p='http://www.w3.org/2000/xmlns/'", "xmlns:p='u' xmlns:q='u' p:a='' q:a=''"}) {
+        EXPECT_FALSE(isRead("<a " + std::string(attribute) + "/>")) << attribute;
+    }
+    for (const char* element : {"<p:a/>", "<a><p:b:c xmlns:p='u'/></a>", "<a xmlns='u'><?p:i?></a>"}) {
+        EXPECT_FALSE(isRead(element)) << element;
+    }
+    EXPECT_TRUE(isRead("<a xmlns:xml='http://www.w3.org/XML/1998/namespace' xmlns='relative'><b xmlns=''/></a>"));
+}
+
 // Both edges of each bound.
 TEST(XmlDocument, BoundsWhatADocumentHolds) {
     const auto deep = [](std::size_t levels) { return repeated("<a>", levels) + repeated("</a>", levels); };

@@ -200,6 +200,15 @@ TEST_F(XmlTemplates, RefuseTwoPartsWithTheSameIdentifier) {
     EXPECT_EQ(result.reason, "two elements have the same identifier");
 }
 
+TEST_F(XmlTemplates, FollowIdentifiersThatOtherReadersFollowToo) {
+    const std::string text = sign(reference("#p1", ""));
+    for (const char* id : {"Id=\" p1\"", "Id=\"p1&#10;\"", "xml:Id=\"p1\"", "xml:ID=\"p1\""}) {
+        EXPECT_THAT(checkPart(replaced(text, "Id=\"p1\"", id)).reason, HasSubstr("an identifier that no element has"))
+            << id;
+    }
+    EXPECT_THAT(checkPart(replaced(text, "Id=\"p1\"", "xml:id=\" p1 \"")).reason, HasSubstr("has been changed"));
+}
+
 TEST_F(XmlTemplates, DoNotCallABareKeyASigner) {
     const std::string text = sign(reference("", host_test::transformElement(host_test::enveloped)), "<KeyValue/>");
     const auto result = checkOne(text);
