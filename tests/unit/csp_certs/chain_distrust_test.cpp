@@ -5,12 +5,13 @@
 #include "asn1/der.hpp"
 
 #include <openssl/core_names.h>
+#include <openssl/dsa.h>
 #include <openssl/ecdsa.h>
 
 namespace {
 
 /// A certificate for the RSA key of `of` with another public exponent.
-Entity withExponent(const Entity& of, const Entity& issuer, unsigned long exponent) {
+Entity withExponent(const Entity& of, const Entity& issuer, const csp::Bytes& exponent) {
     return pki::make(
         {.subject = "Again", .issuer = &issuer, .serial = 6, .reuseKey = of.key.get(), .change = [&](X509* x) {
              BIGNUM* modulus = nullptr;
@@ -18,12 +19,15 @@ Entity withExponent(const Entity& of, const Entity& issuer, unsigned long expone
              const csp::ossl::Bn owner(modulus);
              csp::Bytes number(static_cast<std::size_t>(BN_num_bytes(modulus)) + 1); // a zero first: it is positive
              BN_bn2bin(modulus, number.data() + 1);
-             const csp::Bytes key = csp::der::sequence(
-                 {csp::der::integer(number), csp::der::integer(static_cast<std::int64_t>(exponent))});
+             const csp::Bytes key = csp::der::sequence({csp::der::integer(number), csp::der::integer(exponent)});
              X509_PUBKEY_set0_param(X509_get_X509_PUBKEY(x), OBJ_nid2obj(NID_rsaEncryption), V_ASN1_NULL, nullptr,
                                     static_cast<unsigned char*>(OPENSSL_memdup(key.data(), key.size())),
                                     static_cast<int>(key.size()));
          }});
+}
+
+Entity withExponent(const Entity& of, const Entity& issuer, std::uint8_t exponent) {
+    return withExponent(of, issuer, csp::Bytes{exponent});
 }
 
 class ChainDistrust : public ChainTest {
@@ -118,7 +122,7 @@ TEST_F(ChainDistrust, HoldsForTheNegativeOfThePoint) {
 
 TEST_F(ChainDistrust, HoldsForTheModulusWithAnotherExponent) {
     const Entity person = pki::make({.subject = "Person", .issuer = &ca_, .kind = pki::KeyKind::Rsa, .serial = 5});
-    const Entity again = withExponent(person, ca_, 257);
+    const Entity again = withExponent(person, ca_, 17);
     EXPECT_EQ(status(again.der), 0U);
     distrust(person.der);
     EXPECT_EQ(status(again.der), capi::CERT_TRUST_IS_EXPLICIT_DISTRUST);
@@ -256,6 +260,46 @@ TEST_F(WeakChain, RefusesShortRsaKeysOfAnyElement) {
               (std::vector<DWORD>{0, weak}));
 }
 
+/// Parameters of a DSA key with a modulus of so many bits: SEQUENCE { p, q, g }, and the INTEGER g, which is the public
+/// key of the private key 1. OpenSSL makes no small keys.
+std::pair<csp::Bytes, csp::Bytes> dsaKey(int bits) {
+    using Context = std::unique_ptr<EVP_PKEY_CTX, csp::ossl::Deleter<EVP_PKEY_CTX_free>>;
+    const Context maker(EVP_PKEY_CTX_new_from_name(nullptr, "DSA", nullptr));
+    EVP_PKEY_paramgen_init(maker.get());
+    EVP_PKEY_CTX_set_dsa_paramgen_type(maker.get(), "fips186_2");
+    EVP_PKEY_CTX_set_dsa_paramgen_bits(maker.get(), bits);
+    EVP_PKEY_CTX_set_dsa_paramgen_q_bits(maker.get(), 160);
+    EVP_PKEY* made = nullptr;
+    EVP_PKEY_paramgen(maker.get(), &made);
+    const csp::ossl::Pkey parameters(made);
+    const auto number = [&](const char* name) {
+        BIGNUM* value = nullptr;
+        EVP_PKEY_get_bn_param(parameters.get(), name, &value);
+        const csp::ossl::Bn owner(value);
+        csp::Bytes octets(static_cast<std::size_t>(BN_num_bytes(value)) + 1); // a zero first: it is positive
+        BN_bn2bin(value, octets.data() + 1);
+        return csp::der::integer(octets);
+    };
+    const csp::Bytes generator = number(OSSL_PKEY_PARAM_FFC_G);
+    return {csp::der::sequence({number(OSSL_PKEY_PARAM_FFC_P), number(OSSL_PKEY_PARAM_FFC_Q), generator}), generator};
+}
+
+TEST_F(WeakChain, RefusesShortDsaKeys) {
+    const auto withKeyOf = [&](int bits) {
+        return pki::make({.subject = "Person", .issuer = &ca_, .serial = 6, .change = [&](X509* certificate) {
+                              const auto [parameters, key] = dsaKey(bits);
+                              ASN1_STRING* const sequence = ASN1_STRING_new();
+                              ASN1_STRING_set(sequence, parameters.data(), static_cast<int>(parameters.size()));
+                              X509_PUBKEY_set0_param(
+                                  X509_get_X509_PUBKEY(certificate), OBJ_nid2obj(NID_dsa), V_ASN1_SEQUENCE, sequence,
+                                  static_cast<unsigned char*>(OPENSSL_memdup(key.data(), key.size())),
+                                  static_cast<int>(key.size()));
+                          }});
+    };
+    EXPECT_EQ(elementErrors(chainOf(withKeyOf(512).der)), (std::vector<DWORD>{weak, 0, 0}));
+    EXPECT_EQ(status(withKeyOf(1024).der), 0U);
+}
+
 TEST_F(WeakChain, RefusesSmallCurves) {
     for (const char* const name : {"secp112r1", "secp128r1"}) {
         const csp::ossl::Pkey key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", name));
@@ -268,11 +312,17 @@ TEST_F(WeakChain, RefusesSmallCurves) {
 
 TEST_F(WeakChain, RefusesExponentsThatAnybodyCanSignWith) {
     const Entity person = pki::make({.subject = "Person", .issuer = &ca_, .kind = pki::KeyKind::Rsa, .serial = 5});
-    for (const unsigned long exponent : {1UL, 4UL}) {
+    csp::Bytes longest(33); // a zero first: it is positive
+    longest[1] = 0x80;
+    longest.back() = 1;
+    csp::Bytes longer = longest;
+    longer[0] = 1;
+    for (const csp::Bytes& exponent : {csp::Bytes{1}, csp::Bytes{4}, longer}) {
         EXPECT_EQ(elementErrors(chainOf(withExponent(person, ca_, exponent).der)), (std::vector<DWORD>{weak, 0, 0}))
-            << exponent;
+            << exponent.size();
     }
     EXPECT_EQ(status(withExponent(person, ca_, 3).der), 0U);
+    EXPECT_EQ(status(withExponent(person, ca_, longest).der), 0U) << "256 bits";
 }
 
 TEST_F(WeakChain, RefusesCurvesWithoutAName) {

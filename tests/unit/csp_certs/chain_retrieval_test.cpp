@@ -311,6 +311,50 @@ TEST_F(ChainRetrieval, AsksForListsWhereServersDoNotAnswer) {
     serve("/crl", pki::crl(ca_, {77}));
     EXPECT_EQ(status(leaf.der, end), revoked);
     EXPECT_EQ(requests("/ocsp"), 1U);
+    EXPECT_EQ(requests("/crl"), 1U);
+    answer({});
+    long_.emplace();
+    FILETIME any{};
+    long_->pftCacheResync = &any;
+    EXPECT_EQ(status(leaf.der, end), 0U) << "the server comes first";
+    EXPECT_EQ(requests("/crl"), 1U);
+}
+
+TEST_F(ChainRetrieval, KeepsNoListThatTheIssuerInThePathDidNotSign) {
+    know(ca_);
+    const Entity signer = pki::make(
+        {.subject = "CRL signer", .issuer = &root_, .serial = 60, .extensions = {{NID_key_usage, "critical,cRLSign"}}});
+    know(signer);
+    const auto point = [&](X509* certificate) {
+        CRL_DIST_POINTS* const list = CRL_DIST_POINTS_new();
+        DIST_POINT* const one = DIST_POINT_new();
+        one->distpoint = DIST_POINT_NAME_new();
+        one->distpoint->type = 0;
+        one->distpoint->name.fullname = GENERAL_NAMES_new();
+        GENERAL_NAME* const address = GENERAL_NAME_new();
+        ASN1_IA5STRING* const url = ASN1_IA5STRING_new();
+        const std::string location = server_.url("/indirect");
+        ASN1_STRING_set(url, location.data(), static_cast<int>(location.size()));
+        GENERAL_NAME_set0_value(address, GEN_URI, url);
+        sk_GENERAL_NAME_push(one->distpoint->name.fullname, address);
+        one->CRLissuer = GENERAL_NAMES_new();
+        GENERAL_NAME* const name = GENERAL_NAME_new();
+        name->type = GEN_DIRNAME;
+        name->d.directoryName = X509_NAME_dup(X509_get_subject_name(signer.certificate.get()));
+        sk_GENERAL_NAME_push(one->CRLissuer, name);
+        sk_DIST_POINT_push(list, one);
+        X509_add1_ext_i2d(certificate, NID_crl_distribution_points, list, 0, 0);
+        CRL_DIST_POINTS_free(list);
+    };
+    const Entity leaf = pki::make({.subject = "Pointed", .issuer = &ca_, .serial = 77, .change = point});
+    serve("/indirect",
+          pki::makeCrl(signer, {.serials = {77},
+                                .extensions = {{NID_issuing_distribution_point, "critical,DER:30:03:84:01:FF"}},
+                                .certificateIssuer = &ca_}));
+    EXPECT_EQ(status(leaf.der, end), revoked);
+    EXPECT_EQ(requests("/indirect"), 1U);
+    EXPECT_EQ(status(leaf.der, end), revoked);
+    EXPECT_EQ(requests("/indirect"), 2U) << "used once";
 }
 
 TEST_F(ChainRetrieval, HappensOnlyWhereItIsAllowedAndNeeded) {
@@ -423,28 +467,30 @@ TEST_F(ChainRetrieval, EndsInTime) {
 
 TEST_F(ChainRetrieval, EndsAfterSoManyRequests) {
     know(ca_);
-    // Four addresses for each of four points, and four servers, for each of two certificates.
-    std::string points;
-    std::string servers;
-    for (int i = 0; i < 8; ++i) {
-        points += (i == 0 ? "" : ",") + ("URI:" + server_.url("/p" + std::to_string(i)));
-        servers += (i == 0 ? "" : ",") + ("OCSP;URI:" + server_.url("/s" + std::to_string(i)));
-    }
-    const Entity sub = pki::make({.subject = "Sub",
-                                  .issuer = &ca_,
-                                  .serial = 3,
-                                  .extensions = {{NID_basic_constraints, "critical,CA:TRUE"},
-                                                 {NID_info_access, servers},
-                                                 {NID_crl_distribution_points, points}}});
-    std::string others;
-    for (int i = 0; i < 8; ++i) {
-        others += (i == 0 ? "" : ",") + ("OCSP;URI:" + server_.url("/t" + std::to_string(i)));
-    }
-    know(sub);
-    const Entity leaf = online(others, "URI:" + server_.url("/q"), &sub);
-    EXPECT_EQ(status(leaf.der, capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT), unknown);
-    EXPECT_LE(server_.requests().size(), 16U);
-    EXPECT_GE(server_.requests().size(), 8U);
+    // Eight servers and eight points for each of three certificates, of which four each are asked.
+    const auto addresses = [&](const std::string& kind, const std::string& name) {
+        std::string list;
+        for (int i = 0; i < 8; ++i) {
+            list += (i == 0 ? "" : ",") + kind + server_.url("/" + name + std::to_string(i));
+        }
+        return list;
+    };
+    const auto under = [&](const Entity& issuer, const std::string& name) {
+        return pki::make({.subject = name,
+                          .issuer = &issuer,
+                          .serial = 3,
+                          .extensions = {{NID_basic_constraints, "critical,CA:TRUE"},
+                                         {NID_info_access, addresses("OCSP;URI:", "server-" + name)},
+                                         {NID_crl_distribution_points, addresses("URI:", "point-" + name)}}});
+    };
+    const Entity upper = under(ca_, "upper");
+    const Entity lower = under(upper, "lower");
+    know(upper);
+    know(lower);
+    EXPECT_EQ(status(under(lower, "last").der, end), unknown);
+    EXPECT_EQ(server_.requests().size(), 8U);
+    EXPECT_EQ(status(under(lower, "last").der, capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT), unknown);
+    EXPECT_EQ(server_.requests().size(), 8U + 16U) << "of 24 that three certificates would take";
 }
 
 } // namespace
