@@ -106,7 +106,7 @@ private:
         verb = add(app_, "request", "New key pair in a new container, certificate request out", requested, request);
         verb->add_option("--container", requested->container, "Name of the new container")->check(utf8Text)->required();
         verb->add_option("--subject", requested->subject, "Subject name")
-            ->type_name("OID=VALUE;...")
+            ->type_name("NAME=VALUE;...")
             ->check(utf8Text)
             ->required();
         verb->add_option("--provider", requested->provider, "Provider that makes the key (name part or type)");

@@ -33,9 +33,28 @@ std::string providerOf(const ICertificate& certificate) {
     return provider ? text::utf8(provider->name()) : std::string{};
 }
 
+/// Hexadecimal digits as other programs print them: without "0x", and the colons or blanks between octets. Empty for
+/// anything else.
+std::string digitsOf(const std::string& which) {
+    std::string digits;
+    for (const char c : which.starts_with("0x") ? which.substr(2) : which) {
+        if (c != ':' && c != ' ') {
+            digits += c;
+        }
+    }
+    return digits.find_first_not_of("0123456789abcdef") == std::string::npos ? digits : std::string{};
+}
+
+std::string withoutZeros(const std::string& digits) {
+    return digits.substr(std::min(digits.find_first_not_of('0'), digits.size()));
+}
+
+/// `which` in lower case.
 bool matches(const ICertificate& certificate, const std::string& which) {
-    return thumbprintOf(certificate).starts_with(which) || serialOf(certificate) == which ||
-           text::lower(subjectOf(certificate)).find(which) != std::string::npos;
+    const std::string digits = digitsOf(which);
+    const bool byNumber = !digits.empty() && (thumbprintOf(certificate).starts_with(digits) ||
+                                              withoutZeros(serialOf(certificate)) == withoutZeros(digits));
+    return byNumber || text::lower(subjectOf(certificate)).find(which) != std::string::npos;
 }
 
 void checkHasNoCertificates(const std::string& store) {

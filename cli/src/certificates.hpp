@@ -24,7 +24,8 @@ CertificatePtr certificateFromDer(const std::string& der);
 /// The certificates of a system store, ordered by subject and thumbprint.
 std::vector<CertificatePtr> storeCertificates(const std::string& store);
 
-/// The one certificate that `which` means: a thumbprint prefix, a serial number, or a part of the subject (any case).
+/// The one certificate that `which` means: a thumbprint prefix or a serial number, with or without "0x", colons and
+/// blanks, or a part of the subject (any case).
 /// Throws Failure: none (exit 1), several (exit 2, naming them).
 CertificatePtr findCertificate(const std::vector<CertificatePtr>& among, const std::string& which,
                                const std::string& where);

@@ -49,6 +49,17 @@ constexpr std::pair<std::string_view, unsigned> usages[] = {
 
 } // namespace
 
+std::string oidOfAttribute(const std::string& name) {
+    const auto* known =
+        std::find_if(std::begin(shortNames), std::end(shortNames),
+                     [own = lower(name)](const auto& row) { return lower(std::string(row.second)) == own; });
+    if (known != std::end(shortNames)) {
+        return std::string(known->first);
+    }
+    const bool digits = name.find_first_not_of("0123456789.") == std::string::npos;
+    return digits && name.find('.') != std::string::npos ? name : std::string{};
+}
+
 std::string name(const orvik::plugin::crypto::NameInfo& info) {
     std::vector<std::string> parts;
     for (const auto& [oid, value] : info.attributes) {

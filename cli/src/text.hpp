@@ -12,6 +12,10 @@
 
 namespace klunortredi::cli::text {
 
+/// The OID of a name's attribute: of a short name in any case (CN, O, INN ...), or itself when it is an OID; empty for
+/// anything else.
+std::string oidOfAttribute(const std::string& name);
+
 /// "CN=..., O=...": known attribute types by their short names, others by OID.
 std::string name(const orvik::plugin::crypto::NameInfo& info);
 /// RFC 3339 UTC, "2026-11-20T12:00:00Z"; empty for no time.

@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <cctype>
+
 namespace cli_test {
 namespace {
 
@@ -144,6 +147,31 @@ TEST(Certificates, AllOfABundleAreAddedOrNone) {
     place.folder().write("bad.pem", place.folder().read("b.pem") + place.folder().read("f.pem"));
     EXPECT_EQ(place.cli({"certs", "add", "bad.pem"}).exit, 4);
     EXPECT_EQ(place.json({"certs", "list"})["certificates"].size(), 1U) << "the first one was not added either";
+}
+
+TEST(Certificates, AreFoundByNumbersAsOtherProgramsWriteThem) {
+    Workplace place;
+    place.makeSigner("one");
+    const Json own = place.json({"certs", "list"})["certificates"][0];
+    const auto separated = [](const std::string& digits, char separator) {
+        std::string text;
+        for (std::size_t i = 0; i < digits.size(); i += 2) {
+            text += (text.empty() ? "" : std::string(1, separator)) + digits.substr(i, 2);
+        }
+        return text;
+    };
+    const std::string thumbprint = own["thumbprint"];
+    const std::string serial = own["serial"];
+    std::string upper = separated(thumbprint, ':');
+    std::transform(upper.begin(), upper.end(), upper.begin(), [](unsigned char c) { return std::toupper(c); });
+    for (const std::string& which :
+         {thumbprint, separated(thumbprint, ':'), separated(thumbprint, ' '), upper,
+          separated(thumbprint, ':').substr(0, 23), serial, "0x" + serial, "0x00" + serial, separated(serial, ':')}) {
+        EXPECT_EQ(place.json({"certs", "show", which})["certificates"][0]["thumbprint"], thumbprint) << which;
+    }
+    for (const char* which : {":", "0x"}) {
+        EXPECT_NE(place.cli({"certs", "show", which}).exit, 0) << which;
+    }
 }
 
 TEST(Certificates, StoresAreNotChangedThroughAProvider) {

@@ -28,6 +28,51 @@ TEST(Keys, OpensslReadsTheRequestWithEveryExtension) {
     EXPECT_THAT(shown.err + shown.out, HasSubstr("verify OK"));
 }
 
+TEST(Keys, AnyCharacterMayStandInTheValuesOfTheSubject) {
+    Workplace place;
+    const std::pair<const char*, std::vector<std::string>> rows[] = {
+        {"CN=Ivan;o=Horns;INN=123456789012;2.5.4.6=RU",
+         {"commonName=Ivan", "organizationName=Horns", "INN=123456789012", "countryName=RU"}},
+        {R"(O="Horns; Hooves = Co";OU=x)", {"organizationName=Horns; Hooves = Co", "organizationalUnitName=x"}},
+        {R"(O=ООО "Рога; копыта";CN=a)", {R"(organizationName=ООО "Рога; копыта")", "commonName=a"}},
+        {R"(O="a ""b"" c")", {R"(organizationName=a "b" c)"}},
+        {R"(O=a\;b\=c\\d\"e;CN=x)", {R"(organizationName=a;b=c\d"e)", "commonName=x"}},
+        {R"(CN=DOMAIN\user)", {R"(commonName=DOMAIN\user)"}},
+        {R"(CN=5" disk)", {R"(commonName=5" disk)"}},
+        {"CN=, + < > # a=b", {"commonName=, + < > # a=b"}},
+    };
+    int number = 0;
+    for (const auto& [subject, expected] : rows) {
+        const std::string name = "c" + std::to_string(++number);
+        const Outcome made = place.cliWithPin({"request", "--container", name, "--subject", subject});
+        ASSERT_EQ(made.exit, 0) << subject << made.err;
+        const Outcome shown = place.openssl().run({"req", "-inform", "DER", "-in", name + ".csr", "-noout", "-subject",
+                                                   "-nameopt", "utf8,sep_multiline,lname"});
+        for (const std::string& line : expected) {
+            EXPECT_THAT(shown.out, HasSubstr(line + "\n")) << subject;
+        }
+    }
+}
+
+TEST(Keys, ASubjectThatIsNotOneMakesNoKey) {
+    Workplace place;
+    const std::pair<const char*, const char*> rows[] = {
+        {"", "it is empty"},
+        {";", "it is empty"},
+        {"Ivan", "'Ivan' is not an attribute"},
+        {"XN=Ivan", "'XN' is not an attribute"},
+        {"CN=", "the attribute 'CN' has no value"},
+        {"CN=Ivan;C=RUS", "a country (C, 2.5.4.6) has two letters"},
+        {"25=Ivan", "'25' is not an attribute"},
+    };
+    for (const auto& [subject, why] : rows) {
+        const Outcome made = place.cliWithPin({"request", "--container", "c", "--subject", subject});
+        EXPECT_EQ(made.exit, 2) << subject;
+        EXPECT_THAT(made.err, HasSubstr(why)) << subject;
+    }
+    EXPECT_EQ(place.json({"containers"})["containers"].size(), 0U);
+}
+
 TEST(Keys, ContainersAreListedAndDeleted) {
     Workplace place;
     for (const char* name : {"one", "два"}) {

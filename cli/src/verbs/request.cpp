@@ -13,13 +13,12 @@
 #include "output_file.hpp"
 #include "pem.hpp"
 #include "pin.hpp"
+#include "printable.hpp"
 #include "text.hpp"
 #include "unfinished_request.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
 #include <nlohmann/json.hpp>
-
-#include <algorithm>
 
 namespace klunortredi::cli {
 
@@ -31,22 +30,32 @@ std::string usualParamSet(const orvik::plugin::crypto::IProvider& provider) {
     return record && !record->paramSets.empty() ? record->paramSets.front() : std::string{};
 }
 
-/// "OID=VALUE;OID=VALUE" with at least one pair: a mistake here would only show in the issued certificate.
-void checkSubject(const std::string& subject) {
-    const auto pairs = orvik::plugin::tools::split(subject, orvik::plugin::constant::kv_separator,
-                                                   orvik::plugin::constant::value_separator);
-    const auto usable = [](const auto& pair) {
-        return !pair.first.empty() && !pair.second.empty() &&
-               pair.first.find_first_not_of("0123456789.") == std::string::npos;
-    };
-    if (pairs.empty() || !std::all_of(pairs.begin(), pairs.end(), usable)) {
-        throw Failure(ExitCode::usage, "cannot use --subject", "it is not of the form OID=VALUE;OID=VALUE",
-                      "for example '2.5.4.3=Ivan Ivanov;2.5.4.6=RU'");
+/// The subject with OIDs in place of short names. Throws Failure for anything but "NAME=VALUE;NAME=VALUE" with at least
+/// one pair: a mistake here would only show in the issued certificate.
+std::string subjectWithOids(const std::string& subject) {
+    std::string result;
+    for (const auto& [name, value] : orvik::plugin::tools::split(subject, orvik::plugin::constant::kv_separator,
+                                                                 orvik::plugin::constant::value_separator)) {
+        const std::string oid = text::oidOfAttribute(name);
+        if (oid.empty() || value.empty()) {
+            throw Failure(ExitCode::usage, "cannot use --subject",
+                          oid.empty() ? "'" + printable(name) + "' is not an attribute of a name"
+                                      : "the attribute '" + printable(name) + "' has no value",
+                          "for example 'CN=Ivan Ivanov;O=\"Horns; Hooves\";C=RU', with short names or OIDs");
+        }
+        if (oid == "2.5.4.6" && value.size() != 2) {
+            throw Failure(ExitCode::usage, "cannot use --subject", "a country (C, 2.5.4.6) has two letters",
+                          "for example RU");
+        }
+        result += oid;
+        result += orvik::plugin::constant::kv_separator;
+        result += value;
+        result += orvik::plugin::constant::value_separator;
     }
-    const auto tooLong = [](const auto& pair) { return pair.first == "2.5.4.6" && pair.second.size() != 2; };
-    if (std::any_of(pairs.begin(), pairs.end(), tooLong)) {
-        throw Failure(ExitCode::usage, "cannot use --subject", "a country (2.5.4.6) has two letters", "for example RU");
+    if (result.empty()) {
+        throw Failure(ExitCode::usage, "cannot use --subject", "it is empty", "for example 'CN=Ivan Ivanov;C=RU'");
     }
+    return result;
 }
 
 void checkOids(const RequestArguments& arguments) {
@@ -73,7 +82,7 @@ auto makeRequest(const boost::shared_ptr<orvik::plugin::crypto::CsrCreatorParams
 } // namespace
 
 ExitCode request(Session& session, const RequestArguments& arguments) {
-    checkSubject(arguments.subject);
+    const std::string subject = subjectWithOids(arguments.subject);
     checkOids(arguments);
     // The output is claimed first: a key pair whose request cannot be written is of no use.
     OutputFile out(arguments.out.empty() ? arguments.container + ".csr" : arguments.out, session.options.force);
@@ -87,7 +96,7 @@ ExitCode request(Session& session, const RequestArguments& arguments) {
     auto params = boost::make_shared<orvik::plugin::crypto::CsrCreatorParams>();
     params->provider = chosen;
     params->container = text::wide(arguments.container);
-    params->subject = arguments.subject;
+    params->subject = subject;
     params->paramSet = arguments.paramSet.empty() ? usualParamSet(*params->provider) : arguments.paramSet;
     params->keyUsage = static_cast<std::uint16_t>(text::keyUsageBits(arguments.keyUsage));
     params->enhancedKeyUsage = arguments.enhancedKeyUsage;

@@ -6,8 +6,11 @@
 #include "orvik/plugin/converter.hpp"
 #include "orvik/plugin/tools.hpp"
 
+#include <boost/optional.hpp>
+
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace orvik::plugin::wincrypt::csr {
 
@@ -32,6 +35,41 @@ DWORD valueType(const std::string& oid) {
     const auto* found =
         std::find_if(valueTypes.begin(), valueTypes.end(), [&](const ValueType& row) { return row.oid == oid; });
     return found == valueTypes.end() ? capi::CERT_RDN_UTF8_STRING : found->type;
+}
+
+/// The value that a quoted text means: its quotes go, a pair of quotes inside is one. Nothing when the text is not
+/// wholly quoted.
+boost::optional<std::string> unquoted(const std::string& text) {
+    if (text.size() < 2 || text.front() != '"' || text.back() != '"') {
+        return boost::none;
+    }
+    std::string value;
+    for (std::size_t i = 1; i + 1 < text.size(); ++i) {
+        if (text[i] == '"') {
+            ++i;
+            if (i + 1 >= text.size() || text[i] != '"') {
+                return boost::none;
+            }
+        }
+        value += text[i];
+    }
+    return value;
+}
+
+/// The value that a text of the subject means: wholly quoted, or with a backslash before a separator, a quote or a
+/// backslash. Other quotes and backslashes are characters of the value: `Company "Name"`, `DOMAIN\user`.
+std::string plainValue(const std::string& text) {
+    if (auto value = unquoted(text)) {
+        return *std::move(value);
+    }
+    std::string value;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool escapes = text[i] == '\\' && i + 1 < text.size() &&
+                             boost::string_view("\\\"=;").find(text[i + 1]) != boost::string_view::npos;
+        i += escapes ? 1 : 0;
+        value += text[i];
+    }
+    return value;
 }
 
 /// One attribute and the texts that it points to.
@@ -65,7 +103,7 @@ struct Attribute {
 std::string encodeSubject(const std::string& subject) {
     std::vector<Attribute> attributes;
     for (auto& [key, value] : plugin::tools::split(subject, constant::kv_separator, constant::value_separator)) {
-        attributes.emplace_back(key, value);
+        attributes.emplace_back(key, plainValue(value));
     }
     std::vector<CERT_RDN> names;
     names.reserve(attributes.size());
