@@ -26,8 +26,8 @@ std::vector<DemoStep> demoSteps(const std::string& authority) {
     std::vector<DemoStep> steps{
         {"The service that is in use, and its providers", {self, "info"}},
         {"A new key pair in a new container with a PIN, and a certificate request for it",
-         {self, "request", "--container", "demo", "--subject", "CN=Demo Signer;C=RU", "--pin-file",
-          "pin.txt", "--out", "demo.csr"}},
+         {self, "request", "--container", "demo", "--subject", "CN=Demo Signer;C=RU", "--pin-file", "pin.txt", "--out",
+          "demo.csr"}},
         {"OpenSSL reads the request and checks its signature",
          {"openssl", "req", "-inform", "DER", "-in", "demo.csr", "-verify", "-noout"}},
         {"A throw-away certification authority",
