@@ -67,8 +67,10 @@ TEST_F(SignerUsage, RefusesOtherCertificatesUnlessTheirUsageIsNamed) {
         {"extendedKeyUsage=serverAuth", "server-auth", "TLS server authentication"},
         {"extendedKeyUsage=clientAuth", "client-auth", "TLS client authentication"},
         {"extendedKeyUsage=codeSigning", "code-signing", "code signing"},
+        {"extendedKeyUsage=OCSPSigning", "ocsp-signing", "OCSP signing"},
         {"extendedKeyUsage=1.2.3.4", "1.2.3.4", "1.2.3.4"},
         {"keyUsage=keyEncipherment", "server-auth", "its key is for keyEncipherment, not for signatures"},
+        {"keyUsage=keyAgreement", "server-auth", "its key is for keyAgreement, not for signatures"},
         {"basicConstraints=critical,CA:TRUE", "any", "the certificate of an authority"},
     };
     for (const Case& one : unfit) {
@@ -79,6 +81,21 @@ TEST_F(SignerUsage, RefusesOtherCertificatesUnlessTheirUsageIsNamed) {
         EXPECT_EQ(verify("unfit", {"--usage", one.usage}).exit, 0) << one.extension;
         EXPECT_EQ(verify("unfit", {"--usage", "time-stamping"}).exit, 8) << one.extension;
     }
+}
+
+TEST_F(SignerUsage, RefusesCertificatesForTimeStampsAlone) {
+    signer("tsa", {"extendedKeyUsage=critical,timeStamping"});
+    const Outcome refused = verify("tsa");
+    EXPECT_EQ(refused.exit, 8) << refused.out << refused.err;
+    EXPECT_THAT(refused.out, HasSubstr("time-stamping"));
+    EXPECT_EQ(verify("tsa", {"--usage", "time-stamping"}).exit, 0);
+}
+
+TEST_F(SignerUsage, RefusesAKeyUsageThatCannotBeRead) {
+    signer("odd", {"2.5.29.15=DER:0403010203"});
+    const Outcome refused = verify("odd");
+    EXPECT_EQ(refused.exit, 8) << refused.out << refused.err;
+    EXPECT_THAT(refused.out, HasSubstr("its key usage allows nothing that can be read"));
 }
 
 TEST_F(SignerUsage, RefusesAnExtendedUsageThatCannotBeRead) {
