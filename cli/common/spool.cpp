@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t pieceSize = std::size_t{256} * 1024;
 
 std::string temporaryFolder() {
-    const char* named = std::getenv("TMPDIR");
+    const char* named = ::secure_getenv("TMPDIR");
     return named != nullptr && *named != '\0' ? named : "/tmp";
 }
 

@@ -125,8 +125,9 @@ private:
 
         auto installed = std::make_shared<InstallArguments>();
         verb = add(app_, "install", "Put a certificate into its key container and into store my", installed, install);
-        verb->add_option("CERT", installed->certificate, "Certificate file")->required();
-        verb->add_option("--container", installed->container, "The key's container")->check(utf8Text)->required();
+        verb->add_option("CERT", installed->certificate, "Certificate, or bundle with its issuers (.p7b)")->required();
+        verb->add_option("--container", installed->container, "The key's container (default: by the public key)")
+            ->check(utf8Text);
         verb->add_option("--provider", installed->provider, "The container's provider");
     }
 

@@ -104,8 +104,8 @@ std::vector<CertificatePtr> storeCertificates(const std::string& store) {
     return certificates;
 }
 
-CertificatePtr findCertificate(const std::vector<CertificatePtr>& among, const std::string& which,
-                               const std::string& where) {
+std::vector<CertificatePtr> matchingCertificates(const std::vector<CertificatePtr>& among, const std::string& which,
+                                                 const std::string& where) {
     const std::string wanted = text::lower(which);
     std::vector<CertificatePtr> found;
     std::copy_if(among.begin(), among.end(), std::back_inserter(found),
@@ -114,6 +114,10 @@ CertificatePtr findCertificate(const std::vector<CertificatePtr>& among, const s
         throw Failure(ExitCode::no, "no certificate '" + which + "'", "none in " + where + " matches",
                       "see 'klunortredi certs list'");
     }
+    return found;
+}
+
+CertificatePtr onlyCertificate(const std::vector<CertificatePtr>& found, const std::string& which) {
     if (found.size() > 1) {
         std::vector<std::string> names;
         for (const auto& certificate : found) {
@@ -124,6 +128,11 @@ CertificatePtr findCertificate(const std::vector<CertificatePtr>& among, const s
                       "give more of one of them");
     }
     return found.front();
+}
+
+CertificatePtr findCertificate(const std::vector<CertificatePtr>& among, const std::string& which,
+                               const std::string& where) {
+    return onlyCertificate(matchingCertificates(among, which, where), which);
 }
 
 std::string subjectOf(const ICertificate& certificate) {

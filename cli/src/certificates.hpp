@@ -26,9 +26,12 @@ std::vector<CertificatePtr> storeCertificates(const std::string& store);
 
 /// The one certificate that `which` means: a thumbprint prefix or a serial number, with or without "0x", colons and
 /// blanks, or a part of the subject (any case).
-/// Throws Failure: none (exit 1), several (exit 2, naming them).
+/// Throws Failure: none (exit 1), several (exit 2, naming them). The two functions after it are its halves.
 CertificatePtr findCertificate(const std::vector<CertificatePtr>& among, const std::string& which,
                                const std::string& where);
+std::vector<CertificatePtr> matchingCertificates(const std::vector<CertificatePtr>& among, const std::string& which,
+                                                 const std::string& where);
+CertificatePtr onlyCertificate(const std::vector<CertificatePtr>& found, const std::string& which);
 
 std::string subjectOf(const orvik::plugin::crypto::ICertificate& certificate);
 /// The subject for a person to read: whoever made the certificate chose its characters.

@@ -1,5 +1,6 @@
 #include "message_signing.hpp"
 
+#include "certificates.hpp"
 #include "console.hpp"
 #include "crypto/wincrypt/signature_creator.hpp"
 #include "failure.hpp"
@@ -14,7 +15,9 @@
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
+#include <algorithm>
 #include <istream>
+#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -44,11 +47,30 @@ void checkValidity(const Session& session, const orvik::plugin::crypto::ICertifi
     session.console.note("klunortredi: warning: " + trouble);
 }
 
+/// Of several certificates of one subject, as after a renewal, the only one that is valid now and has a key.
+CertificatePtr signerCertificate(const Session& session, const std::string& which) {
+    const auto found = matchingCertificates(storeCertificates("my"), which, "store my");
+    const bool oneSubject = std::ranges::all_of(
+        found, [&](const CertificatePtr& one) { return one->subject() == found.front()->subject(); });
+    if (found.size() == 1 || !oneSubject) {
+        return onlyCertificate(found, which);
+    }
+    const auto now = boost::posix_time::second_clock::universal_time();
+    std::vector<CertificatePtr> usable;
+    std::ranges::copy_if(found, std::back_inserter(usable), [&](const CertificatePtr& one) {
+        return one->container() && one->notBefore() <= now && now <= one->notAfter();
+    });
+    const CertificatePtr chosen = onlyCertificate(usable.empty() ? found : usable, which);
+    session.console.note("klunortredi: " + std::to_string(found.size()) + " certificates match; signing with " +
+                         thumbprintOf(*chosen).substr(0, 8) + ", the only one that is valid now and has a key");
+    return chosen;
+}
+
 } // namespace
 
 SignerChoice chooseSigner(const Session& session, const SignerArguments& arguments) {
     SignerChoice signer;
-    signer.certificate = findCertificate(storeCertificates("my"), arguments.certificate, "store my");
+    signer.certificate = signerCertificate(session, arguments.certificate);
     signer.byKeyIdentifier = arguments.byKeyIdentifier;
     signer.pss = arguments.pss;
     checkValidity(session, *signer.certificate, arguments.strict);

@@ -174,6 +174,82 @@ TEST(Certificates, AreFoundByNumbersAsOtherProgramsWriteThem) {
     }
 }
 
+/// A key in container `name` and its certificate in NAME.pem, not installed.
+void makeKey(Workplace& place, const std::string& name) {
+    ASSERT_EQ(place.cliWithPin({"request", "--container", name, "--subject", "CN=Signer " + name}).exit, 0);
+    place.openssl().issue(name + ".csr", name + ".pem");
+}
+
+TEST(Installing, FindsTheContainerByThePublicKey) {
+    Workplace place;
+    makeKey(place, "one");
+    makeKey(place, "two");
+    const Outcome installed = place.cliWithPin({"install", "two.pem"});
+    ASSERT_EQ(installed.exit, 0) << installed.err;
+    EXPECT_THAT(installed.out, HasSubstr("into container two and store my"));
+    EXPECT_EQ(place.json({"certs", "list"})["certificates"][0]["container"], "two");
+    const Outcome foreign = place.cliWithPin({"install", "ca.pem"});
+    EXPECT_EQ(foreign.exit, 1);
+    EXPECT_THAT(foreign.err, HasSubstr("no container has the key of the certificate"));
+    EXPECT_NE(place.cliWithPin({"install", "two.pem", "--container", "one"}).exit, 0) << "the key of another container";
+}
+
+TEST(Installing, TakesABundleWithItsIssuersButTrustsNoRoot) {
+    Workplace place;
+    const auto& openssl = place.openssl();
+    makeKey(place, "one");
+    openssl.must(
+        {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "top.key", "-out", "top.pem", "-subj", "/CN=Top"});
+    openssl.must({"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-CA", "top.pem", "-CAkey", "top.key", "-keyout",
+                  "mid.key", "-out", "mid.pem", "-subj", "/CN=Middle"});
+    openssl.must({"crl2pkcs7", "-nocrl", "-certfile", "top.pem", "-certfile", "mid.pem", "-certfile", "one.pem",
+                  "-outform", "DER", "-out", "chain.p7b"});
+    const Outcome installed = place.cliWithPin({"install", "chain.p7b"});
+    ASSERT_EQ(installed.exit, 0) << installed.err;
+    EXPECT_THAT(installed.out, HasSubstr("added CN=Middle to store ca"));
+    EXPECT_THAT(installed.err, HasSubstr("the root CN=Top in the file was not added"));
+    const auto subjects = [&](const char* store) {
+        std::vector<std::string> names;
+        const Json listed = place.json({"certs", "list", "--store", store});
+        for (const Json& one : listed["certificates"]) {
+            names.push_back(one["subject"]);
+        }
+        return names;
+    };
+    EXPECT_THAT(subjects("my"), testing::ElementsAre("CN=Signer one"));
+    EXPECT_THAT(subjects("ca"), testing::ElementsAre("CN=Middle"));
+    EXPECT_THAT(subjects("root"), testing::IsEmpty());
+    openssl.must({"crl2pkcs7", "-nocrl", "-certfile", "top.pem", "-certfile", "mid.pem", "-outform", "DER", "-out",
+                  "others.p7b"});
+    EXPECT_EQ(place.cliWithPin({"install", "others.p7b"}).exit, 1);
+}
+
+TEST(Installing, TwoCertificatesForOwnKeysInOneBundleAreNotGuessed) {
+    Workplace place;
+    makeKey(place, "one");
+    makeKey(place, "two");
+    place.folder().write("both.pem", place.folder().read("one.pem") + place.folder().read("two.pem"));
+    EXPECT_EQ(place.cliWithPin({"install", "both.pem"}).exit, 2);
+    EXPECT_TRUE(place.json({"certs", "list"})["certificates"].empty());
+    const Outcome named = place.cliWithPin({"install", "both.pem", "--container", "two"});
+    EXPECT_EQ(named.exit, 0) << named.err;
+    EXPECT_EQ(place.json({"certs", "list"})["certificates"][0]["subject"], "CN=Signer two");
+}
+
+TEST(Signing, TakesTheOnlyUsableOfSeveralCertificatesOfOneSubject) {
+    Workplace place;
+    place.makeSigner("one");
+    place.openssl().must({"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "k", "-out", "old.pem", "-subj",
+                          "/CN=Signer one"});
+    ASSERT_EQ(place.cli({"certs", "add", "old.pem"}).exit, 0);
+    EXPECT_EQ(place.cli({"certs", "show", "Signer one"}).exit, 2) << "showing and deleting do not guess";
+    EXPECT_EQ(place.cli({"certs", "delete", "Signer one"}).exit, 2);
+    const Outcome signing = place.cliWithPin({"sign", "report.txt", "--cert", "Signer one"});
+    EXPECT_EQ(signing.exit, 0) << signing.err;
+    EXPECT_THAT(signing.err, HasSubstr("2 certificates match; signing with "));
+    EXPECT_EQ(place.cli({"verify", "report.txt.sig", "--content", "report.txt"}).exit, 0);
+}
+
 TEST(Certificates, StoresAreNotChangedThroughAProvider) {
     Workplace place;
     place.makeSigner("one");

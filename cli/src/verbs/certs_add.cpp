@@ -1,19 +1,18 @@
 #include "verbs/verbs.hpp"
 
-#include "capi/constants.hpp"
+#include "additions.hpp"
 #include "certificates.hpp"
 #include "chain_files.hpp"
 #include "chain_material.hpp"
 #include "console.hpp"
-#include "crypto/wincrypt/certificate_store.hpp"
 #include "failure.hpp"
-#include "orvik/plugin/crypto/i_public_key.hpp"
 #include "printable.hpp"
 #include "process.hpp"
 
 #include <boost/filesystem/operations.hpp>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <utility>
 
 namespace klunortredi::cli {
@@ -21,9 +20,6 @@ namespace klunortredi::cli {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using orvik::plugin::crypto::ICertificate;
-using orvik::plugin::crypto::ICertificateStore;
-using orvik::plugin::wincrypt::RegistryCertificateStore;
 
 /// The CryptoAPI has no entry point that puts a CRL into a store: the embedded service's own program does it.
 ExitCode addRevocationList(Session& session, const CertsArguments& arguments, std::size_t count) {
@@ -72,64 +68,6 @@ ExitCode addRevocationList(Session& session, const CertsArguments& arguments, st
     return ExitCode::done;
 }
 
-/// Anybody can make a certificate with the issuer and serial number of an installed one. Throws Failure (exit 4) when
-/// the installed one has a private key and `added` is of another key.
-void checkReplacement(const ICertificate& installed, const ICertificate& added, const CertsArguments& arguments) {
-    if (!installed.container() || *installed.publicKey() == *added.publicKey()) {
-        return;
-    }
-    throw Failure(ExitCode::service, "cannot add " + arguments.which,
-                  "store " + arguments.store +
-                      " has a certificate of the same issuer and serial number with its private "
-                      "key, and this one is of another key",
-                  "one of the two is not genuine; to replace the installed one, delete it first: thumbprint " +
-                      thumbprintOf(installed),
-                  capi::CRYPT_E_EXISTS);
-}
-
-/// One certificate of the file and what the store has of it.
-struct Addition {
-    CertificatePtr certificate;
-    CertificatePtr installed; ///< of the same issuer and serial number; may be null
-
-    [[nodiscard]] bool isThere() const { return installed && installed->raw() == certificate->raw(); }
-    [[nodiscard]] bool replaces() const { return installed && !isThere(); }
-};
-
-/// Throws Failure when one of them may not be added: then none is.
-std::vector<Addition> additionsOf(const std::vector<std::string>& encodings, const CertsArguments& arguments,
-                                  const RegistryCertificateStore& store) {
-    std::vector<Addition> additions;
-    for (const std::string& der : encodings) {
-        const CertificatePtr certificate = certificateFromDer(der);
-        additions.push_back({certificate, store.findCertificate(*certificate)});
-        if (additions.back().replaces()) {
-            checkReplacement(*additions.back().installed, *certificate, arguments);
-        }
-    }
-    return additions;
-}
-
-Json documentOf(const Addition& addition) {
-    Json json = toJson(*addition.certificate);
-    json["outcome"] = addition.isThere() ? "already_there" : addition.replaces() ? "replaced" : "added";
-    json["replaced"] = addition.replaces() ? toJson(*addition.installed) : Json();
-    return json;
-}
-
-void print(std::ostream& out, const Addition& addition, const std::string& store, bool wasEmpty) {
-    if (addition.isThere()) {
-        out << "store " << store << " has " << titleOf(*addition.certificate) << " already\n";
-        return;
-    }
-    out << "added " << titleOf(*addition.certificate) << " to store " << store << (wasEmpty ? ", which was empty" : "")
-        << '\n';
-    if (addition.replaces()) {
-        out << "  in place of the certificate of the same issuer and serial number, thumbprint "
-            << thumbprintOf(*addition.installed) << '\n';
-    }
-}
-
 } // namespace
 
 ExitCode addCertificate(Session& session, const CertsArguments& arguments) {
@@ -141,16 +79,11 @@ ExitCode addCertificate(Session& session, const CertsArguments& arguments) {
     }
     // Any name is a store's; that it was empty is how a misspelt one shows.
     const bool first = storeCertificates(arguments.store).empty();
-    RegistryCertificateStore store(arguments.store, ICertificateStore::system);
-    const std::vector<Addition> additions = additionsOf(files.certificates, arguments, store);
-    Json list = Json::array();
-    for (const Addition& addition : additions) {
-        if (!addition.isThere()) { // adding it again would drop its link to a key
-            store.addCertificate(*addition.certificate);
-        }
-        list.push_back(documentOf(addition));
-    }
-    const Json document{{"certificates", list}, {"store", arguments.store}, {"crls_left_out", files.crls.size()}};
+    std::vector<CertificatePtr> certificates(files.certificates.size());
+    std::ranges::transform(files.certificates, certificates.begin(), certificateFromDer);
+    const auto additions = addToStore(certificates, arguments.store, "cannot add " + arguments.which);
+    const Json document{
+        {"certificates", toJson(additions)}, {"store", arguments.store}, {"crls_left_out", files.crls.size()}};
     session.console.result(document, [&](std::ostream& out) {
         for (const Addition& addition : additions) {
             print(out, addition, arguments.store, first && &addition == &additions.front());

@@ -50,8 +50,8 @@ struct RequestArguments {
 ExitCode request(Session& session, const RequestArguments& arguments);
 
 struct InstallArguments {
-    std::string certificate;
-    std::string container;
+    std::string certificate; ///< a file
+    std::string container;   ///< empty: the one that has the key
     std::string provider;
 };
 ExitCode install(Session& session, const InstallArguments& arguments);

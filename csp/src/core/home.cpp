@@ -14,7 +14,7 @@ namespace klunortredi::csp {
 namespace {
 
 std::optional<std::filesystem::path> fromEnvironment(const char* name) {
-    const char* const value = std::getenv(name);
+    const char* const value = ::secure_getenv(name);
     return value == nullptr || *value == '\0' ? std::nullopt : std::optional<std::filesystem::path>(value);
 }
 

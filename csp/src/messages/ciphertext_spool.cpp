@@ -35,7 +35,7 @@ files::Descriptor unnamedFile(const std::string& folder) {
 
 /// The folder that the user names; /var/tmp, which is on a disk where /tmp may be memory; /tmp.
 files::Descriptor openSpoolFile() {
-    const char* const chosen = std::getenv("TMPDIR"); // NOLINT(concurrency-mt-unsafe): nothing here changes it
+    const char* const chosen = ::secure_getenv("TMPDIR");
     int firstError = 0;
     for (const char* const folder : std::array{chosen, "/var/tmp", "/tmp"}) {
         if (folder == nullptr || *folder == '\0') {

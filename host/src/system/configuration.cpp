@@ -14,7 +14,7 @@ namespace {
 namespace fs = boost::filesystem;
 
 fs::path fromEnvironment(const char* variable) {
-    const char* value = std::getenv(variable); // NOLINT(concurrency-mt-unsafe): nothing here writes the environment
+    const char* value = ::secure_getenv(variable);
     return value == nullptr ? fs::path() : fs::path(value);
 }
 

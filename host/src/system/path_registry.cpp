@@ -36,7 +36,7 @@ std::mutex serviceMutex;
 fs::path chosenService; // guarded by serviceMutex
 
 boost::optional<fs::path> environment(const char* variable) {
-    const char* value = std::getenv(variable); // NOLINT(concurrency-mt-unsafe): nothing here writes the environment
+    const char* value = ::secure_getenv(variable);
     return value == nullptr ? boost::optional<fs::path>() : fs::path(value);
 }
 
