@@ -3,6 +3,7 @@
 #include "crypto/wincrypt/certificate.hpp"
 #include "crypto/wincrypt/certificate_store.hpp"
 #include "crypto/wincrypt/scoped_handle.hpp"
+#include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "current_failure.hpp"
 #include "failure.hpp"
@@ -149,7 +150,13 @@ std::string thumbprintOf(const ICertificate& certificate) {
 }
 
 std::string serialOf(const ICertificate& certificate) {
-    return text::serial(certificate.serialNumber());
+    // Not from serialNumber(), which leaves out numbers of one octet.
+    const auto* const context = orvik::plugin::wincrypt::tools::toPCCERT_CONTEXT(certificate.context());
+    if (context == nullptr) {
+        return {};
+    }
+    const CRYPTOAPI_BLOB& number = context->pCertInfo->SerialNumber;
+    return text::serial({reinterpret_cast<const char*>(number.pbData), number.cbData});
 }
 
 std::optional<std::vector<std::string>> extendedUsageOf(const ICertificate& certificate) {

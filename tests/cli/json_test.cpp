@@ -103,5 +103,17 @@ TEST(DataFolder, IsWhereInfoSaysItIs) {
     }
 }
 
+TEST(JsonOutput, HasSerialNumbersOfOneOctet) {
+    const Workplace place;
+    place.openssl().must({"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-keyout",
+                          "short.key", "-out", "short.pem", "-subj", "/CN=Short", "-set_serial", "5"});
+    ASSERT_EQ(place.cli({"certs", "add", "short.pem"}).exit, 0);
+    EXPECT_EQ(place.json({"certs", "show", "Short"})["certificates"][0]["serial"], "05");
+    EXPECT_EQ(place.json({"certs", "show", "05"})["certificates"].size(), 1U);
+    place.openssl().must({"cms", "-sign", "-binary", "-nodetach", "-in", "report.txt", "-signer", "short.pem", "-inkey",
+                          "short.key", "-outform", "DER", "-out", "report.p7s"});
+    EXPECT_THAT(place.cli({"verify", "report.p7s"}).out, testing::HasSubstr("\n  serial       05\n"));
+}
+
 } // namespace
 } // namespace cli_test
