@@ -305,6 +305,25 @@ TEST_F(ChainRetrieval, TakesCertificatesOfUpTo256KiB) {
     EXPECT_EQ(status(online("caIssuers;URI:" + server_.url("/over"), "").der), capi::CERT_TRUST_IS_PARTIAL_CHAIN);
 }
 
+TEST_F(ChainRetrieval, TakesAnswersOfUpTo64KiB) {
+    know(ca_);
+    const Entity leaf = online(ocspAccess(), "");
+    FILETIME any{};
+    long_.emplace();
+    long_->pftCacheResync = &any;
+    const auto by = [&](std::size_t octets) {
+        const Entity responder = pki::make(
+            {.subject = "Responder",
+             .issuer = &ca_,
+             .serial = 9,
+             .extensions = {{NID_ext_key_usage, "OCSPSigning"}, {NID_netscape_comment, std::string(octets, 'x')}}});
+        answer({.signer = &responder, .withCertificate = true});
+        return status(leaf.der, end);
+    };
+    EXPECT_EQ(by(64000), 0U);
+    EXPECT_EQ(by(65536), unknown);
+}
+
 TEST_F(ChainRetrieval, AsksForListsWhereServersDoNotAnswer) {
     know(ca_);
     const Entity leaf = online(ocspAccess(), crlPoint());
