@@ -136,7 +136,10 @@ private:
         CLI::App* verb = add(app_, "certs", "Certificates", certs, listCertificates);
         verb->add_option("--store", certs->store, "Certificate store: my, root, ca ...")->capture_default_str();
         verb->add_option("--provider", certs->provider, "Certificates in this provider's containers instead");
-        add(*verb, "list", "List certificates", certs, listCertificates);
+        add(*verb, "list", "List certificates", certs, listCertificates)
+            ->add_option("--expiring", certs->expiring, "Only those that end within so many days, or have ended")
+            ->type_name("30d")
+            ->check(notEmpty);
         const auto which = [&](const char* name, const char* help, Run<CertsArguments> run) {
             CLI::App* sub = add(*verb, name, help, certs, run);
             sub->add_option("WHICH", certs->which, "Thumbprint prefix, serial, or part of the subject")->required();

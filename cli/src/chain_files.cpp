@@ -32,9 +32,10 @@ constexpr std::string_view dashes = "-----";
 constexpr unsigned char tagUtcTime = 0x17;
 constexpr unsigned char tagGeneralizedTime = 0x18;
 
-enum class Kind : std::uint8_t { certificate, crl, bundle, other };
+enum class Kind : std::uint8_t { certificate, crl, bundle, keys, other };
 
-/// A CRL has a time where a certificate has its validity (RFC 5280, 4.1 and 5.1); a bundle begins with its type.
+/// A CRL has a time where a certificate has its validity (RFC 5280, 4.1 and 5.1); a bundle begins with its type; a
+/// PKCS#12 file with its version, and a bundle after it (RFC 7292, 4).
 Kind kindOf(std::string_view der) {
     DerHead head(der);
     if (!head.enter(tagSequence)) {
@@ -42,6 +43,9 @@ Kind kindOf(std::string_view der) {
     }
     if (head.tag() == tagOid) {
         return Kind::bundle;
+    }
+    if (head.tag() == tagInteger) {
+        return head.skip() && head.enter(tagSequence) && head.tag() == tagOid ? Kind::keys : Kind::other;
     }
     if (!head.enter(tagSequence)) {
         return Kind::other;
@@ -90,7 +94,8 @@ public:
         } else {
             const std::string value = firstValue(octets);
             if (value.size() != octets.size()) { // BER, or more than one value
-                add(octets, kindOf(octets) == Kind::bundle ? Kind::bundle : Kind::other, "");
+                const Kind kind = kindOf(octets);
+                add(octets, kind == Kind::bundle || kind == Kind::keys ? kind : Kind::other, "");
             } else {
                 add(value, kindOf(value), "");
             }
@@ -166,6 +171,9 @@ private:
         case Kind::bundle:
             addBundle(der);
             break;
+        case Kind::keys:
+            throw Failure(ExitCode::input, "cannot read " + input_.name(), "it is a PKCS#12 file with a private key",
+                          "bring it in with 'klunortredi-csp import'");
         case Kind::other:
             refuse("this is not a certificate, a CRL or a PKCS#7 bundle");
         }

@@ -250,6 +250,39 @@ TEST(Signing, TakesTheOnlyUsableOfSeveralCertificatesOfOneSubject) {
     EXPECT_EQ(place.cli({"verify", "report.txt.sig", "--content", "report.txt"}).exit, 0);
 }
 
+TEST(Certificates, ThoseThatEndSoonAreListed) {
+    const Workplace place;
+    for (const char* days : {"5", "20", "400"}) {
+        const std::string name = std::string("in") + days;
+        place.openssl().must({"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "k", "-out", name + ".pem",
+                              "-subj", "/CN=" + name, "-days", days});
+        ASSERT_EQ(place.cli({"certs", "add", name + ".pem"}).exit, 0);
+    }
+    const auto count = [&](const char* days) {
+        return place.json({"certs", "list", "--expiring", days})["certificates"].size();
+    };
+    EXPECT_EQ(count("4d"), 0U);
+    EXPECT_EQ(count("6d"), 1U);
+    EXPECT_EQ(count("30d"), 2U);
+    EXPECT_EQ(count("99999d"), 3U);
+    for (const char* wrong : {"30", "d", "-1d", "30days", "1 d", "100000d", ""}) {
+        EXPECT_EQ(place.cli({"certs", "list", "--expiring", wrong}).exit, 2) << wrong;
+    }
+}
+
+TEST(Certificates, APkcs12FileIsNamedAsWhatItIs) {
+    const Workplace place;
+    place.openssl().must(
+        {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "k", "-out", "c.pem", "-subj", "/CN=x"});
+    place.openssl().must({"pkcs12", "-export", "-in", "c.pem", "-inkey", "k", "-passout", "pass:x", "-out", "x.p12"});
+    for (const auto& words :
+         {std::vector<std::string>{"certs", "add", "x.p12"}, std::vector<std::string>{"install", "x.p12"}}) {
+        const Outcome outcome = place.cli(words);
+        EXPECT_EQ(outcome.exit, 3);
+        EXPECT_THAT(outcome.err, HasSubstr("klunortredi-csp import"));
+    }
+}
+
 TEST(Certificates, StoresAreNotChangedThroughAProvider) {
     Workplace place;
     place.makeSigner("one");

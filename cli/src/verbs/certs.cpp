@@ -8,7 +8,9 @@
 #include "options.hpp"
 #include "output_file.hpp"
 #include "pem.hpp"
+#include "printable.hpp"
 
+#include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <nlohmann/json.hpp>
 
 namespace klunortredi::cli {
@@ -29,6 +31,26 @@ std::vector<CertificatePtr> chosen(const CertsArguments& arguments) {
                                       : chooseProvider(arguments.provider)->certificates();
 }
 
+/// The days of "30d". Throws Failure (exit 2) for anything else.
+long daysOf(const std::string& text) {
+    constexpr std::size_t mostDigits = 5; // some hundred years
+    const auto digits = text.find_first_not_of("0123456789");
+    if (digits == 0 || digits == std::string::npos || digits > mostDigits || text.substr(digits) != "d") {
+        throw Failure(ExitCode::usage, "cannot use --expiring " + printable(text), "this is not a number of days",
+                      "write it as 30d");
+    }
+    return std::stol(text);
+}
+
+/// Leaves those that end within the days, or have ended.
+void keepExpiring(std::vector<CertificatePtr>& certificates, const std::string& days) {
+    const auto limit = boost::posix_time::second_clock::universal_time() + boost::gregorian::days(daysOf(days));
+    std::erase_if(certificates, [&](const CertificatePtr& one) {
+        const auto end = one->notAfter();
+        return end.is_special() || end > limit;
+    });
+}
+
 } // namespace
 
 void refuseProvider(const CertsArguments& arguments, const char* verb) {
@@ -39,7 +61,10 @@ void refuseProvider(const CertsArguments& arguments, const char* verb) {
 }
 
 ExitCode listCertificates(Session& session, const CertsArguments& arguments) {
-    const auto found = chosen(arguments);
+    auto found = chosen(arguments);
+    if (!arguments.expiring.empty()) {
+        keepExpiring(found, arguments.expiring);
+    }
     Json list = Json::array();
     for (const auto& certificate : found) {
         list.push_back(toJson(*certificate));
@@ -49,7 +74,8 @@ ExitCode listCertificates(Session& session, const CertsArguments& arguments) {
             print(out, *certificate);
         }
         if (found.empty()) {
-            out << "no certificates in " << placeOf(arguments) << '\n';
+            out << "no certificates in " << placeOf(arguments)
+                << (arguments.expiring.empty() ? "" : " that end so soon") << '\n';
         }
     });
     return ExitCode::done;

@@ -61,6 +61,7 @@ struct CertsArguments {
     std::string provider; ///< not empty: the certificates of this provider's containers instead of a store's
     std::string which;
     std::string out = "-"; ///< of `export`
+    std::string expiring;  ///< of `list`: only those that end within so many days ("30d"); empty: all
 };
 /// Throws Failure (exit 2) when a provider is named, which `certs VERB` does not take.
 void refuseProvider(const CertsArguments& arguments, const char* verb);
