@@ -123,6 +123,9 @@ std::vector<SignerVerdict> CmsVerification::check() {
         verdicts = wincrypt::tools::verifySigners(message, content, hooks);
     } catch (...) {
         signature_.check(); // a failed read, and a failed write, look like a damaged message to the service
+        if (content_) {
+            content_->check();
+        }
         if (failure_) {
             std::rethrow_exception(failure_);
         }
