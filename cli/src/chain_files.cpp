@@ -131,6 +131,9 @@ private:
             if (end == std::string_view::npos) {
                 refuse("a PEM block has no end");
             }
+            if (!text.substr(end + blockEnd.size()).starts_with(label + std::string(dashes))) {
+                refuse("a PEM block does not end with the line of its label");
+            }
             const bool wanted =
                 label.ends_with("CERTIFICATE") || label.ends_with("CRL") || label == "PKCS7" || label == "CMS";
             if (wanted) {

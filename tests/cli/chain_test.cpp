@@ -283,11 +283,13 @@ TEST_F(Chain, RefusesFilesThatBringNothing) {
         wrong.replace(at, 11, "X509 CRL");
     }
     place.folder().write("label.pem", wrong);
+    wrong.replace(wrong.find("X509 CRL"), 8, "CERTIFICATE"); // and another one at its end
+    place.folder().write("labels.pem", wrong);
     place.openssl().must({"x509", "-in", "sub.pem", "-outform", "DER", "-out", "sub.der"});
     place.folder().write("more.der", read("sub.der") + "x");
     place.folder().write("cut.der", read("sub.der").substr(0, 100));
-    for (const char* file :
-         {"empty.pem", "text.pem", "open.pem", "label.pem", "more.der", "cut.der", "good.key", "missing.pem", "."}) {
+    for (const char* file : {"empty.pem", "text.pem", "open.pem", "label.pem", "labels.pem", "more.der", "cut.der",
+                             "good.key", "missing.pem", "."}) {
         EXPECT_EQ(place.cli({"chain", "good.pem", "--with", file}).exit, 3) << file;
         EXPECT_EQ(place.cli({"certs", "add", file, "--store", "ca"}).exit, 3) << file;
     }

@@ -213,6 +213,10 @@ private:
             }
             found |= tooOld(element.revocation);
             element.errors = errorsOf(path, found, unjudged, i);
+            if (element.revocation && element.revocation->result == capi::CRYPT_E_REVOKED &&
+                (element.errors & capi::CERT_TRUST_IS_REVOKED) == 0) {
+                element.revocation.reset(); // what a root says of itself does not count
+            }
             element.information = informationOf(path, i);
             chain.elements.push_back(std::move(element));
         }

@@ -123,6 +123,27 @@ bool isRevokedByFurther(const PathCrls& crls, X509* certificate, std::time_t tim
     return true;
 }
 
+/// Holds an anchor against the lists of its own issuer, of which the newest complete one of its scope counts, with the
+/// deltas after it; whether one revokes it. Then `applied` has that list.
+bool isAnchorRevoked(const PathCrls& crls, X509* anchor, std::time_t time, AppliedCrls& applied) {
+    std::vector<const X509_CRL*> complete;
+    for (const auto& crl : crls.ofAnchor) {
+        const bool isDelta = baseNumber(crl.get()) != nullptr;
+        const bool replaced = std::ranges::any_of(complete, [&](const X509_CRL* newer) {
+            return sameScope(newer, crl.get()) && !isTwinOf(crl.get(), newer);
+        });
+        const Says says = replaced ? Says::Nothing : saysOf(crl.get(), anchor, time);
+        if (says == Says::Revoked || (says == Says::Removed && !isDelta)) {
+            applied.base = crl;
+            return true;
+        }
+        if (!isDelta) {
+            complete.push_back(crl.get());
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 void applyFurtherLists(const Path& path, const PathCrls& crls, std::time_t time, PathJudgement& judgement) {
@@ -132,6 +153,10 @@ void applyFurtherLists(const Path& path, const PathCrls& crls, std::time_t time,
             isRevokedByFurther(crls, path.certificates[i]->x509.get(), time, applied)) {
             judgement.findings.note(X509_V_ERR_CERT_REVOKED, static_cast<int>(i));
         }
+    }
+    const std::size_t last = path.certificates.size() - 1;
+    if (isAnchorRevoked(crls, path.certificates[last]->x509.get(), time, judgement.crls[last])) {
+        judgement.findings.note(X509_V_ERR_CERT_REVOKED, static_cast<int>(last));
     }
 }
 

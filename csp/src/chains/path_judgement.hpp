@@ -25,6 +25,9 @@ struct PathJudgement {
 struct PathCrls {
     std::vector<std::shared_ptr<X509_CRL>> lists;
     std::vector<const Candidate*> issuers;
+    /// Those of the issuer of an anchor that is not self-signed, which is not in the path: by the key that signed the
+    /// anchor's certificate. The newest first.
+    std::vector<std::shared_ptr<X509_CRL>> ofAnchor;
     /// Elements, by index, whose issuer has CRLs that a limit kept from being looked at: any of them may revoke.
     std::set<std::size_t> unjudged;
 };

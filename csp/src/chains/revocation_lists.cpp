@@ -78,6 +78,7 @@ public:
             takeSignedOutside(issuer);
         }
         std::ranges::stable_sort(chosen_.lists, isNewerCrl);
+        std::ranges::stable_sort(chosen_.ofAnchor, isNewerCrl);
         return std::move(chosen_);
     }
 
@@ -100,24 +101,39 @@ private:
         if (issuer.open.empty()) {
             return;
         }
-        const std::vector<const Candidate*> outside = issuersOutside(issuer);
+        const std::vector<const Candidate*> named = namedOutside(issuer);
+        const std::vector<const Candidate*> outside =
+            those(named, [&](const Candidate& candidate) { return isIssuedByPath(candidate, issuer); });
+        const std::vector<const Candidate*> ofAnchor =
+            those(named, [&](const Candidate& candidate) { return issuedAnchor(candidate, issuer); });
         for (auto& crl : issuer.open) {
-            const auto signer = std::ranges::find_if(
-                outside, [&](const Candidate* candidate) { return signs(*candidate, crl.get(), issuer); });
-            if (signer == outside.end()) {
+            if (const Candidate* const signer = signerOf(crl.get(), outside, issuer)) {
+                if (std::ranges::find(chosen_.issuers, signer) == chosen_.issuers.end()) {
+                    chosen_.issuers.push_back(signer);
+                }
+                chosen_.lists.push_back(std::move(crl));
+            } else if (signerOf(crl.get(), ofAnchor, issuer) != nullptr) {
+                chosen_.ofAnchor.push_back(std::move(crl));
+            } else {
                 warn("a CRL without a valid signature of its issuer is left out");
-                continue;
             }
-            if (std::ranges::find(chosen_.issuers, *signer) == chosen_.issuers.end()) {
-                chosen_.issuers.push_back(*signer);
-            }
-            chosen_.lists.push_back(std::move(crl));
         }
     }
 
-    /// The certificates outside of the path that may sign the issuer's CRLs. Each must be from an authority of the
-    /// path: whoever brings certificates could otherwise name a CRL issuer as he likes.
-    std::vector<const Candidate*> issuersOutside(const CrlIssuer& issuer) {
+    template <class Wanted>
+    static std::vector<const Candidate*> those(std::vector<const Candidate*> candidates, const Wanted& wanted) {
+        std::erase_if(candidates, [&](const Candidate* candidate) { return !wanted(*candidate); });
+        return candidates;
+    }
+
+    const Candidate* signerOf(X509_CRL* crl, const std::vector<const Candidate*>& candidates, const CrlIssuer& issuer) {
+        const auto signer = std::ranges::find_if(
+            candidates, [&](const Candidate* candidate) { return signs(*candidate, crl, issuer); });
+        return signer == candidates.end() ? nullptr : *signer;
+    }
+
+    /// The certificates outside of the path under the issuer's name.
+    std::vector<const Candidate*> namedOutside(const CrlIssuer& issuer) {
         const std::size_t most = mostOutsideIssuers + path_.certificates.size();
         std::vector<const Candidate*> outside = sources_.named(issuer.name.get(), most + 1);
         std::erase_if(outside, [&](const Candidate* candidate) {
@@ -127,15 +143,25 @@ private:
             outside.resize(mostOutsideIssuers);
             leaveUnjudged(issuer);
         }
-        std::erase_if(outside, [&](const Candidate* candidate) { return !isIssuedByPath(*candidate, issuer); });
         return outside;
     }
 
+    /// Who signs the CRLs of an issuer must be from an authority of the path: whoever brings certificates could
+    /// otherwise name a CRL issuer as he likes.
     bool isIssuedByPath(const Candidate& outside, const CrlIssuer& issuer) {
         return std::ranges::any_of(path_.certificates, [&](const Candidate* element) {
             return X509_check_issued(element->x509.get(), outside.x509.get()) == X509_V_OK && spend(issuer) &&
                    verifiesSignature(outside.x509.get(), element->x509.get());
         });
+    }
+
+    /// Whether the certificate's key signed that of an anchor which is not self-signed.
+    bool issuedAnchor(const Candidate& outside, const CrlIssuer& issuer) {
+        X509* const last = path_.certificates.back()->x509.get();
+        return path_.anchored && issuer.elements.contains(path_.certificates.size() - 1) &&
+               X509_NAME_cmp(X509_get_subject_name(last), X509_get_issuer_name(last)) != 0 &&
+               X509_check_issued(outside.x509.get(), last) == X509_V_OK && spend(issuer) &&
+               verifiesSignature(last, outside.x509.get());
     }
 
     bool signs(const Candidate& signer, X509_CRL* crl, const CrlIssuer& issuer) {

@@ -26,6 +26,36 @@ TEST_F(ChainAnchors, NeedNotBeSelfSigned) {
     EXPECT_EQ(elementErrors(chainOf(leaf_.der)), std::vector<DWORD>{0});
 }
 
+TEST_F(ChainAnchors, ThatAreNotSelfSignedAreRevokedByTheirIssuersLists) {
+    constexpr DWORD listsAtHand = capi::CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY;
+    trust(ca_);
+    revoke(pki::root("Root"), {2}); // of another key
+    revoke(root_, {2});
+    EXPECT_EQ(status(leaf_.der, listsAtHand), 0U) << "nobody knows whose lists they are";
+    know(root_);
+    EXPECT_EQ(elementErrors(chainOf(leaf_.der, listsAtHand)), (std::vector<DWORD>{0, capi::CERT_TRUST_IS_REVOKED}));
+    trust(root_);
+    EXPECT_NE(status(leaf_.der, listsAtHand) & capi::CERT_TRUST_IS_REVOKED, 0U) << "by either path";
+    EXPECT_EQ(status(leaf_.der), 0U) << "nobody asked";
+}
+
+TEST_F(ChainAnchors, ThatAreNotSelfSignedAreJudgedByTheNewestListOfTheirIssuer) {
+    trust(ca_);
+    know(root_);
+    const std::time_t now = std::time(nullptr);
+    addCrl(pki::makeCrl(root_, {.serials = {2}, .thisUpdate = now - 7200}));
+    addCrl(pki::makeCrl(root_, {.serials = {3}, .thisUpdate = now - 60}));
+    EXPECT_EQ(status(leaf_.der, capi::CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY), 0U);
+}
+
+TEST_F(ChainAnchors, ThatAreSelfSignedAreNotRevokedByThemselvesAndNotSaidToBe) {
+    standardChain();
+    revoke(root_, {ASN1_INTEGER_get(X509_get0_serialNumber(root_.certificate.get()))});
+    const Chain chain = chainOf(leaf_.der, capi::CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY);
+    EXPECT_EQ(elementErrors(chain), (std::vector<DWORD>{0, 0, 0}));
+    EXPECT_EQ(chain->rgpChain[0]->rgpElement[2]->pRevocationInfo, nullptr);
+}
+
 TEST_F(ChainAnchors, ComeFromNothingOfTheOperatingSystem) {
     know(ca_);
     write(home_ / "bundle.pem", pem(root_));
