@@ -9,6 +9,9 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+# Libraries are looked for in their place beside the file, in no folder of the caller's: CMake would fill the place that it
+# keeps for another path with empty entries, which mean the current folder.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 # Line tables are what a backtrace needs; whole debug information would cost a third of the compile time.
 set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g1 -DNDEBUG")

@@ -11,9 +11,7 @@
 
 #include <algorithm>
 #include <array>
-#include <iomanip>
 #include <mutex>
-#include <sstream>
 #include <utility>
 
 namespace orvik::plugin::log {
@@ -78,12 +76,6 @@ void setSink(Sink sink) {
             boost::make_shared<FunctionBackend>(std::move(sink)));
         boost::log::core::get()->add_sink(installed);
     }
-}
-
-std::string quoted(std::string_view text) {
-    std::ostringstream out;
-    out << std::quoted(text);
-    return out.str();
 }
 
 } // namespace orvik::plugin::log
