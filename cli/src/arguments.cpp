@@ -8,7 +8,9 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <array>
 #include <memory>
+#include <string_view>
 
 namespace klunortredi::cli {
 
@@ -34,17 +36,25 @@ std::string utf8Text(const std::string& text) {
 /// Builds the verbs; each remembers how to run what it was given.
 class Grammar {
 public:
-    Grammar(CLI::App& app, Command& command) : app_(app), command_(command) {
+    /// With a verb as the first word nothing else is needed: no other can follow it.
+    Grammar(CLI::App& app, Command& command, std::string_view firstWord) : app_(app), command_(command) {
+        const auto named = [&](const Verb& verb) { return verb.name == firstWord; };
+        const bool one = std::any_of(std::begin(verbs), std::end(verbs), named);
         addOptions();
-        addProviders();
-        addKeys();
-        addCertificates();
-        addSignatures();
-        addEncryption();
-        addSmallThings();
+        for (const Verb& verb : verbs) {
+            if (!one || named(verb)) {
+                (this->*verb.add)();
+            }
+        }
     }
 
 private:
+    struct Verb {
+        std::string_view name;
+        void (Grammar::*add)();
+    };
+    static const std::array<Verb, 16> verbs; ///< in the order in which --help lists them
+
     template <class Arguments>
     using Run = ExitCode (*)(Session&, const Arguments&);
 
@@ -88,12 +98,11 @@ private:
         });
     }
 
-    void addProviders() {
-        addPlain("info", "Version, service, data directory, providers", info);
-        addPlain("providers", "Installed providers", providers);
-    }
+    void addInfo() { addPlain("info", "Version, service, data directory, providers", info); }
 
-    void addKeys() {
+    void addProviders() { addPlain("providers", "Installed providers", providers); }
+
+    void addContainers() {
         auto containers = std::make_shared<ContainersArguments>();
         CLI::App* verb = add(app_, "containers", "Key containers", containers, listContainers);
         verb->add_option("--provider", containers->provider, "Only this provider's");
@@ -101,9 +110,12 @@ private:
         CLI::App* deleting = add(*verb, "delete", "Delete a key container", containers, deleteContainer);
         deleting->add_option("NAME", containers->name, "The container")->check(utf8Text)->required();
         deleting->add_flag("--yes", containers->yes, "Do not ask");
+    }
 
+    void addRequest() {
         auto requested = std::make_shared<RequestArguments>();
-        verb = add(app_, "request", "New key pair in a new container, certificate request out", requested, request);
+        CLI::App* verb =
+            add(app_, "request", "New key pair in a new container, certificate request out", requested, request);
         verb->add_option("--container", requested->container, "Name of the new container")->check(utf8Text)->required();
         verb->add_option("--subject", requested->subject, "Subject name")
             ->type_name("NAME=VALUE;...")
@@ -122,16 +134,19 @@ private:
         verb->add_option("--upn", requested->userPrincipalName, "User principal name")->check(utf8Text);
         verb->add_flag("--exportable", requested->exportable, "Let the private key leave its container");
         verb->add_option("--out", requested->out, "Output file (default: the container's name and .csr)");
+    }
 
+    void addInstall() {
         auto installed = std::make_shared<InstallArguments>();
-        verb = add(app_, "install", "Put a certificate into its key container and into store my", installed, install);
+        CLI::App* verb =
+            add(app_, "install", "Put a certificate into its key container and into store my", installed, install);
         verb->add_option("CERT", installed->certificate, "Certificate, or bundle with its issuers (.p7b)")->required();
         verb->add_option("--container", installed->container, "The key's container (default: by the public key)")
             ->check(utf8Text);
         verb->add_option("--provider", installed->provider, "The container's provider");
     }
 
-    void addCertificates() {
+    void addCerts() {
         auto certs = std::make_shared<CertsArguments>();
         CLI::App* verb = add(app_, "certs", "Certificates", certs, listCertificates);
         verb->add_option("--store", certs->store, "Certificate store: my, root, ca ...")->capture_default_str();
@@ -152,9 +167,11 @@ private:
         add(*verb, "add", "Add the certificates of a file, or a CRL, to the store", certs, addCertificate)
             ->add_option("FILE", certs->which, "Certificate, bundle (.p7b) or CRL")
             ->required();
+    }
 
+    void addChain() {
         auto chained = std::make_shared<ChainArguments>();
-        verb = add(app_, "chain", "Judge a certificate's chain", chained, chain);
+        CLI::App* verb = add(app_, "chain", "Judge a certificate's chain", chained, chain);
         verb->add_option("CERT", chained->which, "Certificate file, or which certificate of store my")->required();
         addChainOptions(*verb, chained->options);
     }
@@ -204,13 +221,14 @@ private:
                       "Do not name the certificate in what is signed");
     }
 
-    void addSignatures() {
-        const auto formats = CLI::IsMember({"attached", "detached", "xmldsig"});
+    static auto formats() { return CLI::IsMember({"attached", "detached", "xmldsig"}); }
+
+    void addSign() {
         auto signing = std::make_shared<SignArguments>();
         CLI::App* verb = add(app_, "sign", "Sign files", signing, sign);
         addFiles(*verb, signing->files, "Files to sign");
         addSigner(*verb, signing->signer);
-        verb->add_option("--format", signing->format, "Signature format")->check(formats)->capture_default_str();
+        verb->add_option("--format", signing->format, "Signature format")->check(formats())->capture_default_str();
         verb->add_option("--attribute", signing->attributes, "Signed attribute")
             ->type_name("OID=TYPE:VALUE")
             ->check(utf8Text)
@@ -226,9 +244,11 @@ private:
             ->type_name("URL")
             ->check(notEmpty)
             ->allow_extra_args(false);
+    }
 
+    void addTimestamp() {
         auto stamping = std::make_shared<TimestampArguments>();
-        verb = add(app_, "timestamp", "Put a time-stamp on a signature", stamping, timestamp);
+        CLI::App* verb = add(app_, "timestamp", "Put a time-stamp on a signature", stamping, timestamp);
         verb->add_option("SIG", stamping->file, "The signature")->required();
         verb->add_option("--url", stamping->urls, "A time-stamp authority; several are asked in turn")
             ->type_name("URL")
@@ -237,20 +257,24 @@ private:
             ->required();
         verb->add_option("--out", stamping->out, "Output file (with --force the signature itself is replaced)")
             ->check(notEmpty);
+    }
 
+    void addCosign() {
         auto cosigning = std::make_shared<CosignArguments>();
-        verb = add(app_, "cosign", "Add a signer to a CMS message", cosigning, cosign);
+        CLI::App* verb = add(app_, "cosign", "Add a signer to a CMS message", cosigning, cosign);
         verb->add_option("SIG", cosigning->file, "The message")->required()->check(notEmpty);
         addSigner(*verb, cosigning->signer);
         verb->add_option("--content", cosigning->content, "Content of a detached message")->check(notEmpty);
         verb->add_option("--out", cosigning->out, "Output file; without it the message itself is replaced")
             ->check(notEmpty);
+    }
 
+    void addVerify() {
         auto verifying = std::make_shared<VerifyArguments>();
-        verb = add(app_, "verify", "Check signatures", verifying, verify);
+        CLI::App* verb = add(app_, "verify", "Check signatures", verifying, verify);
         addFiles(*verb, verifying->files, "The signatures");
         verb->add_option("--content", verifying->content, "Content of a detached signature")->check(notEmpty);
-        verb->add_option("--format", verifying->format, "Signature format (default: recognised)")->check(formats);
+        verb->add_option("--format", verifying->format, "Signature format (default: recognised)")->check(formats());
         verb->add_option("--signer-cert", verifying->signerCertificate,
                          "The signer's certificate, for a signature that carries none; it decides")
             ->check(notEmpty);
@@ -269,7 +293,7 @@ private:
         addChainOptions(*verb, verifying->chainOptions);
     }
 
-    void addEncryption() {
+    void addEncrypt() {
         auto encrypting = std::make_shared<EncryptArguments>();
         CLI::App* verb = add(app_, "encrypt", "Encrypt a file for recipients", encrypting, encrypt);
         verb->add_option("FILE", encrypting->file, "The file")->required();
@@ -285,9 +309,11 @@ private:
         verb->add_option("--out", encrypting->out, "Output file (default: FILE and .p7m)")->check(notEmpty);
         verb->add_flag("--any-certificate", encrypting->anyCertificate,
                        "Also for certificates that are expired or not for encryption");
+    }
 
+    void addDecrypt() {
         auto decrypting = std::make_shared<DecryptArguments>();
-        verb = add(app_, "decrypt", "Decrypt a file", decrypting, decrypt);
+        CLI::App* verb = add(app_, "decrypt", "Decrypt a file", decrypting, decrypt);
         verb->add_option("FILE", decrypting->file, "The encrypted message")->required();
         verb->add_option("--cert", decrypting->certificate,
                          "The recipient's certificate in store my (default: the one that the message is for)")
@@ -296,20 +322,24 @@ private:
         verb->add_option("--out", decrypting->out, "Output file (default: FILE without .p7m)")->check(notEmpty);
     }
 
-    void addSmallThings() {
+    void addHash() {
         auto hashing = std::make_shared<HashArguments>();
         CLI::App* verb = add(app_, "hash", "Hash a file", hashing, hash);
         verb->add_option("FILE", hashing->file, "The file")->required();
         verb->add_option("--algorithm", hashing->algorithm, "OID or name")->capture_default_str();
+    }
 
+    void addRandom() {
         auto randomness = std::make_shared<RandomArguments>();
-        verb = add(app_, "random", "Random octets", randomness, random);
+        CLI::App* verb = add(app_, "random", "Random octets", randomness, random);
         verb->add_option("N", randomness->count, "How many")->check(octetCount)->required();
         CLI::Option* hex = verb->add_flag("--hex", randomness->hex, "As hexadecimal text");
         verb->add_flag("--base64", randomness->base64, "As Base64 text")->excludes(hex);
+    }
 
+    void addDemo() {
         auto touring = std::make_shared<DemoArguments>();
-        verb = add(app_, "demo", "The tour: key, certificate, signatures, checks", touring, demo);
+        CLI::App* verb = add(app_, "demo", "The tour: key, certificate, signatures, checks", touring, demo);
         verb->add_option("--timestamp", touring->authority, "A time-stamp authority, for a time-stamp in the tour")
             ->type_name("URL")
             ->check(notEmpty);
@@ -318,6 +348,25 @@ private:
     CLI::App& app_;
     Command& command_;
 };
+
+constexpr std::array<Grammar::Verb, 16> Grammar::verbs = {{
+    {"info", &Grammar::addInfo},
+    {"providers", &Grammar::addProviders},
+    {"containers", &Grammar::addContainers},
+    {"request", &Grammar::addRequest},
+    {"install", &Grammar::addInstall},
+    {"certs", &Grammar::addCerts},
+    {"chain", &Grammar::addChain},
+    {"sign", &Grammar::addSign},
+    {"timestamp", &Grammar::addTimestamp},
+    {"cosign", &Grammar::addCosign},
+    {"verify", &Grammar::addVerify},
+    {"encrypt", &Grammar::addEncrypt},
+    {"decrypt", &Grammar::addDecrypt},
+    {"hash", &Grammar::addHash},
+    {"random", &Grammar::addRandom},
+    {"demo", &Grammar::addDemo},
+}};
 
 bool asksFor(std::string_view option, int argc, char** argv) {
     return std::any_of(argv, argv + argc, [&](const char* argument) { return argument == option; });
@@ -343,7 +392,7 @@ Command parse(int argc, char** argv) {
     app.set_version_flag("--version", "klunortredi " + orvik::plugin::VersionRegistry::product());
     app.require_subcommand(1);
     app.get_formatter()->column_width(34);
-    const Grammar grammar(app, command);
+    const Grammar grammar(app, command, argc > 1 ? argv[1] : "");
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& e) {

@@ -16,8 +16,10 @@
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
 #include <algorithm>
+#include <cstdint>
 #include <istream>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -83,10 +85,13 @@ SignerChoice chooseSigner(const Session& session, const SignerArguments& argumen
 }
 
 void feed(const Session& session, Input& input, orvik::plugin::IDataHandler& handler, const std::string& what) {
-    constexpr std::size_t chunkSize = 1024 * 1024;
+    constexpr std::uint64_t largestChunk = std::uint64_t{1} << 20U;
+    // A small file needs no more than itself and an octet by which it is seen to grow; a pipe has no size.
+    const auto chunkSize =
+        static_cast<std::size_t>(input.size() == 0 ? largestChunk : std::min(input.size() + 1, largestChunk));
     Progress progress(session.console.showsProgress(), "signing " + input.name(), input.size());
     input.watch([&progress](std::uint64_t octets) { progress.advance(octets); });
-    std::vector<char> chunk(chunkSize);
+    const auto chunk = std::make_unique_for_overwrite<char[]>(chunkSize);
     std::istream& stream = input.raw();
     std::uint64_t read = 0;
     const auto check = [&](bool changed) {
@@ -94,11 +99,11 @@ void feed(const Session& session, Input& input, orvik::plugin::IDataHandler& han
             throw Failure(ExitCode::input, what, "it changed while it was read");
         }
     };
-    while (stream.read(chunk.data(), static_cast<std::streamsize>(chunk.size())), stream.gcount() > 0) {
+    while (stream.read(chunk.get(), static_cast<std::streamsize>(chunkSize)), stream.gcount() > 0) {
         const auto size = static_cast<std::size_t>(stream.gcount());
         read += size;
         check(read > input.size());
-        handler.update(reinterpret_cast<const unsigned char*>(chunk.data()), size);
+        handler.update(reinterpret_cast<const unsigned char*>(chunk.get()), size);
     }
     input.watch({});
     input.check();

@@ -131,10 +131,12 @@ void VerifyReport::show(const FileReport& report) {
 
 void VerifyReport::result(const std::string& name, const Verdict& verdict) {
     Json document = Json::object();
-    if (session_.options.jsonLines) { // as in a batch
-        addName(document, "file", name);
+    if (document_ || session_.console.form() != JsonForm::none) { // it reads each certificate's names anew
+        if (session_.options.jsonLines) {                         // as in a batch
+            addName(document, "file", name);
+        }
+        document.update(toJson(verdict));
     }
-    document.update(toJson(verdict));
     if (document_) {
         document_->write(documentText(document));
         document_->commit();
@@ -179,7 +181,9 @@ void addTo(BatchReport& batch, const Console& console, const FileReport& report)
         batch.add(document, [](std::ostream&) {});
         return;
     }
-    document.update(toJson(*report.verdict));
+    if (console.form() != JsonForm::none) {
+        document.update(toJson(*report.verdict));
+    }
     batch.add(document, [&](std::ostream& out) { print(out, report.name, *report.verdict); });
     if (report.exit == ExitCode::service) {
         console.line(whyUnknown(report));

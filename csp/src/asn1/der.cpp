@@ -20,6 +20,8 @@ using Asn1Type = std::unique_ptr<ASN1_TYPE, ossl::Deleter<ASN1_TYPE_free>>;
 constexpr std::uint8_t MultiOctetTag = 0x1F;
 constexpr std::uint8_t Constructed = 0x20;
 constexpr std::uint8_t LongLength = 0x80;
+constexpr std::uint8_t MoreOctets = 0x80; ///< in an octet of a number of base 128
+constexpr std::uint8_t LowBits = 0x7F;
 /// 4 GiB - 1: no CryptoAPI size is larger.
 constexpr std::size_t MaxLengthOctets = 4;
 
@@ -97,6 +99,62 @@ std::int64_t toInt64(const Element& element) {
         value = (value << 8U) | octet;
     }
     return static_cast<std::int64_t>(value);
+}
+
+/// Whether the octets are the content of an OBJECT IDENTIFIER (X.690, 8.19): numbers of base 128, each in its shortest
+/// form and with its last octet.
+bool areArcs(ByteView content) {
+    bool starts = true;
+    for (const std::uint8_t octet : content) {
+        if (starts && octet == MoreOctets) {
+            return false;
+        }
+        starts = (octet & MoreOctets) == 0;
+    }
+    return !content.empty() && starts;
+}
+
+/// The dotted form of the content of an OBJECT IDENTIFIER; empty when one of its numbers has more than 64 bits.
+std::string dotted(ByteView content) {
+    constexpr std::uint64_t arcsOfRoot = 40; // X.660: below the roots 0 and 1 there are so many
+    constexpr std::uint64_t largestToShift = std::numeric_limits<std::uint64_t>::max() >> 7U;
+    std::string text;
+    std::uint64_t arc = 0;
+    for (const std::uint8_t octet : content) {
+        if (arc > largestToShift) {
+            return {};
+        }
+        arc = (arc << 7U) | (octet & LowBits);
+        if ((octet & MoreOctets) != 0) {
+            continue;
+        }
+        if (text.empty()) {
+            const std::uint64_t root = std::min<std::uint64_t>(arc / arcsOfRoot, 2);
+            text = std::to_string(root);
+            arc -= root * arcsOfRoot;
+        }
+        text += '.';
+        text += std::to_string(arc);
+        arc = 0;
+    }
+    return text;
+}
+
+/// The dotted form whatever the size of the numbers.
+std::string dottedLong(ByteView content) {
+    const Bytes whole = csp::der::element(tag::ObjectIdentifier, content);
+    const unsigned char* at = whole.data();
+    ERR_set_mark();
+    const ossl::Asn1Object object(d2i_ASN1_OBJECT(nullptr, &at, static_cast<long>(whole.size())));
+    const int size = object ? OBJ_obj2txt(nullptr, 0, object.get(), 1) : 0;
+    ERR_pop_to_mark();
+    if (size <= 0) {
+        fail(capi::CRYPT_E_ASN1_CORRUPT);
+    }
+    std::string text(static_cast<std::size_t>(size) + 1, '\0');
+    OBJ_obj2txt(text.data(), size + 1, object.get(), 1);
+    text.pop_back();
+    return text;
 }
 
 } // namespace
@@ -185,19 +243,11 @@ std::uint32_t toUint32(const Element& element) {
 }
 
 std::string toOid(const Element& element) {
-    const Bytes whole = csp::der::element(tag::ObjectIdentifier, element.content);
-    const unsigned char* at = whole.data();
-    ERR_set_mark();
-    const ossl::Asn1Object object(d2i_ASN1_OBJECT(nullptr, &at, static_cast<long>(whole.size())));
-    ERR_pop_to_mark();
-    const int size = object ? OBJ_obj2txt(nullptr, 0, object.get(), 1) : 0;
-    if (size <= 0) {
+    if (!areArcs(element.content)) {
         fail(capi::CRYPT_E_ASN1_CORRUPT);
     }
-    std::string text(static_cast<std::size_t>(size) + 1, '\0');
-    OBJ_obj2txt(text.data(), size + 1, object.get(), 1);
-    text.pop_back();
-    return text;
+    std::string text = dotted(element.content);
+    return text.empty() ? dottedLong(element.content) : text;
 }
 
 BitString toBitString(const Element& element) {

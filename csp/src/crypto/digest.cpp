@@ -2,6 +2,7 @@
 
 #include "core/error.hpp"
 #include "crypto/engine.hpp"
+#include "crypto/sha.hpp"
 
 #include <array>
 
@@ -63,6 +64,9 @@ Bytes Digest::finish() {
 }
 
 Bytes Digest::of(const DigestAlgorithm& algorithm, ByteView data) {
+    if (auto value = shaOf(algorithm, data)) {
+        return *std::move(value);
+    }
     Digest digest(algorithm);
     digest.update(data);
     return digest.finish();

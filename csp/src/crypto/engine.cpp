@@ -8,6 +8,8 @@
 #include <openssl/crypto.h>
 #include <openssl/engine.h>
 
+#include <sys/single_threaded.h>
+
 #include <array>
 #include <atomic>
 
@@ -16,7 +18,7 @@ namespace klunortredi::csp {
 namespace {
 
 /// The engine makes the group of a curve at its first use and keeps it, without a lock: two threads with their first
-/// keys would meet there. Making all of them at once costs half a millisecond.
+/// keys would meet there. Making all of them takes longer than one check of a signature.
 void makeCurves(ENGINE* engine) {
     for (const KeyAlgorithm& algorithm : keyAlgorithms()) {
         if (!algorithm.gost) {
@@ -37,6 +39,9 @@ void makeCurves(ENGINE* engine) {
     }
 }
 
+/// The engine, once it is loaded.
+constinit std::atomic<ENGINE*> loadedEngine = nullptr;
+
 /// ENGINE_by_id takes the engine that the host has loaded already, or loads the installed one. What it implements
 /// is registered for the GOST algorithms alone; without that OpenSSL does not decode their keys.
 ENGINE* loadGost() {
@@ -53,7 +58,7 @@ ENGINE* loadGost() {
     ENGINE_register_digests(engine);
     ENGINE_register_pkey_meths(engine);
     ENGINE_register_pkey_asn1_meths(engine);
-    makeCurves(engine);
+    loadedEngine.store(engine, std::memory_order_release);
     return engine;
 }
 
@@ -98,7 +103,18 @@ struct FetchedMethods {
 
 ENGINE* gostEngine() {
     static ENGINE* const engine = loadGost();
+    prepareForThreads();
     return engine;
+}
+
+void prepareForThreads() noexcept {
+    if (__libc_single_threaded != 0) {
+        return;
+    }
+    if (ENGINE* const engine = loadedEngine.load(std::memory_order_acquire); engine != nullptr) {
+        static const bool made = (makeCurves(engine), true);
+        static_cast<void>(made);
+    }
 }
 
 const EVP_MD* digestMethod(const DigestAlgorithm& algorithm) {

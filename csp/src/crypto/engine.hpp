@@ -13,6 +13,11 @@ struct DigestAlgorithm;
 /// not installed. Never null.
 ENGINE* gostEngine();
 
+/// To be called before OpenSSL decodes what may hold a key, by whoever does not call `gostEngine` there: once the
+/// process has a second thread, it makes ready what the engine would otherwise make at the first use of a curve,
+/// without a lock.
+void prepareForThreads() noexcept;
+
 /// OpenSSL's method of a digest, from the engine where it is a GOST one.
 const EVP_MD* digestMethod(const DigestAlgorithm& algorithm);
 

@@ -18,10 +18,11 @@ target_sources(klunortredi_csp_core PRIVATE
     src/crypto/kuznyechik.cpp
     src/crypto/public_key_info.cpp
     src/crypto/random.cpp
+    src/crypto/sha.cpp
     src/crypto/signature.cpp
     src/crypto/vko.cpp
 )
 # The engine interface is deprecated in OpenSSL 3, but it is the only way to the GOST algorithms there; so are the
-# functions that read the numbers of a key that the engine made.
-set_source_files_properties(src/crypto/engine.cpp src/crypto/vko.cpp PROPERTIES
+# functions that read the numbers of a key that the engine made, and those that hash without a provider.
+set_source_files_properties(src/crypto/engine.cpp src/crypto/sha.cpp src/crypto/vko.cpp PROPERTIES
     COMPILE_DEFINITIONS OPENSSL_SUPPRESS_DEPRECATED SKIP_PRECOMPILE_HEADERS ON)

@@ -121,7 +121,6 @@ CertInfo::CertInfo(ByteView der) : encoded_(der.begin(), der.end()), storage_(st
     const ASN1_BIT_STRING* subjectId = nullptr;
     X509_get0_uids(certificate.get(), &issuerId, &subjectId);
 
-    subjectHash_ = X509_subject_name_hash(certificate.get());
     info_.dwVersion = static_cast<DWORD>(X509_get_version(certificate.get()));
     info_.SerialNumber = storage_->serial(X509_get0_serialNumber(certificate.get()));
     info_.SignatureAlgorithm = storage_->algorithm(X509_get0_tbs_sigalg(certificate.get()));
@@ -140,6 +139,22 @@ CertInfo::CertInfo(ByteView der) : encoded_(der.begin(), der.end()), storage_(st
 }
 
 CertInfo::~CertInfo() = default;
+
+unsigned long CertInfo::subjectHash() const {
+    constexpr std::uint64_t known = std::uint64_t{1} << 32U;
+    std::uint64_t hash = subjectHash_.load(std::memory_order_relaxed);
+    if (hash == 0) { // two threads come to the same
+        const auto subject = ossl::fromDer<ossl::X509NamePtr>(d2i_X509_NAME, blobView(info_.Subject));
+        int done = 0;
+        hash = subject ? X509_NAME_hash_ex(subject.get(), nullptr, nullptr, &done) : 0;
+        if (done == 0) {
+            fail(capi::NTE_FAIL);
+        }
+        hash |= known;
+        subjectHash_.store(hash, std::memory_order_relaxed);
+    }
+    return static_cast<unsigned long>(hash & (known - 1));
+}
 
 Bytes encodeAlgorithm(const CRYPT_ALGORITHM_IDENTIFIER& algorithm) {
     const ByteView parameters = blobView(algorithm.Parameters);

@@ -5,6 +5,8 @@
 #include "capi/types.h"
 #include "core/bytes.hpp"
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 
 namespace klunortredi::csp {
@@ -23,15 +25,15 @@ public:
     [[nodiscard]] ByteView subjectPublicKeyInfo() const noexcept { return subjectPublicKeyInfo_; }
     [[nodiscard]] ByteView encoded() const noexcept { return encoded_; }
     /// Hash of the subject that is the same for names that compare equal (RFC 5280, section 7.1), whatever their
-    /// encoding. Different names may share it.
-    [[nodiscard]] unsigned long subjectHash() const noexcept { return subjectHash_; }
+    /// encoding. Different names may share it. Computed when it is first asked for: few certificates are looked up.
+    [[nodiscard]] unsigned long subjectHash() const;
 
 private:
     struct Storage;
     CERT_INFO info_{};
     Bytes encoded_;
     Bytes subjectPublicKeyInfo_;
-    unsigned long subjectHash_ = 0;
+    mutable std::atomic<std::uint64_t> subjectHash_ = 0; ///< with a mark above its 32 bits, once it is known
     std::unique_ptr<Storage> storage_;
 };
 

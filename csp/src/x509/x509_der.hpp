@@ -2,9 +2,11 @@
 
 /// DER in and out of OpenSSL's objects.
 
+#include "asn1/der.hpp"
 #include "core/bytes.hpp"
 #include "core/error.hpp"
 #include "core/ossl.hpp"
+#include "crypto/engine.hpp"
 
 #include <string>
 
@@ -28,6 +30,7 @@ Bytes toDer(Encode i2d, Object* object) {
 /// The OpenSSL object of a DER encoding by its d2i function; null when malformed or when octets follow it.
 template <class Owner, class Decode>
 Owner fromDer(Decode d2i, ByteView der) {
+    prepareForThreads();
     const ErrorMark mark; // a refused certificate is no error of the host's own OpenSSL use
     const unsigned char* position = der.data();
     Owner object(d2i(nullptr, &position, static_cast<long>(der.size())));
@@ -44,14 +47,10 @@ inline ByteView octets(const ASN1_STRING* string) noexcept {
 
 /// Dotted form of an object identifier of any length.
 inline std::string oidText(const ASN1_OBJECT* oid) {
-    const int size = OBJ_obj2txt(nullptr, 0, oid, 1);
-    if (size <= 0) {
+    if (oid == nullptr || OBJ_length(oid) == 0) {
         fail(capi::CRYPT_E_OID_FORMAT);
     }
-    std::string text(static_cast<std::size_t>(size) + 1, '\0');
-    OBJ_obj2txt(text.data(), size + 1, oid, 1);
-    text.pop_back();
-    return text;
+    return der::toOid({der::tag::ObjectIdentifier, {OBJ_get0_data(oid), OBJ_length(oid)}, {}});
 }
 
 } // namespace klunortredi::csp::ossl
