@@ -1,11 +1,14 @@
 // Hash values that standards publish.
 
+#include "crypto/digest.hpp"
 #include "service.hpp"
 
 #include <fstream>
 #include <sstream>
 
 namespace csp_keys {
+
+namespace csp = klunortredi::csp;
 
 namespace {
 
@@ -108,6 +111,18 @@ TEST_F(Digests, MatchPublishedVectorsHoweverTheMessageIsCut) {
             ASSERT_TRUE(CryptHashData(cut.get(), &octet, 1, 0));
         }
         EXPECT_EQ(cut.value(), fromHex(vector.value));
+    }
+}
+
+TEST_F(Digests, AreTheSameAtOnceAndInPieces) {
+    Bytes message;
+    for (std::size_t size = 0; size <= 260; ++size) { // beyond two blocks of each
+        for (const csp::DigestAlgorithm& algorithm : csp::digestAlgorithms()) {
+            csp::Digest inPieces(algorithm);
+            inPieces.update(message);
+            EXPECT_EQ(csp::Digest::of(algorithm, message), inPieces.finish()) << algorithm.oid << ' ' << size;
+        }
+        message.push_back(static_cast<std::uint8_t>(size));
     }
 }
 

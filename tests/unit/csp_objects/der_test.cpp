@@ -64,7 +64,8 @@ TEST(DerReader, RefusesBitsSetBehindTheEnd) {
 }
 
 TEST(DerReader, RefusesMalformedIdentifiersAndBooleans) {
-    for (const char* const text : {"06 00", "06 01 80", "06 02 80 01", "06 02 2A 83"}) {
+    for (const char* const text :
+         {"06 00", "06 01 80", "06 02 80 01", "06 02 2A 83", "06 03 2A 80 01", "06 04 2A 03 80 80"}) {
         const Bytes der = hex(text);
         EXPECT_EQ(failureOf([&] { der::toOid(der::readOnly(der)); }), capi::CRYPT_E_ASN1_CORRUPT) << text;
     }
@@ -73,8 +74,21 @@ TEST(DerReader, RefusesMalformedIdentifiersAndBooleans) {
 }
 
 TEST(DerReader, GivesIdentifiersOfAnyLengthAsText) {
-    const std::string uuid = "2.25.329800735698586629295641978511506172918.1.2";
-    EXPECT_EQ(der::toOid(der::readOnly(der::objectIdentifier(uuid))), uuid);
+    const std::string texts[] = {"2.25.329800735698586629295641978511506172918.1.2",
+                                 "2.25.18446744073709551615.1", // 64 bits
+                                 "2.25.18446744073709551616.1",
+                                 "2.18446744073709551535.1", // with the 80 of its root 64 bits
+                                 "2.18446744073709551536.1",
+                                 "2.999.3",
+                                 "2.47",
+                                 "2.48",
+                                 "1.39",
+                                 "1.0",
+                                 "0.39.127.128.16383.16384",
+                                 "0.0"};
+    for (const std::string& text : texts) {
+        EXPECT_EQ(der::toOid(der::readOnly(der::objectIdentifier(text))), text);
+    }
 }
 
 TEST(DerReader, TellsOneBerValue) {
