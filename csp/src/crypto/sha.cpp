@@ -10,7 +10,7 @@ namespace {
 
 template <class Context, auto Init, auto Update, auto Final>
 Bytes hash(std::size_t size, ByteView data) {
-    Context context;
+    Context context{};
     Bytes value(size);
     if (Init(&context) != 1 || Update(&context, data.data(), data.size()) != 1 || Final(value.data(), &context) != 1) {
         fail(capi::NTE_FAIL);
