@@ -39,6 +39,18 @@ TEST(Starting, LibrariesAreNotLookedForInTheCurrentFolder) {
     EXPECT_THAT(dynamic.out, Not(testing::ContainsRegex(R"(R(UN)?PATH.*(\[:|::|:\]))")));
 }
 
+TEST(Starting, AnInstalledCommandFindsItsServiceAndLibraries) {
+    const Workplace place;
+    const std::string prefix = place.folder().path() + "/prefix";
+    const auto installed = test_support::run({CMAKE, "--install", BUILD_FOLDER, "--prefix", prefix});
+    ASSERT_EQ(installed.exit, 0) << installed.err;
+    const auto info = test_support::run({prefix + "/bin/klunortredi", "info", "--json"});
+    ASSERT_EQ(info.exit, 0) << info.err;
+    EXPECT_THAT(Json::parse(info.out)["service"].get<std::string>(), testing::StartsWith(prefix));
+    const auto administration = test_support::run({prefix + "/bin/klunortredi-csp", "--help"});
+    EXPECT_EQ(administration.exit, 0) << administration.err;
+}
+
 TEST(Starting, EveryVerbIsListed) {
     const Workplace place;
     const Outcome help = place.cli({"--help"});
