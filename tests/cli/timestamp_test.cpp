@@ -9,6 +9,7 @@
 #include <openssl/pem.h>
 
 #include <filesystem>
+#include <sstream>
 
 namespace cli_test {
 namespace {
@@ -237,6 +238,48 @@ TEST_F(Timestamp, MovedToAnotherSignatureIsNamedAndHarmsNothing) {
     const Outcome strict = place_.cli({"verify", "moved.sig", "--content", "other.txt", "--strict"});
     EXPECT_EQ(strict.exit, 1);
     EXPECT_THAT(strict.out, HasSubstr("time-stamp"));
+}
+
+/// One call judges a signature for each octet of its token. The token is not valid, or it states the same; the
+/// signature stays valid, where the message as a whole is still well-formed.
+TEST_F(Timestamp, WithAnyOctetChangedIsNotValidOrStatesTheSame) {
+    ASSERT_EQ(stamp({"/tsa"}).exit, 0);
+    const Json good = verify()["timestamp"];
+    const std::string whole = place_.folder().read("stamped.sig");
+    const Message stamped = message(whole);
+    const ASN1_STRING* const octets = tokenOf(stamped)->value.sequence;
+    const auto size = static_cast<std::size_t>(ASN1_STRING_length(octets));
+    const std::size_t begin = whole.find({reinterpret_cast<const char*>(ASN1_STRING_get0_data(octets)), size});
+    ASSERT_NE(begin, std::string::npos);
+    std::string list;
+    for (std::size_t at = 0; at < size; ++at) {
+        std::string changed = whole;
+        changed[begin + at] = static_cast<char>(changed[begin + at] ^ 1);
+        const std::string name = std::to_string(at);
+        place_.folder().write(name + ".sig", changed);
+        std::filesystem::create_hard_link(place_.folder() / "report.txt", place_.folder() / name);
+        list += name + ".sig\n";
+    }
+    place_.folder().write("list", list);
+
+    std::istringstream lines(place_.cli({"verify", "--json-lines", "--files-from", "list"}).out);
+    std::size_t judged = 0;
+    std::size_t same = 0;
+    for (std::string line; std::getline(lines, line); ++judged) {
+        const Json verdict = Json::parse(line);
+        if (!verdict.contains("valid")) {
+            EXPECT_EQ(verdict["error"]["kind"], "input") << line;
+            continue;
+        }
+        EXPECT_EQ(verdict["valid"], true) << line;
+        const Json& timestamp = verdict["timestamp"];
+        if (timestamp["valid"] == true) {
+            ++same;
+            EXPECT_EQ(timestamp, good) << line;
+        }
+    }
+    EXPECT_EQ(judged, size);
+    EXPECT_LE(same, 2U) << "the versions of the token and of its signer";
 }
 
 TEST_F(Timestamp, WithoutItsCertificateIsJudgedByOneOfTheStoresOrOfWith) {

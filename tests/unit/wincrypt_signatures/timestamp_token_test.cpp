@@ -170,9 +170,8 @@ TEST_P(TimestampToken, TruncatedAnywhereIsNotValidAndNothingCrashes) {
 TEST_P(TimestampToken, WithAChangedOctetIsNotValidOrStatesTheSame) {
     const std::string whole = token();
     const TimestampVerdict good = tools_.judge(whole, octets);
-    constexpr std::size_t step = 3; // every third: each costs two signature checks
     std::size_t free = 0;
-    for (std::size_t at = 0; at < whole.size(); at += step) {
+    for (std::size_t at = 0; at < whole.size(); ++at) {
         std::string changed = whole;
         changed[at] = static_cast<char>(changed[at] ^ 1);
         const TimestampVerdict verdict = tools_.judge(changed, octets);
@@ -185,7 +184,7 @@ TEST_P(TimestampToken, WithAChangedOctetIsNotValidOrStatesTheSame) {
         EXPECT_EQ(verdict.policy, good.policy) << at;
         EXPECT_EQ(verdict.authority->raw(), good.authority->raw()) << at;
     }
-    EXPECT_LE(free, 4U) << "versions, and certificates that nothing names";
+    EXPECT_LE(free, 2U) << "the versions of the token and of its signer";
 }
 
 TEST_P(TimestampToken, ResponseTruncatedAnywhereIsRefused) {
