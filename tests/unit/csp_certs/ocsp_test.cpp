@@ -2,8 +2,11 @@
 
 #include "chains/ocsp.hpp"
 #include "ocsp_maker.hpp"
+#include "x509/x509_der.hpp"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 namespace {
 
@@ -89,6 +92,34 @@ TEST_F(Ocsp, AnswersAboutOtherThingsAreNot) {
     EXPECT_FALSE(request_.read(pki::refusal(OCSP_RESPONSE_STATUS_TRYLATER), Nonce::Any, lists_));
     EXPECT_FALSE(request_.read({}, Nonce::Any, lists_));
     EXPECT_FALSE(request_.read(leaf_.der, Nonce::Any, lists_));
+}
+
+/// A request names the certificate by its serial number and digests of its issuer's name and key. The issuer signs an
+/// answer in which one of them differs, or the digest.
+TEST_F(Ocsp, AnswersAboutACertificateOfAnotherIssuerAreNotBelieved) {
+    const auto answerAbout = [&](const csp::Bytes& request) { return pki::answerTo(request, {.issuer = &root_}); };
+    const auto isBelieved = [&](const csp::Bytes& request) {
+        return request_.read(answerAbout(request), Nonce::Any, lists_).has_value();
+    };
+    const auto idOf = [&](const EVP_MD* digest, const Entity& issuer) {
+        const std::unique_ptr<OCSP_REQUEST, csp::ossl::Deleter<OCSP_REQUEST_free>> request(OCSP_REQUEST_new());
+        const X509* const named = issuer.certificate.get();
+        OCSP_request_add0_id(request.get(),
+                             OCSP_cert_id_new(digest, X509_get_subject_name(named), X509_get0_pubkey_bitstr(named),
+                                              X509_get0_serialNumber(leaf_.certificate.get())));
+        return csp::ossl::toDer(i2d_OCSP_REQUEST, request.get());
+    };
+    EXPECT_TRUE(isBelieved(idOf(EVP_sha1(), root_)));
+    EXPECT_FALSE(isBelieved(idOf(EVP_sha1(), pki::root("Root")))) << "another key";
+    EXPECT_FALSE(isBelieved(idOf(EVP_sha1(), pki::make({.subject = "Other", .reuseKey = root_.key.get()}))))
+        << "another name";
+    EXPECT_FALSE(isBelieved(idOf(EVP_sha256(), root_))) << "not as it was asked";
+    csp::Bytes unknownDigest = idOf(EVP_sha1(), root_);
+    const csp::Bytes sha1{0x2B, 0x0E, 0x03, 0x02, 0x1A};
+    const auto found = std::ranges::search(unknownDigest, sha1);
+    ASSERT_FALSE(found.empty());
+    found.back() = 0x7F;
+    EXPECT_FALSE(isBelieved(unknownDigest)) << "it may be of any issuer";
 }
 
 TEST_F(Ocsp, AnswersThatContradictThemselvesUnderAnotherDigestAreNotBelieved) {
