@@ -42,6 +42,23 @@ TEST_F(VerifyUnknown, AMissingCertificateIsAskedFor) {
     expectUnknown({"verify", "bare.p7s", "--signer-cert", "ca.pem"}, "--signer-cert is not");
 }
 
+TEST_F(VerifyUnknown, OfABatchTheGravestCodeIsTheOneOfTheCall) {
+    std::string octets = messageOf("a");
+    octets[octets.find("The report.")] = 'X';
+    place_.folder().write("changed.p7s", octets);
+    place_.sign("bare.p7s", {"a"}, {"-nodetach", "-nocerts"});
+    const std::vector<std::pair<std::string, int>> fromTheGravest{
+        {"changed.p7s", 1}, {"bare.p7s", 4}, {"missing.p7s", 3}, {"made.p7s", 8}};
+    for (std::size_t i = 0; i < fromTheGravest.size(); ++i) {
+        const auto& [graver, code] = fromTheGravest[i];
+        for (std::size_t k = i; k < fromTheGravest.size(); ++k) {
+            const std::string& other = fromTheGravest[k].first;
+            EXPECT_EQ(place_.cli({"verify", "--chain", graver, other}).exit, code) << graver << ' ' << other;
+            EXPECT_EQ(place_.cli({"verify", "--chain", other, graver}).exit, code) << other << ' ' << graver;
+        }
+    }
+}
+
 TEST_F(VerifyUnknown, AMissingCertificateDoesNotHideAForgedSigner) {
     place_.makeIdentity("b");
     place_.sign("a.p7s", {"a"});
