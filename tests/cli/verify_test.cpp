@@ -207,7 +207,7 @@ TEST_F(Verify, ASecondSignerThatIsNotValidMakesTheSignatureInvalid) {
     std::string octets = place_.folder().read("two.p7s");
     std::vector<std::size_t> values;
     for (auto at = octets.find(std::string("\x04\x40", 2)); at != std::string::npos;
-         at = octets.find(std::string("\x04\x40", 2), at + 1)) {
+         at = octets.find(std::string("\x04\x40", 2), at + 2 + 0x40)) { // which are random, and may hold the same two
         values.push_back(at);
     }
     ASSERT_EQ(values.size(), 4U); // the two certificates' public keys come first
