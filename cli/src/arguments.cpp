@@ -116,11 +116,11 @@ private:
         auto requested = std::make_shared<RequestArguments>();
         CLI::App* verb =
             add(app_, "request", "New key pair in a new container, certificate request out", requested, request);
-        verb->add_option("--container", requested->container, "Name of the new container")->check(utf8Text)->required();
-        verb->add_option("--subject", requested->subject, "Subject name")
-            ->type_name("NAME=VALUE;...")
+        verb->add_flag("--list", requested->list, "Show which keys can be made, and make none");
+        verb->add_option("--container", requested->container, "Name of the new container")
             ->check(utf8Text)
-            ->required();
+            ->check(notEmpty);
+        verb->add_option("--subject", requested->subject, "Subject name")->type_name("NAME=VALUE;...")->check(utf8Text);
         verb->add_option("--provider", requested->provider, "Provider that makes the key (name part or type)");
         verb->add_option("--param-set", requested->paramSet, "Parameter set of the key")->type_name("OID");
         verb->add_option("--key-usage", requested->keyUsage, "Key usages, comma-separated")->capture_default_str();
@@ -131,7 +131,14 @@ private:
             ->type_name("OID")
             ->allow_extra_args(false);
         verb->add_option("--dns", requested->dnsNames, "DNS name")->check(utf8Text)->allow_extra_args(false);
+        verb->add_option("--email", requested->emailNames, "E-mail address")->check(utf8Text)->allow_extra_args(false);
         verb->add_option("--upn", requested->userPrincipalName, "User principal name")->check(utf8Text);
+        verb->add_option("--identification", requested->identification, "How the applicant is identified")
+            ->check(CLI::IsMember({"personal", "certificate", "passport", "system"}));
+        verb->add_option("--key-days", requested->keyDays, "Days for which the private key is to be used")
+            ->check(CLI::Range(1U, 36500U));
+        verb->add_flag("--no-client-info", requested->withoutMachineInfo,
+                       "Do not name this machine, its user and its system");
         verb->add_flag("--exportable", requested->exportable, "Let the private key leave its container");
         verb->add_option("--out", requested->out, "Output file (default: the container's name and .csr)");
     }

@@ -6,6 +6,7 @@ namespace cli_test {
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 TEST(Keys, OpensslReadsTheRequestWithEveryExtension) {
     Workplace place;
@@ -71,6 +72,55 @@ TEST(Keys, ASubjectThatIsNotOneMakesNoKey) {
         EXPECT_THAT(made.err, HasSubstr(why)) << subject;
     }
     EXPECT_EQ(place.json({"containers"})["containers"].size(), 0U);
+}
+
+TEST(Keys, TheRequestHasWhatItsOptionsName) {
+    Workplace place;
+    const Outcome made = place.cliWithPin({"request", "--container", "more", "--subject", "CN=X", "--email",
+                                           "a@example.org", "--email", "b@example.org", "--dns", "host.example.org",
+                                           "--identification", "passport", "--key-days", "450", "--no-client-info"});
+    ASSERT_EQ(made.exit, 0) << made.err;
+    const auto text = [&](const char* name) {
+        return place.openssl()
+            .run({"req", "-inform", "DER", "-in", std::string(name) + ".csr", "-verify", "-noout", "-text"})
+            .out;
+    };
+    const std::string more = text("more");
+    EXPECT_THAT(more, HasSubstr("DNS:host.example.org, email:a@example.org, email:b@example.org"));
+    EXPECT_THAT(more, HasSubstr("1.2.643.100.114"));
+    EXPECT_THAT(more, HasSubstr("X509v3 Private Key Usage Period"));
+    EXPECT_THAT(more, Not(HasSubstr("1.3.6.1.4.1.311.13.2.3"))) << "the system";
+    EXPECT_THAT(more, Not(HasSubstr("1.3.6.1.4.1.311.21.20"))) << "machine and user";
+    ASSERT_EQ(place.cliWithPin({"request", "--container", "usual", "--subject", "CN=X"}).exit, 0);
+    const std::string usual = text("usual");
+    EXPECT_THAT(usual, HasSubstr("1.3.6.1.4.1.311.13.2.3"));
+    EXPECT_THAT(usual, HasSubstr("1.3.6.1.4.1.311.21.20"));
+    EXPECT_THAT(usual, Not(HasSubstr("1.2.643.100.114")));
+    EXPECT_THAT(usual, Not(HasSubstr("X509v3 Private Key Usage Period")));
+    for (const auto& wrong : std::vector<std::vector<std::string>>{
+             {"--identification", "4"}, {"--key-days", "0"}, {"--key-days", "36501"}, {"--container", ""}}) {
+        std::vector<std::string> words{"request", "--container", "wrong", "--subject", "CN=X"};
+        words.insert(words.end(), wrong.begin(), wrong.end());
+        EXPECT_EQ(place.cliWithPin(words).exit, 2) << wrong[0];
+    }
+    EXPECT_EQ(place.cli({"request", "--subject", "CN=X"}).exit, 2) << "no container";
+}
+
+TEST(Keys, EveryListedKeyCanBeMade) {
+    Workplace place;
+    const Json keys = place.json({"request", "--list"})["keys"];
+    int number = 0;
+    for (const Json& row : keys) {
+        EXPECT_FALSE(row["param_sets"].empty()) << row;
+        for (const Json& set : row["param_sets"]) {
+            const Outcome made =
+                place.cliWithPin({"request", "--container", "k" + std::to_string(++number), "--subject", "CN=X",
+                                  "--provider", std::to_string(row["type"].get<int>()), "--param-set", set["oid"]});
+            EXPECT_EQ(made.exit, 0) << set << made.err;
+        }
+    }
+    EXPECT_GT(number, 4);
+    EXPECT_EQ(place.json({"containers"})["containers"].size(), static_cast<std::size_t>(number));
 }
 
 TEST(Keys, ContainersAreListedAndDeleted) {

@@ -20,6 +20,11 @@
 #include <boost/smart_ptr/make_shared.hpp>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+#include <utility>
+
 namespace klunortredi::cli {
 
 namespace {
@@ -58,6 +63,42 @@ std::string subjectWithOids(const std::string& subject) {
     return result;
 }
 
+/// Values of the extension 1.2.643.100.114.
+constexpr std::pair<std::string_view, unsigned> identifications[] = {
+    {"personal", 0}, {"certificate", 1}, {"passport", 2}, {"system", 3}};
+
+boost::optional<unsigned> identificationOf(const std::string& name) {
+    const auto* const row = std::ranges::find(identifications, name, &std::pair<std::string_view, unsigned>::first);
+    return row == std::end(identifications) ? boost::none : boost::make_optional(row->second);
+}
+
+/// Which provider makes which keys.
+ExitCode listKeys(const Session& session) {
+    namespace tools = orvik::plugin::crypto::tools;
+    auto list = nlohmann::ordered_json::array();
+    for (const ProviderPtr& provider : installedProviders()) {
+        const auto record = tools::providerInfo(text::utf8(provider->name()));
+        auto sets = nlohmann::ordered_json::array();
+        for (const std::string& oid : record ? record->paramSets : std::vector<std::string>{}) {
+            const auto set = tools::algorithmParamSet(oid);
+            sets.push_back({{"oid", oid}, {"name", set ? set->name : std::string{}}});
+        }
+        list.push_back({{"provider", text::utf8(provider->name())},
+                        {"type", static_cast<unsigned>(provider->type())},
+                        {"param_sets", sets}});
+    }
+    session.console.result({{"keys", list}}, [&](std::ostream& out) {
+        for (const auto& row : list) {
+            out << row["provider"].get<std::string>() << " (" << row["type"] << ")\n";
+            for (const auto& set : row["param_sets"]) {
+                out << "  --param-set " << set["oid"].get<std::string>() << "  " << set["name"].get<std::string>()
+                    << '\n';
+            }
+        }
+    });
+    return ExitCode::done;
+}
+
 void checkOids(const RequestArguments& arguments) {
     if (!arguments.paramSet.empty()) {
         text::checkOid("--param-set", arguments.paramSet);
@@ -82,6 +123,13 @@ auto makeRequest(const boost::shared_ptr<orvik::plugin::crypto::CsrCreatorParams
 } // namespace
 
 ExitCode request(Session& session, const RequestArguments& arguments) {
+    if (arguments.list) {
+        return listKeys(session);
+    }
+    if (arguments.container.empty()) {
+        throw Failure(ExitCode::usage, "cannot make a request", "--container is required",
+                      "name the new container for the key; 'klunortredi request --help' shows the rest");
+    }
     const std::string subject = subjectWithOids(arguments.subject);
     checkOids(arguments);
     // The output is claimed first: a key pair whose request cannot be written is of no use.
@@ -102,7 +150,11 @@ ExitCode request(Session& session, const RequestArguments& arguments) {
     params->enhancedKeyUsage = arguments.enhancedKeyUsage;
     params->certificatePolicies = arguments.policies;
     params->dnsNames = arguments.dnsNames;
+    params->emailNames = arguments.emailNames;
     params->userPrincipalName = arguments.userPrincipalName;
+    params->identificationKind = identificationOf(arguments.identification);
+    params->privateKeyDays = boost::make_optional(arguments.keyDays > 0, arguments.keyDays);
+    params->machineInfo = !arguments.withoutMachineInfo;
     params->subjectSignTool = params->provider->subjectSignTool().value_or("");
     params->exportable = arguments.exportable;
 

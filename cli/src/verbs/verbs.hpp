@@ -43,8 +43,13 @@ struct RequestArguments {
     std::vector<std::string> enhancedKeyUsage;
     std::vector<std::string> policies;
     std::vector<std::string> dnsNames;
+    std::vector<std::string> emailNames;
     std::string userPrincipalName;
+    std::string identification; ///< a name of the table in request.cpp; empty: none
+    unsigned keyDays = 0;       ///< validity of the private key from now; 0: not stated
     bool exportable = false;
+    bool withoutMachineInfo = false; ///< the request does not name the machine, its user and its system
+    bool list = false;               ///< show which keys can be made, and make none
     std::string out;
 };
 ExitCode request(Session& session, const RequestArguments& arguments);

@@ -46,10 +46,14 @@ std::string extensionRequest(std::vector<Encoded> extensions) {
 
 std::vector<Encoded> encodeAttributes(const crypto::CsrCreatorParams& params, std::vector<Encoded> extensions) {
     std::vector<Encoded> attributes;
-    attributes.push_back({osVersionOid, tools::encodeOsVersion()});
+    if (params.machineInfo) {
+        attributes.push_back({osVersionOid, tools::encodeOsVersion()});
+    }
     attributes.push_back({capi::szOID_ENROLLMENT_CSP_PROVIDER, cspProvider(*params.provider)});
     attributes.push_back({capi::szOID_ENROLLMENT_NAME_VALUE_PAIR, nameValuePair()});
-    attributes.push_back({clientInfoOid, tools::encodeClientInfo()});
+    if (params.machineInfo) {
+        attributes.push_back({clientInfoOid, tools::encodeClientInfo()});
+    }
     attributes.push_back({extensionRequestOid, extensionRequest(std::move(extensions))});
     return attributes;
 }

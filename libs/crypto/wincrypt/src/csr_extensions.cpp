@@ -63,21 +63,26 @@ std::string enhancedKeyUsage(const std::vector<std::string>& oids) {
     return tools::encodeEnhKeyUsage({static_cast<DWORD>(usages.size()), usages.data()});
 }
 
-std::string subjectAltName(const std::string& userPrincipalName, const std::vector<std::string>& dnsNames) {
+std::string subjectAltName(const crypto::CsrCreatorParams& params) {
     std::vector<CERT_ALT_NAME_ENTRY> entries;
-    std::string principal = asn::utf8String(userPrincipalName);
+    std::string principal = asn::utf8String(params.userPrincipalName);
     CERT_OTHER_NAME other{const_cast<char*>(userPrincipalNameOid), blob(principal)};
-    if (!userPrincipalName.empty()) {
+    if (!params.userPrincipalName.empty()) {
         auto& entry = entries.emplace_back();
         entry.dwAltNameChoice = capi::CERT_ALT_NAME_OTHER_NAME;
         entry.u.pOtherName = &other;
     }
     std::vector<std::wstring> wide;
-    wide.reserve(dnsNames.size());
-    for (const auto& name : dnsNames) {
+    wide.reserve(params.dnsNames.size() + params.emailNames.size());
+    for (const auto& name : params.dnsNames) {
         auto& entry = entries.emplace_back();
         entry.dwAltNameChoice = capi::CERT_ALT_NAME_DNS_NAME;
         entry.u.pwszDNSName = wide.emplace_back(plugin::converter::utf8_to_utf16(name)).data();
+    }
+    for (const auto& name : params.emailNames) {
+        auto& entry = entries.emplace_back();
+        entry.dwAltNameChoice = capi::CERT_ALT_NAME_RFC822_NAME;
+        entry.u.pwszRfc822Name = wide.emplace_back(plugin::converter::utf8_to_utf16(name)).data();
     }
     return tools::encodeAltNameInfo({static_cast<DWORD>(entries.size()), entries.data()});
 }
@@ -106,8 +111,8 @@ std::vector<Encoded> encodeExtensions(const crypto::CsrCreatorParams& params, st
     if (!params.enhancedKeyUsage.empty()) {
         extensions.push_back({enhancedKeyUsageOid, enhancedKeyUsage(params.enhancedKeyUsage)});
     }
-    if (!params.userPrincipalName.empty() || !params.dnsNames.empty()) {
-        extensions.push_back({subjectAltNameOid, subjectAltName(params.userPrincipalName, params.dnsNames)});
+    if (!params.userPrincipalName.empty() || !params.dnsNames.empty() || !params.emailNames.empty()) {
+        extensions.push_back({subjectAltNameOid, subjectAltName(params)});
     }
     extensions.push_back({capi::szOID_SUBJECT_KEY_IDENTIFIER, tools::encodeSubjectNameIdentifier(blob(keyIdentifier))});
     if (!params.subjectSignTool.empty()) {

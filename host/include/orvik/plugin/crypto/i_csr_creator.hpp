@@ -28,6 +28,8 @@ struct CsrCreatorParams {
     boost::optional<unsigned> identificationKind; ///< 1.2.643.100.114
     boost::optional<unsigned> privateKeyDays;     ///< validity period of the private key from now
     bool exportable = false;
+    std::vector<std::string> emailNames; ///< e-mail addresses for the subject alternative name (RFC 5280, 4.2.1.6)
+    bool machineInfo = true;             ///< the request names the machine, its user and its system
 };
 
 /// Makes a key pair and a certificate request for it (RFC 2986).
