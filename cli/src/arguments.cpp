@@ -169,6 +169,11 @@ private:
         };
         which("show", "Show one certificate", showCertificate);
         which("delete", "Delete a certificate from the store", deleteCertificate);
+        which("set-name", "Give a certificate a friendly name", nameCertificate)
+            ->add_option("NAME", certs->name, "The name")
+            ->check(utf8Text)
+            ->check(notEmpty)
+            ->required();
         which("export", "Write a certificate to a file", exportCertificate)
             ->add_option("--out", certs->out, "Output file (default: standard output)");
         add(*verb, "add", "Add the certificates of a file, or a CRL, to the store", certs, addCertificate)

@@ -27,7 +27,8 @@ namespace {
 using orvik::plugin::crypto::ICertificate;
 using orvik::plugin::crypto::ICertificateStore;
 
-constexpr std::size_t largestCertificate = 1024 * 1024; // octets; real ones have a few thousand
+constexpr std::size_t largestCertificate = 1024 * 1024; // octets of a file; real ones have a few thousand
+constexpr std::size_t largestUsable = 102400;           // octets of DER; the interface's sizes end there
 
 std::string providerOf(const ICertificate& certificate) {
     const auto provider = certificate.provider(false);
@@ -89,6 +90,11 @@ CertificatePtr readCertificate(const std::string& path) {
 }
 
 CertificatePtr certificateFromDer(const std::string& der) {
+    if (der.size() > largestUsable) {
+        throw Failure(ExitCode::input, "cannot read a certificate",
+                      "it has " + std::to_string(der.size()) + " octets, the library takes at most " +
+                          std::to_string(largestUsable));
+    }
     return boost::make_shared<orvik::plugin::wincrypt::Certificate>(der, ICertificate::Format::der);
 }
 

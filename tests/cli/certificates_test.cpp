@@ -250,6 +250,39 @@ TEST(Signing, TakesTheOnlyUsableOfSeveralCertificatesOfOneSubject) {
     EXPECT_EQ(place.cli({"verify", "report.txt.sig", "--content", "report.txt"}).exit, 0);
 }
 
+TEST(Certificates, OneThatIsTooLargeIsRefusedAsThatAndNotStored) {
+    const Workplace place;
+    place.folder().write("big.cnf", "[req]\ndistinguished_name=d\nx509_extensions=e\nprompt=no\n[d]\nCN=Big\n[e]\n"
+                                    "1.2.3.4=ASN1:SEQUENCE:s\n[s]\n");
+    std::string rows;
+    for (int i = 0; i < 60; ++i) {
+        rows += "f" + std::to_string(i) + "=UTF8:" + std::string(1700, 'x') + "\n";
+    }
+    place.folder().write("big.cnf", place.folder().read("big.cnf") + rows);
+    place.openssl().must(
+        {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-config", "big.cnf", "-keyout", "k", "-out", "big.pem"});
+    for (const auto& words :
+         {std::vector<std::string>{"certs", "add", "big.pem"}, std::vector<std::string>{"chain", "big.pem"}}) {
+        const Outcome outcome = place.cli(words);
+        EXPECT_EQ(outcome.exit, 3) << outcome.err;
+        EXPECT_THAT(outcome.err, HasSubstr("octets, the library takes at most 102400"));
+    }
+    EXPECT_TRUE(place.json({"certs", "list"})["certificates"].empty());
+}
+
+TEST(Certificates, ANameThatIsGivenStays) {
+    Workplace place;
+    place.makeSigner("one");
+    ASSERT_EQ(place.cli({"certs", "set-name", "Signer one", "Подпись 2026"}).exit, 0);
+    const Json listed = place.json({"certs", "list"})["certificates"][0];
+    EXPECT_EQ(listed["friendly_name"], "Подпись 2026");
+    EXPECT_EQ(listed["container"], "one") << "the link to the key stays";
+    EXPECT_EQ(place.cli({"certs", "set-name", "Signer one", ""}).exit, 2);
+    EXPECT_EQ(place.cli({"certs", "set-name", "Signer one", "a\xFF"}).exit, 2);
+    EXPECT_EQ(place.cli({"certs", "set-name", "nobody", "x"}).exit, 1);
+    EXPECT_EQ(place.json({"certs", "list"})["certificates"][0]["friendly_name"], "Подпись 2026");
+}
+
 TEST(Certificates, ThoseThatEndSoonAreListed) {
     const Workplace place;
     for (const char* days : {"5", "20", "400"}) {

@@ -3,6 +3,7 @@
 #include "certificates.hpp"
 #include "console.hpp"
 #include "crypto/wincrypt/certificate_store.hpp"
+#include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "failure.hpp"
 #include "installed.hpp"
 #include "options.hpp"
@@ -94,6 +95,19 @@ ExitCode deleteCertificate(Session& session, const CertsArguments& arguments) {
     RegistryCertificateStore(arguments.store, ICertificateStore::system).deleteCertificate(*certificate);
     session.console.result({{"deleted", toJson(*certificate)}, {"store", arguments.store}}, [&](std::ostream& out) {
         out << "deleted " << titleOf(*certificate) << " from store " << arguments.store << '\n';
+    });
+    return ExitCode::done;
+}
+
+ExitCode nameCertificate(Session& session, const CertsArguments& arguments) {
+    refuseProvider(arguments, "set-name");
+    const auto certificate = findCertificate(storeCertificates(arguments.store), arguments.which, placeOf(arguments));
+    if (!certificate->setFriendlyName(arguments.name)) {
+        throw Failure(ExitCode::service, "cannot name " + titleOf(*certificate), "the service did not take the name",
+                      {}, orvik::plugin::wincrypt::GetLastErrorEx());
+    }
+    session.console.result({{"named", toJson(*certificate)}, {"store", arguments.store}}, [&](std::ostream& out) {
+        out << titleOf(*certificate) << " is named " << printableName(arguments.name) << '\n';
     });
     return ExitCode::done;
 }

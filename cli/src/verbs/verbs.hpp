@@ -66,6 +66,7 @@ struct CertsArguments {
     std::string provider; ///< not empty: the certificates of this provider's containers instead of a store's
     std::string which;
     std::string out = "-"; ///< of `export`
+    std::string name;      ///< of `set-name`
     std::string expiring;  ///< of `list`: only those that end within so many days ("30d"); empty: all
 };
 /// Throws Failure (exit 2) when a provider is named, which `certs VERB` does not take.
@@ -74,6 +75,7 @@ ExitCode listCertificates(Session& session, const CertsArguments& arguments);
 ExitCode showCertificate(Session& session, const CertsArguments& arguments);
 ExitCode addCertificate(Session& session, const CertsArguments& arguments);
 ExitCode deleteCertificate(Session& session, const CertsArguments& arguments);
+ExitCode nameCertificate(Session& session, const CertsArguments& arguments);
 ExitCode exportCertificate(Session& session, const CertsArguments& arguments);
 
 /// Who signs, and in which form.

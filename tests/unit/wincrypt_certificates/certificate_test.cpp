@@ -216,6 +216,13 @@ TEST_F(CertificateTest, RefusedFriendlyNameIsLogged) {
     EXPECT_THAT(logTexts(Severity::warning), ElementsAre("wincrypt: can't set 'friendlyname' to certificate: 5"));
 }
 
+TEST_F(CertificateTest, FriendlyNameThatIsNotUtf8IsLogged) {
+    const auto signer = certificate();
+    EXPECT_FALSE(signer->setFriendlyName("a\xFF"));
+    EXPECT_THAT(service().trace(), IsEmpty());
+    EXPECT_THAT(logTexts(Severity::warning), ElementsAre("wincrypt: can't set 'friendlyname' to certificate: 1113"));
+}
+
 TEST_F(CertificateTest, ThumbprintIsTheDigestOfTheEncoding) {
     EXPECT_EQ(certificate()->thumbprint().value_or("").size(), 20U);
     EXPECT_THAT(service().trace(), Contains(HasSubstr("CryptHashCertificate(0, 32772, 0, ")));

@@ -21,6 +21,7 @@
 #include <boost/smart_ptr/make_shared.hpp>
 
 #include <cstring>
+#include <stdexcept>
 #include <string>
 
 namespace orvik::plugin::wincrypt {
@@ -171,14 +172,23 @@ bool Certificate::setFriendlyName(boost::string_view name) const {
     if (name.empty()) {
         return false;
     }
-    auto wide = plugin::converter::utf8_to_utf16(name);
+    const auto refused = [](unsigned code) {
+        log::warning("wincrypt: can't set 'friendlyname' to certificate: " + std::to_string(code));
+        return false;
+    };
+    std::wstring wide;
+    try {
+        wide = plugin::converter::utf8_to_utf16(name);
+    } catch (const std::range_error&) {
+        constexpr unsigned noUnicodeTranslation = 1113; // ERROR_NO_UNICODE_TRANSLATION
+        return refused(noUnicodeTranslation);
+    }
     const CRYPT_DATA_BLOB blob{static_cast<DWORD>((wide.size() + 1) * sizeof(wchar_t)),
                                reinterpret_cast<BYTE*>(wide.data())};
     if (CertSetCertificateContextProperty(native(), capi::CERT_FRIENDLY_NAME_PROP_ID, 0, &blob) != 0) {
         return true;
     }
-    log::warning("wincrypt: can't set 'friendlyname' to certificate: " + std::to_string(GetLastErrorEx()));
-    return false;
+    return refused(GetLastErrorEx());
 }
 
 boost::optional<std::string> Certificate::thumbprint() const {
