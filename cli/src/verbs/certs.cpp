@@ -19,7 +19,6 @@ namespace klunortredi::cli {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using orvik::plugin::crypto::ICertificate;
 using orvik::plugin::crypto::ICertificateStore;
 using orvik::plugin::wincrypt::RegistryCertificateStore;
 
