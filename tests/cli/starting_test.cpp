@@ -34,9 +34,13 @@ TEST(Starting, TheServiceIsFoundBesideTheProgramWhateverItIsCalled) {
 }
 
 TEST(Starting, LibrariesAreNotLookedForInTheCurrentFolder) {
-    const auto dynamic = test_support::run({"readelf", "-dW", KLUNORTREDI});
-    ASSERT_EQ(dynamic.exit, 0) << dynamic.err;
-    EXPECT_THAT(dynamic.out, Not(testing::ContainsRegex(R"(R(UN)?PATH.*(\[:|::|:\]))")));
+    const std::string build = BUILD_FOLDER;
+    for (const std::string& file : {std::string(KLUNORTREDI), build + "/bin/klunortredi-csp",
+                                    build + "/lib/libklunortredi_wincrypt.so", build + "/lib/liborvik-host.so"}) {
+        const auto dynamic = test_support::run({"readelf", "-dW", file});
+        ASSERT_EQ(dynamic.exit, 0) << dynamic.err;
+        EXPECT_THAT(dynamic.out, Not(testing::ContainsRegex(R"(R(UN)?PATH.*(\[:|::|:\]))"))) << file;
+    }
 }
 
 TEST(Starting, AnInstalledCommandFindsItsServiceAndLibraries) {
