@@ -149,7 +149,7 @@ ossl::X509Ptr readCertificate(const std::string& path) {
     const unsigned char* next = start;
     ossl::X509Ptr certificate(d2i_X509(nullptr, &next, static_cast<long>(octets.size())));
     if (!certificate || next != start + octets.size()) {
-        throw Failure(ExitCode::input, "cannot read the certificate " + path, "this is no certificate");
+        throw Failure(ExitCode::input, "cannot read the certificate " + path, "this is not a certificate");
     }
     return certificate;
 }

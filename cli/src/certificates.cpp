@@ -82,7 +82,7 @@ CertificatePtr readCertificate(const std::string& path) {
         const Failure failure = currentFailure("cannot read the certificate " + path);
         // What the service says of malformed octets is still about our input.
         if (failure.exit() == ExitCode::service && failure.code() >= 0x80090000U) {
-            throw Failure(ExitCode::input, "cannot read the certificate " + path, "this is no certificate", {},
+            throw Failure(ExitCode::input, "cannot read the certificate " + path, "this is not a certificate", {},
                           failure.code());
         }
         throw failure;

@@ -90,7 +90,7 @@ std::optional<Problem> extendedUsageProblem(const ICertificate& certificate, con
     }
     const auto held = extendedUsageOf(certificate);
     if (!held) {
-        return Problem{"its extended key usage cannot be read", "if any usage will do, say --usage any"};
+        return Problem{"its extended key usage cannot be read", "to accept any usage, add --usage any"};
     }
     const bool fits = std::ranges::any_of(*held, [&](const std::string& oid) {
         const Usage* const usage = findUsage(oid);
@@ -160,7 +160,7 @@ std::optional<Problem> signerProblem(const ICertificate& certificate, const Chai
     }
     if (isAuthority(certificate)) {
         return Problem{"it is the certificate of an authority, which signs certificates and not documents",
-                       "if that is meant, say --usage any"};
+                       "to accept it all the same, add --usage any"};
     }
     const Usage* const named = findUsage(query.usage);
     if (auto problem = keyUsageProblem(certificate, named == nullptr ? forSigning : named->keyUsages)) {

@@ -283,7 +283,7 @@ TEST_F(Chain, RefusesFilesThatBringNothing) {
         wrong.replace(at, 11, "X509 CRL");
     }
     place.folder().write("label.pem", wrong);
-    wrong.replace(wrong.find("X509 CRL"), 8, "CERTIFICATE"); // and another one at its end
+    wrong.replace(wrong.find("X509 CRL"), 8, "CERTIFICATE"); // the END line keeps its label
     place.folder().write("labels.pem", wrong);
     place.openssl().must({"x509", "-in", "sub.pem", "-outform", "DER", "-out", "sub.der"});
     place.folder().write("more.der", read("sub.der") + "x");

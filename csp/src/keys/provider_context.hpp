@@ -53,7 +53,7 @@ public:
         bool exportable;
     };
     /// When it returns, the key pair is on disk under the container's name, the first one with the whole container.
-    /// When it throws, there is no such key pair; a container that is being made may get one from a later call.
+    /// When it throws, no key pair was made; in a container that is being made, a later call may make one.
     void generateKey(const KeyRequest& request);
     /// The parameter set of the next key pair of that spec, as a dotted OID; the key algorithm's own OID chooses the
     /// default. Throws ApiError(NTE_BAD_ALGID) for another algorithm's.

@@ -1,7 +1,7 @@
 // Attacks on signed documents: none of them may leave a signature valid.
 
+#include "honest_documents.hpp"
 #include "orvik/plugin/base64.hpp"
-#include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/crypto/i_provider.hpp"
 #include "orvik/plugin/xml/xml_document.hpp"
 #include "xml_signing.hpp"
@@ -17,59 +17,21 @@ namespace {
 
 namespace base64 = orvik::plugin::base64;
 using host_test::content;
+using host_test::Honest;
+using host_test::honest;
 using host_test::part;
 using host_test::referenceTemplate;
 using host_test::replaced;
+using host_test::signatureOf;
 using host_test::signatureTemplate;
-using host_test::Signer;
-using host_test::signTemplate;
 using host_test::transformElement;
-using orvik::plugin::crypto::exception::CryptoException;
-using orvik::plugin::xml::XmlDocument;
+using host_test::withoutItself;
+using host_test::withoutItselfExclusive;
+using host_test::withUnsignedProperty;
+using host_test::worst;
 using orvik::plugin::xml::XmlSignatureVerdict;
 using orvik::plugin::xml::XmlVerifyOptions;
 using Text = std::string;
-
-const std::string withoutItself = transformElement(host_test::enveloped);
-const std::string withoutItselfExclusive = withoutItself + transformElement(host_test::exclusive);
-
-/// What the attacker starts from: honest signatures by one signer, made once.
-struct Honest {
-    Signer signer{host_test::rsaSigner()};
-    Signer other{host_test::rsaSigner()};
-    std::string whole = sign(referenceTemplate("", withoutItself));
-    std::string exclusive = sign(referenceTemplate("", withoutItselfExclusive));
-    std::string byId = sign(referenceTemplate("#d1", withoutItselfExclusive));
-    std::string part = sign(referenceTemplate("#p1", transformElement(host_test::exclusive)));
-    std::string byXpath =
-        sign(referenceTemplate("", "<Transform Algorithm=\"http://www.w3.org/TR/1999/REC-xpath-19991116\"><XPath "
-                                   "xmlns:d=\"http://www.w3.org/2000/09/xmldsig#\">not(ancestor-or-self::d:Signature)"
-                                   "</XPath></Transform>"));
-    std::string enveloping = signTemplate(
-        signer, signatureTemplate(referenceTemplate("#o1"), "<X509Data/>", "<Object Id=\"o1\">100</Object>"));
-
-    [[nodiscard]] std::string sign(const std::string& references) const {
-        return signTemplate(signer,
-                            "<doc xmlns:x=\"urn:x\" xmlns:y=\"urn:y\" Id=\"d1\"><part Id=\"p1\" x:k=\"1\">100</part>"
-                            "<part Id=\"p2\">two</part>" +
-                                signatureTemplate(references) + "</doc>");
-    }
-};
-
-const Honest& honest() {
-    static const Honest made;
-    return made;
-}
-
-/// The document with properties of XAdES added to its signature; x is bound to XAdES in them.
-std::string withUnsignedProperty(const std::string& text, const std::string& property) {
-    return replaced(text, "</Signature>",
-                    "<Object><x:QualifyingProperties xmlns:x=\"http://uri.etsi.org/01903/v1.3.2#\"><x:Unsigned"
-                    "Properties><x:UnsignedSignatureProperties>" +
-                        property +
-                        "</x:UnsignedSignatureProperties></x:UnsignedProperties></x:QualifyingProperties></Object>"
-                        "</Signature>");
-}
 
 /// What must come of an attack.
 enum class Outcome {
@@ -88,10 +50,6 @@ struct Attack {
 
 void PrintTo(const Attack& attack, std::ostream* out) {
     *out << attack.name;
-}
-
-std::string signatureOf(const std::string& text) {
-    return part(text, "<Signature", "</Signature>");
 }
 
 std::string body(const std::string& text) {
@@ -483,25 +441,6 @@ const Attack attacks[] = {
 
 class XmlAttack : public testing::TestWithParam<Attack> {};
 
-/// The worst verdict of the document's signatures; nothing when the document is refused.
-std::optional<orvik::plugin::xml::XmlSignatureResult> worst(const std::string& text, const XmlVerifyOptions& options) {
-    try {
-        XmlDocument parsed(text.data(), text.size());
-        const auto results = orvik::plugin::xml::verifyXmlSignatures(parsed, {}, options);
-        orvik::plugin::xml::XmlSignatureResult found; // no signature at all: invalid
-        for (std::size_t i = 0; i < results.size(); ++i) {
-            if (i == 0 || (found.valid && (!results[i].valid || found.wholeDocument))) {
-                found = results[i];
-            }
-        }
-        return found;
-    } catch (const CryptoException& e) {
-        EXPECT_EQ(e.code().value(), static_cast<int>(CryptoException::Code::unknownFormat));
-        EXPECT_NE(std::string(e.what()), "");
-        return {};
-    }
-}
-
 TEST_P(XmlAttack, FailsForTheRightReason) {
     const Attack& attack = GetParam();
     const std::string text = attack.mount(honest().*attack.base);
@@ -536,97 +475,6 @@ TEST(XmlAttacks, StartFromValidDocuments) {
         EXPECT_TRUE(result->wholeDocument);
     }
     EXPECT_GE(std::size(attacks), 60U);
-}
-
-constexpr const char* looseNamespaces = "namespace declarations that no signed name uses";
-
-TEST(XmlAttacks, UnsignedPropertiesOfXadesLeaveTheDocumentWhole) {
-    const std::string text = withUnsignedProperty(
-        honest().whole, "<x:CompleteCertificateRefs><x:CertRefs><x:Cert><x:CertDigest><DigestMethod Algorithm=\"u\"/>"
-                        "<DigestValue>AAAA</DigestValue></x:CertDigest></x:Cert></x:CertRefs>"
-                        "</x:CompleteCertificateRefs><x:SignatureTimeStamp><x:EncapsulatedTimeStamp>AAAA"
-                        "</x:EncapsulatedTimeStamp></x:SignatureTimeStamp>");
-    const auto result = worst(text, {});
-    ASSERT_TRUE(result);
-    EXPECT_TRUE(result->valid) << result->reason;
-    EXPECT_THAT(result->notCovered, testing::Contains("unsigned properties in the signature"));
-}
-
-// "urn:y" is bound to a prefix that no name of the signed document uses. An inclusive form of SignedInfo would protect
-// it.
-TEST(XmlAttacks, NamesThatAreNotSignedDoNotProtectANamespace) {
-    const std::string signature = replaced(signatureTemplate(referenceTemplate("", withoutItselfExclusive)),
-                                           "http://www.w3.org/TR/2001/REC-xml-c14n-20010315", host_test::exclusive);
-    const std::string text = signTemplate(honest().signer, "<doc xmlns:y=\"urn:y\">" + signature + "</doc>");
-    const std::string element =
-        withUnsignedProperty(replaced(text, "urn:y", "http://uri.etsi.org/01903/v1.3.2#"), "<y:CertRefs/>");
-    const std::string attribute = withUnsignedProperty(replaced(text, "urn:y", "urn:evil"), "<x:CertRefs y:k=\"\"/>");
-    for (const std::string& changed : {text, element, attribute}) {
-        const auto result = worst(changed, {});
-        ASSERT_TRUE(result);
-        EXPECT_EQ(result->valid, changed != attribute) << result->reason;
-        EXPECT_THAT(result->notCovered, testing::Contains(looseNamespaces)) << changed;
-    }
-}
-
-// A key of 16,384 bits takes some milliseconds, and every signature may carry sixteen.
-TEST(XmlAttacks, TheKeysOfADocumentAreTriedWithinABound) {
-    const test_support::Openssl openssl(honest().other.folder());
-    std::string certificates;
-    for (const char* name : {"1", "2", "3", "4", "5"}) {
-        openssl.must({"req", "-x509", "-new", "-key", "key.pem", "-outform", "DER", "-out", "many.der", "-subj",
-                      std::string("/CN=") + name});
-        certificates +=
-            "<X509Certificate>" + base64::encode(honest().other.folder().read("many.der")) + "</X509Certificate>";
-    }
-    const std::string own = part(honest().part, "<X509Certificate>", "</X509Certificate>");
-    const std::string foreign = signatureOf(replaced(honest().part, own, certificates));
-    std::string text = honest().part;
-    for (int i = 0; i < 60; ++i) { // 300 keys
-        text = replaced(text, "</doc>", foreign + "</doc>");
-    }
-    XmlDocument parsed(text.data(), text.size());
-    XmlVerifyOptions parts;
-    parts.allowPartial = true;
-    const auto results = orvik::plugin::xml::verifyXmlSignatures(parsed, {}, parts);
-    ASSERT_EQ(results.size(), 61U);
-    EXPECT_TRUE(results[0].valid) << results[0].reason;
-    EXPECT_EQ(results[51].verdict, XmlSignatureVerdict::invalid) << "the last whose keys are all tried";
-    EXPECT_EQ(results[52].verdict, XmlSignatureVerdict::unknown);
-    EXPECT_THAT(results[60].reason, testing::HasSubstr("more keys than are tried"));
-}
-
-TEST(XmlAttacks, NamesThatAreSignedProtectANamespace) {
-    const std::string text =
-        signTemplate(honest().signer, "<doc xmlns:x=\"urn:x\"><x:part/>" +
-                                          signatureTemplate(referenceTemplate("", withoutItselfExclusive)) + "</doc>");
-    const auto result = worst(text, {});
-    ASSERT_TRUE(result);
-    EXPECT_TRUE(result->valid) << result->reason;
-    EXPECT_THAT(result->notCovered, testing::Not(testing::Contains(looseNamespaces)));
-}
-
-// Every octet of a document, one at a time.
-TEST(XmlAttacks, OneChangedOctetIsRefusedOrNotCovered) {
-    const std::string& text = honest().exclusive;
-    const auto keyInfo = text.find("<KeyInfo>");
-    const auto keyInfoEnd = text.find("</KeyInfo>");
-    std::string passed;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        if (at > keyInfo && at < keyInfoEnd) {
-            continue; // reported as not covered: the signer's certificate
-        }
-        std::string changed = text;
-        changed[at] = static_cast<char>(changed[at] ^ 1);
-        const auto result = worst(changed, {});
-        if (result && result->valid) {
-            passed += text[at];
-            EXPECT_THAT(result->notCovered, testing::Contains("the signer's certificate"));
-        }
-    }
-    // Quotes and blanks are not content; "urn:y" is a namespace that no signed name uses.
-    EXPECT_THAT(passed, testing::MatchesRegex("[\"' \n0-9a-z:.]*"));
-    EXPECT_LT(passed.size(), 40U) << passed;
 }
 
 } // namespace

@@ -68,7 +68,7 @@ TEST_F(VerifierTest, PassesTheFlagsOnUnchanged) {
     }
 }
 
-/// A certificate whose context is another one than its own data: of another back-end, say.
+/// A certificate whose context does not hold its own data, as of another back-end.
 class Borrowed : public Certificate {
 public:
     explicit Borrowed(void* shown) : Certificate(nullptr), shown_(shown) {}
