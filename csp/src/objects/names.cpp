@@ -8,7 +8,8 @@ namespace klunortredi::csp {
 namespace {
 
 Bytes encodeNameAttribute(const CERT_RDN_ATTR& attribute) {
-    return der::sequence({oidArgument(attribute.pszObjId), encodeStringValue(attribute.dwValueType, attribute.Value)});
+    return der::sequence(
+        {oidArgument(attribute.pszObjId), encodeAttributeValue(attribute.dwValueType, attribute.Value)});
 }
 
 void decodeNameAttributes(const der::Element& rdn, std::size_t offset, StructBuilder& out) {

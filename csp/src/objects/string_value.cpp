@@ -161,6 +161,11 @@ Bytes encodeStringValue(DWORD valueType, const CRYPTOAPI_BLOB& value) {
     }
 }
 
+Bytes encodeAttributeValue(DWORD valueType, const CRYPTOAPI_BLOB& value) {
+    return (valueType & CERT_RDN_TYPE_MASK) == CERT_RDN_UTF8_STRING ? der::utf8String(utf8ArgumentInOctets(value))
+                                                                    : encodeStringValue(valueType, value);
+}
+
 Bytes encodeWideStringValue(DWORD valueType, const CRYPTOAPI_BLOB& value) {
     switch (valueType & CERT_RDN_TYPE_MASK) {
     case CERT_RDN_ENCODED_BLOB:

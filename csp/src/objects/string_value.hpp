@@ -20,6 +20,9 @@ namespace klunortredi::csp {
 /// CRYPT_E_BAD_ENCODE for an unknown type or other malformed content.
 Bytes encodeStringValue(DWORD valueType, const CRYPTOAPI_BLOB& value);
 
+/// The same of an attribute of a name, whose CERT_RDN_UTF8_STRING is always counted in octets (`utf8ArgumentInOctets`).
+Bytes encodeAttributeValue(DWORD valueType, const CRYPTOAPI_BLOB& value);
+
 /// The same of wide text (X509_UNICODE_NAME_VALUE): cbData counts octets, 0 means up to the terminating zero.
 Bytes encodeWideStringValue(DWORD valueType, const CRYPTOAPI_BLOB& value);
 

@@ -78,24 +78,49 @@ std::wstring readWide(const BYTE* data, std::size_t count) {
     return text;
 }
 
+/// The octets that `value` counts.
+ByteView visibleOctets(const CRYPTOAPI_BLOB& value) {
+    if (value.cbData != 0 && value.pbData == nullptr) {
+        fail(capi::ERROR_INVALID_PARAMETER);
+    }
+    return {value.pbData, value.cbData};
+}
+
+std::string utf8Of(std::wstring_view text) {
+    if (const auto utf8 = utf8FromWide(text)) {
+        return *utf8;
+    }
+    fail(capi::CRYPT_E_BAD_ENCODE);
+}
+
+std::string utf8Of(ByteView octets) {
+    if (std::ranges::find(octets, 0) == octets.end() && wideFromUtf8(asText(octets))) {
+        return std::string(asText(octets));
+    }
+    fail(capi::CRYPT_E_BAD_ENCODE);
+}
+
 } // namespace
 
 std::string utf8Argument(const CRYPTOAPI_BLOB& value) {
-    if (value.cbData == 0) {
-        return {};
+    const ByteView visible = visibleOctets(value);
+    if (!visible.empty() && isWide(visible)) {
+        return utf8Of(readWide(value.pbData, value.cbData));
     }
-    if (value.pbData == nullptr) {
-        fail(capi::ERROR_INVALID_PARAMETER);
+    return utf8Of(visible);
+}
+
+std::string utf8ArgumentInOctets(const CRYPTOAPI_BLOB& value) {
+    const ByteView octets = visibleOctets(value);
+    if (octets.empty() || octets.size() % WideSize != 0 || !looksWide(octets)) {
+        return utf8Of(octets);
     }
-    const ByteView visible(value.pbData, value.cbData);
-    if (isWide(visible)) {
-        if (const auto utf8 = utf8FromWide(readWide(value.pbData, value.cbData))) {
-            return *utf8;
-        }
-    } else if (std::ranges::find(visible, 0) == visible.end() && wideFromUtf8(asText(visible))) {
-        return std::string(asText(visible));
+    std::wstring text(octets.size() / WideSize, L'\0');
+    std::memcpy(text.data(), octets.data(), octets.size());
+    if (text.find(L'\0') != std::wstring::npos) {
+        fail(capi::CRYPT_E_BAD_ENCODE);
     }
-    fail(capi::CRYPT_E_BAD_ENCODE);
+    return utf8Of(text);
 }
 
 } // namespace klunortredi::csp

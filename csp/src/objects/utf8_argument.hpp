@@ -33,4 +33,9 @@ namespace klunortredi::csp {
 /// with a size.
 std::string utf8Argument(const CRYPTOAPI_BLOB& value);
 
+/// The same where cbData always counts octets, as in the attributes of a name: wide characters, terminated or not, when
+/// the octets are whole groups of four of which each ends in 00..10 00; otherwise UTF-8. Nothing outside the cbData
+/// octets is read. Errors as above.
+std::string utf8ArgumentInOctets(const CRYPTOAPI_BLOB& value);
+
 } // namespace klunortredi::csp

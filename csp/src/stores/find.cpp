@@ -28,10 +28,11 @@ Criterion blobCriterion(const void* parameter, ByteView (*part)(const Certificat
     return [wanted, part](const Certificate& candidate) { return std::ranges::equal(part(candidate), wanted); };
 }
 
+/// The very same certificate: anybody can make another with its issuer and serial number.
 Criterion existingCriterion(const void* parameter) {
     const ContextTarget wanted = contextTarget(static_cast<PCCERT_CONTEXT>(parameter));
     return [wanted](const Certificate& candidate) {
-        return sameIssuerAndSerial(candidate.info(), wanted.certificate->info());
+        return std::ranges::equal(candidate.encoded(), wanted.certificate->encoded());
     };
 }
 

@@ -38,6 +38,8 @@ public:
 
 protected:
     [[nodiscard]] bool isOpen() const { return handle_ != nullptr; }
+    /// Closes the store when it is open; the next use opens it again. A failure is logged.
+    void close() const noexcept;
 
 private:
     mutable void* handle_ = nullptr;
@@ -53,7 +55,8 @@ public:
 
     bool addCertificate(const crypto::ICertificate& certificate) override;
     bool deleteCertificate(const crypto::ICertificate& certificate) override;
-    /// Reads the provider's certificates when it opens the store; later changes of the containers are not seen.
+    /// Reads the provider's certificates when it opens the store; later changes of the containers are not seen. Throws
+    /// SystemException when one of them cannot be added; the store is closed then, and the next call reads all again.
     [[nodiscard]] void* handle() const override;
 
 private:

@@ -134,6 +134,14 @@ TEST_P(AnyStore, TakesItsOwnCertificateAgain) {
     }
 }
 
+TEST_P(AnyStore, ExistingIsTheVerySameCertificateAndNotOneOfItsIssuerAndNumber) {
+    add(store_.get(), people()[1].der);
+    const auto twin = contextOf(pki::make({.subject = "Second Person", .serial = 12}).der);
+    EXPECT_EQ(find(capi::CERT_FIND_EXISTING, twin.get()), nullptr);
+    EXPECT_EQ(api::GetLastError(), capi::CRYPT_E_NOT_FOUND);
+    EXPECT_NE(find(capi::CERT_FIND_EXISTING, contextOf(people()[1].der).get()), nullptr);
+}
+
 TEST_P(AnyStore, IsUsedByManyThreadsAtOnce) {
     constexpr int threads = 8;
     constexpr int rounds = 10;

@@ -53,6 +53,15 @@ const Bytes& ivanov() {
     return der;
 }
 
+TEST(NameCodec, WideValueEndsWithTheOctetsThatItsSizeCounts) {
+    std::wstring text = L"Иванов" + std::wstring(64, L'!');
+    CERT_RDN_ATTR attribute{const_cast<char*>("2.5.4.3"),
+                            CERT_RDN_UTF8_STRING,
+                            {6 * sizeof(wchar_t), reinterpret_cast<BYTE*>(text.data())}};
+    CERT_RDN rdn{1, &attribute};
+    EXPECT_EQ(encode(capi::X509_NAME, CERT_NAME_INFO{1, &rdn}), name({{{"2.5.4.3", CERT_RDN_UTF8_STRING, "Иванов"}}}));
+}
+
 TEST(NameCodec, WritesWhatOpenSslReads) {
     EXPECT_TRUE((opensslAgrees<d2i_X509_NAME, i2d_X509_NAME, X509_NAME_free>(ivanov())));
     EXPECT_EQ(name({}), hex("30 00"));

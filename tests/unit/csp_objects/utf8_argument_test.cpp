@@ -107,6 +107,35 @@ TEST(Utf8Argument, ReadsTerminatedWideCharactersByTheirOctets) {
     EXPECT_EQ(ofWideOctets(L"Иванов Иван"), "Иванов Иван");
 }
 
+TEST(Utf8ArgumentInOctets, ReadsWideCharactersToTheirLastOctetAndNoFurther) {
+    for (const std::size_t count : {std::size_t{1}, std::size_t{2}, std::size_t{6}}) {
+        std::wstring text = L"Иванов";
+        const std::wstring wanted = text.substr(0, count);
+        // More of the same follows at once, where a reader that counts characters goes on.
+        text = wanted + std::wstring(64, L'!');
+        const CRYPTOAPI_BLOB value{static_cast<DWORD>(count * sizeof(wchar_t)), reinterpret_cast<BYTE*>(text.data())};
+        EXPECT_EQ(wideFromUtf8(utf8ArgumentInOctets(value)), wanted);
+    }
+}
+
+TEST(Utf8ArgumentInOctets, ReadsOctetsOfUtf8) {
+    for (std::string text : {"", "A", "RU", "abc", "test", "Иванов", "😀", "eight888"}) {
+        EXPECT_EQ(utf8ArgumentInOctets({static_cast<DWORD>(text.size()), reinterpret_cast<BYTE*>(text.data())}), text);
+    }
+}
+
+TEST(Utf8ArgumentInOctets, RefusesWhatIsNoText) {
+    for (const std::u32string_view wide : {std::u32string_view(U"a\0b", 3), std::u32string_view(U"a\xD800", 2)}) {
+        std::u32string text(wide);
+        const auto size = static_cast<DWORD>(text.size() * sizeof(char32_t));
+        EXPECT_EQ(failureOf([&] {
+                      utf8ArgumentInOctets({size, reinterpret_cast<BYTE*>(text.data())});
+                  }),
+                  capi::CRYPT_E_BAD_ENCODE);
+    }
+    EXPECT_EQ(failureOf([] { utf8ArgumentInOctets({5, nullptr}); }), capi::ERROR_INVALID_PARAMETER);
+}
+
 TEST(Utf8Argument, RefusesWhatIsNoText) {
     for (const char* const text : {"\xFF\xFE", "\xC8\xE2", "\xC8\xE2\xE0"}) {
         EXPECT_EQ(failureOf([&] { ofOctets(text); }), capi::CRYPT_E_BAD_ENCODE);

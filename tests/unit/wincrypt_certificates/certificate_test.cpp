@@ -2,6 +2,7 @@
 
 #include "capi/constants.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
+#include "orvik/plugin/converter.hpp"
 #include "orvik/plugin/crypto/i_public_key.hpp"
 #include "service_double/flatten.hpp"
 
@@ -134,6 +135,30 @@ TEST_F(CertificateTest, OtherHexadecimalValuesStay) {
     EXPECT_EQ(certificate()->subject(), "1.2.3=#0c0141;1.2.643.100.3=#12;1.2.643.100.1=#zz;1.2.643.100.4=plain");
 }
 
+TEST_F(CertificateTest, QuotesBackslashesAndSeparatorsInNamesStayWithTheirAttribute) {
+    // What the service prints without quoting: every such character belongs to a value.
+    const std::wstring number = L"; 1.2.643.3.131.1.1=#120c313233343536373839303132";
+    const std::pair<std::wstring, std::string> names[] = {
+        {L"2.5.4.3=Firm \"A; 2.5.4.10=\"B\"", "2.5.4.3=Firm \"A;2.5.4.10=\"B\""},
+        {L"2.5.4.3=C:\\", "2.5.4.3=C:\\"},
+        {L"2.5.4.3=a=b\\=c", "2.5.4.3=a=b\\=c"},
+        {L"2.5.4.3=one; two;three", "2.5.4.3=one; two;three"},
+        {L"2.5.4.3=ends;", "2.5.4.3=ends;"},
+        {L"2.5.4.3=", "2.5.4.3="},
+    };
+    for (const auto& [printed, wanted] : names) {
+        const std::wstring text = printed + number;
+        service().on.CertNameToStrW = [&](DWORD, CERT_NAME_BLOB*, DWORD, wchar_t* buffer, DWORD) {
+            if (buffer != nullptr) {
+                text.copy(buffer, text.size());
+                buffer[text.size()] = L'\0';
+            }
+            return static_cast<DWORD>(text.size() + 1);
+        };
+        EXPECT_EQ(certificate()->subject(), wanted + ";1.2.643.3.131.1.1=123456789012");
+    }
+}
+
 TEST_F(CertificateTest, NameOfAnOutrageousSizeIsEmpty) {
     for (const DWORD size : {1U, 102401U}) {
         service().on.CertNameToStrW = [size](DWORD, CERT_NAME_BLOB*, DWORD, wchar_t* buffer, DWORD) {
@@ -162,6 +187,33 @@ TEST_F(CertificateTest, IssuerSignToolIsUtf8) {
     EXPECT_EQ(certificate()->issuerSignTool(), std::wstring(L"КриптоПро"));
     decodeTextAs("\xD0");
     EXPECT_FALSE(certificate()->issuerSignTool());
+}
+
+TEST_F(CertificateTest, IssuerSignToolOfRealSizeIsFound) {
+    const auto value = [](unsigned char tag, const std::string& content) {
+        std::string head{static_cast<char>(tag)};
+        if (content.size() >= 0x100) {
+            head += {'\x82', static_cast<char>(content.size() >> 8U)};
+        } else if (content.size() >= 0x80) {
+            head += '\x81';
+        }
+        return head + static_cast<char>(content.size()) + content;
+    };
+    const std::string tool = "\"КриптоПро CSP\" (версия 4.0)";
+    const std::string centre = "\"Удостоверяющий центр \"КриптоПро УЦ\" версии 2.0, исполнение для проверки на двести "
+                               "знаков, которые занимают больше ста двадцати восьми октетов\"";
+    const std::string paper = "Сертификат соответствия № СФ/124-3380 от 11.05.2018";
+    const std::string sequence =
+        value(0x30, value(0x0C, tool) + value(0x0C, centre) + value(0x0C, paper) + value(0x0C, paper));
+    ASSERT_GT(sequence.size(), 0x100U);
+    decodeTextAs(sequence);
+    const auto found = certificate()->issuerSignTool();
+    ASSERT_TRUE(found);
+    EXPECT_EQ(orvik::plugin::converter::utf16_to_utf8(*found), tool + "; " + centre + "; " + paper + "; " + paper);
+    for (std::size_t size = 0; size < sequence.size(); ++size) {
+        decodeTextAs(sequence.substr(0, size));
+        EXPECT_FALSE(size > 2 && certificate()->issuerSignTool()) << "cut after " << size;
+    }
 }
 
 TEST_F(CertificateTest, NoSignToolsWithoutExtensions) {

@@ -124,6 +124,18 @@ TEST_F(InstallTest, RefusedLinkIsLogged) {
     EXPECT_TRUE(logged(Severity::error, "crypto: link certificate failed: 5"));
 }
 
+TEST_F(InstallTest, UnreadableContainerNameLinksAndWritesNothing) {
+    const auto signer = certificate();
+    service().on.CryptGetProvParam = [](unsigned long context, DWORD parameter, BYTE* data, DWORD* size, DWORD flags) {
+        return parameter == capi::PP_CONTAINER ? static_cast<BOOL>(service_double::fail(capi::NTE_FAIL))
+                                               : Defaults::CryptGetProvParam(context, parameter, data, size, flags);
+    };
+    EXPECT_EQ(thrownBy<CryptoException>([&] { install(*signer); }), here(30005));
+    EXPECT_EQ(stored(), "");
+    EXPECT_FALSE(signer->container());
+    EXPECT_TRUE(logged(Severity::error, "crypto: can't read the container's name"));
+}
+
 TEST_F(InstallTest, CertificateWithoutContextIsRefused) {
     EXPECT_EQ(thrownBy<CryptoException>([&] { install(Certificate(nullptr)); }), here(30003));
 }

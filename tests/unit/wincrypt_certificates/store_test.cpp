@@ -171,6 +171,23 @@ TEST_F(StoreTest, ProviderStoreShowsTheContainersCertificatesAndTouchesNoContain
     EXPECT_EQ(installed().containers.front().certificate, der(signerCertificate));
 }
 
+TEST_F(StoreTest, ProviderStoreThatFailedHalfWayIsFilledAnew) {
+    auto second = wincrypt_keys::containerNamed(L"second");
+    second.certificate = der(enciphermentCertificate);
+    installed().containers.front().certificate = der(signerCertificate);
+    installed().containers.push_back(second);
+    const ProviderCertificateStore store(sharedProvider());
+    int additions = 0;
+    service().on.CertAddCertificateContextToStore = [&](void* handle, PCCERT_CONTEXT context, DWORD rule,
+                                                        PCCERT_CONTEXT* added) -> BOOL {
+        return ++additions == 2 ? static_cast<BOOL>(service_double::fail(8))
+                                : Defaults::CertAddCertificateContextToStore(handle, context, rule, added);
+    };
+    EXPECT_EQ(thrownBy<SystemException>([&] { static_cast<void>(store.certificates()); }).function, "addCertificate");
+    EXPECT_EQ(service().count("CertCloseStore"), 1U);
+    EXPECT_EQ(store.certificates().size(), 2U);
+}
+
 TEST_F(StoreTest, ProviderStoreIsFilledOnce) {
     const ProviderCertificateStore store(sharedProvider());
     EXPECT_THAT(store.certificates(), IsEmpty());

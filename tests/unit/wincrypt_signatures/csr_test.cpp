@@ -174,6 +174,26 @@ TEST_F(CsrTest, ExtensionsAndAttributesStandInTheirOrder) {
     }
 }
 
+TEST_F(CsrTest, OnlyTheSignatureAlgorithmOfRsaHasTheParameterNull) {
+    std::string parameters = "none seen";
+    service().on.CryptSignAndEncodeCertificate =
+        [&](unsigned long context, DWORD keySpec, DWORD encoding, const char* type, const void* value,
+            CRYPT_ALGORITHM_IDENTIFIER* algorithm, const void* aux, BYTE* buffer, DWORD* size) {
+            parameters =
+                std::string(algorithm->pszObjId) + '/' +
+                std::string(reinterpret_cast<const char*>(algorithm->Parameters.pbData), algorithm->Parameters.cbData);
+            return Defaults::CryptSignAndEncodeCertificate(context, keySpec, encoding, type, value, algorithm, aux,
+                                                           buffer, size);
+        };
+    create();
+    EXPECT_EQ(parameters, "1.2.643.7.1.1.3.2/");
+    target(static_cast<IProvider::Type>(24), L"Klunortredi RSA and AES Cryptographic Service Provider");
+    service().oids["2.16.840.1.101.3.4.2.1"] = {capi::CALG_SHA_256, L""};
+    params_->paramSet = "1.2.840.113549.1.1.1";
+    create();
+    EXPECT_EQ(parameters, std::string("1.2.840.113549.1.1.11/\x05\x00", 24));
+}
+
 TEST_F(CsrTest, WhatIsNotAskedForIsLeftOut) {
     create();
     EXPECT_THAT(encodings_, Not(Contains(Encoding{0x10000, "14"})));

@@ -1,10 +1,12 @@
 #include "crypto/wincrypt/certificate.hpp"
 
+#include "ber_reader.hpp"
 #include "decoded_structure.hpp"
 #include "lenient.hpp"
 #include "struct_type.hpp"
 
 #include "capi/constants.hpp"
+#include "crypto/wincrypt/exceptions.hpp"
 #include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "orvik/plugin/asn.hpp"
@@ -12,6 +14,7 @@
 #include "orvik/plugin/log.hpp"
 
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -27,6 +30,8 @@ constexpr const char* issuerSignToolOid = "1.2.643.100.112";
 
 /// Octets of the context tag and the one-octet length in front of each time of a private-key usage period.
 constexpr std::size_t timeHeader = 2;
+
+constexpr unsigned char sequenceTag = 0x30;
 
 /// Value of the certificate's extension; null when it is absent or empty.
 const CRYPT_OBJID_BLOB* extension(CERT_INFO* info, const char* oid) {
@@ -53,6 +58,28 @@ std::string signTool(CERT_INFO* info, const char* oid) {
         return {};
     }
     return {reinterpret_cast<const char*>(text->Value.pbData), text->Value.cbData};
+}
+
+/// The texts of an issuer's sign tool, which is a sequence of UTF8String (order of the FSB No. 795): the tool, the
+/// authority's product and the papers of both. Empty for octets that are not such a sequence.
+std::string textsInSequence(const std::string& der) {
+    constexpr std::size_t shortHead = 2;
+    constexpr unsigned char longLength = 0x80;
+    std::istringstream octets(der);
+    BerReader reader(octets);
+    std::string texts;
+    try {
+        const auto sequence = reader.enter(sequenceTag);
+        while (reader.more(sequence)) {
+            const auto value = reader.value(der.size());
+            const auto length = static_cast<unsigned char>(value.at(1));
+            const std::size_t head = length < longLength ? shortHead : shortHead + (length - longLength);
+            texts += (texts.empty() ? "" : "; ") + value.substr(head);
+        }
+    } catch (const crypto::exception::SystemException&) {
+        return {};
+    }
+    return texts;
 }
 
 boost::posix_time::ptime periodTime(const CRYPT_SEQUENCE_OF_ANY& period, DWORD index) {
@@ -110,7 +137,15 @@ boost::optional<std::wstring> Certificate::issuerSignTool() const {
     if (octets.empty()) {
         return boost::none;
     }
-    return orEmpty([&octets] { return boost::make_optional(plugin::converter::utf8_to_utf16(octets)); });
+    const auto decoded = [](const std::string& utf8) {
+        return orEmpty([&utf8] { return boost::make_optional(plugin::converter::utf8_to_utf16(utf8)); });
+    };
+    if (auto whole = decoded(octets)) {
+        return whole;
+    }
+    // From 128 octets on, the heads of a sequence and of its texts are not valid UTF-8.
+    const auto texts = internal::textsInSequence(octets);
+    return texts.empty() ? boost::optional<std::wstring>() : decoded(texts);
 }
 
 boost::posix_time::ptime Certificate::privateKeyNotBefore() const {

@@ -97,6 +97,16 @@ void matchKeys(unsigned long context, boost::wstring_view container, const crypt
                      here);
 }
 
+/// Name of the context's container, as the link has to carry it.
+std::wstring containerName(unsigned long context) {
+    auto name = tools::exportContainerName(context);
+    if (name.empty()) { // a link without a container would lead to the default one
+        log::error("crypto: can't read the container's name");
+        raise(CryptoException::Code::noContainer);
+    }
+    return name;
+}
+
 } // namespace
 } // namespace internal
 
@@ -116,10 +126,11 @@ void Certificate::install(const crypto::IProvider& provider, boost::wstring_view
     }
     internal::unlock(context.get(), pin);
     internal::matchKeys(context.get(), container, *publicKey());
+    const auto name = internal::containerName(context.get());
     if (CryptSetKeyParam(key.get(), capi::KP_CERTIFICATE, native()->pbCertEncoded, 0) == 0) {
         raise(SystemException(), here);
     }
-    if (!link(provider, tools::exportContainerName(context.get()))) {
+    if (!link(provider, name)) {
         const SystemException failure;
         log::error("crypto: link certificate failed: " + std::to_string(static_cast<unsigned>(failure.code().value())));
         raise(failure, here);

@@ -9,9 +9,13 @@
 #include "orvik/plugin/hex.hpp"
 #include "orvik/plugin/tools.hpp"
 
+#include <boost/utility/string_view.hpp>
+
+#include <cstring>
 #include <exception>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace orvik::plugin::wincrypt {
 
@@ -44,9 +48,44 @@ std::string unwrapped(const std::string& value) {
     }
 }
 
+struct Pair {
+    std::string key;
+    std::string value;
+};
+
+/// Octets of the "OID=" that a piece of the text begins with, after blanks; 0 when it begins with something else.
+std::size_t keyEnd(boost::string_view piece) {
+    const auto begin = piece.find_first_not_of(' ');
+    const auto end = piece.find_first_not_of("0123456789.", begin == boost::string_view::npos ? piece.size() : begin);
+    return end != boost::string_view::npos && end != begin && piece.substr(end).starts_with(constant::kv_separator)
+               ? end + std::strlen(constant::kv_separator)
+               : 0;
+}
+
+/// The pairs of a text whose values are not quoted: every quote and backslash in it belongs to a value, and so does a
+/// separator with no OID after it.
+std::vector<Pair> pairsOf(boost::string_view text) {
+    const std::size_t width = std::strlen(constant::value_separator);
+    std::vector<Pair> pairs;
+    while (!text.empty()) {
+        const auto at = text.find(constant::value_separator);
+        const auto piece = text.substr(0, at);
+        const auto value = keyEnd(piece);
+        if (value != 0) {
+            auto key = piece.substr(0, value - std::strlen(constant::kv_separator));
+            key.remove_prefix(key.find_first_not_of(' '));
+            pairs.push_back({key.to_string(), piece.substr(value).to_string()});
+        } else if (!pairs.empty()) {
+            pairs.back().value += constant::value_separator + piece.to_string();
+        }
+        text.remove_prefix(at == boost::string_view::npos ? text.size() : at + width);
+    }
+    return pairs;
+}
+
 std::string normalizeHexField(const std::string& text) {
     std::string result;
-    for (const auto& [key, value] : plugin::tools::split(text, constant::kv_separator, constant::value_separator)) {
+    for (const auto& [key, value] : pairsOf(text)) {
         if (!result.empty()) {
             result += constant::value_separator;
         }

@@ -23,6 +23,7 @@
 #include <boost/smart_ptr/make_shared.hpp>
 
 #include <algorithm>
+#include <array>
 
 namespace orvik::plugin::wincrypt {
 
@@ -39,6 +40,9 @@ constexpr const char* file = "csr_creator";
 
 /// CryptoPro XchA, the parameter set of keys for which none is asked.
 constexpr const char* defaultAgreementAlgorithm = "1.2.643.2.2.36.0";
+
+/// RSA keys (RFC 8017, appendix A.1).
+constexpr const char* rsaEncryption = "1.2.840.113549.1.1.1";
 
 [[noreturn]] void refuse(CryptoException::Code code, const char* function) {
     raise(CryptoException(code), {file, function});
@@ -137,8 +141,18 @@ std::string keyIdentifier(const crypto::IProvider& provider, CERT_PUBLIC_KEY_INF
     return tools::exportHashInfoFromPubKey(provider, &key, *hash);
 }
 
+/// Signatures with RSA have the parameter NULL (RFC 4055, 5); those with GOST keys have none (RFC 9215, 2).
+CRYPT_ALGORITHM_IDENTIFIER signatureAlgorithm(ParamSetInfo& set) {
+    static std::array<BYTE, 2> derNull{0x05, 0x00};
+    CRYPT_ALGORITHM_IDENTIFIER algorithm{set.signatureAlgorithm.data(), {}};
+    if (set.algorithm == rsaEncryption) {
+        algorithm.Parameters = {static_cast<DWORD>(derNull.size()), derNull.data()};
+    }
+    return algorithm;
+}
+
 std::string sign(const CsrCreatorParams& params, unsigned long hProv, std::string subject) {
-    const auto set = paramSet(params);
+    auto set = paramSet(params);
     auto exported = tools::exportPublicKeyInfo(hProv);
     if (exported.empty()) {
         raise(SystemException(), {file, "create"});
@@ -158,7 +172,7 @@ std::string sign(const CsrCreatorParams& params, unsigned long hProv, std::strin
                            key,
                            static_cast<DWORD>(attributes.size()),
                            attributes.data()};
-    CRYPT_ALGORITHM_IDENTIFIER algorithm{const_cast<char*>(set.signatureAlgorithm.c_str()), {}};
+    auto algorithm = signatureAlgorithm(set);
     try {
         return tools::encodeRequestInfo(hProv, &info, &algorithm);
     } catch (const SystemException& e) {

@@ -19,6 +19,7 @@
 #include <boost/smart_ptr/make_shared.hpp>
 
 #include <set>
+#include <utility>
 
 namespace orvik::plugin::wincrypt {
 
@@ -75,11 +76,15 @@ RegistryCertificateStore::RegistryCertificateStore(boost::string_view name, ICer
       type_(type) {}
 
 RegistryCertificateStore::~RegistryCertificateStore() {
+    close();
+}
+
+void RegistryCertificateStore::close() const noexcept {
     if (handle_ == nullptr) {
         return;
     }
     try {
-        CertCloseStore(handle_, 0);
+        CertCloseStore(std::exchange(handle_, nullptr), 0);
     } catch (...) {
         log::warning("wincrypt: close store failed: " + exception::diagnostic());
     }
@@ -170,8 +175,13 @@ void* ProviderCertificateStore::handle() const {
     if (store != nullptr) {
         // Opening fills the store, which the interface counts as reading it.
         auto& self = const_cast<ProviderCertificateStore&>(*this);
-        for (const auto& certificate : provider_->certificates()) {
-            self.addCertificate(*certificate);
+        try {
+            for (const auto& certificate : provider_->certificates()) {
+                self.addCertificate(*certificate);
+            }
+        } catch (...) {
+            close(); // a part of the certificates must not pass for all of them
+            throw;
         }
     }
     return store;
