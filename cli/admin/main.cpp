@@ -1,6 +1,7 @@
 #include "arguments.hpp"
 #include "output_signals.hpp"
 #include "refusal.hpp"
+#include "service_notices.hpp"
 #include "standard_descriptors.hpp"
 
 #include <sys/stat.h>
@@ -28,6 +29,7 @@ cli::ExitCode run(const admin::Command& command) {
 
 int main(int argc, char** argv) {
     cli::openStandardDescriptors();
+    cli::askForNotices();
     cli::surviveFailedOutput();
     // Whatever this program writes is a key or lies beside one.
     ::umask(S_IRWXG | S_IRWXO);

@@ -7,6 +7,7 @@
 #include "output_signals.hpp"
 #include "pin.hpp"
 #include "printable.hpp"
+#include "service_notices.hpp"
 #include "standard_descriptors.hpp"
 #include "verify_report.hpp"
 
@@ -87,6 +88,7 @@ ExitCode run(const Command& command) {
 
 int main(int argc, char** argv) {
     openStandardDescriptors();
+    askForNotices();
     surviveFailedOutput();
     const Command command = parse(argc, argv);
     if (!command.run) {

@@ -116,6 +116,15 @@ std::string holderOf(int fd) {
     return "?";
 }
 
+/// The process with the name of its command, where that can be read: "1234 (klunortredi)".
+std::string named(const std::string& process) {
+    std::string command;
+    if (process != "?" && std::getline(std::ifstream("/proc/" + process + "/comm"), command) && !command.empty()) {
+        return process + " (" + command + ')';
+    }
+    return process;
+}
+
 } // namespace
 
 DWORD errorCode(int errnoValue) noexcept {
@@ -278,7 +287,7 @@ Lock::Lock(const fs::path& path, std::chrono::milliseconds limit) : owner_(getpi
                 failErrno();
             }
             if (std::chrono::steady_clock::now() >= deadline) {
-                warn("process " + holderOf(fd_.get()) + " keeps the lock on " + path.string());
+                notice("process " + named(holderOf(fd_.get())) + " keeps the lock on " + path.string());
                 fail(capi::ERROR_BUSY);
             }
             std::this_thread::sleep_for(lockPollInterval);
@@ -311,6 +320,36 @@ std::optional<Lock> Lock::tryTake(const fs::path& path) {
         return std::nullopt;
     }
     return Lock(std::move(fd));
+}
+
+// Locks of the open file (not of the process, which would lose them with any other descriptor of the directory). They
+// are apart from flock's, so that a mark does not hinder who changes the container.
+Presence::Presence(const fs::path& directory) : fd_(openForReading(directory)), owner_(getpid()) {
+    if (!fd_) {
+        failErrno();
+    }
+    struct flock mark {};
+    mark.l_type = F_RDLCK;
+    static_cast<void>(fcntl(fd_.get(), F_OFD_SETLK, &mark));
+}
+
+// As with Lock: a child forked meanwhile has the file open as well.
+Presence::~Presence() {
+    if (fd_ && owner_ == getpid()) {
+        struct flock mark {};
+        mark.l_type = F_UNLCK;
+        static_cast<void>(fcntl(fd_.get(), F_OFD_SETLK, &mark));
+    }
+}
+
+bool Presence::any(const fs::path& directory) {
+    const Descriptor fd = openForReading(directory);
+    if (!fd) {
+        failErrno();
+    }
+    struct flock mark {};
+    mark.l_type = F_WRLCK; // only asked for: a mark stands in its way
+    return fcntl(fd.get(), F_OFD_GETLK, &mark) == 0 && mark.l_type != F_UNLCK;
 }
 
 } // namespace klunortredi::csp::files

@@ -100,4 +100,23 @@ private:
     pid_t owner_;
 };
 
+/// A mark that this process works with a directory, visible to other processes until it is destroyed or the process
+/// dies. Any number may be there at a time; nothing is written. Where the file system has no such locks, none is seen.
+class Presence {
+public:
+    /// Throws ApiError when the directory cannot be opened.
+    explicit Presence(const std::filesystem::path& directory);
+    Presence(Presence&&) noexcept = default;
+    Presence& operator=(Presence&&) = delete;
+    Presence(const Presence&) = delete;
+    Presence& operator=(const Presence&) = delete;
+    ~Presence();
+    /// Whether the directory has one. Throws ApiError when it cannot be opened.
+    static bool any(const std::filesystem::path& directory);
+
+private:
+    Descriptor fd_;
+    pid_t owner_;
+};
+
 } // namespace klunortredi::csp::files

@@ -11,4 +11,8 @@ namespace klunortredi::csp {
 /// name may have, become '?'.
 void warn(std::string_view text) noexcept;
 
+/// The same for what the user of a command has to know to go on, such as the process that holds a lock: written also
+/// when KLUNORTREDI_NOTICES is set and not empty, as the commands set it for themselves.
+void notice(std::string_view text) noexcept;
+
 } // namespace klunortredi::csp

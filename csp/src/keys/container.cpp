@@ -1,9 +1,7 @@
 #include "keys/container.hpp"
 
 #include "core/error.hpp"
-#include "crypto/algorithms.hpp"
 #include "crypto/digest.hpp"
-#include "crypto/engine.hpp"
 #include "crypto/key_pair.hpp"
 #include "crypto/public_key_info.hpp"
 #include "crypto/signature.hpp"
@@ -121,7 +119,10 @@ void Container::writeTries(PinTries tries) const {
 
 DWORD Container::triesRemaining() const {
     const PinTries now = tries();
-    return now.unjudged >= unjudgedTryLimit ? 0 : pinTryLimit - now.failed;
+    if (now.unjudged >= unjudgedTryLimit && !files::Presence::any(directory_)) {
+        return 0;
+    }
+    return triesLeft(pinTryLimit - now.failed);
 }
 
 void Container::resetTries() {
@@ -145,71 +146,14 @@ Bytes Container::readKeyFile(const KeyEntry& key) const {
     return *std::move(file);
 }
 
-/// Empty when the PIN is wrong.
-UnlockedKeys Container::decrypt(std::string_view pin) const {
-    UnlockedKeys keys;
-    for (const KeyEntry& entry : meta_.keys) {
-        ossl::Pkey key = decryptKey(readKeyFile(entry), pin);
-        if (!key) {
-            return {};
-        }
-        if (!samePublicKey(publicKeyInfo(key.get()), entry.publicKeyInfo)) {
-            fail(capi::NTE_KEYSET_ENTRY_BAD);
-        }
-        keys.emplace(entry.spec, std::shared_ptr<EVP_PKEY>(std::move(key)));
-    }
-    return keys;
+bool Container::isAsOpened() const {
+    return std::ranges::all_of(meta_.keys, [this](const KeyEntry& entry) {
+        const auto opened = opened_.find(entry.spec);
+        return opened != opened_.end() && opened->second == entry.generation;
+    });
 }
 
-/// What is no matter of the PIN must not eat up the attempts of a right one: damage, or a machine without the engine.
-void Container::requireUsable() const {
-    for (const KeyEntry& entry : meta_.keys) {
-        readKeyFile(entry);
-        const KeyAlgorithm* const algorithm = findKey(spki::split(entry.publicKeyInfo).oid);
-        if (algorithm != nullptr && algorithm->gost) {
-            gostEngine();
-        }
-    }
-}
-
-UnlockedKeys Container::unlock(std::string_view pin) {
-    const auto held = lock();
-    return unlockLocked(pin);
-}
-
-UnlockedKeys Container::unlockLocked(std::string_view pin) {
-    requireUsable();
-    if (!meta_.wantsPin) {
-        UnlockedKeys keys = pin.empty() ? decrypt(pin) : UnlockedKeys{};
-        if (keys.empty()) {
-            fail(pin.empty() ? capi::NTE_KEYSET_ENTRY_BAD : capi::SCARD_W_WRONG_CHV);
-        }
-        rememberOpened();
-        return keys;
-    }
-    if (triesRemaining() == 0) {
-        fail(capi::SCARD_W_CHV_BLOCKED);
-    }
-    const PinTries before = tries();
-    writeTries({before.failed, before.unjudged + 1});
-    UnlockedKeys keys;
-    try {
-        keys = decrypt(pin);
-    } catch (...) { // damage, or no memory: the PIN was not judged
-        writeTries(before);
-        throw;
-    }
-    if (keys.empty()) {
-        writeTries({before.failed + 1, before.unjudged});
-        fail(capi::SCARD_W_WRONG_CHV);
-    }
-    writeTries({});
-    rememberOpened();
-    return keys;
-}
-
-KeyEntry Container::writeKey(KeyEntry entry, EVP_PKEY* key, std::string_view pin) const {
-    const Bytes file = encryptKey(key, pin);
+KeyEntry Container::writeKey(KeyEntry entry, ByteView file) const {
     entry.fileHash = hashOfFile(file);
     files::writeAtomically(directory_ / keyFileName(entry), file);
     return entry;
@@ -233,21 +177,24 @@ void Container::removeUnused() const {
 }
 
 void Container::changePin(const UnlockedKeys& keys, std::string_view pin) {
+    std::map<DWORD, Bytes> encrypted; // before the lock: deriving takes long
+    for (const auto& [spec, key] : keys) {
+        encrypted.emplace(spec, encryptKey(key.get(), pin));
+    }
     const auto held = lock();
+    if (!isAsOpened()) {
+        fail(capi::NTE_BAD_KEY_STATE); // somebody changed the PIN since
+    }
     ContainerMeta next = meta_;
     next.wantsPin = !pin.empty();
     try {
         for (KeyEntry& entry : next.keys) {
             const auto key = keys.find(entry.spec);
-            const auto opened = opened_.find(entry.spec);
-            if (opened == opened_.end() || opened->second != entry.generation) {
-                fail(capi::NTE_BAD_KEY_STATE); // somebody changed the PIN since
-            }
             if (key == keys.end() || !samePublicKey(publicKeyInfo(key->second.get()), entry.publicKeyInfo)) {
                 fail(capi::NTE_BAD_KEY_STATE);
             }
             ++entry.generation;
-            entry = writeKey(entry, key->second.get(), pin);
+            entry = writeKey(entry, encrypted.at(entry.spec));
         }
         writeTries({});                                  // before the PIN is another: a failure must leave the old one
         static_cast<void>(replaceMeta(std::move(next))); // either PIN opens what a power cut leaves
@@ -258,22 +205,43 @@ void Container::changePin(const UnlockedKeys& keys, std::string_view pin) {
     }
 }
 
+bool Container::has(DWORD spec) const {
+    return std::ranges::find(meta_.keys, spec, &KeyEntry::spec) != meta_.keys.end();
+}
+
 void Container::addKey(DWORD spec, EVP_PKEY* key, bool exportable, std::string_view pin) {
-    const auto held = lock();
-    if (std::ranges::find(meta_.keys, spec, &KeyEntry::spec) != meta_.keys.end()) {
-        fail(capi::NTE_EXISTS);
+    {
+        const auto held = lock();
+        if (has(spec)) {
+            fail(capi::NTE_EXISTS);
+        }
     }
+    const KeyEntry entry{spec, 1, {}, publicKeyInfo(key), exportable};
+    const Bytes file = encryptKey(key, pin); // before the lock: deriving takes long
+    while (true) {
+        if (!meta_.keys.empty()) {
+            unlock(pin); // another process may have changed it since: one PIN opens all key pairs
+        }
+        const auto held = lock();
+        if (has(spec)) {
+            fail(capi::NTE_EXISTS);
+        }
+        if (isAsOpened()) {
+            return store(entry, file, !pin.empty());
+        }
+    }
+}
+
+void Container::store(const KeyEntry& entry, ByteView file, bool wantsPin) {
     const ContainerMeta before = meta_;
     ContainerMeta next = before;
     if (next.keys.empty()) {
-        next.wantsPin = !pin.empty();
+        next.wantsPin = wantsPin;
         writeTries({});
-    } else {
-        unlockLocked(pin); // another process may have changed it since: one PIN opens all key pairs
     }
     bool lasts = false;
     try {
-        next.keys.push_back(writeKey({spec, 1, {}, publicKeyInfo(key), exportable}, key, pin));
+        next.keys.push_back(writeKey(entry, file));
         lasts = replaceMeta(std::move(next));
     } catch (...) {
         removeUnused();

@@ -49,15 +49,18 @@ public:
     const KeyEntry& key(DWORD spec) const;
     [[nodiscard]] bool wantsPin() const noexcept { return meta_.wantsPin; }
 
-    /// PIN attempts left; 0 is a locked container.
+    /// PIN attempts left; 0 is a locked container. One at most where this object could not write the count: there, a
+    /// wrong PIN ends the attempts of the process.
     [[nodiscard]] DWORD triesRemaining() const;
     /// Unlocks the container for new attempts. The PIN stays as it is.
     void resetTries();
 
     /// Decrypts the key pairs. The attempt is counted on disk as unjudged before it is judged, and as failed
-    /// afterwards; a right PIN sets both counts back. Throws ApiError: SCARD_W_WRONG_CHV, SCARD_W_CHV_BLOCKED,
-    /// NTE_KEYSET_ENTRY_BAD (damaged, not counted). A wrong PIN for a container without one is not counted: there is
-    /// nothing to guess.
+    /// afterwards; a right PIN sets both counts back. The key is derived without the container's lock, so that
+    /// processes do not wait for each other. Throws ApiError: SCARD_W_WRONG_CHV, SCARD_W_CHV_BLOCKED (also for an
+    /// attempt that began before the container locked), NTE_KEYSET_ENTRY_BAD (damaged, not counted), ERROR_BUSY (too
+    /// many attempts at once for longer than a lock is waited for). A wrong PIN for a container without one is not
+    /// counted: there is nothing to guess.
     UnlockedKeys unlock(std::string_view pin);
 
     /// Encrypts every key pair anew, all or none, and sets the count of attempts back. `keys` come from `unlock`.
@@ -87,14 +90,36 @@ private:
     /// The lock for a change, with the description read anew under it. Throws ApiError(NTE_BAD_KEYSET) when the
     /// container is gone, also where another one has its name.
     [[nodiscard]] std::optional<files::Lock> lock();
-    UnlockedKeys unlockLocked(std::string_view pin);
+    /// What an attempt at a PIN works on while the lock is free.
+    struct Attempt {
+        enum class Count { None, OnDisk, InProcess };
+        std::vector<std::pair<KeyEntry, Bytes>> files; ///< the key files as they were when it began
+        Count count = Count::None;                     ///< where it is counted; None: the container has no PIN
+        std::optional<files::Presence> presence;       ///< shows other processes that this attempt may still be judged
+    };
+    [[nodiscard]] Attempt beginAttempt();
+    [[nodiscard]] Attempt readAttempt() const;
+    /// Counts the attempt as unjudged. False when it has to wait: attempts of living processes use up the limit.
+    [[nodiscard]] bool takeTicket(Attempt& attempt);
+    [[nodiscard]] static UnlockedKeys decrypt(const Attempt& attempt, std::string_view pin);
+    [[nodiscard]] bool isCurrent(const Attempt& attempt) const;
+    void forget(const Attempt& attempt);
+    /// Writes the verdict, then throws unless the PIN is right.
+    void judge(const Attempt& attempt, bool right);
+    /// False when the key files were changed meanwhile: the attempt has to begin anew.
+    [[nodiscard]] bool settle(const Attempt& attempt, bool right);
     Bytes readKeyFile(const KeyEntry& key) const;
     PinTries tries() const;
     void writeTries(PinTries tries) const;
     void rememberOpened();
-    void requireUsable() const;
-    [[nodiscard]] UnlockedKeys decrypt(std::string_view pin) const;
-    [[nodiscard]] KeyEntry writeKey(KeyEntry entry, EVP_PKEY* key, std::string_view pin) const;
+    /// Whether the key pairs of the description are still those that this object opened.
+    [[nodiscard]] bool isAsOpened() const;
+    [[nodiscard]] KeyEntry writeKey(KeyEntry entry, ByteView file) const;
+    [[nodiscard]] bool has(DWORD spec) const;
+    /// Puts a new key pair's file and its line of the description on disk. Call with the lock held.
+    void store(const KeyEntry& entry, ByteView file, bool wantsPin);
+    /// `onDisk`, or what this process may still do where the count cannot be written.
+    [[nodiscard]] DWORD triesLeft(DWORD onDisk) const;
     /// False when the disk failed after everybody sees the new description: a power cut may bring the old one back.
     [[nodiscard]] bool replaceMeta(ContainerMeta next);
     void removeUnused() const;
@@ -103,6 +128,7 @@ private:
     ContainerMeta meta_;
     std::map<DWORD, unsigned> opened_; ///< generation of each key pair that this object decrypted or made, by key spec
     bool reserved_ = false;            ///< a NewContainer holds the lock
+    bool uncounted_ = false;           ///< the count of tries could not be written
 };
 
 /// A container that is being made: under a temporary name until `commit`, gone when not committed. The name is reserved

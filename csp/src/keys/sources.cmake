@@ -2,6 +2,7 @@ target_sources(klunortredi_csp_core PRIVATE
     src/keys/algorithm_list.cpp
     src/keys/certificate_argument.cpp
     src/keys/container.cpp
+    src/keys/container_attempt.cpp
     src/keys/container_meta.cpp
     src/keys/container_name.cpp
     src/keys/container_place.cpp

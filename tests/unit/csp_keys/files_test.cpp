@@ -101,7 +101,7 @@ TEST(Files, LockThatIsNotReleasedIsGivenUpAndItsHolderNamed) {
     const test_support::TempFolder folder;
     const auto lock = files::Lock::tryTake(folder.path());
     ASSERT_TRUE(lock);
-    ::setenv("KLUNORTREDI_TRACE", "1", 1);
+    ::setenv("KLUNORTREDI_NOTICES", "1", 1); // as the commands do
     testing::internal::CaptureStderr();
     try {
         const files::Lock second(folder.path(), std::chrono::milliseconds(20));
@@ -109,9 +109,12 @@ TEST(Files, LockThatIsNotReleasedIsGivenUpAndItsHolderNamed) {
     } catch (const ApiError& e) {
         EXPECT_EQ(e.code(), capi::ERROR_BUSY);
     }
-    ::unsetenv("KLUNORTREDI_TRACE");
+    ::unsetenv("KLUNORTREDI_NOTICES");
+    std::string command = test_support::readFile("/proc/self/comm");
+    command.pop_back();
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                testing::HasSubstr("process " + std::to_string(::getpid()) + " keeps the lock on " + folder.path()));
+                testing::HasSubstr("process " + std::to_string(::getpid()) + " (" + command + ") keeps the lock on " +
+                                   folder.path()));
 }
 
 TEST(Files, LockEndsWithItsOwnerAndNotWithAChildForkedMeanwhile) {
@@ -128,6 +131,25 @@ TEST(Files, LockEndsWithItsOwnerAndNotWithAChildForkedMeanwhile) {
     EXPECT_TRUE(files::Lock::tryTake(folder.path()));
     ::kill(child, SIGKILL);
     ::waitpid(child, nullptr, 0);
+}
+
+TEST(Files, PresenceIsSeenUntilItEndsAndHindersNoLock) {
+    const test_support::TempFolder folder;
+    EXPECT_FALSE(files::Presence::any(folder.path()));
+    {
+        const files::Presence one(folder.path());
+        const files::Presence other(folder.path());
+        EXPECT_TRUE(files::Presence::any(folder.path()));
+        EXPECT_TRUE(files::Lock::tryTake(folder.path()));
+    }
+    EXPECT_FALSE(files::Presence::any(folder.path()));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const files::Presence killed(folder.path());
+        ::raise(SIGKILL);
+    }
+    ::waitpid(child, nullptr, 0);
+    EXPECT_FALSE(files::Presence::any(folder.path())) << "a dead process is not present";
 }
 
 TEST(Files, WhatAKilledWriterLeftIsRemoved) {
