@@ -1,16 +1,13 @@
 // Where each operation stands in its class's table of virtual functions: code compiled against the interfaces calls by
 // that number.
+#include "slots.hpp"
+
 #include "crypto/wincrypt/exceptions.hpp"
 #include "crypto/wincrypt/hash.hpp"
 #include "crypto/wincrypt/private_key.hpp"
 #include "crypto/wincrypt/provider.hpp"
 #include "crypto/wincrypt/public_key.hpp"
 #include "crypto/wincrypt/wincrypt_auth.hpp"
-
-#include <gmock/gmock.h>
-
-#include <cstring>
-#include <numeric>
 
 namespace wincrypt_keys {
 namespace {
@@ -23,27 +20,6 @@ using orvik::plugin::wincrypt::PrivateKey;
 using orvik::plugin::wincrypt::Provider;
 using orvik::plugin::wincrypt::PublicKey;
 using orvik::plugin::wincrypt::WincryptAuth;
-
-/// A pointer to a virtual member function is one more than its offset in the table (Itanium C++ ABI, 2.3).
-template <class Member>
-std::size_t slot(Member member) {
-    std::ptrdiff_t representation = 0;
-    std::memcpy(&representation, &member, sizeof(representation));
-    return static_cast<std::size_t>(representation - 1) / sizeof(void*);
-}
-
-/// The slots behind the two destructors.
-std::vector<std::size_t> behindDestructors(std::size_t count) {
-    std::vector<std::size_t> slots(count);
-    std::iota(slots.begin(), slots.end(), 2U);
-    return slots;
-}
-
-template <class... Members>
-void inOrder(Members... members) {
-    EXPECT_THAT((std::vector<std::size_t>{slot(members)...}),
-                testing::ElementsAreArray(behindDestructors(sizeof...(members))));
-}
 
 TEST(Slots, OfAProvider) {
     using Text = boost::optional<std::wstring>;
