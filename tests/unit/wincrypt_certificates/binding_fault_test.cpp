@@ -11,6 +11,8 @@ namespace {
 
 constexpr const char* freed = "CertFreeCertificateContext";
 
+const std::string refusalText = "Refused.";
+
 std::string nameOf(const boost::shared_ptr<IProvider>& provider) {
     return provider ? wincrypt_keys::narrow(provider->name()) : "null";
 }
@@ -147,6 +149,54 @@ TEST_F(BindingFault, OfThePrivateKeyIsNotKept) {
             return signer.privateKey() ? "a key" : "null";
         },
         "a key");
+}
+
+// ---- installation
+
+TEST_F(BindingFault, OfAnInstallationHasItsCodePlaceAndRecordAndLinksNothing) {
+    const auto at = [](int number) { return "CryptoException " + std::to_string(number) + " at certificate, install"; };
+    const std::string unwritten = ", empty";
+    const std::string refused = system(faultCode, "certificate, install");
+    const std::string number = " | wincrypt: authorization error. ";
+    // The container is looked for under the file reader's prefix, too, and that it is not there either is the answer.
+    const std::string closed = at(30005) + unwritten + " | wincrypt: acquire context failed, provider: \"" + embedded +
+                               "\", reason: 2148073494";
+    const std::string unread =
+        at(30005) + unwritten + " | crypto: can't get public key for container: \"box\" error: " + faultNumber;
+    const std::string nameless = at(30005) + unwritten + " | crypto: can't read the container's name";
+    walkSigner(
+        "install",
+        {{"CryptAcquireContextW", closed},
+         {"CryptGetUserKey", refused + unwritten},
+         {"CryptGetProvParam", same, 6}, // the container's name and its encoding, for the dialogue; the provider's name
+         {"CryptSetProvParam", at(30053) + unwritten + number + "set pin failed: " + refusalText},
+         {"CryptSetProvParam", at(30053) + unwritten + number + "verify pin failed: " + refusalText},
+         {"CryptExportPublicKeyInfo", unread, 2},
+         {"CertComparePublicKeyInfo",
+          at(30032) + unwritten + " | crypto: certificate doesn't match the container: \"box\""},
+         {"CryptGetProvParam", nameless, 2},
+         {"CryptGetProvParam", same, 2}, // its encoding
+         {"CryptSetKeyParam", refused + unwritten},
+         {"CertSetCertificateContextProperty", refused + ", written | crypto: link certificate failed: " + faultNumber},
+         {"CryptDestroyKey", same},
+         {"CryptReleaseContext", same},
+         {"CertGetCertificateContextProperty", "installed, written", 2}, // the test's own look
+         {freed, same}},
+        [] {
+            service().messages[faultCode] = "Refused.";
+            return certificate();
+        },
+        [](const Certificate& signer) {
+            std::string ending = "installed";
+            try {
+                signer.install(provider(), L"box", "1234");
+            } catch (...) {
+                ending = wincrypt_keys::ending({0, {}, {}, faultCode, std::current_exception()});
+            }
+            const bool written = !installed().containers.front().certificate.empty();
+            return ending + (written ? ", written" : ", empty") + (signer.container() ? ", linked" : "");
+        },
+        "installed, written, linked");
 }
 
 // ---- the first use, in which the process finds out which providers there are and what they have

@@ -2,7 +2,6 @@
 
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "orvik/plugin/crypto/auth_provider.hpp"
-#include "service_double/fault_walk.hpp"
 
 #include <boost/exception/get_error_info.hpp>
 
@@ -136,26 +135,56 @@ TEST_F(InstallTest, UnreadableContainerNameLinksAndWritesNothing) {
     EXPECT_TRUE(logged(Severity::error, "crypto: can't read the container's name"));
 }
 
-TEST_F(InstallTest, CertificateWithoutContextIsRefused) {
-    EXPECT_EQ(thrownBy<CryptoException>([&] { install(Certificate(nullptr)); }), here(30003));
+TEST_F(InstallTest, PublicKeyOfNoAcceptableSizeIsNoContainer) {
+    const auto signer = certificate();
+    for (const DWORD size : {0U, 1U, 102401U}) {
+        service().on.CryptExportPublicKeyInfo = [size](unsigned long, DWORD, DWORD, CERT_PUBLIC_KEY_INFO* info,
+                                                       DWORD* needed) {
+            EXPECT_EQ(info, nullptr);
+            *needed = size;
+            return 1;
+        };
+        EXPECT_EQ(thrownBy<CryptoException>([&] { install(*signer); }), here(30005));
+    }
+    EXPECT_TRUE(logged(Severity::error, "crypto: can't get public key for container: \"box\" error: 0"));
+    EXPECT_EQ(stored(), "");
 }
 
-TEST_F(InstallTest, SurvivesEveryFailure) {
-    const auto octets = der(signerCertificate);
-    service_double::FaultWalk walk;
-    walk.name = "install";
-    walk.arrange = arrangeService;
-    walk.scenario = [&] { install(Certificate(octets)); };
-    walk.expect = [](const service_double::FaultOutcome& outcome) {
-        const bool release = outcome.function == "CryptReleaseContext" || outcome.function == "CryptDestroyKey" ||
-                             outcome.function == "CertFreeCertificateContext";
-        const bool reading = outcome.function == "CryptGetProvParam";
-        if (release || reading) {
-            return;
-        }
-        EXPECT_TRUE(outcome.thrown) << outcome.call;
-    };
-    EXPECT_GT(service_double::walkFaults(walk), 8U);
+TEST_F(InstallTest, ProviderThatAsksForPinsItselfIsGivenNone) {
+    auto other = wincrypt_keys::scripted(wincrypt_keys::signalComName);
+    other.algorithms = installed().algorithms;
+    other.containers = installed().containers;
+    CertificatesFixture::install(other);
+    AuthProvider::setDialog([](const auto&, unsigned) {
+        ADD_FAILURE() << "nobody is asked";
+        return boost::optional<std::string>();
+    });
+    const auto signer = certificate();
+    signer->install(orvik::plugin::wincrypt::Provider(80UL, wincrypt_keys::signalComName), L"box", "9999");
+    AuthProvider::setDialog({});
+    EXPECT_EQ(service().count("CryptSetProvParam"), 0U);
+    EXPECT_EQ(stored(), der(signerCertificate));
+}
+
+TEST_F(InstallTest, ContainerIsOpenedByItsNameWithoutFlags) {
+    const auto signer = certificate();
+    install(*signer);
+    EXPECT_EQ(service().trace().front(), "CryptAcquireContextW(&, \"box\", \"" +
+                                             wincrypt_keys::narrow(wincrypt_keys::embeddedName) + "\", 80, 0)");
+    EXPECT_THAT(service().trace(), Contains("CryptGetUserKey(context1, 1, &)"));
+    EXPECT_THAT(service().trace(), Contains(HasSubstr("CryptSetKeyParam(key1, 26, ")));
+}
+
+TEST_F(InstallTest, WhatAFailedSearchKeptStaysAfterIt) {
+    const auto signer = certificate(plainCertificate);
+    EXPECT_FALSE(signer->provider(true));
+    install(*signer);
+    EXPECT_FALSE(signer->provider(true)) << "the search's answer is kept for the object's life";
+    EXPECT_EQ(signer->container(), std::wstring(L"box"));
+}
+
+TEST_F(InstallTest, CertificateWithoutContextIsRefused) {
+    EXPECT_EQ(thrownBy<CryptoException>([&] { install(Certificate(nullptr)); }), here(30003));
 }
 
 } // namespace

@@ -286,6 +286,12 @@ TEST_F(ReaderEdges, WhatIsNoWrappedNumberStaysAsItWas) {
     EXPECT_EQ(made()->issuer(), "2.5.4.5=#1203313233") << "of no other attribute";
 }
 
+TEST_F(ReaderEdges, ZeroInsideANameHidesNothingOfIt) {
+    const std::wstring text(L"2.5.4.3=good\0.bad; 2.5.4.6=RU", 29);
+    nameAs(text);
+    EXPECT_EQ(made()->subject(), std::string("2.5.4.3=good\0.bad;2.5.4.6=RU", 28));
+}
+
 TEST_F(ReaderEdges, NamesThatAreNoUnicodeAreEmpty) {
     nameAs(std::wstring(L"2.5.4.3=") + static_cast<wchar_t>(0xD800));
     EXPECT_EQ(made()->subject(), "");

@@ -1,7 +1,7 @@
 #include "certificates_fixture.hpp"
 
 #include "crypto/wincrypt/certificate_store.hpp"
-#include "service_double/fault_walk.hpp"
+#include "crypto/wincrypt/wincrypt_handler.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
 
@@ -195,19 +195,71 @@ TEST_F(StoreTest, ProviderStoreIsFilledOnce) {
     EXPECT_THAT(store.certificates(), IsEmpty());
 }
 
-TEST_F(StoreTest, SurvivesEveryFailure) {
-    const auto octets = der(signerCertificate);
-    service_double::FaultWalk walk;
-    walk.name = "store";
-    walk.scenario = [&] {
-        const Certificate signer(octets);
-        RegistryCertificateStore store("my", ICertificateStore::system);
-        store.addCertificate(signer);
-        static_cast<void>(store.certificates());
-        static_cast<void>(store.findCertificate(signer));
-        store.deleteCertificate(signer);
+TEST_F(StoreTest, OperationsAskWithTheirExactArguments) {
+    const auto signer = certificate();
+    {
+        RegistryCertificateStore store("My", ICertificateStore::system);
+        EXPECT_EQ(store.name(), "My");
+        EXPECT_TRUE(store.addCertificate(*signer));
+        EXPECT_TRUE(store.findCertificate(*signer));
+        EXPECT_TRUE(store.deleteCertificate(*signer));
+    }
+    const auto at = [&](std::size_t index) { return service().trace().at(index); };
+    EXPECT_EQ(at(0), "CertOpenSystemStore(0, \"My\")");
+    EXPECT_EQ(at(1), "CertAddCertificateContextToStore(store1, certificate2, 3, null)");
+    EXPECT_EQ(at(2), "CertGetSubjectCertificateFromStore(store1, 0x10001, pointer)");
+    EXPECT_EQ(at(3), "CertFreeCertificateContext(certificate3)") << "what was found is adopted, not duplicated";
+    EXPECT_EQ(at(4), "CertFindCertificateInStore(store1, 0x10001, 0, 0xD0000, pointer, null)");
+    EXPECT_EQ(at(5), "CertDeleteCertificateFromStore(certificate3)");
+    EXPECT_EQ(at(6), at(4)) << "the same search again";
+    EXPECT_EQ(at(7), "CertCloseStore(store1, 0)");
+}
+
+TEST_F(StoreTest, SearchIsForIssuerAndSerialNumber) {
+    const auto signer = certificate();
+    auto store = memory();
+    service().on.CertGetSubjectCertificateFromStore = [&](void* handle, DWORD encoding, CERT_INFO* info) {
+        EXPECT_EQ(info, static_cast<PCCERT_CONTEXT>(signer->context())->pCertInfo);
+        return Defaults::CertGetSubjectCertificateFromStore(handle, encoding, info);
     };
-    EXPECT_GT(service_double::walkFaults(walk), 8U);
+    EXPECT_FALSE(store.findCertificate(*signer));
+    EXPECT_EQ(service().count("CertGetSubjectCertificateFromStore"), 1U);
+}
+
+TEST_F(StoreTest, CopyThatStaysIsFreedAndItsCodeIsTheLastError) {
+    auto store = memory();
+    const auto signer = certificate();
+    store.addCertificate(*signer);
+    service().on.CertDeleteCertificateFromStore = [](PCCERT_CONTEXT context) {
+        Defaults::CertFreeCertificateContext(context);
+        orvik::plugin::wincrypt::SetLastErrorEx(32);
+        return 1;
+    };
+    EXPECT_EQ(thrownBy<SystemException>([&] { store.deleteCertificate(*signer); }),
+              (Thrown{32, "registry_certificate_store", "deleteCertificate", 0}));
+    EXPECT_EQ(service().count("CertFindCertificateInStore"), 2U);
+    EXPECT_EQ(functions().back(), "CertFreeCertificateContext");
+}
+
+TEST_F(StoreTest, ProviderStoreIsNamedInUtf8AndLivesInMemory) {
+    const ProviderCertificateStore store(
+        boost::make_shared<orvik::plugin::wincrypt::Provider>(IProvider::gost2012_256, L"Провайдер"));
+    EXPECT_EQ(store.name(), "Провайдер");
+    EXPECT_EQ(static_cast<unsigned>(store.type()), 2U);
+    EXPECT_NE(store.handle(), nullptr);
+    EXPECT_EQ(service().trace().front(), "CertOpenStore(2, 0, 0, 0, null)");
+    EXPECT_EQ(service().count("CertOpenSystemStore"), 0U);
+}
+
+TEST_F(StoreTest, DeletionFromAProviderStoreOfWhatIsNotThereIsFalse) {
+    ProviderCertificateStore store(sharedProvider());
+    EXPECT_FALSE(store.deleteCertificate(*certificate()));
+}
+
+TEST_F(NoServiceStoreTest, StoreInMemoryIsEnumeratedAllTheSame) {
+    const RegistryCertificateStore store("shown", ICertificateStore::memory);
+    EXPECT_EQ(thrownBy<CryptoException>([&] { static_cast<void>(store.certificates()); }).code, 30004)
+        << "no service opens it";
 }
 
 } // namespace

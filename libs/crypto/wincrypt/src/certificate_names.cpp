@@ -101,8 +101,8 @@ std::string certNameToStr(DWORD encodingType, CERT_NAME_BLOB* name) {
     }
     std::wstring text(size, L'\0');
     CertNameToStrW(encodingType, name, nameFormat, text.data(), size);
-    return orEmpty(
-        [&text] { return normalizeHexField(plugin::converter::utf16_to_utf8(text.substr(0, text.find(L'\0')))); });
+    text.erase(text.find_last_not_of(L'\0') + 1); // the end, never a zero inside a value: the rest would be hidden
+    return orEmpty([&text] { return normalizeHexField(plugin::converter::utf16_to_utf8(text)); });
 }
 
 } // namespace
