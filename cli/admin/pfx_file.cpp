@@ -1,7 +1,6 @@
 #include "pfx_file.hpp"
 
 #include "failure.hpp"
-#include "work_factor.hpp"
 
 namespace klunortredi::admin {
 
@@ -50,11 +49,40 @@ Bytes localKeyId(const PKCS12_SAFEBAG* bag) {
     return {data, data + ASN1_STRING_length(id)};
 }
 
+std::uint64_t sum(std::uint64_t a, std::uint64_t b) {
+    return a > endlessWork - b ? endlessWork : a + b;
+}
+
+/// The work that the encrypted keys of these bags ask for.
+std::uint64_t workOfKeys(const STACK_OF(PKCS12_SAFEBAG) * bags, int depth) {
+    std::uint64_t work = 0;
+    for (int i = 0; i < sk_PKCS12_SAFEBAG_num(bags); ++i) {
+        const PKCS12_SAFEBAG* const bag = sk_PKCS12_SAFEBAG_value(bags, i);
+        const int kind = PKCS12_SAFEBAG_get_nid(bag);
+        if (kind == NID_pkcs8ShroudedKeyBag) {
+            work = sum(work, workOf(encryptionOf(PKCS12_SAFEBAG_get0_pkcs8(bag))));
+        } else if (kind == NID_safeContentsBag && depth < deepestNesting) {
+            work = sum(work, workOfKeys(PKCS12_SAFEBAG_get0_safes(bag), depth + 1));
+        }
+    }
+    return work;
+}
+
+/// The same of a safe, as far as it can be read without the password.
+std::uint64_t visibleWorkOf(PKCS7* safe) {
+    if (PKCS7_type_is_encrypted(safe)) {
+        return workOf(safe->d.encrypted->enc_data->algorithm);
+    }
+    const Bags bags(PKCS7_type_is_data(safe) ? PKCS12_unpack_p7data(safe) : nullptr);
+    return workOfKeys(bags.get(), 0);
+}
+
 /// Walks through the safes and collects.
 class Unpacking {
 public:
-    explicit Unpacking(Password password)
-        : password_(password ? password->data() : nullptr), size_(password ? static_cast<int>(password->size()) : 0) {}
+    Unpacking(Password password, WorkBudget& budget)
+        : password_(password ? password->data() : nullptr), size_(password ? static_cast<int>(password->size()) : 0),
+          budget_(budget) {}
 
     void safe(PKCS7* safe) {
         if (PKCS7_type_is_data(safe)) {
@@ -64,11 +92,12 @@ public:
             }
             walk(bags.get(), 0);
         } else if (PKCS7_type_is_encrypted(safe)) {
-            checkIterations(safe->d.encrypted->enc_data->algorithm, cannotRead);
+            budget_.take(workOf(safe->d.encrypted->enc_data->algorithm));
             const Bags bags(PKCS12_unpack_p7encdata(safe, password_, size_));
             if (!bags) {
                 throw Undecryptable();
             }
+            budget_.require(workOfKeys(bags.get(), 0));
             walk(bags.get(), 0);
         } else {
             refuse("a part of it is encrypted for a certificate, not with a password");
@@ -89,7 +118,7 @@ private:
         case NID_keyBag:
             return add(contents.keys, ossl::Pkcs8(copy(PKCS12_SAFEBAG_get0_p8inf(bag))), bag);
         case NID_pkcs8ShroudedKeyBag:
-            checkIterations(encryptionOf(PKCS12_SAFEBAG_get0_pkcs8(bag)), cannotRead);
+            budget_.take(workOf(encryptionOf(PKCS12_SAFEBAG_get0_pkcs8(bag))));
             return add(contents.keys, ossl::Pkcs8(PKCS12_decrypt_skey(bag, password_, size_)), bag);
         case NID_certBag:
             if (PKCS12_SAFEBAG_get_bag_nid(bag) == NID_x509Certificate) {
@@ -120,6 +149,7 @@ private:
 
     const char* password_;
     int size_;
+    WorkBudget& budget_;
 };
 
 /// Why OpenSSL could not decrypt, in its own words.
@@ -141,9 +171,20 @@ std::optional<PfxFile> PfxFile::parse(std::string_view octets) {
     return PfxFile(std::move(file));
 }
 
-std::optional<PfxContents> PfxFile::open(Password password) const {
+std::uint64_t PfxFile::visibleWork() const {
+    const ossl::ErrorMark mark;
+    std::uint64_t work = PKCS12_mac_present(file_.get()) == 1 ? workOfMac(file_.get()) : 0;
+    const Safes safes(PKCS12_unpack_authsafes(file_.get()));
+    for (int i = 0; i < sk_PKCS7_num(safes.get()); ++i) {
+        work = sum(work, visibleWorkOf(sk_PKCS7_value(safes.get(), i)));
+    }
+    return work;
+}
+
+std::optional<PfxContents> PfxFile::open(Password password, WorkBudget& budget) const {
+    budget.require(visibleWork());
     const bool checked = PKCS12_mac_present(file_.get()) == 1;
-    if (checked && !macMatches(file_.get(), password)) {
+    if (checked && !macMatches(file_.get(), password, budget)) {
         return std::nullopt;
     }
     const ossl::ErrorMark mark;
@@ -151,7 +192,7 @@ std::optional<PfxContents> PfxFile::open(Password password) const {
     if (!safes) {
         refuse("it is not well-formed, or protected by a signature instead of a password");
     }
-    Unpacking unpacking(password);
+    Unpacking unpacking(password, budget);
     try {
         for (int i = 0; i < sk_PKCS7_num(safes.get()); ++i) {
             unpacking.safe(sk_PKCS7_value(safes.get(), i));

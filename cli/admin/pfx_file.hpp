@@ -33,11 +33,13 @@ public:
 
     /// What is in the file; nothing when the password is not the file's (which one cannot tell from a damaged file).
     /// Throws cli::Failure (exit 3) for damage behind a right password, and for what is not read: files for the owner
-    /// of a private key instead of a password, unknown ciphers.
-    [[nodiscard]] std::optional<PfxContents> open(Password password) const;
+    /// of a private key instead of a password, unknown ciphers. All the work that shows from outside is estimated
+    /// before the first derivation, that of what was encrypted before the next one.
+    [[nodiscard]] std::optional<PfxContents> open(Password password, WorkBudget& budget) const;
 
 private:
     using Handle = std::unique_ptr<PKCS12, csp::ossl::Deleter<PKCS12_free>>;
+    [[nodiscard]] std::uint64_t visibleWork() const;
     explicit PfxFile(Handle file) noexcept : file_(std::move(file)) {}
 
     Handle file_;

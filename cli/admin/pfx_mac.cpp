@@ -4,7 +4,6 @@
 #include "core/bytes.hpp"
 #include "core/secret.hpp"
 #include "failure.hpp"
-#include "work_factor.hpp"
 
 #include <openssl/hmac.h>
 
@@ -42,8 +41,7 @@ Mac macOf(PKCS12* file) {
     PKCS12_get0_mac(&value, &algorithm, &salt, &iterations, file);
     const ASN1_OBJECT* oid = nullptr;
     X509_ALGOR_get0(&oid, nullptr, nullptr, algorithm);
-    const long count = iterations == nullptr ? 1 : ASN1_INTEGER_get(iterations);
-    checkIterations(count, "cannot check the password");
+    const long count = iterations == nullptr ? 1 : ASN1_INTEGER_get(iterations); // within the budget: it fits
     const EVP_MD* const digest = EVP_get_digestbyobj(oid);
     if (digest == nullptr) {
         throw Failure(ExitCode::input, "cannot check the password", "the file's MAC is of an unknown algorithm");
@@ -96,7 +94,16 @@ bool matchesAppendixB(PKCS12* file, const Mac& mac, Password password) {
 
 } // namespace
 
-bool macMatches(PKCS12* file, Password password) {
+std::uint64_t workOfMac(const PKCS12* file) {
+    constexpr std::uint64_t derivations = 2; // of a GOST MAC: one, or two blocks, and another way
+    const ASN1_INTEGER* iterations = nullptr;
+    PKCS12_get0_mac(nullptr, nullptr, nullptr, &iterations, file);
+    const std::uint64_t work = iterations == nullptr ? 1 : workOf(iterations);
+    return work > endlessWork / derivations ? endlessWork : work * derivations;
+}
+
+bool macMatches(PKCS12* file, Password password, WorkBudget& budget) {
+    budget.take(workOfMac(file));
     const ossl::ErrorMark mark;
     const Mac mac = macOf(file);
     return PKCS12_verify_mac(file, password ? password->data() : nullptr,

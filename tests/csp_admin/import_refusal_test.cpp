@@ -36,14 +36,39 @@ TEST_F(RefusedImport, WrongPassword) {
 }
 
 TEST_F(RefusedImport, AKeyThatAsksForHoursOfWorkBeforeItsPasswordIsJudged) {
-    for (const long iterations : {10'000'001L, 2'147'483'647L}) {
-        place_.folder().write("slow.key", encryptedKeyOf(iterations));
+    const std::vector<std::string> slow{encryptedKeyOf(20'000'001), encryptedKeyOf(2'147'483'647),
+                                        scryptKeyOf(1U << 14U, 8, 15'000)};
+    for (const std::string& key : slow) {
+        place_.folder().write("slow.key", key);
         const Outcome importing = place_.import({"slow.key", "one.pem"});
         EXPECT_EQ(importing.exit, 3);
-        EXPECT_THAT(importing.err, HasSubstr("an absurd number of iterations"));
+        EXPECT_THAT(importing.err, HasSubstr("more work than any key file needs"));
     }
-    place_.folder().write("quick.key", encryptedKeyOf(1000));
-    EXPECT_EQ(place_.import({"quick.key", "one.pem"}).exit, 6);
+    for (const std::string& key : {encryptedKeyOf(1000), scryptKeyOf(1U << 14U, 8, 1)}) {
+        place_.folder().write("quick.key", key);
+        EXPECT_EQ(place_.import({"quick.key", "one.pem"}).exit, 6);
+    }
+    expectNothing();
+}
+
+TEST_F(RefusedImport, ASlowKeyAfterAMalformedOneInPem) {
+    place_.folder().write("slow.key",
+                          pemOfEncryptedKey("no key") + pemOfEncryptedKey(scryptKeyOf(1U << 14U, 8, 15'000)));
+    EXPECT_EQ(place_.import({"slow.key", "one.pem"}).exit, 3);
+    expectNothing();
+}
+
+TEST_F(RefusedImport, PfxWhosePartsTogetherAskForHoursOfWork) {
+    const std::vector<std::string> slow{pfxOfSlowKeys(1000, 30'000, nullptr), pfxOfSlowKeys(1000, 30'000, "pass"),
+                                        pfxOfSlowKeys(5000, 10'000'000, nullptr), pfxWithSlowMac(2'000'000'000)};
+    place_.folder().write("pass.txt", "pass\n");
+    for (const std::string& file : slow) {
+        place_.folder().write("slow.p12", file);
+        const Outcome importing =
+            place_.admin({"import", "slow.p12", "--pin-file", "pin.txt", "--password-file", "pass.txt"});
+        EXPECT_EQ(importing.exit, 3);
+        EXPECT_THAT(importing.err, HasSubstr("more work than any key file needs"));
+    }
     expectNothing();
 }
 
