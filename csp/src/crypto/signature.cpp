@@ -6,6 +6,7 @@
 #include "crypto/gost_params.hpp"
 #include "crypto/key_pair.hpp"
 #include "crypto/public_key_info.hpp"
+#include "crypto/rsa_public_key.hpp"
 
 #include <openssl/rsa.h>
 
@@ -53,6 +54,13 @@ void usePss(EVP_PKEY_CTX* context, const DigestAlgorithm& algorithm) {
     }
 }
 
+/// The key as OpenSSL or the engine decodes it; null when it is refused.
+ossl::Pkey decodedKey(const KeyAlgorithm& algorithm, const spki::Parts& parts) {
+    const Bytes der = spki::join(algorithm.oid, parts.parameters, parts.key);
+    const unsigned char* next = der.data();
+    return ossl::Pkey(d2i_PUBKEY(nullptr, &next, static_cast<long>(der.size())));
+}
+
 } // namespace
 
 ossl::Pkey publicKeyFromInfo(ByteView subjectPublicKeyInfo) {
@@ -67,10 +75,8 @@ ossl::Pkey publicKeyFromInfo(ByteView subjectPublicKeyInfo) {
     } else if (!parts.parameters.empty() && parts.parameters != der::null()) { // RFC 3279, 2.3.1
         fail(capi::NTE_BAD_PUBLIC_KEY);
     }
-    const Bytes der = spki::join(algorithm->oid, parts.parameters, parts.key);
     const ossl::ErrorMark mark;
-    const unsigned char* next = der.data();
-    ossl::Pkey key(d2i_PUBKEY(nullptr, &next, static_cast<long>(der.size())));
+    ossl::Pkey key = algorithm->pkeyType == EVP_PKEY_RSA ? rsaPublicKey(parts.key) : decodedKey(*algorithm, parts);
     if (!key || EVP_PKEY_get_base_id(key.get()) != algorithm->pkeyType) {
         fail(capi::NTE_BAD_PUBLIC_KEY);
     }

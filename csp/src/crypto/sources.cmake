@@ -18,6 +18,7 @@ target_sources(klunortredi_csp_core PRIVATE
     src/crypto/kuznyechik.cpp
     src/crypto/public_key_info.cpp
     src/crypto/random.cpp
+    src/crypto/rsa_public_key.cpp
     src/crypto/sha.cpp
     src/crypto/signature.cpp
     src/crypto/vko.cpp

@@ -8,7 +8,7 @@
 #include "messages/limits.hpp"
 #include "messages/signed_controls.hpp"
 #include "messages/signed_params.hpp"
-#include "x509/x509_der.hpp"
+#include "x509/certificate_fields.hpp"
 
 #include <algorithm>
 
@@ -42,11 +42,11 @@ void requireCertificates(const std::vector<Bytes>& choices) {
         if (!isSequence(choice)) {
             continue;
         }
-        const auto certificate = ossl::fromDer<ossl::X509Ptr>(d2i_X509, choice);
+        const auto certificate = decodeCertificateFields(choice);
         if (!certificate) {
             fail(capi::CRYPT_E_ASN1_CORRUPT);
         }
-        if (X509_get_ext_count(certificate.get()) > limits::extensions) {
+        if (sk_X509_EXTENSION_num(certificate->toBeSigned->extensions) > limits::extensions) {
             failAtLimit(limits::extensions, "extensions of a certificate");
         }
     }

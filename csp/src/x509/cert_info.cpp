@@ -2,6 +2,7 @@
 
 #include "asn1/der.hpp"
 #include "x509/blob.hpp"
+#include "x509/certificate_fields.hpp"
 #include "x509/file_time.hpp"
 #include "x509/x509_der.hpp"
 
@@ -17,13 +18,13 @@ namespace {
 /// No certificate is larger: a length field alone must not make us allocate.
 constexpr std::size_t largestCertificate = 16U << 20U;
 
-ossl::X509Ptr decodeCertificate(ByteView der) {
+CertificateFieldsPtr decodeCertificate(ByteView der) {
     if (der.size() > largestCertificate) {
         fail(capi::CRYPT_E_ASN1_LARGE);
     }
     // DER outside and nothing behind it: BER hashes differently from the certificate that was signed.
     der::readOnly(der, der::tag::Sequence);
-    auto certificate = ossl::fromDer<ossl::X509Ptr>(d2i_X509, der);
+    auto certificate = decodeCertificateFields(der);
     if (!certificate) {
         fail(capi::CRYPT_E_ASN1_CORRUPT);
     }
@@ -100,11 +101,11 @@ struct CertInfo::Storage {
         return blob(std::move(octets));
     }
 
-    void addExtensions(const X509* certificate) {
-        const int count = X509_get_ext_count(certificate);
-        extensions.reserve(static_cast<std::size_t>(std::max(count, 0)));
+    void addExtensions(const STACK_OF(X509_EXTENSION) * decoded) {
+        const int count = std::max(sk_X509_EXTENSION_num(decoded), 0); // -1 when there are none
+        extensions.reserve(static_cast<std::size_t>(count));
         for (int i = 0; i < count; ++i) {
-            X509_EXTENSION* extension = X509_get_ext(certificate, i);
+            X509_EXTENSION* extension = sk_X509_EXTENSION_value(decoded, i);
             extensions.push_back({oid(X509_EXTENSION_get_object(extension)),
                                   X509_EXTENSION_get_critical(extension) != 0 ? 1 : 0,
                                   copy(ossl::octets(X509_EXTENSION_get_data(extension)))});
@@ -113,29 +114,24 @@ struct CertInfo::Storage {
 };
 
 CertInfo::CertInfo(ByteView der) : encoded_(der.begin(), der.end()), storage_(std::make_unique<Storage>()) {
-    const ossl::X509Ptr certificate = decodeCertificate(encoded_);
-    X509_PUBKEY* const publicKey = X509_get_X509_PUBKEY(certificate.get());
-    X509_ALGOR* keyAlgorithm = nullptr;
-    X509_PUBKEY_get0_param(nullptr, nullptr, nullptr, &keyAlgorithm, publicKey);
-    const ASN1_BIT_STRING* issuerId = nullptr;
-    const ASN1_BIT_STRING* subjectId = nullptr;
-    X509_get0_uids(certificate.get(), &issuerId, &subjectId);
+    const CertificateFieldsPtr certificate = decodeCertificate(encoded_);
+    const SignedFields& fields = *certificate->toBeSigned;
+    const KeyFields& key = *fields.subjectPublicKeyInfo;
 
-    info_.dwVersion = static_cast<DWORD>(X509_get_version(certificate.get()));
-    info_.SerialNumber = storage_->serial(X509_get0_serialNumber(certificate.get()));
-    info_.SignatureAlgorithm = storage_->algorithm(X509_get0_tbs_sigalg(certificate.get()));
-    info_.Issuer = storage_->name(X509_get_issuer_name(certificate.get()));
-    info_.NotBefore = fileTime(X509_get0_notBefore(certificate.get()));
-    info_.NotAfter = fileTime(X509_get0_notAfter(certificate.get()));
-    info_.Subject = storage_->name(X509_get_subject_name(certificate.get()));
-    info_.SubjectPublicKeyInfo = {storage_->algorithm(keyAlgorithm),
-                                  storage_->bits(X509_get0_pubkey_bitstr(certificate.get()))};
-    info_.IssuerUniqueId = storage_->bits(issuerId);
-    info_.SubjectUniqueId = storage_->bits(subjectId);
-    storage_->addExtensions(certificate.get());
+    info_.dwVersion = static_cast<DWORD>(fields.version == nullptr ? 0 : ASN1_INTEGER_get(fields.version));
+    info_.SerialNumber = storage_->serial(fields.serialNumber);
+    info_.SignatureAlgorithm = storage_->algorithm(fields.signatureAlgorithm);
+    info_.Issuer = storage_->name(fields.issuer);
+    info_.NotBefore = fileTime(fields.validity->notBefore);
+    info_.NotAfter = fileTime(fields.validity->notAfter);
+    info_.Subject = storage_->name(fields.subject);
+    info_.SubjectPublicKeyInfo = {storage_->algorithm(key.algorithm), storage_->bits(key.key)};
+    info_.IssuerUniqueId = storage_->bits(fields.issuerUniqueId);
+    info_.SubjectUniqueId = storage_->bits(fields.subjectUniqueId);
+    storage_->addExtensions(fields.extensions);
     info_.cExtension = static_cast<DWORD>(storage_->extensions.size());
     info_.rgExtension = storage_->extensions.empty() ? nullptr : storage_->extensions.data();
-    subjectPublicKeyInfo_ = ossl::toDer(i2d_X509_PUBKEY, publicKey);
+    subjectPublicKeyInfo_ = encodeKeyFields(&key);
 }
 
 CertInfo::~CertInfo() = default;

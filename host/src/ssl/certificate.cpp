@@ -3,6 +3,7 @@
 #include "orvik/plugin/crypto/exception/crypto_exception.hpp"
 #include "orvik/plugin/hex.hpp"
 #include "ossl/owners.hpp"
+#include "ssl/certificate_fields.hpp"
 
 #include <openssl/asn1.h>
 #include <openssl/objects.h>
@@ -16,7 +17,6 @@ namespace orvik::plugin::ssl {
 
 namespace {
 
-using X509Ptr = internal::Owned<X509, X509_free>;
 using crypto::exception::CryptoException;
 
 [[noreturn]] void refuse(const char* function) {
@@ -63,12 +63,12 @@ crypto::NameInfo nameInfo(const X509_NAME* name) {
 } // namespace
 
 struct Certificate::Impl {
-    X509Ptr x509;
+    internal::CertificateFieldsPtr fields;
 };
 
 Certificate::Certificate(const std::string& der)
-    : impl_(std::make_unique<Impl>(Impl{internal::fromDer<X509Ptr>(der, d2i_X509)})) {
-    if (!impl_->x509) {
+    : impl_(std::make_unique<Impl>(Impl{internal::decodeCertificateFields(der)})) {
+    if (!impl_->fields) {
         refuse("Certificate");
     }
 }
@@ -76,18 +76,18 @@ Certificate::Certificate(const std::string& der)
 Certificate::~Certificate() = default;
 
 crypto::NameInfo Certificate::issuerNameInfo() const {
-    return nameInfo(X509_get_issuer_name(impl_->x509.get()));
+    return nameInfo(impl_->fields->body->issuer);
 }
 
 crypto::NameInfo Certificate::subjectNameInfo() const {
-    return nameInfo(X509_get_subject_name(impl_->x509.get()));
+    return nameInfo(impl_->fields->body->subject);
 }
 
 crypto::EnhancedKeyUsage Certificate::enhancedKeyUsage() const {
     constexpr int absent = -1;
     int found = 0;
-    const internal::Owned<EXTENDED_KEY_USAGE, EXTENDED_KEY_USAGE_free> usages(
-        static_cast<EXTENDED_KEY_USAGE*>(X509_get_ext_d2i(impl_->x509.get(), NID_ext_key_usage, &found, nullptr)));
+    const internal::Owned<EXTENDED_KEY_USAGE, EXTENDED_KEY_USAGE_free> usages(static_cast<EXTENDED_KEY_USAGE*>(
+        X509V3_get_d2i(impl_->fields->body->extensions, NID_ext_key_usage, &found, nullptr)));
     if (!usages && found != absent) {
         refuse("enhancedKeyUsage"); // present, but twice or malformed: not the same as unrestricted
     }

@@ -94,6 +94,29 @@ TEST(GostSignature, VerifiesTheExampleOfRfc7091For512Bits) {
     EXPECT_FALSE(verifyDigest(key.get(), digest, hash, signature));
 }
 
+TEST(RsaPublicKey, IsTheKeyThatOpenSslReads) {
+    const ossl::Pkey pair = generateRsaKey(2048);
+    const Bytes info = publicKeyInfo(pair.get());
+    const ossl::Pkey key = publicKeyFromInfo(info);
+    EXPECT_EQ(EVP_PKEY_eq(key.get(), pair.get()), 1);
+    EXPECT_EQ(publicKeyInfo(key.get()), info);
+}
+
+TEST(RsaPublicKey, IsExactlyTwoNumbersInDer) {
+    const Bytes one = {der::tag::Integer, 1, 1};
+    const auto info = [](const Bytes& key) { return spki::join("1.2.840.113549.1.1.1", der::null(), key); };
+    const Bytes whole = spki::split(publicKeyInfo(generateRsaKey(2048).get())).key;
+    ASSERT_EQ(refusalOf(info(whole)), capi::ERROR_SUCCESS);
+    Bytes longer = whole;
+    longer.push_back(0);
+    EXPECT_EQ(refusalOf(info(longer)), capi::NTE_BAD_PUBLIC_KEY) << "an octet after the key";
+    EXPECT_EQ(refusalOf(info({whole.begin(), whole.end() - 1})), capi::NTE_BAD_PUBLIC_KEY) << "an octet less";
+    EXPECT_EQ(refusalOf(info(der::sequence({one}))), capi::NTE_BAD_PUBLIC_KEY);
+    EXPECT_EQ(refusalOf(info(der::sequence({one, one, one}))), capi::NTE_BAD_PUBLIC_KEY);
+    EXPECT_EQ(refusalOf(info(der::sequence({one, der::null()}))), capi::NTE_BAD_PUBLIC_KEY);
+    EXPECT_EQ(refusalOf(info({})), capi::NTE_BAD_PUBLIC_KEY);
+}
+
 TEST(GostSignature, EveryParameterSetSignsAndVerifies) {
     EXPECT_EQ(everyPair().size(), 17U);
     for (const auto& [algorithm, set] : everyPair()) {

@@ -8,10 +8,10 @@
 
 namespace orvik::plugin::ssl {
 
-/// The framework's own certificate parser, over OpenSSL's X509.
+/// The framework's own certificate parser, over OpenSSL's ASN.1 templates.
 class ORVIK_EXPORT Certificate {
 public:
-    /// Throws CryptoException badCertificateData when `der` is no certificate.
+    /// Throws CryptoException badCertificateData when `der` is not a certificate.
     explicit Certificate(const std::string& der);
     Certificate(const Certificate&) = delete;
     Certificate& operator=(const Certificate&) = delete;
