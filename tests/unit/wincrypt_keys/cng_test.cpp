@@ -1,37 +1,11 @@
-// Providers of the other kind, CNG. This platform has none, so the two questions for it are answered here: what this
-// program defines comes before what the libraries define.
+// Providers of the other kind, CNG.
+#include "cng_answers.hpp"
 #include "keys_fixture.hpp"
 
 #include "crypto/wincrypt/handles.hpp"
 #include "crypto/wincrypt/tools.hpp"
 #include "crypto/wincrypt/wincrypt_auth.hpp"
 #include "orvik/plugin/crypto/i_public_key.hpp"
-#include "orvik/plugin/crypto/tools.hpp"
-
-namespace wincrypt_keys {
-namespace {
-
-bool providersAreCng = false;       ///< by name: such providers are not opened
-bool providerObjectsAreCng = false; ///< by the provider itself
-bool handlesAreCng = false;
-
-} // namespace
-} // namespace wincrypt_keys
-
-namespace orvik::plugin::crypto::tools {
-bool isCNG(boost::wstring_view) {
-    return wincrypt_keys::providersAreCng;
-}
-bool isCNG(const IProvider&) {
-    return wincrypt_keys::providersAreCng || wincrypt_keys::providerObjectsAreCng;
-}
-} // namespace orvik::plugin::crypto::tools
-
-namespace orvik::plugin::wincrypt::tools {
-bool isCNG(unsigned long) {
-    return wincrypt_keys::handlesAreCng;
-}
-} // namespace orvik::plugin::wincrypt::tools
 
 namespace wincrypt_keys {
 namespace {
@@ -41,7 +15,7 @@ using testing::IsEmpty;
 class CngTest : public KeysFixture {
 protected:
     CngTest() { installed().containers = {containerNamed(L"box")}; }
-    ~CngTest() override { providersAreCng = providerObjectsAreCng = handlesAreCng = false; }
+    ~CngTest() override { forgetAnswers(); }
 };
 
 TEST_F(CngTest, ProvidersHaveNoAlgorithmsContainersOrVersion) {

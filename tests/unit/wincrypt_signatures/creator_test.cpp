@@ -183,7 +183,10 @@ public:
     [[nodiscard]] boost::shared_ptr<IProvider> provider() const override { return key_->provider(); }
     void authenticate(const std::string& /*pin*/) override { ADD_FAILURE() << "it has no PIN"; }
     [[nodiscard]] void* context() const override { return key_->context(); }
-    [[nodiscard]] bool authenticated() const override { return false; }
+    [[nodiscard]] bool authenticated() const override {
+        ADD_FAILURE() << "the first question of an authorization";
+        return false;
+    }
     void resetAuthentication() override {}
     [[nodiscard]] bool supportsAuthentication() const override { return false; }
     [[nodiscard]] unsigned keySpec() const override { return key_->keySpec(); }

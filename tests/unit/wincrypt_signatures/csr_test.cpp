@@ -1,77 +1,19 @@
-#include "signatures_fixture.hpp"
+#include "csr_fixture.hpp"
 
-#include "crypto/wincrypt/csr_creator.hpp"
 #include "orvik/plugin/base64.hpp"
-#include "service_double/fault_walk.hpp"
-
-#include <boost/smart_ptr/make_shared.hpp>
 
 #include <cstring>
 
 namespace wincrypt_signatures {
 namespace {
 
-using orvik::plugin::crypto::CsrCreatorParams;
-using orvik::plugin::wincrypt::CsrCreator;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-class CsrTest : public SignaturesFixture {
-protected:
-    CsrTest() {
-        arrangeParameters();
-        params_->provider =
-            boost::make_shared<orvik::plugin::wincrypt::Provider>(IProvider::gost2012_256, wincrypt_keys::embeddedName);
-        params_->container = L"new";
-        params_->subject = "2.5.4.3=Иванов;2.5.4.6=RU;1.2.840.113549.1.9.1=i@example.org;1.2.643.100.3=12345678901;"
-                           "1.2.643.3.131.1.1=123456789012;1.2.643.100.1=1234567890123;1.2.643.100.4=123456789012345";
-    }
-    void arrangeParameters() {
-        // The double has no value to set here; what is set is kept for the test to look at.
-        service().on.CryptSetProvParam = [this](unsigned long, DWORD parameter, const BYTE* data, DWORD flags) {
-            set_.push_back(std::to_string(parameter) + "/" + std::to_string(flags) + "/" +
-                           reinterpret_cast<const char*>(data));
-            return 1;
-        };
-    }
-    boost::shared_ptr<CsrCreator::Result> create(const std::string& pin = "1234") {
-        return CsrCreator().create(params_, pin);
-    }
-    void target(IProvider::Type type, const wchar_t* name) {
-        install(wincrypt_keys::scripted(name, type));
-        params_->provider = boost::make_shared<orvik::plugin::wincrypt::Provider>(type, name);
-    }
-    static Thrown at(const char* function, int number) { return {number, "csr_creator", function, 0}; }
-    static std::vector<std::wstring> containers() {
-        std::vector<std::wstring> names;
-        for (const auto& container : installed().containers) {
-            names.push_back(container.name);
-        }
-        return names;
-    }
-
-    /// The calls about named containers, in order: what is acquired with which flags, and the release of a context.
-    static std::vector<std::string> contextCalls() {
-        std::vector<std::string> calls;
-        const std::string opening = "CryptAcquireContextW(&, \"";
-        for (const std::string& text : service().trace()) {
-            if (text.starts_with(opening)) {
-                const auto name = text.substr(opening.size(), text.find('"', opening.size()) - opening.size());
-                const auto flags = text.substr(text.rfind(' ') + 1);
-                calls.push_back("acquire " + name + ' ' + flags.substr(0, flags.size() - 1));
-            } else if (text == "CryptReleaseContext(context1, 0)") {
-                calls.emplace_back("release");
-            }
-        }
-        return calls;
-    }
-
-    boost::shared_ptr<CsrCreatorParams> params_ = boost::make_shared<CsrCreatorParams>();
-    std::vector<std::string> set_;
-};
+class CsrTest : public CsrFixture {};
 
 TEST_F(CsrTest, MakesTheKeyAndTellsWhereItIs) {
     const auto result = create();
@@ -297,23 +239,6 @@ TEST_F(CsrTest, RefusedPinAndParameterSetAreTold) {
 TEST_F(CsrTest, MissingParametersAreRefused) {
     params_->provider.reset();
     EXPECT_EQ(thrownBy<CryptoException>([&] { create(); }), at("create", 30004));
-}
-
-TEST_F(CsrTest, EveryFailureLeavesNoNewContainer) {
-    service_double::FaultWalk walk;
-    walk.name = "request";
-    walk.arrange = [this] {
-        arrangeService();
-        arrangeEncoder();
-        arrangeParameters();
-    };
-    walk.scenario = [this] { create(); };
-    walk.expect = [](const service_double::FaultOutcome& outcome) {
-        if (outcome.thrown) {
-            EXPECT_THAT(containers(), ElementsAre(L"box")) << outcome.call;
-        }
-    };
-    EXPECT_GT(service_double::walkFaults(walk), 30U);
 }
 
 } // namespace

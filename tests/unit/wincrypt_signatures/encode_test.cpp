@@ -58,6 +58,61 @@ TEST_F(EncodeTest, SelectsTheEncoderByBothTypes) {
                                         Encoding{0x10001, "30"}, Encoding{0x10001, "27"}, Encoding{0x10000, "5"}));
 }
 
+TEST_F(EncodeTest, HandsTheEncoderTheCallersStructureTwice) {
+    std::vector<const void*> handed;
+    service().on.CryptEncodeObject = [&](DWORD encoding, const char* type, const void* value, BYTE* buffer,
+                                         DWORD* size) {
+        handed.push_back(value);
+        return encode(encoding, type, value, buffer, size);
+    };
+    const auto expectHanded = [&](const auto& function, const auto& value) {
+        handed.clear();
+        function(value);
+        EXPECT_THAT(handed, ElementsAre(&value, &value));
+    };
+    expectHanded(tools::encodeNamValuePair, CRYPT_ENROLLMENT_NAME_VALUE_PAIR{});
+    expectHanded(tools::encodeCertNameInfo, CERT_NAME_INFO{});
+    expectHanded(tools::encodeCertKeyAttributesInfo, CERT_KEY_ATTRIBUTES_INFO{});
+    expectHanded(tools::encodeKeyUsage, CRYPT_BIT_BLOB{});
+    expectHanded(tools::encodeEnhKeyUsage, CTL_USAGE{});
+    expectHanded(tools::encodeAltNameInfo, CERT_ALT_NAME_INFO{});
+    expectHanded(tools::encodeCertPoliciesInfo, CERT_POLICIES_INFO{});
+    expectHanded(tools::encodeSubjectNameIdentifier, CRYPTOAPI_BLOB{});
+    expectHanded(tools::encodeCspProvider, CRYPT_CSP_PROVIDER{});
+    expectHanded(tools::encodeTime, FILETIME{});
+    expectHanded(tools::encodeInteger, 1U);
+    CERT_EXTENSIONS extensions{};
+    handed.clear();
+    tools::encodeCertExtensions(&extensions);
+    EXPECT_THAT(handed, ElementsAre(&extensions, &extensions));
+}
+
+TEST_F(EncodeTest, HandsTheEncoderTheTextItself) {
+    const std::wstring wide = L"Иванов";
+    const std::string narrow = "Иванов";
+    std::vector<const void*> handed;
+    service().on.CryptEncodeObject = [&](DWORD encoding, const char* type, const void* value, BYTE* buffer,
+                                         DWORD* size) {
+        handed.push_back(static_cast<const CERT_NAME_VALUE*>(value)->Value.pbData);
+        return encode(encoding, type, value, buffer, size);
+    };
+    tools::encodeString(wide);
+    tools::encodeString(boost::string_view(narrow));
+    tools::encodeOctetString(narrow);
+    EXPECT_THAT(handed,
+                ElementsAre(wide.data(), wide.data(), narrow.data(), narrow.data(), narrow.data(), narrow.data()));
+}
+
+TEST_F(EncodeTest, EncodesNothingAsNothing) {
+    service().on.CryptEncodeObject = [](DWORD, const char*, const void*, BYTE* buffer, DWORD* size) {
+        EXPECT_EQ(buffer, nullptr);
+        *size = 0;
+        return 1;
+    };
+    EXPECT_EQ(tools::encodeInteger(1), "");
+    EXPECT_EQ(tools::encodeString(L"text"), "");
+}
+
 TEST_F(EncodeTest, CountsWideTextInCharactersAndOctetsInOctets) {
     recordTexts();
     tools::encodeString(L"Иванов");
@@ -77,8 +132,36 @@ TEST_F(EncodeTest, GivesWhatTheEncoderGives) {
 }
 
 TEST_F(EncodeTest, RefusedEncodingIsThrown) {
+    const Thrown refused{code(capi::CRYPT_E_BAD_ENCODE), "wincrypt_handler", "CryptEncodeObjectEx", 0};
     service().failFunction("CryptEncodeObject", capi::CRYPT_E_BAD_ENCODE);
-    EXPECT_EQ(thrownBy<SystemException>([] { tools::encodeInteger(1); }).code, code(capi::CRYPT_E_BAD_ENCODE));
+    EXPECT_EQ(thrownBy<SystemException>([] { tools::encodeInteger(1); }), refused);
+    EXPECT_EQ(thrownBy<SystemException>([] { tools::encodeClientInfo(); }), refused);
+    EXPECT_EQ(thrownBy<SystemException>([] { tools::encodeOsVersion(); }), refused);
+    EXPECT_EQ(thrownBy<SystemException>([] { tools::encodePrivateKeyUsagePeriod({}); }), refused);
+    EXPECT_THAT(log(), IsEmpty());
+}
+
+TEST_F(EncodeTest, RefusedExportOfAKeyIsThrown) {
+    service().failFunction("CryptExportPublicKeyInfo", capi::NTE_NO_KEY);
+    EXPECT_EQ(thrownBy<SystemException>([] { tools::exportPublicKeyInfo(1); }),
+              (Thrown{code(capi::NTE_NO_KEY), "wincrypt_handler", "CryptExportPublicKeyInfoEx", 0}));
+}
+
+TEST_F(EncodeTest, PrivateKeyPeriodBeginsWithItsBeginning) {
+    std::vector<DWORD> times;
+    service().on.CryptEncodeObject = [&](DWORD encoding, const char* type, const void* value, BYTE* buffer,
+                                         DWORD* size) {
+        if (buffer == nullptr && structureName(type) == "30") {
+            times.push_back(static_cast<const FILETIME*>(value)->dwLowDateTime);
+        }
+        return structureName(type) == "30"
+                   ? service_double::give("\x04\x01" + std::string(1, static_cast<char>(times.back())), buffer, size)
+                   : encode(encoding, type, value, buffer, size);
+    };
+    EXPECT_EQ(tools::encodePrivateKeyUsagePeriod({{'b', 0}, {'e', 0}}), "\x30\x06\x04\x01"
+                                                                        "b\x04\x01"
+                                                                        "e");
+    EXPECT_THAT(times, ElementsAre(DWORD{'b'}, DWORD{'e'}));
 }
 
 TEST_F(EncodeTest, PrivateKeyPeriodIsASequenceOfTwoTimes) {

@@ -87,7 +87,8 @@ protected:
         params->provider = provider();
         params->container = container;
         params->subject = "2.5.4.3=Иванов Иван;2.5.4.10=Я;2.5.4.6=RU;1.2.840.113549.1.9.1=ivanov@example.org;"
-                          "1.2.643.100.3=12345678901;1.2.643.3.131.1.1=012345678901";
+                          "1.2.643.100.3=12345678901;1.2.643.3.131.1.1=012345678901;"
+                          "1.2.643.100.1=1234567890123;1.2.643.100.4=123456789012345";
         params->paramSet = GetParam().paramSet;
         params->keyUsage = 0xC0;
         params->enhancedKeyUsage = {"1.3.6.1.5.5.7.3.4", "1.3.6.1.5.5.7.3.2"};
@@ -220,7 +221,11 @@ TEST_P(EndToEnd, InstalledCertificateKnowsItsKeyAndProvider) {
     EXPECT_EQ(certificate->keyUsage().value_or(0), 0xC0);
     EXPECT_EQ(certificate->subjectSignTool().value_or(L""), L"Средство подписи");
     EXPECT_NE(certificate->subject().find("2.5.4.3=Иванов Иван"), std::string::npos) << certificate->subject();
-    EXPECT_NE(certificate->subject().find("1.2.643.100.3=12345678901"), std::string::npos) << certificate->subject();
+    for (const char* number : {"1.2.643.100.3=12345678901", "1.2.643.3.131.1.1=012345678901",
+                               "1.2.643.100.1=1234567890123", "1.2.643.100.4=123456789012345"}) {
+        EXPECT_NE((certificate->subject() + ";").find(number + std::string(";")), std::string::npos)
+            << certificate->subject();
+    }
     EXPECT_EQ(certificate->version(), 2U);
     EXPECT_EQ(certificate->thumbprint().value_or("").size(), 20U);
 }
