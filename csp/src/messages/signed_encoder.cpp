@@ -5,6 +5,7 @@
 #include "messages/cms_types.hpp"
 #include "messages/limits.hpp"
 #include "x509/blob.hpp"
+#include "x509/certificate_fields.hpp"
 #include "x509/x509_der.hpp"
 
 #include <algorithm>
@@ -14,15 +15,22 @@ namespace klunortredi::csp {
 
 namespace {
 
-template <class Owner, class Decode>
-std::vector<Bytes> encodedItems(const CRYPTOAPI_BLOB* first, DWORD count, Decode d2i) {
+bool isCertificate(ByteView der) {
+    return decodeCertificateFields(der) != nullptr;
+}
+
+bool isCrl(ByteView der) {
+    return ossl::fromDer<ossl::X509CrlPtr>(d2i_X509_CRL, der) != nullptr;
+}
+
+std::vector<Bytes> encodedItems(const CRYPTOAPI_BLOB* first, DWORD count, bool (*belongs)(ByteView)) {
     if (first == nullptr && count != 0) {
         fail(capi::ERROR_INVALID_PARAMETER);
     }
     std::vector<Bytes> items;
     for (const CRYPTOAPI_BLOB& blob : std::span(first, count)) {
         const ByteView der = blobView(blob);
-        if (!ossl::fromDer<Owner>(d2i, der)) {
+        if (!belongs(der)) {
             fail(capi::CRYPT_E_ASN1_CORRUPT);
         }
         items.emplace_back(der.begin(), der.end());
@@ -77,8 +85,8 @@ SignedEncoder::SignedEncoder(const CMSG_SIGNED_ENCODE_INFO& info, std::string_vi
                              std::optional<StreamOutput> stream)
     : MessageEncoder(capi::CMSG_SIGNED, stream), detached_(detached), signers_(signers(info, contentType)),
       writer_(contentType, std::ranges::any_of(signers_, &SignerBuilder::byKeyIdentifier), digestAlgorithms(signers_),
-              encodedItems<ossl::X509Ptr>(info.rgCertEncoded, info.cCertEncoded, d2i_X509),
-              encodedItems<ossl::X509CrlPtr>(info.rgCrlEncoded, info.cCrlEncoded, d2i_X509_CRL)) {
+              encodedItems(info.rgCertEncoded, info.cCertEncoded, isCertificate),
+              encodedItems(info.rgCrlEncoded, info.cCrlEncoded, isCrl)) {
     for (const SignerBuilder& signer : signers_) {
         hasher_.add(signer.digest().oid);
     }
