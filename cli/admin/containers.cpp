@@ -83,10 +83,14 @@ std::vector<std::string> keyNames(const csp::Container& container) {
     return names;
 }
 
+std::string certificateThumbprint(csp::ByteView certificate) {
+    return csp::toHex(csp::Digest::of(*csp::findDigest(capi::CALG_SHA1), certificate));
+}
+
 std::string certificateThumbprint(const csp::Container& container) {
     for (const csp::KeyEntry& key : container.keys()) {
         if (const auto der = container.certificate(key.spec)) {
-            return csp::toHex(csp::Digest::of(*csp::findDigest(capi::CALG_SHA1), *der));
+            return certificateThumbprint(*der);
         }
     }
     return {};

@@ -34,6 +34,8 @@ bool isDamage(const csp::ApiError& error);
 
 /// "exchange" and "signature".
 std::vector<std::string> keyNames(const csp::Container& container);
+/// SHA-1 of a certificate in hexadecimal.
+std::string certificateThumbprint(csp::ByteView certificate);
 /// SHA-1 of the certificate beside a key in hexadecimal; empty when there is none.
 std::string certificateThumbprint(const csp::Container& container);
 

@@ -50,27 +50,30 @@ ContainerId chooseName(const ImportArguments& arguments, const Identity& identit
                   "choose one with --name");
 }
 
-/// Makes the container, whole or not at all.
-void store(const ContainerId& id, const Identity& identity, bool exportable, cli::PinSource& pin) {
-    csp::NewContainer draft(id);
-    const csp::Secret secret = askNewPin(pin, id);
-    draft.container().addKey(capi::AT_KEYEXCHANGE, identity.key.key.get(), exportable, csp::view(secret));
-    if (identity.certificate) {
-        draft.container().setCertificate(capi::AT_KEYEXCHANGE, *identity.certificate);
-    }
-    draft.commit();
-}
-
 /// The container stays only with its certificate linked: a failed import is repeated under the same name.
-void linkOrRemove(const ContainerId& id, const csp::Bytes& certificate) {
+void linkOrUndo(csp::NewContainer& made, const ContainerId& id, const csp::Bytes& certificate) {
     try {
         linkInStoreMy(certificate, id);
     } catch (...) {
         try {
-            csp::deleteContainer(id);
+            made.undo();                 // what another process put there since stays
         } catch (const csp::ApiError&) { // what made the import fail is the one to tell
         }
         throw;
+    }
+}
+
+/// Makes the container, whole or not at all.
+void store(const ContainerId& id, const Identity& identity, bool exportable, cli::PinSource& pin) {
+    csp::NewContainer made(id);
+    const csp::Secret secret = askNewPin(pin, id);
+    made.container().addKey(capi::AT_KEYEXCHANGE, identity.key.key.get(), exportable, csp::view(secret));
+    if (identity.certificate) {
+        made.container().setCertificate(capi::AT_KEYEXCHANGE, *identity.certificate);
+    }
+    made.commit();
+    if (identity.certificate) {
+        linkOrUndo(made, id, *identity.certificate);
     }
 }
 
@@ -85,21 +88,19 @@ ExitCode importKey(Session& session, const ImportArguments& arguments) {
     const ContainerId id = chooseName(arguments, identity);
     try {
         store(id, identity, arguments.exportable, pin);
-        if (identity.certificate) {
-            linkOrRemove(id, *identity.certificate);
-        }
     } catch (const csp::ApiError& e) {
         throw refusal("cannot import into container " + id.name, e);
     }
-    const csp::Container container = csp::Container::open(id);
+    // All is done: what is reported is what was written, and nothing is read that could fail.
+    const std::string thumbprint = identity.certificate ? certificateThumbprint(*identity.certificate) : "";
     nlohmann::ordered_json document = describe(id);
     document.update({{"exportable", arguments.exportable},
-                     {"certificate", certificateThumbprint(container)},
+                     {"certificate", thumbprint},
                      {"store", identity.certificate ? "my" : ""}});
     session.console.result(document, [&](std::ostream& out) {
         out << "imported into container " << cli::printable(id.name) << "\n  of " << providerOf(id).name << '\n';
         if (identity.certificate) {
-            out << "  certificate " << certificateThumbprint(container) << ", also in store my\n";
+            out << "  certificate " << thumbprint << ", also in store my\n";
         }
     });
     if (!identity.certificate) {

@@ -169,6 +169,10 @@ bool Directory::sync() const noexcept {
     return fsync(fd_.get()) == 0 || errno == EINVAL || errno == ENOTSUP || errno == EROFS;
 }
 
+bool Directory::isAt(const fs::path& path) const noexcept {
+    return stillNames(path, fd_.get());
+}
+
 void makeDirectories(const fs::path& directory) {
     if (mkdir(directory.c_str(), directoryMode) != 0) {
         if (errno == EEXIST) {

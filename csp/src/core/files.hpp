@@ -43,6 +43,9 @@ public:
     /// Makes the directory's entries last through a power cut. False, with errno, when the disk reports an error; a
     /// file system that cannot synchronise directories has nothing to report.
     [[nodiscard]] bool sync() const noexcept;
+    /// Whether `path` names this very directory, however it was renamed since. While this object lives, no other one
+    /// can be taken for it.
+    [[nodiscard]] bool isAt(const std::filesystem::path& path) const noexcept;
 
 private:
     Descriptor fd_;

@@ -146,8 +146,12 @@ public:
     /// Moves it to its name, complete and synchronised to disk, and returns the container there. Requires at least one
     /// key pair; to be called once. When it throws, nothing has the name and the draft has no key pair again.
     Container commit();
+    /// Removes what `commit` put in place. Throws ApiError, NTE_BAD_KEYSET when it is gone, also where another
+    /// container has its name by now: that one stays.
+    void undo();
 
 private:
+    std::optional<files::Directory> made_; ///< after `commit`
     std::optional<files::Lock> reservation_;
     Container container_;
 };

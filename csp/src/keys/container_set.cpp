@@ -46,6 +46,22 @@ bool mayBeContainer(const fs::path& entry) {
     return type == fs::file_type::directory || type == fs::file_type::none || type == fs::file_type::unknown;
 }
 
+/// Only the directory `wanted`, when one is given.
+void remove(const fs::path& directory, const files::Directory* wanted) {
+    try {
+        const files::Lock lock(directory);
+        if (wanted != nullptr && !wanted->isAt(directory)) {
+            fail(capi::NTE_BAD_KEYSET);
+        }
+        const fs::path grave = newGrave();
+        moveDirectory(directory, grave);
+        std::error_code ignored;
+        fs::remove_all(grave, ignored);
+    } catch (const ApiError& e) {
+        fail(e.code() == capi::ERROR_FILE_NOT_FOUND ? capi::NTE_BAD_KEYSET : e.code());
+    }
+}
+
 } // namespace
 
 NewContainer::NewContainer(const ContainerId& id) : container_(draftDirectory(id), {id, false, {}}) {
@@ -74,8 +90,10 @@ Container NewContainer::commit() {
     const fs::path place = container_.directory_.parent_path() / directoryName(container_.id());
     try {
         const files::Lock names = lockNames();
+        made_.emplace(container_.directory_);
         moveDirectory(container_.directory_, place);
     } catch (...) {
+        made_.reset();
         container_.meta_.keys.clear(); // nobody may take the key pair for one that is on disk
         throw;
     }
@@ -97,17 +115,15 @@ std::vector<std::string> listContainers(DWORD providerType) {
     return names;
 }
 
-void deleteContainer(const ContainerId& id) {
-    const fs::path directory = containerDirectory(id);
-    try {
-        const files::Lock lock(directory);
-        const fs::path grave = newGrave();
-        moveDirectory(directory, grave);
-        std::error_code ignored;
-        fs::remove_all(grave, ignored);
-    } catch (const ApiError& e) {
-        fail(e.code() == capi::ERROR_FILE_NOT_FOUND ? capi::NTE_BAD_KEYSET : e.code());
+void NewContainer::undo() {
+    if (!made_) {
+        fail(capi::NTE_BAD_KEYSET);
     }
+    remove(container_.directory_.parent_path() / directoryName(container_.id()), &*made_);
+}
+
+void deleteContainer(const ContainerId& id) {
+    remove(containerDirectory(id), nullptr);
 }
 
 } // namespace klunortredi::csp

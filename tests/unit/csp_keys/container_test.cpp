@@ -277,6 +277,27 @@ TEST_F(Containers, FailedCommitLeavesNothing) {
     EXPECT_EQ(entries(), 0U);
 }
 
+TEST_F(Containers, TakenBackByWhoeverMadeThemAndNobodyElses) {
+    const auto pair = klunortredi::csp::generateRsaKey(2048);
+    const ContainerId id{"c", capi::PROV_RSA_AES};
+    NewContainer made(id);
+    EXPECT_EQ(refusalOf([&] { made.undo(); }), capi::NTE_BAD_KEYSET) << "nothing was put in place";
+    made.container().addKey(capi::AT_KEYEXCHANGE, pair.get(), true, "");
+    made.commit();
+    std::filesystem::rename(place("c.24"), place("kept"));
+    {
+        NewContainer other(id); // of the same key, as a second import of the same file
+        other.container().addKey(capi::AT_KEYEXCHANGE, pair.get(), true, "");
+        other.commit();
+    }
+    EXPECT_EQ(refusalOf([&] { made.undo(); }), capi::NTE_BAD_KEYSET);
+    EXPECT_THAT(Container::open(id).damagedFiles(), testing::IsEmpty()) << "another process made it";
+    std::filesystem::remove_all(place("c.24"));
+    std::filesystem::rename(place("kept"), place("c.24"));
+    made.undo();
+    EXPECT_EQ(refusalOf([&] { Container::open(id); }), capi::NTE_BAD_KEYSET);
+}
+
 TEST_F(Containers, WhatDeadProcessesLeftIsSweptAway) {
     std::filesystem::create_directories(place(".new-dead.80"));
     std::filesystem::create_directories(place(".del-dead"));
