@@ -71,7 +71,7 @@ nlohmann::ordered_json describe(const ContainerId& id) {
 }
 
 bool isDamage(const csp::ApiError& error) {
-    return error.code() != capi::NTE_BAD_KEYSET && error.code() != capi::ERROR_ACCESS_DENIED &&
+    return error.code() != capi::NTE_BAD_KEYSET && !csp::files::isAccessError(error.code()) &&
            !cli::isOfTheMachine(error.code());
 }
 

@@ -54,6 +54,7 @@ ExitCode exportKey(Session& session, const ExportArguments& arguments) {
     const csp::UnlockedKeys keys = unlock(container, pin, what);
     cli::PinSource password(session.options.password, "password", "--password");
     const csp::Secret secret = takeSecret(password.askNew("New password of " + file.path() + ": "));
+    const std::string thumbprint = certificateThumbprint(container); // read before the file is there
     const csp::Bytes der = writePfx({keys.at(key.spec).get(), container.certificate(key.spec), id.name}, secret);
     const std::string octets(der.begin(), der.end());
     file.write(session.options.pem ? cli::toPem(octets, pemLabel) : octets);
@@ -62,7 +63,7 @@ ExitCode exportKey(Session& session, const ExportArguments& arguments) {
         return ExitCode::done;
     }
     nlohmann::ordered_json document = describe(id);
-    document.update({{"output", file.path()}, {"certificate", certificateThumbprint(container)}});
+    document.update({{"output", file.path()}, {"certificate", thumbprint}});
     session.console.result(
         document, [&](std::ostream& out) { out << "exported container " << id.name << " to " << file.path() << '\n'; });
     return ExitCode::done;

@@ -15,7 +15,7 @@ cli::ExitCode unlockTries(Session& session, const ContainerArguments& arguments)
     } catch (const csp::ApiError& e) {
         throw refusal("cannot unlock container " + id.name, e);
     }
-    const DWORD tries = container.triesRemaining();
+    const DWORD tries = csp::pinTryLimit; // all is done: nothing is read that could fail
     nlohmann::ordered_json document = describe(id);
     document["tries_left"] = tries;
     session.console.result(document, [&](std::ostream& out) {

@@ -32,6 +32,16 @@ struct Contents {
     std::string trouble;     ///< why they cannot be told, empty when they can
 };
 
+/// Empty, with the reason, when it is not a certificate: one bad container does not hide the others.
+std::string thumbprintOfCertificate(const std::string& der, std::string& trouble) {
+    try {
+        return thumbprintOf(*certificateFromDer(der));
+    } catch (const std::exception&) {
+        trouble = "the certificate beside the key cannot be read";
+        return {};
+    }
+}
+
 Contents contentsOf(const Container& container) {
     Contents contents;
     unsigned error = 0;
@@ -55,7 +65,7 @@ Contents contentsOf(const Container& container) {
         contents.keys.emplace_back(name);
         const std::string der = orvik::plugin::wincrypt::CryptGetKeyParamEx(key.get(), capi::KP_CERTIFICATE);
         if (!der.empty() && contents.certificate.empty()) {
-            contents.certificate = thumbprintOf(*certificateFromDer(der));
+            contents.certificate = thumbprintOfCertificate(der, contents.trouble);
         }
     }
     if (!contents.keys.empty()) {

@@ -146,6 +146,20 @@ DWORD errorCode(int errnoValue) noexcept {
     }
 }
 
+bool isAccessError(DWORD code) noexcept {
+    switch (code) {
+    case capi::ERROR_DISK_FULL:
+    case capi::ERROR_ACCESS_DENIED:
+    case capi::ERROR_FILE_NOT_FOUND:
+    case capi::ERROR_PATH_NOT_FOUND:
+    case capi::ERROR_WRITE_FAULT:
+    case capi::ERROR_BUSY:
+        return true;
+    default:
+        return false;
+    }
+}
+
 Descriptor::Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
 
 Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {

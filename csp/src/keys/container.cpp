@@ -24,8 +24,11 @@ Bytes hashOfFile(ByteView contents) {
 
 /// What it means that a file of a container is not there.
 DWORD missing(const fs::path& directory) {
-    std::error_code ignored;
-    return fs::exists(directory, ignored) ? capi::NTE_KEYSET_ENTRY_BAD : capi::NTE_BAD_KEYSET;
+    std::error_code error;
+    if (fs::exists(directory, error)) {
+        return capi::NTE_KEYSET_ENTRY_BAD;
+    }
+    return error ? files::errorCode(error.value()) : capi::NTE_BAD_KEYSET;
 }
 
 ContainerMeta readMeta(const fs::path& directory) {
@@ -272,8 +275,8 @@ std::vector<std::string> Container::damagedFiles() {
         try {
             read();
         } catch (const ApiError& error) {
-            // What the machine lacks, or the user may not read, is not damaged.
-            if (error.code() == capi::NTE_PROV_TYPE_NOT_DEF || error.code() == capi::ERROR_ACCESS_DENIED) {
+            // What the machine lacks, or what cannot be read now, is not damaged.
+            if (error.code() == capi::NTE_PROV_TYPE_NOT_DEF || files::isAccessError(error.code())) {
                 throw;
             }
             damaged.push_back(file);

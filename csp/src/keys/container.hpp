@@ -79,7 +79,8 @@ public:
 
     /// Names of the damaged files, as far as that can be told without the PIN: a key file, a public key (it stands in
     /// the description), the count or a certificate that is missing, malformed or does not match. Throws ApiError for
-    /// what is no damage: ERROR_ACCESS_DENIED, and NTE_PROV_TYPE_NOT_DEF where the GOST engine is not installed.
+    /// what is not damage: a file that cannot be read now (files::isAccessError), and NTE_PROV_TYPE_NOT_DEF where the
+    /// GOST engine is not installed.
     [[nodiscard]] std::vector<std::string> damagedFiles();
 
 private:
@@ -156,10 +157,11 @@ private:
     Container container_;
 };
 
-/// Plain names of the containers of a provider type, sorted.
+/// Plain names of the containers of a provider type, sorted. Throws ApiError when the folder cannot be read.
 std::vector<std::string> listContainers(DWORD providerType);
 
-/// Removes a container, at once and whole. Needs no PIN. Throws ApiError(NTE_BAD_KEYSET) when there is none.
+/// Removes a container, at once and whole. Needs no PIN. Throws ApiError: NTE_BAD_KEYSET when there is none; when a
+/// file of it cannot be removed, what is left has the container's name again, so that the call may be repeated.
 void deleteContainer(const ContainerId& id);
 
 } // namespace klunortredi::csp

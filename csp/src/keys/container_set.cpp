@@ -55,8 +55,12 @@ void remove(const fs::path& directory, const files::Directory* wanted) {
         }
         const fs::path grave = newGrave();
         moveDirectory(directory, grave);
-        std::error_code ignored;
-        fs::remove_all(grave, ignored);
+        std::error_code error;
+        fs::remove_all(grave, error);
+        if (error) { // a key that is reported as deleted must not stay under another name
+            static_cast<void>(std::rename(grave.c_str(), directory.c_str()));
+            fail(files::errorCode(error.value()));
+        }
     } catch (const ApiError& e) {
         fail(e.code() == capi::ERROR_FILE_NOT_FOUND ? capi::NTE_BAD_KEYSET : e.code());
     }
@@ -69,8 +73,12 @@ NewContainer::NewContainer(const ContainerId& id) : container_(draftDirectory(id
     files::makeDirectories(containersDirectory());
     const files::Lock names = lockNames();
     sweepContainers();
-    if (fs::exists(containerDirectory(id))) {
+    std::error_code error;
+    if (fs::exists(containerDirectory(id), error)) {
         fail(capi::NTE_EXISTS);
+    }
+    if (error) {
+        fail(files::errorCode(error.value()));
     }
     reservation_ = reserve(container_.directory_);
     container_.reserved_ = true;

@@ -10,11 +10,29 @@
 
 #include <gmock/gmock.h>
 
+#include <dlfcn.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-
+#include <cerrno>
 #include <fstream>
+
+namespace {
+
+/// A file of that name cannot be removed.
+std::string keptFile; // NOLINT
+
+} // namespace
+
+/// Takes the place of the C library's function in this program, also for the standard library.
+extern "C" __attribute__((visibility("default"))) int unlinkat(int directory, const char* name, int flags) {
+    static const auto real = reinterpret_cast<int (*)(int, const char*, int)>(::dlsym(RTLD_NEXT, "unlinkat"));
+    if (!keptFile.empty() && std::string_view(name).ends_with(keptFile)) {
+        errno = EIO;
+        return -1;
+    }
+    return real(directory, name, flags);
+}
 
 namespace csp_keys {
 
@@ -296,6 +314,37 @@ TEST_F(Containers, TakenBackByWhoeverMadeThemAndNobodyElses) {
     std::filesystem::rename(place("kept"), place("c.24"));
     made.undo();
     EXPECT_EQ(refusalOf([&] { Container::open(id); }), capi::NTE_BAD_KEYSET);
+}
+
+TEST_F(Containers, DeletionIsNotReportedWhileAFileStays) {
+    makeContainer(gost, L"c", "1234");
+    keptFile = "exchange.1.p8";
+    EXPECT_TRUE(refused(remove(gost, L"c"), capi::ERROR_WRITE_FAULT));
+    EXPECT_EQ(containerNames(gost, 0), std::vector<std::string>{"c"}) << "what is left can be named";
+    keptFile.clear();
+    EXPECT_TRUE(remove(gost, L"c"));
+    EXPECT_EQ(entries(), 0U);
+}
+
+TEST_F(Containers, ThatCannotBeReadNowAreNeitherAbsentNorDamaged) {
+    makeContainer(gost, L"c", "");
+    Container container = Container::open({"c", gost});
+    {
+        const test_support::OpenFileLimit none(0);
+        EXPECT_EQ(refusalOf([] { klunortredi::csp::listContainers(gost); }), capi::ERROR_WRITE_FAULT);
+        EXPECT_EQ(refusalOf([] { Container::open({"c", gost}); }), capi::ERROR_WRITE_FAULT);
+        EXPECT_EQ(refusalOf([] { klunortredi::csp::deleteContainer({"c", gost}); }), capi::ERROR_WRITE_FAULT);
+        EXPECT_EQ(refusalOf([] { NewContainer({"c", gost}); }), capi::ERROR_WRITE_FAULT);
+    }
+    for (const unsigned few : {1U, 2U}) { // the lock, and the description
+        const test_support::OpenFileLimit limit(few - 1);
+        EXPECT_EQ(refusalOf([&] { EXPECT_THAT(container.damagedFiles(), testing::IsEmpty()); }),
+                  capi::ERROR_WRITE_FAULT);
+    }
+    EXPECT_THAT(container.damagedFiles(), testing::IsEmpty());
+    std::filesystem::rename(place("c.80"), place("aside"));
+    std::filesystem::create_symlink("c.80", place("c.80")); // ELOOP
+    EXPECT_EQ(refusalOf([] { Container::open({"c", gost}); }), capi::ERROR_WRITE_FAULT);
 }
 
 TEST_F(Containers, WhatDeadProcessesLeftIsSweptAway) {
