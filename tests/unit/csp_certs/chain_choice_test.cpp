@@ -77,6 +77,17 @@ TEST_F(ChainChoice, TakesTheAnchorFirst) {
     EXPECT_EQ(chosen(person(later), {&later}), anchor.der);
 }
 
+TEST_F(ChainChoice, TakesTheAnchorAmongManyEqualCopiesOfIt) {
+    const Entity anchor =
+        pki::make({.subject = "Issuer", .notBefore = now_ - 8000, .extensions = authority, .reuseKey = key_.get()});
+    trust(anchor);
+    // More than a sort would leave in the order at hand by chance.
+    const std::vector<const Entity*> copies(40, &anchor);
+    EXPECT_EQ(chosen(person(anchor), copies), anchor.der);
+    const Chain chain = chainOf(person(anchor));
+    EXPECT_EQ(chain->TrustStatus.dwErrorStatus, 0U) << "a copy that is no anchor is not trusted";
+}
+
 TEST_F(ChainChoice, TakesTheIssuerWhoseKeyIdentifierIsNamedNext) {
     const Entity named = issuer(2, 8000, 86400, {{NID_subject_key_identifier, "01:02:03:04"}});
     const Entity later = issuer(3, 100);
