@@ -164,6 +164,18 @@ protected:
         return {chain->TrustStatus.dwErrorStatus,
                 (chain->TrustStatus.dwInfoStatus & capi::CERT_TRUST_SEARCH_LIMITED) != 0};
     }
+    /// One more certificate of the issuer's name and key, by another authority.
+    void addIssuerUnder(const Entity& authorityAbove, long serial) {
+        add(additional_.get(),
+            pki::make({.subject = "Issuer",
+                       .issuer = &authorityAbove,
+                       .serial = serial,
+                       .notBefore = now_ - 60,
+                       .extensions = authority,
+                       .reuseKey = key_.get()})
+                .der,
+            capi::CERT_STORE_ADD_ALWAYS);
+    }
     /// `count` certificates of the issuer's name with another key, looked at before the true one.
     void crowd(long count, EVP_PKEY* key, const std::function<void(X509*)>& change = {}) {
         for (long i = 0; i < count; ++i) {
@@ -239,15 +251,7 @@ TEST_F(ChainLimits, OfOneCertificateAreEightIssuers) {
     const auto withCopies = [&](long count) {
         additional_ = memoryStore();
         for (long serial = 1; serial <= count; ++serial) {
-            add(additional_.get(),
-                pki::make({.subject = "Issuer",
-                           .issuer = &stranger,
-                           .serial = serial,
-                           .notBefore = now_ - 60,
-                           .extensions = authority,
-                           .reuseKey = key_.get()})
-                    .der,
-                capi::CERT_STORE_ADD_ALWAYS);
+            addIssuerUnder(stranger, serial);
         }
         const Entity honest = issuer(120, 8000);
         add(additional_.get(), honest.der);
@@ -268,15 +272,7 @@ TEST_F(ChainLimits, OfOneChainAreSixteenPaths) {
             add(additional_.get(), stranger->der, capi::CERT_STORE_ADD_ALWAYS);
         }
         for (long serial = 1; serial <= 2; ++serial) {
-            add(additional_.get(),
-                pki::make({.subject = "Issuer",
-                           .issuer = &*stranger,
-                           .serial = serial,
-                           .notBefore = now_ - 60,
-                           .extensions = authority,
-                           .reuseKey = key_.get()})
-                    .der,
-                capi::CERT_STORE_ADD_ALWAYS);
+            addIssuerUnder(*stranger, serial);
         }
         const Entity honest = issuer(120, 8000);
         add(additional_.get(), honest.der);

@@ -2,6 +2,7 @@
 
 #include "carried_store.hpp"
 #include "chain_fixture.hpp"
+#include "distribution_points.hpp"
 #include "ocsp_maker.hpp"
 #include "support/servers/http_server.hpp"
 
@@ -246,24 +247,8 @@ TEST_F(ChainRetrieval, BringsTheListsOfChanges) {
 
 TEST_F(ChainRetrieval, TakesTheFirstAddressOfAPointThatAnswers) {
     know(ca_);
-    const auto point = [&](X509* certificate) {
-        CRL_DIST_POINTS* const list = CRL_DIST_POINTS_new();
-        DIST_POINT* const one = DIST_POINT_new();
-        one->distpoint = DIST_POINT_NAME_new();
-        one->distpoint->type = 0;
-        one->distpoint->name.fullname = GENERAL_NAMES_new();
-        for (const std::string& url :
-             {std::string("ldap://127.0.0.1/x"), server_.url("/none"), server_.url("/second"), server_.url("/third")}) {
-            GENERAL_NAME* const name = GENERAL_NAME_new();
-            ASN1_IA5STRING* const text = ASN1_IA5STRING_new();
-            ASN1_STRING_set(text, url.data(), static_cast<int>(url.size()));
-            GENERAL_NAME_set0_value(name, GEN_URI, text);
-            sk_GENERAL_NAME_push(one->distpoint->name.fullname, name);
-        }
-        sk_DIST_POINT_push(list, one);
-        X509_add1_ext_i2d(certificate, NID_crl_distribution_points, list, 0, 0);
-        CRL_DIST_POINTS_free(list);
-    };
+    const auto point =
+        pki::onePoint({"ldap://127.0.0.1/x", server_.url("/none"), server_.url("/second"), server_.url("/third")});
     const Entity leaf = pki::make({.subject = "Pointed", .issuer = &ca_, .serial = 77, .change = point});
     serve("/second", pki::crl(ca_, {77}));
     serve("/third", pki::crl(ca_, {5}));
@@ -305,6 +290,57 @@ TEST_F(ChainRetrieval, TakesCertificatesOfUpTo256KiB) {
     EXPECT_EQ(status(online("caIssuers;URI:" + server_.url("/over"), "").der), capi::CERT_TRUST_IS_PARTIAL_CHAIN);
 }
 
+/// A list in PEM of so many octets: what stands before the armour is passed over.
+std::string paddedList(const csp::Bytes& der, std::size_t size) {
+    const csp::ossl::Bio out(BIO_new(BIO_s_mem()));
+    PEM_write_bio(out.get(), PEM_STRING_X509_CRL, "", der.data(), static_cast<long>(der.size()));
+    char* data = nullptr;
+    const std::string armour(data, static_cast<std::size_t>(BIO_get_mem_data(out.get(), &data)));
+    return std::string(size - armour.size() - 1, ' ') + "\n" + armour;
+}
+
+TEST_F(ChainRetrieval, TakesListsOfUpTo16MiB) {
+    know(ca_);
+    constexpr std::size_t most = std::size_t{16} << 20U;
+    for (const bool fits : {true, false}) {
+        const std::string path = fits ? "/fits" : "/over";
+        serve(path, Reply{.body = paddedList(pki::crl(ca_, {77}), fits ? most : most + 1)});
+        EXPECT_EQ(status(online("", "URI:" + server_.url(path)).der, end), fits ? revoked : unknown);
+        EXPECT_EQ(requests(path), 1U);
+    }
+}
+
+TEST_F(ChainRetrieval, TakesNoMoreThan32MiBForOneChain) {
+    constexpr std::size_t mebibyte = std::size_t{1} << 20U;
+    const auto under = [&](const Entity& issuer, const char* name, const char* list, EVP_PKEY* key = nullptr) {
+        return pki::make({.subject = name,
+                          .issuer = &issuer,
+                          .serial = 70,
+                          .extensions = {{NID_crl_distribution_points, "URI:" + server_.url(list)},
+                                         {NID_basic_constraints, "critical,CA:TRUE"},
+                                         {NID_key_usage, "critical,keyCertSign,cRLSign"}},
+                          .reuseKey = key});
+    };
+    const Entity first = under(root_, "First", "/root");
+    const Entity second = under(first, "Second", "/first");
+    const Entity leaf = under(second, "Leaf", "/second");
+    // From the leaf upwards: the root's list is the last.
+    serve("/second", Reply{.body = paddedList(pki::crl(second, {}), 16 * mebibyte)});
+    serve("/first", Reply{.body = paddedList(pki::crl(first, {}), 15 * mebibyte)});
+    const auto with = [&](const Entity& authority, const char* list, std::size_t size) {
+        serve(list, Reply{.body = paddedList(pki::crl(root_, {}), size)});
+        additional_ = memoryStore();
+        add(additional_.get(), authority.der);
+        add(additional_.get(), second.der);
+        const DWORD errors = status(leaf.der, capi::CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT);
+        EXPECT_EQ(requests(list), 1U);
+        return errors;
+    };
+    EXPECT_EQ(with(first, "/root", mebibyte + 1), unknown) << "one octet more";
+    EXPECT_EQ(with(under(root_, "First", "/other", first.key.get()), "/other", mebibyte + 1), 0U)
+        << "what is kept does not count again";
+}
+
 TEST_F(ChainRetrieval, TakesAnswersOfUpTo64KiB) {
     know(ca_);
     const Entity leaf = online(ocspAccess(), "");
@@ -344,27 +380,7 @@ TEST_F(ChainRetrieval, KeepsNoListThatTheIssuerInThePathDidNotSign) {
     const Entity signer = pki::make(
         {.subject = "CRL signer", .issuer = &root_, .serial = 60, .extensions = {{NID_key_usage, "critical,cRLSign"}}});
     know(signer);
-    const auto point = [&](X509* certificate) {
-        CRL_DIST_POINTS* const list = CRL_DIST_POINTS_new();
-        DIST_POINT* const one = DIST_POINT_new();
-        one->distpoint = DIST_POINT_NAME_new();
-        one->distpoint->type = 0;
-        one->distpoint->name.fullname = GENERAL_NAMES_new();
-        GENERAL_NAME* const address = GENERAL_NAME_new();
-        ASN1_IA5STRING* const url = ASN1_IA5STRING_new();
-        const std::string location = server_.url("/indirect");
-        ASN1_STRING_set(url, location.data(), static_cast<int>(location.size()));
-        GENERAL_NAME_set0_value(address, GEN_URI, url);
-        sk_GENERAL_NAME_push(one->distpoint->name.fullname, address);
-        one->CRLissuer = GENERAL_NAMES_new();
-        GENERAL_NAME* const name = GENERAL_NAME_new();
-        name->type = GEN_DIRNAME;
-        name->d.directoryName = X509_NAME_dup(X509_get_subject_name(signer.certificate.get()));
-        sk_GENERAL_NAME_push(one->CRLissuer, name);
-        sk_DIST_POINT_push(list, one);
-        X509_add1_ext_i2d(certificate, NID_crl_distribution_points, list, 0, 0);
-        CRL_DIST_POINTS_free(list);
-    };
+    const auto point = pki::onePoint({server_.url("/indirect")}, &signer);
     const Entity leaf = pki::make({.subject = "Pointed", .issuer = &ca_, .serial = 77, .change = point});
     serve("/indirect",
           pki::makeCrl(signer, {.serials = {77},

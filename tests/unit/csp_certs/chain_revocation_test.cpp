@@ -2,6 +2,7 @@
 
 #include "carried_store.hpp"
 #include "chain_fixture.hpp"
+#include "distribution_points.hpp"
 
 namespace {
 
@@ -380,18 +381,7 @@ TEST_F(ChainCrls, OfAnIndirectIssuerCountWhereTheCertificateNamesIt) {
                                  .extensions = {{NID_issuing_distribution_point, "critical,indirectCRL:TRUE"}},
                                  .certificateIssuer = &ca_}));
     EXPECT_EQ(status(leaf_.der, atHand), 0U) << "the certificate does not name that issuer";
-    const auto points = [&](X509* certificate) {
-        CRL_DIST_POINTS* const list = CRL_DIST_POINTS_new();
-        DIST_POINT* const point = DIST_POINT_new();
-        point->CRLissuer = GENERAL_NAMES_new();
-        GENERAL_NAME* const name = GENERAL_NAME_new();
-        name->type = GEN_DIRNAME;
-        name->d.directoryName = X509_NAME_dup(X509_get_subject_name(signer.certificate.get()));
-        sk_GENERAL_NAME_push(point->CRLissuer, name);
-        sk_DIST_POINT_push(list, point);
-        X509_add1_ext_i2d(certificate, NID_crl_distribution_points, list, 0, 0);
-        CRL_DIST_POINTS_free(list);
-    };
+    const auto points = pki::onePoint({}, &signer);
     const Entity pointed = pki::make({.subject = "Pointed", .issuer = &ca_, .serial = 77, .change = points});
     EXPECT_EQ(status(pointed.der, atHand), revoked);
     const Entity other = pki::make({.subject = "Other", .issuer = &ca_, .serial = 78, .change = points});

@@ -121,6 +121,14 @@ TEST_F(BindingTest, ProviderWithoutTheKeysAlgorithmIsLogged) {
                             "supports public key algorithm: 1.2.643.7.1.1.1.1"));
 }
 
+TEST_F(BindingTest, ProviderThatTheFrameworkDoesNotKnowHasNoAlgorithm) {
+    installNamed(wincrypt_keys::unknownName, 80);
+    const auto signer = certificate();
+    writeLink(*signer, L"box", wincrypt_keys::unknownName);
+    EXPECT_FALSE(signer->provider(false)) << "although the service says that it has it";
+    EXPECT_THAT(logTexts(Severity::warning), ElementsAre(HasSubstr("(Somebody's Provider,80) found but not supports")));
+}
+
 TEST_F(BindingTest, FailureOfTheMetadataSearchIsLogged) {
     const auto signer = certificate();
     service().on.CertGetCertificateContextProperty = [](PCCERT_CONTEXT, DWORD, void*, DWORD*) -> BOOL {

@@ -18,19 +18,7 @@ protected:
         service().clearCalls();
         clearLog();
     }
-    void askForEverything() {
-        params_->keyUsage = 0x80C0;
-        params_->certificatePolicies = {"1.2.643.100.113.1"};
-        params_->enhancedKeyUsage = {"1.3.6.1.5.5.7.3.4"};
-        params_->dnsNames = {"example.org"};
-        params_->emailNames = {"i@example.org"};
-        params_->userPrincipalName = "i@domain";
-        params_->subjectSignTool = "tool";
-        params_->identificationKind = 1;
-        params_->privateKeyDays = 365;
-    }
 };
-
 /// A call, and how the request ends when it fails: the exception, or where the key is said to lie (path, name).
 struct Step {
     const char* function;

@@ -33,6 +33,18 @@ protected:
             return 1;
         };
     }
+    /// Every extension that a request can have.
+    void askForEverything() {
+        params_->keyUsage = 0x80C0;
+        params_->certificatePolicies = {"1.2.643.100.113.1"};
+        params_->enhancedKeyUsage = {"1.3.6.1.5.5.7.3.4"};
+        params_->dnsNames = {"example.org"};
+        params_->emailNames = {"i@example.org"};
+        params_->userPrincipalName = "i@domain";
+        params_->subjectSignTool = "tool";
+        params_->identificationKind = 1;
+        params_->privateKeyDays = 365;
+    }
     boost::shared_ptr<CsrCreator::Result> create(const std::string& pin = "1234") {
         return CsrCreator().create(params_, pin);
     }

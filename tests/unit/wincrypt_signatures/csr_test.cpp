@@ -59,14 +59,7 @@ TEST_F(CsrTest, SubjectValuesHaveTheirTypes) {
 }
 
 TEST_F(CsrTest, ExtensionsAndAttributesStandInTheirOrder) {
-    params_->keyUsage = 0x80C0;
-    params_->certificatePolicies = {"1.2.643.100.113.1"};
-    params_->enhancedKeyUsage = {"1.3.6.1.5.5.7.3.4"};
-    params_->dnsNames = {"example.org"};
-    params_->userPrincipalName = "i@domain";
-    params_->subjectSignTool = "tool";
-    params_->identificationKind = 1;
-    params_->privateKeyDays = 365;
+    askForEverything();
     std::vector<std::string> extensions;
     std::vector<std::string> attributes;
     service().on.CryptEncodeObject = [&](DWORD encoding, const char* type, const void* value, BYTE* buffer,
@@ -83,7 +76,7 @@ TEST_F(CsrTest, ExtensionsAndAttributesStandInTheirOrder) {
         }
         if (buffer == nullptr && structureName(type) == "12") {
             const auto& names = *static_cast<const CERT_ALT_NAME_INFO*>(value);
-            EXPECT_EQ(names.cAltEntry, 2U);
+            EXPECT_EQ(names.cAltEntry, 3U);
             EXPECT_STREQ(names.rgAltEntry[0].u.pOtherName->pszObjId, "1.3.6.1.4.1.311.20.2.3");
             EXPECT_EQ(std::wstring(names.rgAltEntry[1].u.pwszDNSName), L"example.org");
         }

@@ -55,8 +55,16 @@ protected:
         return verdict;
     }
 
+    /// The validator with empty parameters.
+    Validator& begun() {
+        EXPECT_TRUE(validator_.initialize(Params()));
+        return validator_;
+    }
+
 private:
     static std::string signedInvoice() { return invoice({invoiceSignature}); }
+
+    Validator validator_;
 };
 
 using Validators = testing::Types<binary::Validator, xmldsig::Validator>;
@@ -103,16 +111,14 @@ TYPED_TEST(ValidatorStates, SaysNoWithoutUpdate) {
 }
 
 TYPED_TEST(ValidatorStates, SaysNoWhenItIsAskedASecondTime) {
-    TypeParam validator;
-    validator.initialize(Params());
+    auto& validator = this->begun();
     EXPECT_TRUE(this->update(validator, this->good()));
     EXPECT_TRUE(this->finalize(validator));
     EXPECT_FALSE(this->finalize(validator));
 }
 
 TYPED_TEST(ValidatorStates, RepeatsItsVerdictWithoutDataAndLooksNoMore) {
-    TypeParam validator;
-    validator.initialize(Params());
+    auto& validator = this->begun();
     EXPECT_TRUE(this->update(validator, this->good()));
     service().clearCalls();
     EXPECT_TRUE(validator.update(nullptr, 0));
@@ -123,8 +129,7 @@ TYPED_TEST(ValidatorStates, RepeatsItsVerdictWithoutDataAndLooksNoMore) {
 }
 
 TYPED_TEST(ValidatorStates, LetsTheLastCheckDecide) {
-    TypeParam validator;
-    validator.initialize(Params());
+    auto& validator = this->begun();
     EXPECT_FALSE(this->checkBad(validator));
     EXPECT_TRUE(this->update(validator, this->good()));
     EXPECT_FALSE(this->checkBad(validator));
@@ -132,8 +137,7 @@ TYPED_TEST(ValidatorStates, LetsTheLastCheckDecide) {
 }
 
 TYPED_TEST(ValidatorStates, ForgetsItsVerdictWhenItIsInitializedAnew) {
-    TypeParam validator;
-    validator.initialize(Params());
+    auto& validator = this->begun();
     EXPECT_TRUE(this->update(validator, this->good()));
     EXPECT_TRUE(validator.initialize(Params()));
     EXPECT_FALSE(validator.update(nullptr, 0));
@@ -141,8 +145,7 @@ TYPED_TEST(ValidatorStates, ForgetsItsVerdictWhenItIsInitializedAnew) {
 }
 
 TYPED_TEST(ValidatorStates, LeavesConsumedAlone) {
-    TypeParam validator;
-    validator.initialize(Params());
+    auto& validator = this->begun();
     std::size_t consumed = 77;
     const auto data = this->good();
     EXPECT_TRUE(validator.update(reinterpret_cast<const unsigned char*>(data.data()), data.size(), &consumed));
@@ -153,8 +156,7 @@ TYPED_TEST(ValidatorStates, LeavesConsumedAlone) {
 }
 
 TYPED_TEST(ValidatorStates, TakesEachDataForAWholeOne) {
-    TypeParam validator;
-    validator.initialize(Params());
+    auto& validator = this->begun();
     const auto data = this->good();
     static_cast<void>(this->update(validator, data.substr(0, data.size() / 2)));
     const bool verdict = this->update(validator, data.substr(data.size() / 2));
@@ -168,8 +170,7 @@ TYPED_TEST(ValidatorStates, NeverLetsAnExceptionOut) {
     service().on.CryptMsgOpenToDecode = [](DWORD, DWORD, DWORD, unsigned long, CERT_INFO*, CMSG_STREAM_INFO*) -> void* {
         throw 1;
     };
-    TypeParam validator;
-    validator.initialize(Params());
+    auto& validator = this->begun();
     EXPECT_FALSE(this->update(validator, "no message and no document"));
     EXPECT_FALSE(this->update(validator, ""));
     EXPECT_FALSE(this->finalize(validator));
@@ -180,13 +181,16 @@ TYPED_TEST(ValidatorStates, NeverLetsAnExceptionOut) {
 
 class BinaryValidatorTest : public VerifyFixture {
 protected:
-    static boost::shared_ptr<std::istream> contentStream() { return boost::make_shared<std::istringstream>("content"); }
+    static Params withContent() {
+        Params params;
+        params.content = boost::make_shared<std::istringstream>("content");
+        return params;
+    }
 };
 
 TEST_F(BinaryValidatorTest, OpensADetachedMessageWhereThereIsContent) {
     binary::Validator validator;
-    Params params;
-    params.content = contentStream();
+    Params params = withContent();
     validator.initialize(params);
     EXPECT_TRUE(update(validator, "signature"));
     EXPECT_EQ(service().trace().front(), "CryptMsgOpenToDecode(0x10001, 4, 0, 0, null, pointer)");
@@ -198,8 +202,7 @@ TEST_F(BinaryValidatorTest, OpensADetachedMessageWhereThereIsContent) {
 
 TEST_F(BinaryValidatorTest, ReadsTheContentOnceSoThatASecondCheckFindsItEmpty) {
     binary::Validator validator;
-    Params params;
-    params.content = contentStream();
+    Params params = withContent();
     validator.initialize(params);
     EXPECT_TRUE(update(validator, "signature"));
     EXPECT_EQ(service().count("CryptMsgUpdate"), 2U);
@@ -210,8 +213,7 @@ TEST_F(BinaryValidatorTest, ReadsTheContentOnceSoThatASecondCheckFindsItEmpty) {
 
 TEST_F(BinaryValidatorTest, HoldsTheContentUntilItIsFinalized) {
     binary::Validator validator;
-    Params params;
-    params.content = contentStream();
+    Params params = withContent();
     const boost::weak_ptr<std::istream> watched = params.content;
     validator.initialize(params);
     params.content.reset();
@@ -232,8 +234,7 @@ TEST_F(BinaryValidatorTest, DoesNotKeepTheCertificate) {
 
 TEST_F(BinaryValidatorTest, DropsTheContentOfBeforeWhenItIsInitializedAnew) {
     binary::Validator validator;
-    Params params;
-    params.content = contentStream();
+    Params params = withContent();
     const boost::weak_ptr<std::istream> watched = params.content;
     validator.initialize(params);
     params.content.reset();
