@@ -1,12 +1,12 @@
 // The files of a directory that count as certificates of authorities and as CRLs.
 
+#include "odd_letters.hpp"
 #include "support/temp_folder.hpp"
 #include "verifier_fixture.hpp"
 
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 
-#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <locale>
@@ -63,16 +63,6 @@ TEST_F(AuthorityFilesTest, AreFoundInAnyCaseAndKeepTheirs) {
     make({"ca.CRT", "Cb.Cert", "LIST.CRL", "ROOT.CRL.PEM"});
     expectCollected({"ca.CRT", "Cb.Cert", "ROOT.CRL.PEM"}, {"LIST.CRL"});
 }
-
-/// Lower-cases Q to t, which no other locale does.
-class OddLetters : public std::ctype<char> {
-protected:
-    char do_tolower(char letter) const override { return letter == 'Q' ? 't' : std::ctype<char>::do_tolower(letter); }
-    const char* do_tolower(char* from, const char* to) const override {
-        std::transform(from, from + (to - from), from, [this](char letter) { return do_tolower(letter); });
-        return to;
-    }
-};
 
 TEST_F(AuthorityFilesTest, HaveTheirExtensionsLowerCasedByTheDefaultLocale) {
     make({"a.crQ", "b.CRt"});

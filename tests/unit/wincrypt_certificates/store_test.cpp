@@ -1,9 +1,15 @@
 #include "certificates_fixture.hpp"
+#include "odd_letters.hpp"
+#include "support/temp_folder.hpp"
 
 #include "crypto/wincrypt/certificate_store.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
+
+#include <cstdlib>
+#include <filesystem>
+#include <locale>
 
 namespace wincrypt_certificates {
 namespace {
@@ -44,6 +50,47 @@ TEST_F(ViPNetStoreTest, StoresThatViPNetLacksBecomeTrust) {
     }
     EXPECT_EQ(RegistryCertificateStore("disallowed", ICertificateStore::memory).name(), "disallowed");
     EXPECT_TRUE(logged(Severity::info, "wincrypt: store=TrustedPublisher changed: store=trust"));
+}
+
+TEST_F(ViPNetStoreTest, NameIsLowerCasedByTheDefaultLocale) {
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new OddLetters));
+    const RegistryCertificateStore store("AUQhrooQ", ICertificateStore::system);
+    std::locale::global(before);
+    EXPECT_EQ(store.name(), "trust");
+}
+
+/// A file in ViPNet's slot that comes and goes, no other service.
+class ResourceFileTest : public service_double::DoubleFixture {
+protected:
+    ResourceFileTest() : DoubleFixture(service_double::Slots{.vipNet = "/missing/resource"}) {
+        setenv("KLUNORTREDI_VIPNET", file().c_str(), 1);
+    }
+    [[nodiscard]] std::string file() const { return folder_ / "resource"; }
+    void write() const { folder_.write("resource", "library"); }
+    static std::string nameOfDisallowed() {
+        return RegistryCertificateStore("disallowed", ICertificateStore::system).name();
+    }
+
+private:
+    test_support::TempFolder folder_;
+};
+
+TEST_F(ResourceFileTest, IsLookedForByEachStoreUnderThePathOfTheFirst) {
+    EXPECT_EQ(nameOfDisallowed(), "disallowed");
+    write();
+    EXPECT_EQ(nameOfDisallowed(), "trust");
+    setenv("KLUNORTREDI_VIPNET", "", 1);
+    EXPECT_EQ(nameOfDisallowed(), "trust") << "the path is taken once";
+    std::filesystem::remove(file());
+    EXPECT_EQ(nameOfDisallowed(), "disallowed");
+}
+
+TEST_F(ResourceFileTest, ThatComesAfterTheFirstListingOpensNoStore) {
+    const RegistryCertificateStore store("my", ICertificateStore::system);
+    EXPECT_THAT(store.certificates(), IsEmpty());
+    write();
+    EXPECT_THAT(store.certificates(), IsEmpty()) << "what the first listing found holds for the process";
+    EXPECT_THAT(service().trace(), IsEmpty());
 }
 
 TEST_F(NoServiceStoreTest, SystemStoreIsEmptyAndStaysClosed) {
