@@ -149,6 +149,27 @@ TEST_F(BindingTest, SignToolLeadsToTheInstalledProviderOfItsType) {
     EXPECT_FALSE(found->container());
 }
 
+TEST_F(BindingTest, SearchPassesOverProvidersWithoutTheKeysAlgorithm) {
+    // The table's first provider of that maker has the keys of 2001 alone.
+    service().providers[""] = {
+        wincrypt_keys::scripted(L"Crypto-Pro GOST R 34.10-2001 Cryptographic Service Provider", 75),
+        wincrypt_keys::scripted(wincrypt_keys::cryptoProName, 80)};
+    subjectSignTool(L"\"КриптоПро CSP\"");
+    const auto found = certificate()->provider(true);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->type(), 80U);
+    EXPECT_EQ(service().count("CryptAcquireContextW"), 0U) << "the framework's table says what a provider has";
+}
+
+TEST_F(BindingTest, SearchGivesTheFirstProviderOfTheTable) {
+    service().providers[""] = {wincrypt_keys::scripted(wincrypt_keys::cryptoProName, 80),
+                               wincrypt_keys::scripted(wincrypt_keys::vipNetName, 77)};
+    subjectSignTool(L"КриптоПро CSP, ViPNet CSP");
+    const auto found = certificate()->provider(true);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->name(), wincrypt_keys::vipNetName);
+}
+
 TEST_F(BindingTest, SignToolOfAProviderThatIsNotInstalledLeadsNowhere) {
     installNamed(wincrypt_keys::cryptoProName, 75);
     subjectSignTool(L"\"КриптоПро CSP\"");

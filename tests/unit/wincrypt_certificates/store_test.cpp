@@ -52,6 +52,13 @@ TEST_F(ViPNetStoreTest, StoresThatViPNetLacksBecomeTrust) {
     EXPECT_TRUE(logged(Severity::info, "wincrypt: store=TrustedPublisher changed: store=trust"));
 }
 
+TEST_F(ViPNetStoreTest, StoreIsOpenedUnderTheNameThatItBecame) {
+    EXPECT_NE(RegistryCertificateStore("Disallowed", ICertificateStore::system).handle(), nullptr);
+    EXPECT_NE(RegistryCertificateStore("Root", ICertificateStore::system).handle(), nullptr);
+    EXPECT_THAT(service().trace(), ElementsAre("CertOpenSystemStore(0, \"trust\")", "CertCloseStore(store1, 0)",
+                                               "CertOpenSystemStore(0, \"Root\")", "CertCloseStore(store2, 0)"));
+}
+
 TEST_F(ViPNetStoreTest, NameIsLowerCasedByTheDefaultLocale) {
     const std::locale before = std::locale::global(std::locale(std::locale::classic(), new OddLetters));
     const RegistryCertificateStore store("AUQhrooQ", ICertificateStore::system);
@@ -66,7 +73,7 @@ protected:
         setenv("KLUNORTREDI_VIPNET", file().c_str(), 1);
     }
     [[nodiscard]] std::string file() const { return folder_ / "resource"; }
-    void write() const { folder_.write("resource", "library"); }
+    void write() const { std::filesystem::create_symlink(service_double::libraryPath("vipnet"), file()); }
     static std::string nameOfDisallowed() {
         return RegistryCertificateStore("disallowed", ICertificateStore::system).name();
     }
