@@ -52,6 +52,7 @@ ExitCode exportKey(Session& session, const ExportArguments& arguments) {
     }
     cli::PinSource pin(session.options.pin);
     const csp::UnlockedKeys keys = unlock(container, pin, what);
+    chooseKey(container, what); // the attributes were read again, and compared with what the key file is bound to
     cli::PinSource password(session.options.password, "password", "--password");
     const csp::Secret secret = takeSecret(password.askNew("New password of " + file.path() + ": "));
     const std::string thumbprint = certificateThumbprint(container); // read before the file is there

@@ -45,6 +45,13 @@ bool hasKey(const ContainerMeta& meta, const KeyEntry& wanted) {
     });
 }
 
+/// Whether every key pair has the attributes that it had.
+bool sameAttributes(const ContainerMeta& before, const ContainerMeta& now) {
+    return std::ranges::equal(before.keys, now.keys, [&](const KeyEntry& a, const KeyEntry& b) {
+        return attributeHash(before, a) == attributeHash(now, b);
+    });
+}
+
 /// Throws NTE_BAD_DATA unless `certificate` is one, of the key `publicKey`.
 void checkCertificate(ByteView certificate, ByteView publicKey) {
     Bytes info;
@@ -146,6 +153,10 @@ Bytes Container::readKeyFile(const KeyEntry& key) const {
     if (!file || hashOfFile(*file) != key.fileHash) {
         fail(capi::NTE_KEYSET_ENTRY_BAD);
     }
+    const Bytes binding = bindingOf(*file);
+    if (!binding.empty() && binding != attributeHash(meta_, key)) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD); // somebody edited the description
+    }
     return *std::move(file);
 }
 
@@ -180,15 +191,18 @@ void Container::removeUnused() const {
 }
 
 void Container::changePin(const UnlockedKeys& keys, std::string_view pin) {
+    ContainerMeta next = meta_;
+    next.wantsPin = !pin.empty();
     std::map<DWORD, Bytes> encrypted; // before the lock: deriving takes long
     for (const auto& [spec, key] : keys) {
-        encrypted.emplace(spec, encryptKey(key.get(), pin));
+        encrypted.emplace(spec, encryptKey(key.get(), pin, attributeHash(next, this->key(spec))));
     }
+    const ContainerMeta opened = meta_;
     const auto held = lock();
-    if (!isAsOpened()) {
+    if (!isAsOpened() || !sameAttributes(opened, meta_)) {
         fail(capi::NTE_BAD_KEY_STATE); // somebody changed the PIN since
     }
-    ContainerMeta next = meta_;
+    next = meta_;
     next.wantsPin = !pin.empty();
     try {
         for (KeyEntry& entry : next.keys) {
@@ -220,7 +234,8 @@ void Container::addKey(DWORD spec, EVP_PKEY* key, bool exportable, std::string_v
         }
     }
     const KeyEntry entry{spec, 1, {}, publicKeyInfo(key), exportable};
-    const Bytes file = encryptKey(key, pin); // before the lock: deriving takes long
+    const Bytes binding = attributeHash({meta_.id, !pin.empty(), {}}, entry);
+    const Bytes file = encryptKey(key, pin, binding); // before the lock: deriving takes long
     while (true) {
         if (!meta_.keys.empty()) {
             unlock(pin); // another process may have changed it since: one PIN opens all key pairs

@@ -3,6 +3,7 @@
 #include "capi/constants.hpp"
 #include "core/error.hpp"
 #include "core/hex.hpp"
+#include "crypto/digest.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -68,6 +69,14 @@ ContainerMeta decodeMeta(ByteView text) {
     } catch (const std::exception&) {
         fail(capi::NTE_KEYSET_ENTRY_BAD);
     }
+}
+
+Bytes attributeHash(const ContainerMeta& meta, const KeyEntry& key) {
+    // As a JSON array, in which no value can run into the next one.
+    const json attributes = json::array({"container attributes 1", meta.id.name, meta.id.providerType, meta.wantsPin,
+                                         key.spec, key.exportable, toHex(key.publicKeyInfo)});
+    const std::string text = attributes.dump();
+    return Digest::of(*findDigest(capi::CALG_SHA_256), Bytes(text.begin(), text.end()));
 }
 
 std::string keyFileName(const KeyEntry& key) {

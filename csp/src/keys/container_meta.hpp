@@ -29,6 +29,10 @@ Bytes encodeMeta(const ContainerMeta& meta);
 /// Throws ApiError(NTE_KEYSET_ENTRY_BAD) when the text is not one that `encodeMeta` writes.
 ContainerMeta decodeMeta(ByteView text);
 
+/// What a key file is bound to: SHA-256 of the attributes of its key pair and of the container as they stand in the
+/// description. Not of the generation and the file's hash, which change with each writing.
+Bytes attributeHash(const ContainerMeta& meta, const KeyEntry& key);
+
 /// File names in the container's directory.
 std::string keyFileName(const KeyEntry& key);
 std::string certificateFileName(DWORD spec);

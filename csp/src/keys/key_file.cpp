@@ -1,8 +1,12 @@
 #include "keys/key_file.hpp"
 
 #include "core/error.hpp"
+#include "crypto/random.hpp"
+
+#include <openssl/asn1t.h>
 
 #include <array>
+#include <memory>
 #include <new>
 
 namespace klunortredi::csp {
@@ -14,7 +18,8 @@ namespace {
 constexpr std::uint64_t scryptCost = 1U << 14U;
 constexpr std::uint64_t scryptBlockSize = 8;
 constexpr std::uint64_t scryptParallelism = 5;
-constexpr int saltSize = 16;
+constexpr std::size_t saltSize = 16;
+constexpr std::size_t bindingSize = 32;
 
 /// Whether a derivation comes to its end now, tried with the same memory and little work. That the 16 MiB are not there
 /// says nothing of a PIN; OpenSSL's errors tell the two apart only together with those that its host has left there.
@@ -24,13 +29,31 @@ bool canDerive() {
     return EVP_PBE_scrypt("", 0, &salt, sizeof salt, scryptCost, scryptBlockSize, 1, 0, key.data(), key.size()) == 1;
 }
 
+using Scheme = std::unique_ptr<PBE2PARAM, ossl::Deleter<PBE2PARAM_free>>;
+using Scrypt = std::unique_ptr<SCRYPT_PARAMS, ossl::Deleter<SCRYPT_PARAMS_free>>;
+
+template <class Parameters>
+Parameters parametersOf(const X509_ALGOR* algorithm, int wanted, const ASN1_ITEM* item) {
+    Parameters parameters(
+        OBJ_obj2nid(algorithm->algorithm) == wanted
+            ? static_cast<typename Parameters::pointer>(ASN1_TYPE_unpack_sequence(item, algorithm->parameter))
+            : nullptr);
+    if (!parameters) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD);
+    }
+    return parameters;
+}
+
 } // namespace
 
-Bytes encryptKey(EVP_PKEY* key, std::string_view pin) {
+Bytes encryptKey(EVP_PKEY* key, std::string_view pin, ByteView binding) {
     const ossl::ErrorMark mark;
     const ossl::Pkcs8 plain(EVP_PKEY2PKCS8(key));
-    X509_ALGOR* const scheme = PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), nullptr, saltSize, nullptr, scryptCost,
-                                                     scryptBlockSize, scryptParallelism);
+    Bytes salt(saltSize);
+    fillRandom(salt);
+    salt.insert(salt.end(), binding.begin(), binding.end());
+    X509_ALGOR* const scheme = PKCS5_pbe2_set_scrypt(EVP_aes_256_cbc(), salt.data(), static_cast<int>(salt.size()),
+                                                     nullptr, scryptCost, scryptBlockSize, scryptParallelism);
     if (!plain || scheme == nullptr) {
         X509_ALGOR_free(scheme);
         fail(capi::NTE_FAIL);
@@ -48,6 +71,25 @@ Bytes encryptKey(EVP_PKEY* key, std::string_view pin) {
     Bytes file(der, der + size);
     OPENSSL_free(der);
     return file;
+}
+
+Bytes bindingOf(ByteView encrypted) {
+    const ossl::ErrorMark mark;
+    const unsigned char* next = encrypted.data();
+    const ossl::X509Sig file(d2i_X509_SIG(nullptr, &next, static_cast<long>(encrypted.size())));
+    if (!file) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD);
+    }
+    const X509_ALGOR* encryption = nullptr;
+    X509_SIG_get0(file.get(), &encryption, nullptr);
+    const auto scheme = parametersOf<Scheme>(encryption, NID_pbes2, ASN1_ITEM_rptr(PBE2PARAM));
+    const auto scrypt = parametersOf<Scrypt>(scheme->keyfunc, NID_id_scrypt, ASN1_ITEM_rptr(SCRYPT_PARAMS));
+    const unsigned char* const salt = ASN1_STRING_get0_data(scrypt->salt);
+    const auto size = static_cast<std::size_t>(ASN1_STRING_length(scrypt->salt));
+    if (size != saltSize && size != saltSize + bindingSize) {
+        fail(capi::NTE_KEYSET_ENTRY_BAD);
+    }
+    return {salt + saltSize, salt + size};
 }
 
 ossl::Pkey decryptKey(ByteView encrypted, std::string_view pin) {

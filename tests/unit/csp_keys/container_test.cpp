@@ -1,6 +1,8 @@
 // Containers through the entry points, and as the administration command uses them.
 
 #include "core/error.hpp"
+#include "core/hex.hpp"
+#include "crypto/digest.hpp"
 #include "crypto/key_pair.hpp"
 #include "crypto/signature.hpp"
 #include "keys/container.hpp"
@@ -314,6 +316,104 @@ TEST_F(Containers, TakenBackByWhoeverMadeThemAndNobodyElses) {
     std::filesystem::rename(place("kept"), place("c.24"));
     made.undo();
     EXPECT_EQ(refusalOf([&] { Container::open(id); }), capi::NTE_BAD_KEYSET);
+}
+
+TEST_F(Containers, EditedAttributesAreDamageThatCostsNoTry) {
+    makeContainer(gost, L"c", "1234");
+    const auto file = place("c.80") / "container.json";
+    const std::string genuine = test_support::readFile(file);
+    const std::vector<std::pair<std::string, std::string>> edits{{"\"exportable\": false", "\"exportable\": true"},
+                                                                 {"\"pin\": true", "\"pin\": false"},
+                                                                 {"\"spec\": 1", "\"spec\": 2"}};
+    for (const auto& [from, to] : edits) {
+        std::string text = genuine;
+        ASSERT_NE(text.find(from), std::string::npos) << from;
+        std::ofstream(file) << text.replace(text.find(from), from.size(), to);
+        std::filesystem::copy_file(place("c.80") / "exchange.1.p8", place("c.80") / "signature.1.p8",
+                                   std::filesystem::copy_options::overwrite_existing);
+        EXPECT_EQ(refusalOf([] { Container::open({"c", gost}).unlock("1234"); }), capi::NTE_KEYSET_ENTRY_BAD) << to;
+        EXPECT_THAT(Container::open({"c", gost}).damagedFiles(), testing::SizeIs(1)) << to;
+    }
+    std::ofstream(file) << genuine;
+    EXPECT_EQ(Container::open({"c", gost}).triesRemaining(), klunortredi::csp::pinTryLimit);
+    EXPECT_EQ(Container::open({"c", gost}).unlock("1234").size(), 1U);
+}
+
+namespace {
+
+/// Replaces text of a file, whose SHA-256 stands in the description.
+void putKeyFile(const std::filesystem::path& container, ByteView file, std::string description) {
+    namespace csp = klunortredi::csp;
+    const std::string label = R"("fileSha256": ")";
+    const auto at = description.find(label) + label.size();
+    description.replace(at, 64, csp::toHex(csp::Digest::of(*csp::findDigest(capi::CALG_SHA_256), file)));
+    std::ofstream(container / "exchange.1.p8", std::ios::binary)
+        .write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
+    std::ofstream(container / "container.json") << description;
+}
+
+std::string madeExportable(std::string description) {
+    const std::string no = R"("exportable": false)";
+    return description.replace(description.find(no), no.size(), R"("exportable": true)");
+}
+
+} // namespace
+
+TEST_F(Containers, EditedAttributesWithAMatchingKeyFileAreNotOpenedByTheRightPin) {
+    namespace csp = klunortredi::csp;
+    makeContainer(gost, L"c", "1234");
+    const std::string description = madeExportable(test_support::readFile(place("c.80") / "container.json"));
+    Bytes file = bytes(test_support::readFile(place("c.80") / "exchange.1.p8"));
+    const Bytes genuine = csp::bindingOf(file);
+    ASSERT_EQ(genuine.size(), 32U);
+    const csp::ContainerMeta edited = csp::decodeMeta(bytes(description));
+    const Bytes forged = csp::attributeHash(edited, edited.keys.at(0));
+    std::ranges::copy(forged, std::ranges::search(file, genuine).begin());
+    putKeyFile(place("c.80"), file, description);
+    EXPECT_EQ(refusalOf([] { Container::open({"c", gost}).unlock("1234"); }), capi::SCARD_W_WRONG_CHV);
+}
+
+TEST_F(Containers, NewOneMadeToLookLikeAnOldOneIsNotOpenedByTheRightPin) {
+    namespace csp = klunortredi::csp;
+    makeContainer(gost, L"c", "1234");
+    const std::string description = madeExportable(test_support::readFile(place("c.80") / "container.json"));
+    Bytes file = bytes(test_support::readFile(place("c.80") / "exchange.1.p8"));
+    const Bytes genuine = csp::bindingOf(file);
+    const auto at = static_cast<std::size_t>(std::ranges::search(file, genuine).begin() - file.begin());
+    file.erase(file.begin() + static_cast<std::ptrdiff_t>(at), file.begin() + static_cast<std::ptrdiff_t>(at + 32));
+    // SEQUENCE (82 xx xx) { SEQUENCE { OID, SEQUENCE { SEQUENCE { OID, SEQUENCE { OCTET STRING of 48 ...
+    file.at(at - 17) = 16;
+    const auto shorten = [&file](std::size_t length) {
+        file.at(length) = static_cast<std::uint8_t>(file.at(length) - 32);
+    };
+    for (std::size_t i = 1; i < at - 18; ++i) {
+        const bool sequence = file.at(i - 1) == 0x30 && file.at(i) >= 32 + 8 && file.at(i) < 0x80;
+        if (sequence) {
+            shorten(i);
+        }
+    }
+    if (file.at(1) == 0x81) {
+        shorten(2);
+    }
+    ASSERT_TRUE(csp::bindingOf(file).empty()) << "it looks like one of an earlier version";
+    putKeyFile(place("c.80"), file, description);
+    EXPECT_EQ(refusalOf([] { Container::open({"c", gost}).unlock("1234"); }), capi::SCARD_W_WRONG_CHV);
+}
+
+TEST_F(Containers, OfEarlierVersionsOpenAndAreBoundByTheNextChangeOfThePin) {
+    namespace csp = klunortredi::csp;
+    makeContainer(gost, L"c", "1234");
+    const std::string description = test_support::readFile(place("c.80") / "container.json");
+    const auto keys = Container::open({"c", gost}).unlock("1234");
+    putKeyFile(place("c.80"), csp::encryptKey(keys.at(capi::AT_KEYEXCHANGE).get(), "1234", {}), description);
+    Container container = Container::open({"c", gost});
+    EXPECT_THAT(container.damagedFiles(), testing::IsEmpty());
+    container.changePin(container.unlock("1234"), "new");
+    EXPECT_EQ(Container::open({"c", gost}).unlock("new").size(), 1U);
+    const auto file = place("c.80") / "container.json";
+    const std::string edited = madeExportable(test_support::readFile(file));
+    std::ofstream(file) << edited;
+    EXPECT_EQ(refusalOf([] { Container::open({"c", gost}).unlock("new"); }), capi::NTE_KEYSET_ENTRY_BAD);
 }
 
 TEST_F(Containers, DeletionIsNotReportedWhileAFileStays) {
