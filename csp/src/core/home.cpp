@@ -1,6 +1,7 @@
 #include "core/home.hpp"
 
 #include "core/error.hpp"
+#include "core/trusted.hpp"
 
 #include <pwd.h>
 #include <unistd.h>
@@ -32,9 +33,7 @@ std::filesystem::path homeOfUser() {
     return record.pw_dir;
 }
 
-} // namespace
-
-std::filesystem::path dataDirectory() {
+std::filesystem::path namedDirectory() {
     if (const auto own = fromEnvironment("KLUNORTREDI_HOME")) {
         return std::filesystem::absolute(*own); // what is open stays open when the process changes its directory
     }
@@ -43,6 +42,14 @@ std::filesystem::path dataDirectory() {
         return *data / "klunortredi";
     }
     return homeOfUser() / ".local" / "share" / "klunortredi";
+}
+
+} // namespace
+
+std::filesystem::path dataDirectory() {
+    std::filesystem::path directory = namedDirectory();
+    files::requireTrusted(directory);
+    return directory;
 }
 
 } // namespace klunortredi::csp

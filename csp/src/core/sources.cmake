@@ -4,5 +4,6 @@ target_sources(klunortredi_csp_core PRIVATE
     src/core/hex.cpp
     src/core/home.cpp
     src/core/output.cpp
+    src/core/trusted.cpp
     src/core/warning.cpp
 )

@@ -1,6 +1,7 @@
 #include "keys/container.hpp"
 
 #include "core/error.hpp"
+#include "core/trusted.hpp"
 #include "crypto/digest.hpp"
 #include "crypto/key_pair.hpp"
 #include "crypto/public_key_info.hpp"
@@ -31,8 +32,13 @@ DWORD missing(const fs::path& directory) {
     return error ? files::errorCode(error.value()) : capi::NTE_BAD_KEYSET;
 }
 
+std::optional<Bytes> readTrusted(const fs::path& file, std::size_t limit = files::readLimit) {
+    files::requireTrusted(file);
+    return files::read(file, limit);
+}
+
 ContainerMeta readMeta(const fs::path& directory) {
-    const auto text = files::read(directory / metaFileName);
+    const auto text = readTrusted(directory / metaFileName);
     if (!text) {
         fail(missing(directory));
     }
@@ -70,6 +76,8 @@ void checkCertificate(ByteView certificate, ByteView publicKey) {
 
 Container Container::open(const ContainerId& id) {
     const fs::path directory = containerDirectory(id);
+    files::requireTrusted(directory.parent_path());
+    files::requireTrusted(directory);
     ContainerMeta meta = readMeta(directory);
     if (meta.id != id) {
         fail(capi::NTE_KEYSET_ENTRY_BAD); // copied by hand under another name
@@ -105,7 +113,7 @@ std::optional<files::Lock> Container::lock() {
 
 PinTries Container::tries() const {
     constexpr std::size_t longest = 32;
-    const auto text = files::read(directory_ / triesFileName, longest);
+    const auto text = readTrusted(directory_ / triesFileName, longest);
     if (!text) {
         fail(missing(directory_));
     }
@@ -149,7 +157,7 @@ void Container::rememberOpened() {
 }
 
 Bytes Container::readKeyFile(const KeyEntry& key) const {
-    auto file = files::read(directory_ / keyFileName(key));
+    auto file = readTrusted(directory_ / keyFileName(key));
     if (!file || hashOfFile(*file) != key.fileHash) {
         fail(capi::NTE_KEYSET_ENTRY_BAD);
     }

@@ -40,7 +40,8 @@ struct PinTries {
 
 class Container {
 public:
-    /// Throws ApiError: NTE_BAD_KEYSET when there is none, NTE_KEYSET_ENTRY_BAD when its description is damaged.
+    /// Throws ApiError: NTE_BAD_KEYSET when there is none, NTE_KEYSET_ENTRY_BAD when its description is damaged,
+    /// ERROR_ACCESS_DENIED when it is another user's or others may write it (core/trusted.hpp).
     static Container open(const ContainerId& id);
 
     [[nodiscard]] const ContainerId& id() const noexcept { return meta_.id; }

@@ -416,6 +416,51 @@ TEST_F(Containers, OfEarlierVersionsOpenAndAreBoundByTheNextChangeOfThePin) {
     EXPECT_EQ(refusalOf([] { Container::open({"c", gost}).unlock("new"); }), capi::NTE_KEYSET_ENTRY_BAD);
 }
 
+TEST_F(Containers, ThatOthersMayWriteAreRefusedWithThePathAndTheRemedy) {
+    makeContainer(gost, L"c", "1234");
+    ::setenv("KLUNORTREDI_NOTICES", "1", 1);
+    const std::vector<std::filesystem::path> paths{home_.path(),
+                                                   place("").parent_path(),
+                                                   place("c.80"),
+                                                   place("c.80") / "container.json",
+                                                   place("c.80") / "tries",
+                                                   place("c.80") / "exchange.1.p8"};
+    for (const auto& path : paths) {
+        struct stat before {};
+        ASSERT_EQ(::stat(path.c_str(), &before), 0);
+        ::chmod(path.c_str(), before.st_mode | S_IWOTH);
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(refusalOf([] { Container::open({"c", gost}).unlock("1234"); }), capi::ERROR_ACCESS_DENIED) << path;
+        const std::string notice = testing::internal::GetCapturedStderr();
+        EXPECT_THAT(notice, testing::HasSubstr("other users may write " + path.string())) << path;
+        EXPECT_THAT(notice, testing::HasSubstr("chmod go-w")) << path;
+        ::chmod(path.c_str(), before.st_mode | S_IWGRP);
+        if (before.st_gid == before.st_uid) {
+            EXPECT_EQ(refusalOf([] {
+                          Container::open({"c", gost}).unlock("1234");
+                      }),
+                      0U)
+                << "a user's own group, " << path;
+        }
+        ::chmod(path.c_str(), before.st_mode);
+    }
+    ::unsetenv("KLUNORTREDI_NOTICES");
+    EXPECT_EQ(Container::open({"c", gost}).triesRemaining(), klunortredi::csp::pinTryLimit);
+}
+
+TEST_F(Containers, OfAnotherUserAreRefused) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can give a file away";
+    }
+    makeContainer(gost, L"c", "");
+    for (const auto& path : {std::filesystem::path(home_.path()), place("c.80"), place("c.80") / "container.json"}) {
+        ASSERT_EQ(::chown(path.c_str(), 12345, 12345), 0);
+        EXPECT_EQ(refusalOf([] { Container::open({"c", gost}); }), capi::ERROR_ACCESS_DENIED) << path;
+        ASSERT_EQ(::chown(path.c_str(), 0, 0), 0);
+    }
+    EXPECT_EQ(Container::open({"c", gost}).unlock("").size(), 1U);
+}
+
 TEST_F(Containers, DeletionIsNotReportedWhileAFileStays) {
     makeContainer(gost, L"c", "1234");
     keptFile = "exchange.1.p8";
