@@ -146,24 +146,13 @@ TEST_F(ChainAnchors, NeedCertificatesThatMaySignThoseBelow) {
     EXPECT_NE(errors[1], 0U);
     EXPECT_EQ(errors[2], 0U);
     // A certificate that issues nothing may say what it likes of issuing.
-    EXPECT_EQ(status(pki::make({.subject = "Person",
-                                .issuer = &ca_,
-                                .serial = 5,
-                                .extensions = {{NID_key_usage, "critical,keyCertSign"}}})
-                         .der),
-              0U);
-    EXPECT_EQ(status(pki::make({.subject = "Person",
-                                .issuer = &ca_,
-                                .serial = 6,
-                                .extensions = {{NID_basic_constraints, "critical,CA:FALSE,pathlen:3"}}})
-                         .der),
-              0U);
-    EXPECT_EQ(status(pki::make({.subject = "Person",
-                                .issuer = &ca_,
-                                .serial = 7,
-                                .extensions = {{NID_key_usage, "critical,keyEncipherment"}}})
-                         .der),
-              0U)
+    const auto saying = [&](long serial, int extension, const char* value) {
+        return status(
+            pki::make({.subject = "Person", .issuer = &ca_, .serial = serial, .extensions = {{extension, value}}}).der);
+    };
+    EXPECT_EQ(saying(5, NID_key_usage, "critical,keyCertSign"), 0U);
+    EXPECT_EQ(saying(6, NID_basic_constraints, "critical,CA:FALSE,pathlen:3"), 0U);
+    EXPECT_EQ(saying(7, NID_key_usage, "critical,keyEncipherment"), 0U)
         << "key usage of the end certificate is for the caller";
 }
 

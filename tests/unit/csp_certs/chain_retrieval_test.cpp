@@ -1,9 +1,9 @@
 // What chains retrieve from the network, what they ask for, and what hostile servers change.
 
 #include "carried_store.hpp"
-#include "chain_fixture.hpp"
 #include "distribution_points.hpp"
 #include "ocsp_maker.hpp"
+#include "online_chain_fixture.hpp"
 #include "support/servers/http_server.hpp"
 
 #include <openssl/ocsp.h>
@@ -27,14 +27,8 @@ csp::Bytes octets(const std::string& text) {
     return {text.begin(), text.end()};
 }
 
-class ChainRetrieval : public ChainTest {
+class ChainRetrieval : public OnlineChainTest {
 protected:
-    static constexpr DWORD end = capi::CERT_CHAIN_REVOCATION_CHECK_END_CERT;
-    static constexpr DWORD soft = capi::CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT;
-    static constexpr DWORD revoked = capi::CERT_TRUST_IS_REVOKED;
-    static constexpr DWORD unknown =
-        capi::CERT_TRUST_REVOCATION_STATUS_UNKNOWN | capi::CERT_TRUST_IS_OFFLINE_REVOCATION;
-
     ChainRetrieval() {
         network_ = 0;
         setenv("XDG_CACHE_HOME", (home_ / "cache").c_str(), 1);

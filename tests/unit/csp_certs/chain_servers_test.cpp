@@ -1,6 +1,6 @@
 // Chains whose servers misbehave in every way that the test servers know.
 
-#include "chain_fixture.hpp"
+#include "online_chain_fixture.hpp"
 #include "support/servers/authority.hpp"
 
 #include <array>
@@ -11,13 +11,8 @@ namespace {
 
 using test_servers::Authority;
 
-class ChainServers : public ChainTest {
+class ChainServers : public OnlineChainTest {
 protected:
-    static constexpr DWORD end = capi::CERT_CHAIN_REVOCATION_CHECK_END_CERT;
-    static constexpr DWORD soft = capi::CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT;
-    static constexpr DWORD revoked = capi::CERT_TRUST_IS_REVOKED;
-    static constexpr DWORD unknown =
-        capi::CERT_TRUST_REVOCATION_STATUS_UNKNOWN | capi::CERT_TRUST_IS_OFFLINE_REVOCATION;
     static constexpr std::array everywhere{"html", "404",     "500",     "empty",    "slow",
                                            "drip", "cut",     "loop",    "to-file",  "to-private",
                                            "huge", "endless", "garbage", "trailing", "wrong-type"};
