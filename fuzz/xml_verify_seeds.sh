@@ -1,5 +1,5 @@
 #!/bin/sh
-# Writes signed XML documents into a folder, as seeds for fuzz_xml_verify: xml_seeds.sh FOLDER
+# Writes signed XML documents into a folder, as seeds for fuzz_xml_verify: xml_verify_seeds.sh FOLDER
 # Uses the commands openssl and xmlsec1.
 set -eu
 folder=$1
