@@ -43,7 +43,7 @@ endif()
 
 # Every header of a target must compile alone. One that a source of the target includes first is compiled alone there (nothing
 # is precompiled where this is on); for each other header one source is generated, compiled, never linked.
-option(KLUNORTREDI_CHECK_HEADERS "Compile every header alone" ON)
+option(KLUNORTREDI_CHECK_HEADERS "Compile every header alone" ${PROJECT_IS_TOP_LEVEL})
 function(check_headers_alone target include_root)
     if(NOT KLUNORTREDI_CHECK_HEADERS)
         return()

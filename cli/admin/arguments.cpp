@@ -74,6 +74,11 @@ private:
         verb->add_option("--key", imported->files.key, "Which key of the file: its friendly name, or its number");
         verb->add_flag("--exportable", imported->exportable, "Let the private key leave its container again");
 
+        auto shown = std::make_shared<CertificatesArguments>();
+        add(container, "certificates", "Print the certificates of a PKCS#12 file as PEM", shown, listCertificates)
+            ->add_option("FILE", shown->file, "PKCS#12 file")
+            ->required();
+
         auto exported = std::make_shared<ExportArguments>();
         verb = add(container, "export", "Write an exportable key with its certificate to a PKCS#12 file", exported,
                    exportKey);

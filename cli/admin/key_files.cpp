@@ -204,4 +204,18 @@ Identity readIdentity(const KeyFiles& files, cli::PinSource& password) {
     return chooseIdentity(open(*pfx, files.file, password), files.key);
 }
 
+KeyFileCertificates readCertificates(const std::string& path, cli::PinSource& password) {
+    const auto pfx = PfxFile::parse(cli::readSmall(path, largestFile));
+    if (!pfx) {
+        throw Failure(ExitCode::input, "cannot read " + path, "this is no PKCS#12 file");
+    }
+    const PfxContents contents = open(*pfx, path, password);
+    KeyFileCertificates found;
+    found.keys = contents.keys.size();
+    for (const auto& bag : contents.certificates) {
+        found.certificates.push_back(encodeCertificate(bag.object.get()));
+    }
+    return found;
+}
+
 } // namespace klunortredi::admin

@@ -5,7 +5,9 @@
 #include "identity.hpp"
 #include "pin_source.hpp"
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 namespace klunortredi::admin {
 
@@ -23,5 +25,14 @@ KeyFiles splitPair(KeyFiles files);
 /// password is asked for only when the file needs one. Throws cli::Failure: exit 3 (unreadable, not of the format),
 /// exit 6 (wrong password), and as chooseIdentity does.
 Identity readIdentity(const KeyFiles& files, cli::PinSource& password);
+
+/// What a PKCS#12 file holds beside its keys.
+struct KeyFileCertificates {
+    std::vector<csp::Bytes> certificates; ///< DER, in the file's order
+    std::size_t keys = 0;
+};
+
+/// Reads a PKCS#12 file for its certificates. Throws cli::Failure as readIdentity does.
+KeyFileCertificates readCertificates(const std::string& path, cli::PinSource& password);
 
 } // namespace klunortredi::admin

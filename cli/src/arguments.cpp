@@ -115,15 +115,21 @@ private:
     void addRequest() {
         auto requested = std::make_shared<RequestArguments>();
         CLI::App* verb =
-            add(app_, "request", "New key pair in a new container, certificate request out", requested, request);
+            add(app_, "request", "Certificate request for a new key pair, or with --renew for one that is there",
+                requested, request);
         verb->add_flag("--list", requested->list, "Show which keys can be made, and make none");
-        verb->add_option("--container", requested->container, "Name of the new container")
+        verb->add_option("--container", requested->container, "Name of the new container; with --renew of the key's")
             ->check(utf8Text)
             ->check(notEmpty);
+        verb->add_option("--template", requested->templateFile, "File with options (JSON); those given here count")
+            ->type_name("FILE")
+            ->check(notEmpty);
+        verb->add_flag("--renew", requested->renew, "For the key in the container, named as in its certificate");
         verb->add_option("--subject", requested->subject, "Subject name")->type_name("NAME=VALUE;...")->check(utf8Text);
         verb->add_option("--provider", requested->provider, "Provider that makes the key (name part or type)");
         verb->add_option("--param-set", requested->paramSet, "Parameter set of the key")->type_name("OID");
-        verb->add_option("--key-usage", requested->keyUsage, "Key usages, comma-separated")->capture_default_str();
+        verb->add_option("--key-usage", requested->keyUsage,
+                         "Key usages, comma-separated (default: digitalSignature,nonRepudiation)");
         verb->add_option("--eku", requested->enhancedKeyUsage, "Extended key usage")
             ->type_name("OID")
             ->allow_extra_args(false);
@@ -176,9 +182,21 @@ private:
             ->required();
         which("export", "Write a certificate to a file", exportCertificate)
             ->add_option("--out", certs->out, "Output file (default: standard output)");
-        add(*verb, "add", "Add the certificates of a file, or a CRL, to the store", certs, addCertificate)
-            ->add_option("FILE", certs->which, "Certificate, bundle (.p7b) or CRL")
-            ->required();
+        CLI::App* adding =
+            add(*verb, "add", "Add the certificates and CRLs of a file to the store", certs, addCertificate);
+        adding->add_option("FILE", certs->which, "Certificate, bundle (.p7b), CRL or key file (.p12)")->required();
+        addPassword(*adding, certs->password);
+    }
+
+    /// Where the password of a key file comes from.
+    static void addPassword(CLI::App& verb, PinOptions& password) {
+        verb.add_option("--password-file", password.file, "Read a key file's password from the first line of a file")
+            ->type_name("FILE");
+        verb.add_option("--password-env", password.environment, "Read it from an environment variable")
+            ->type_name("NAME");
+        verb.add_option_function<int>(
+                "--password-fd", [&password](int fd) { password.descriptor = fd; }, "Read it from an open descriptor")
+            ->type_name("N");
     }
 
     void addChain() {

@@ -175,8 +175,7 @@ private:
             addBundle(der);
             break;
         case Kind::keys:
-            throw Failure(ExitCode::input, "cannot read " + input_.name(), "it is a PKCS#12 file with a private key",
-                          "bring it in with 'klunortredi-csp import'");
+            throw KeyFileFailure(input_.name());
         case Kind::other:
             refuse("this is not a certificate, a CRL or a PKCS#7 bundle");
         }
@@ -229,6 +228,10 @@ private:
 };
 
 } // namespace
+
+KeyFileFailure::KeyFileFailure(const std::string& name)
+    : Failure(ExitCode::input, "cannot read " + name, "it is a PKCS#12 file with a private key",
+              "'klunortredi-csp container import' takes the key, 'klunortredi certs add' the certificates") {}
 
 void readChainFile(const std::string& path, ChainFiles& files) {
     Reader(path, files).read();

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <mutex>
 #include <utility>
 
@@ -23,6 +24,11 @@ namespace sinks = boost::log::sinks;
 
 constexpr std::array<trivial::severity_level, 5> levels = {trivial::trace, trivial::debug, trivial::info,
                                                            trivial::warning, trivial::error};
+
+/// How an application asks for records. Without a sink Boost.Log puts them on standard output, which is the
+/// application's.
+std::atomic<bool> levelChosen = false;
+std::atomic<bool> sinkInstalled = false;
 
 trivial::severity_level toTrivial(Severity severity) {
     return levels.at(static_cast<std::size_t>(severity));
@@ -52,6 +58,9 @@ private:
 } // namespace
 
 void write(Severity severity, std::string_view text) noexcept {
+    if (!levelChosen && !sinkInstalled) {
+        return;
+    }
     try {
         BOOST_LOG_STREAM_WITH_PARAMS(trivial::logger::get(), (boost::log::keywords::severity = toTrivial(severity)))
             << text;
@@ -60,6 +69,7 @@ void write(Severity severity, std::string_view text) noexcept {
 }
 
 void setLevel(Severity least) {
+    levelChosen = true;
     boost::log::core::get()->set_filter(trivial::severity >= toTrivial(least));
 }
 
@@ -67,6 +77,7 @@ void setSink(Sink sink) {
     static std::mutex mutex;
     static boost::shared_ptr<sinks::sink> installed;
     const std::lock_guard lock(mutex);
+    sinkInstalled = static_cast<bool>(sink);
     if (installed) {
         boost::log::core::get()->remove_sink(installed);
         installed.reset();

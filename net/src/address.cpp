@@ -174,7 +174,7 @@ AddressRules::AddressRules(const std::string& text) {
 }
 
 AddressRules AddressRules::fromEnvironment() {
-    const char* const text = std::getenv(privateAddressesVariable);
+    const char* const text = ::secure_getenv(privateAddressesVariable);
     return AddressRules(text == nullptr ? "" : text);
 }
 

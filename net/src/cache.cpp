@@ -70,7 +70,7 @@ Cache::Cache(std::filesystem::path folder, CacheLimits limits) : folder_(std::mo
 
 Cache Cache::ofUser(CacheLimits limits) {
     const auto absolute = [](const char* variable) {
-        const char* const value = std::getenv(variable);
+        const char* const value = ::secure_getenv(variable);
         return value != nullptr && *value == '/' ? std::filesystem::path(value) : std::filesystem::path();
     };
     auto base = absolute("XDG_CACHE_HOME");

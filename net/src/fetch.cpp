@@ -47,7 +47,7 @@ AddressRules rules(const std::string& url) {
 
 /// The user's own limit, in place of the request's.
 std::chrono::milliseconds totalTimeout(const HttpRequest& request) {
-    const char* const text = std::getenv(timeoutVariable);
+    const char* const text = ::secure_getenv(timeoutVariable);
     if (text == nullptr || *text == '\0') {
         return request.limits.totalTimeout;
     }

@@ -14,7 +14,7 @@ namespace {
 
 std::string firstOf(std::initializer_list<const char*> variables) {
     for (const char* variable : variables) {
-        const char* const value = std::getenv(variable);
+        const char* const value = ::secure_getenv(variable);
         if (value != nullptr && *value != '\0') {
             return value;
         }

@@ -205,7 +205,7 @@ void setSecurity(Handle& handle) {
     handle.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     handle.set(CURLOPT_SSL_VERIFYPEER, 1L);
     handle.set(CURLOPT_SSL_VERIFYHOST, 2L);
-    if (const char* const authorities = std::getenv("SSL_CERT_FILE")) {
+    if (const char* const authorities = ::secure_getenv("SSL_CERT_FILE")) {
         handle.set(CURLOPT_CAINFO, authorities);
     }
 }

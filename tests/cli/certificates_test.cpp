@@ -308,12 +308,70 @@ TEST(Certificates, APkcs12FileIsNamedAsWhatItIs) {
     place.openssl().must(
         {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "k", "-out", "c.pem", "-subj", "/CN=x"});
     place.openssl().must({"pkcs12", "-export", "-in", "c.pem", "-inkey", "k", "-passout", "pass:x", "-out", "x.p12"});
-    for (const auto& words :
-         {std::vector<std::string>{"certs", "add", "x.p12"}, std::vector<std::string>{"install", "x.p12"}}) {
+    for (const auto& words : {std::vector<std::string>{"install", "x.p12"},
+                              std::vector<std::string>{"chain", "c.pem", "--with", "x.p12"}}) {
         const Outcome outcome = place.cli(words);
         EXPECT_EQ(outcome.exit, 3);
-        EXPECT_THAT(outcome.err, HasSubstr("klunortredi-csp import"));
+        EXPECT_THAT(outcome.err, HasSubstr("klunortredi-csp container import"));
     }
+}
+
+TEST(Certificates, AddTakesTheCertificatesOfAPkcs12FileAndNotItsKeys) {
+    const Workplace place;
+    for (const char* name : {"one", "two"}) {
+        place.openssl().must({"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", std::string(name) + ".key",
+                              "-out", std::string(name) + ".pem", "-subj", std::string("/CN=") + name});
+    }
+    place.openssl().must({"pkcs12", "-export", "-in", "one.pem", "-inkey", "one.key", "-certfile", "two.pem",
+                          "-passout", "pass:secret", "-out", "x.p12"});
+    place.folder().write("password", "secret\n");
+    place.folder().write("wrong", "other\n");
+    const Outcome wrong = place.cli({"certs", "add", "x.p12", "--store", "ca", "--password-file", "wrong"});
+    EXPECT_EQ(wrong.exit, 6) << wrong.err;
+    EXPECT_THAT(wrong.err, HasSubstr("the password is wrong"));
+    EXPECT_EQ(place.json({"certs", "list", "--store", "ca"})["certificates"].size(), 0U);
+    const Outcome added = place.cli({"certs", "add", "x.p12", "--store", "ca", "--password-file", "password"});
+    ASSERT_EQ(added.exit, 0) << added.err;
+    EXPECT_THAT(added.err, HasSubstr("the private keys in x.p12 were not added"));
+    EXPECT_EQ(place.json({"certs", "list", "--store", "ca"})["certificates"].size(), 2U);
+    EXPECT_EQ(place.json({"containers"})["containers"].size(), 0U);
+    // Without a terminal and without a source nothing hangs.
+    const Outcome none = place.cli({"certs", "add", "x.p12", "--store", "ca"});
+    EXPECT_EQ(none.exit, 2) << none.err;
+    EXPECT_THAT(none.err, HasSubstr("--password-file"));
+    RunOptions piped;
+    piped.input = place.folder().read("x.p12");
+    EXPECT_EQ(place.cli({"certs", "add", "-"}, piped).exit, 2);
+}
+
+TEST(Certificates, AddTakesTheCrlsBesideTheCertificates) {
+    const Workplace place;
+    place.openssl().must({"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "ca.key", "-out", "ca.pem",
+                          "-subj", "/CN=ca", "-addext", "keyUsage=critical,keyCertSign,cRLSign"});
+    place.folder().write("index", "");
+    place.folder().write("ca.cnf", "[ca]\ndefault_ca=own\n[own]\ndatabase=index\ndefault_md=sha256\n"
+                                   "default_crl_days=30\ncrlnumber=number\n");
+    place.folder().write("number", "01\n");
+    std::string lists;
+    for (const char* name : {"first", "second"}) {
+        const std::string begin = name == std::string("first") ? "20260101000000Z" : "20260102000000Z";
+        place.openssl().must({"ca", "-crl_lastupdate", begin, "-crl_nextupdate", "20990101000000Z", "-config", "ca.cnf",
+                              "-gencrl", "-keyfile", "ca.key", "-cert", "ca.pem", "-out", std::string(name) + ".crl"});
+        lists += place.folder().read(std::string(name) + ".crl");
+    }
+    place.folder().write("bundle.pem", place.folder().read("ca.pem") + place.folder().read("first.crl"));
+    const auto bundle = place.json({"certs", "add", "bundle.pem", "--store", "ca"});
+    EXPECT_EQ(bundle["certificates"].size(), 1U);
+    ASSERT_EQ(bundle["crls"].size(), 1U);
+    EXPECT_EQ(bundle["crls"][0]["added_crl"]["number"], "01");
+    EXPECT_EQ(bundle["crls"][0]["verified"], true);
+    EXPECT_EQ(bundle["crls_left_out"], 0);
+    RunOptions piped;
+    piped.input = lists;
+    const auto several = Json::parse(place.cli({"certs", "add", "-", "--store", "ca", "--json"}, piped).out);
+    ASSERT_EQ(several["crls"].size(), 2U);
+    EXPECT_TRUE(several["crls"][0]["added_crl"].is_null()) << "it is there";
+    EXPECT_EQ(several["crls"][1]["added_crl"]["number"], "02");
 }
 
 TEST(Certificates, StoresAreNotChangedThroughAProvider) {

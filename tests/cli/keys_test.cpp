@@ -5,6 +5,7 @@
 namespace cli_test {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -198,6 +199,142 @@ TEST(SmallThings, RandomOctetsComeInTheFormAskedFor) {
         EXPECT_EQ(refused.exit, 2) << none;
         EXPECT_THAT(refused.err, HasSubstr("is no number of octets")) << none;
     }
+}
+
+// ---- requests from a template, and for a key that is there
+
+class Request : public testing::Test {
+protected:
+    /// What openssl reads in a request, its signature checked.
+    [[nodiscard]] std::string text(const std::string& file) const {
+        const Outcome shown = place_.openssl().run(
+            {"req", "-inform", "DER", "-in", file, "-verify", "-noout", "-text", "-nameopt", "utf8,sep_comma_plus"});
+        EXPECT_THAT(shown.err + shown.out, HasSubstr("verify OK"));
+        return shown.out;
+    }
+    /// The part of the text between two lines; what both a request and a certificate show.
+    static std::string part(const std::string& text, const std::string& from, const std::string& to) {
+        const auto begin = text.find(from);
+        return begin == std::string::npos ? "no " + from : text.substr(begin, text.find(to, begin) - begin);
+    }
+    /// The line after the one with an extension's name; empty without the extension.
+    static std::string valueOf(const std::string& text, const std::string& extension) {
+        const auto name = text.find(extension);
+        const auto line = name == std::string::npos ? name : text.find('\n', name);
+        const auto begin = line == std::string::npos ? line : text.find_first_not_of(" \n", line);
+        return begin == std::string::npos ? "" : text.substr(begin, text.find('\n', begin) - begin);
+    }
+    [[nodiscard]] std::string issuedText() const {
+        return place_.openssl()
+            .run({"x509", "-in", "one.pem", "-noout", "-text", "-nameopt", "utf8,sep_comma_plus"})
+            .out;
+    }
+    [[nodiscard]] Outcome renew(std::vector<std::string> more = {}) const {
+        std::vector<std::string> words{"request", "--renew", "--container", "one", "--out", "new.csr"};
+        words.insert(words.end(), more.begin(), more.end());
+        return place_.cliWithPin(words);
+    }
+
+    Workplace place_;
+};
+
+TEST_F(Request, TemplateSaysWhatTheCommandLineDoesNot) {
+    place_.folder().write("person.json", R"({"subject": "CN=Иванов Иван;O=\"Рога; копыта\"", "key_days": 450,
+        "eku": ["1.3.6.1.5.5.7.3.4", "1.3.6.1.5.5.7.3.2"], "email": "a@example.org", "dns": ["of.template"],
+        "identification": "passport", "key_usage": "digitalSignature", "no_client_info": true})");
+    const Outcome made =
+        place_.cliWithPin({"request", "--container", "c", "--template", "person.json", "--dns", "of.options"});
+    ASSERT_EQ(made.exit, 0) << made.err;
+    EXPECT_THAT(text("c.csr"),
+                AllOf(HasSubstr("Иванов Иван"), HasSubstr("Рога; копыта"), HasSubstr("E-mail Protection, TLS Web"),
+                      HasSubstr("DNS:of.options, email:a@example.org"), Not(HasSubstr("of.template")),
+                      HasSubstr("1.2.643.100.114"), HasSubstr("X509v3 Private Key Usage Period"),
+                      Not(HasSubstr("Non Repudiation")), Not(HasSubstr("1.3.6.1.4.1.311.21.20"))));
+}
+
+TEST_F(Request, FileThatIsNotATemplateMakesNoKey) {
+    const std::pair<std::string, const char*> rows[] = {
+        {"", "it is not a JSON object"},
+        {"[]", "it is not a JSON object"},
+        {R"({"subject": "CN=x")", "it is not a JSON object"},
+        {R"({"subjekt": "CN=x"})", "'subjekt' is not an option of 'request'"},
+        {R"({"subject": 7})", "'subject' is not a text"},
+        {R"({"subject": ""})", "'subject' is empty"},
+        {R"({"container": "a\u0000b"})", "'container' has a control character"},
+        {R"({"dns": ["a", 7]})", "'dns' is not a text"},
+        {R"({"key_days": 0})", "'key_days' is not a number from 1"},
+        {R"({"key_days": -1})", "'key_days' is not a number from 1"},
+        {R"({"key_days": 4294967297})", "'key_days' is not a number from 1"},
+        {R"({"exportable": "yes"})", "'exportable' is not true or false"},
+        {"{\"subject\": \"" + std::string(70'000, 'x') + "\"}", "it is longer than 65536 octets"},
+        {"{\"subject\": \"\xFF\"}", "it is not a JSON object"},
+        {std::string(60'000, '['), "it is not a JSON object"},
+    };
+    for (const auto& [content, why] : rows) {
+        place_.folder().write("t.json", content);
+        const Outcome made =
+            place_.cliWithPin({"request", "--container", "c", "--subject", "CN=x", "--template", "t.json"});
+        EXPECT_EQ(made.exit, 3) << content.substr(0, 80);
+        EXPECT_THAT(made.err, HasSubstr(why)) << content.substr(0, 80);
+    }
+    EXPECT_EQ(place_.cliWithPin({"request", "--container", "c", "--template", "none.json"}).exit, 3);
+    place_.folder().write("t.json", R"({"subject": "CN=x", "identification": "4"})");
+    EXPECT_EQ(place_.cliWithPin({"request", "--container", "c", "--template", "t.json"}).exit, 2);
+    EXPECT_EQ(place_.json({"containers"})["containers"].size(), 0U);
+}
+
+TEST_F(Request, RenewalHasTheKeyTheSubjectAndTheExtensionsOfTheCertificate) {
+    place_.makeSigner("one");
+    const auto before = place_.json({"certs", "list"});
+    const Outcome made = renew();
+    ASSERT_EQ(made.exit, 0) << made.err;
+    EXPECT_THAT(made.out, HasSubstr("made a request for the key in container one"));
+    const std::string request = text("new.csr");
+    const std::string issued = issuedText();
+    for (const char* const extension : {"X509v3 Key Usage", "X509v3 Extended Key Usage"}) {
+        EXPECT_EQ(valueOf(request, extension), valueOf(issued, extension));
+        EXPECT_NE(valueOf(request, extension), "") << extension;
+    }
+    EXPECT_THAT(request, Not(HasSubstr("X509v3 Authority Key Identifier"))) << "is the authority's";
+    const auto publicKey = [&](const std::vector<std::string>& words) { return place_.openssl().run(words).out; };
+    EXPECT_EQ(publicKey({"req", "-inform", "DER", "-in", "new.csr", "-noout", "-pubkey"}),
+              publicKey({"x509", "-in", "one.pem", "-noout", "-pubkey"}));
+    EXPECT_EQ(part(request, "Subject: ", "\n"), part(issued, "Subject: ", "\n"));
+    EXPECT_EQ(place_.json({"certs", "list"}), before) << "nothing is replaced until the new certificate is installed";
+    EXPECT_EQ(place_.json({"containers"})["containers"].size(), 1U);
+    // The authority issues for it, and the new certificate goes where the old one was.
+    EXPECT_EQ(place_.cliWithPin({"sign", "new.csr", "--cert", "Signer one"}).exit, 0) << "the key still signs";
+}
+
+TEST_F(Request, RenewalTakesWhatTheOptionsSay) {
+    place_.makeSigner("one");
+    ASSERT_EQ(renew({"--subject", "CN=Другая фамилия", "--key-usage", "keyEncipherment", "--dns", "new.name"}).exit, 0);
+    EXPECT_THAT(text("new.csr"), AllOf(HasSubstr("Другая фамилия"), Not(HasSubstr("Signer one")),
+                                       HasSubstr("Key Encipherment"), HasSubstr("DNS:new.name")));
+    for (const auto& words : {std::vector<std::string>{"--exportable"}, {"--param-set", "1.2.643.7.1.2.1.1.1"}}) {
+        const Outcome refused = renew(words);
+        EXPECT_EQ(refused.exit, 2);
+        EXPECT_THAT(refused.err, HasSubstr(words.front() + " is for a new key"));
+    }
+}
+
+TEST_F(Request, RenewalThatFailsLeavesTheKeyAndNoFile) {
+    place_.makeSigner("one");
+    place_.folder().write("wrong", "00000000\n");
+    const Outcome wrong =
+        place_.cli({"request", "--renew", "--container", "one", "--out", "new.csr", "--pin-file", "wrong"});
+    EXPECT_EQ(wrong.exit, 6) << wrong.err;
+    EXPECT_EQ(place_.cliWithPin({"request", "--renew", "--container", "none"}).exit, 1);
+    ASSERT_EQ(place_.cliWithPin({"request", "--container", "bare", "--subject", "CN=x"}).exit, 0);
+    const Outcome bare = place_.cliWithPin({"request", "--renew", "--container", "bare", "--out", "bare2.csr"});
+    EXPECT_EQ(bare.exit, 1);
+    EXPECT_THAT(bare.err, HasSubstr("no certificate for its key is installed; name the subject with --subject"));
+    EXPECT_EQ(place_.openssl().run({"req", "-in", "new.csr", "-noout"}).exit, 1) << "no file";
+    const auto named =
+        place_.cliWithPin({"request", "--renew", "--container", "bare", "--subject", "CN=named", "--out", "bare2.csr"});
+    ASSERT_EQ(named.exit, 0) << named.err;
+    EXPECT_THAT(text("bare2.csr"), AllOf(HasSubstr("CN=named"), HasSubstr("Digital Signature, Non Repudiation")));
+    EXPECT_EQ(place_.cliWithPin({"sign", "bare2.csr", "--cert", "Signer one"}).exit, 0);
 }
 
 } // namespace

@@ -172,6 +172,50 @@ TEST(Seams, ForwardersIncludeNoTools) {
     }
 }
 
+TEST(Seams, VariablesThatNameCodeOrDataAreNotReadWithAnothersPrivileges) {
+    // In a program with more privileges than its caller, secure_getenv finds no variable at all.
+    const std::map<std::string, std::string> harmless{
+        {"cli/common/pin_source.cpp", "the variable whose name the user gives, for a PIN"},
+        {"csp/src/core/warning.cpp", "whether warnings are printed"},
+    };
+    const std::regex call("[^_]getenv\\(");
+    std::set<std::string> found;
+    for (const char* const folder : {"cli", "csp", "host", "libs", "net"}) {
+        for (const auto& entry : fs::recursive_directory_iterator(fs::path(SOURCE_ROOT) / folder)) {
+            const std::string extension = entry.path().extension().string();
+            if (extension != ".cpp" && extension != ".hpp") {
+                continue;
+            }
+            std::ifstream file(entry.path());
+            const std::string text{std::istreambuf_iterator<char>(file), {}};
+            if (std::regex_search(text, call)) {
+                found.insert(fs::relative(entry.path(), SOURCE_ROOT).string());
+            }
+        }
+    }
+    for (const std::string& file : found) {
+        EXPECT_TRUE(harmless.contains(file)) << file << " reads a variable with getenv";
+    }
+    EXPECT_EQ(found.size(), harmless.size());
+}
+
+TEST(Consumers, OfAddSubdirectoryBuildTheEmbeddedServiceBesideThePlugin) {
+    const test_support::TempFolder folder;
+    folder.write("app.cpp", "int main() {}\n");
+    folder.write("CMakeLists.txt", "cmake_minimum_required(VERSION 3.25)\nproject(consumer CXX)\n"
+                                   "add_subdirectory(" SOURCE_ROOT " klunortredi)\nadd_executable(app app.cpp)\n"
+                                   "target_link_libraries(app PRIVATE klunortredi_wincrypt)\n");
+    const auto configured = test_support::run(
+        {CMAKE, "-S", folder.path(), "-B", folder / "build", "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release"});
+    ASSERT_EQ(configured.exit, 0) << configured.err;
+    // What a build of the application would do; a plug-in with its service takes minutes.
+    const auto plan = test_support::run({NINJA, "-C", folder / "build", "-t", "commands", "app"});
+    ASSERT_EQ(plan.exit, 0) << plan.err;
+    EXPECT_THAT(plan.out, HasSubstr("lib/libklunortredi_wincrypt.so"));
+    EXPECT_THAT(plan.out, HasSubstr("lib/libklunortredi_csp.so")) << "where the plug-in looks for it";
+    EXPECT_THAT(plan.out, Not(HasSubstr("gtest"))) << "tests are for those who develop it";
+}
+
 TEST(Seams, LibrariesAreHardened) {
     for (const char* library : {PLUGIN_LIBRARY, SERVICE_LIBRARY}) {
         const auto headers = test_support::run({"readelf", "-lWd", library});

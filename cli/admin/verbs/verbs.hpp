@@ -29,6 +29,11 @@ struct ImportArguments {
     bool exportable = false;
 };
 
+/// A PKCS#12 file whose certificates are shown.
+struct CertificatesArguments {
+    std::string file;
+};
+
 struct ExportArguments : ContainerArguments {
     std::string out; ///< empty: the container's name and .p12
 };
@@ -45,6 +50,7 @@ cli::ExitCode deleteCrl(Session& session, const CrlArguments& arguments);
 
 cli::ExitCode list(Session& session, const ContainerArguments& arguments);
 cli::ExitCode importKey(Session& session, const ImportArguments& arguments);
+cli::ExitCode listCertificates(Session& session, const CertificatesArguments& arguments);
 cli::ExitCode exportKey(Session& session, const ExportArguments& arguments);
 cli::ExitCode changePin(Session& session, const ContainerArguments& arguments);
 cli::ExitCode check(Session& session, const ContainerArguments& arguments);

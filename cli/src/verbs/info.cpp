@@ -36,7 +36,7 @@ std::vector<std::string> libraries() {
 }
 
 std::string variable(const char* name) {
-    const char* value = std::getenv(name);
+    const char* value = ::secure_getenv(name);
     return value == nullptr ? "" : value;
 }
 

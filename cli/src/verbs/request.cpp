@@ -14,6 +14,8 @@
 #include "pem.hpp"
 #include "pin.hpp"
 #include "printable.hpp"
+#include "renewal.hpp"
+#include "request_template.hpp"
 #include "text.hpp"
 #include "unfinished_request.hpp"
 
@@ -68,8 +70,15 @@ constexpr std::pair<std::string_view, unsigned> identifications[] = {
     {"personal", 0}, {"certificate", 1}, {"passport", 2}, {"system", 3}};
 
 boost::optional<unsigned> identificationOf(const std::string& name) {
+    if (name.empty()) {
+        return boost::none;
+    }
     const auto* const row = std::ranges::find(identifications, name, &std::pair<std::string_view, unsigned>::first);
-    return row == std::end(identifications) ? boost::none : boost::make_optional(row->second);
+    if (row == std::end(identifications)) {
+        throw Failure(ExitCode::usage, "cannot use --identification " + printable(name),
+                      "it is not personal, certificate, passport or system");
+    }
+    return row->second;
 }
 
 /// Which provider makes which keys.
@@ -111,42 +120,31 @@ void checkOids(const RequestArguments& arguments) {
     }
 }
 
-auto makeRequest(const boost::shared_ptr<orvik::plugin::crypto::CsrCreatorParams>& params, const std::string& container,
-                 const std::string& pin) {
+using ParamsPtr = boost::shared_ptr<orvik::plugin::crypto::CsrCreatorParams>;
+using ResultPtr = boost::shared_ptr<orvik::plugin::crypto::ICsrCreator::Result>;
+
+/// A request and the type of the provider that signed it.
+struct Made {
+    ResultPtr result;
+    unsigned type;
+};
+
+ResultPtr create(const ParamsPtr& params, const std::string& pin, const std::string& otherwise) {
     try {
         return orvik::plugin::wincrypt::CsrCreator().create(params, pin);
     } catch (...) {
-        throw currentFailure("cannot make a key pair in container " + container);
+        throw currentFailure(otherwise);
     }
 }
 
-} // namespace
+constexpr const char* usualKeyUsage = "digitalSignature,nonRepudiation";
 
-ExitCode request(Session& session, const RequestArguments& arguments) {
-    if (arguments.list) {
-        return listKeys(session);
-    }
-    if (arguments.container.empty()) {
-        throw Failure(ExitCode::usage, "cannot make a request", "--container is required",
-                      "name the new container for the key; 'klunortredi request --help' shows the rest");
-    }
-    const std::string subject = subjectWithOids(arguments.subject);
-    checkOids(arguments);
-    // The output is claimed first: a key pair whose request cannot be written is of no use.
-    OutputFile out(arguments.out.empty() ? arguments.container + ".csr" : arguments.out, session.options.force);
-    const auto chosen = chooseProvider(arguments.provider);
-    UnfinishedRequest unfinished(out, chosen, arguments.container);
-    if (unfinished.deletedContainer()) {
-        session.console.note("klunortredi: container " + arguments.container +
-                             " of a run that was killed before its request was written is deleted, and made anew");
-    }
-
+/// What the options ask for, whoever makes the key.
+ParamsPtr paramsOf(const RequestArguments& arguments) {
     auto params = boost::make_shared<orvik::plugin::crypto::CsrCreatorParams>();
-    params->provider = chosen;
-    params->container = text::wide(arguments.container);
-    params->subject = subject;
-    params->paramSet = arguments.paramSet.empty() ? usualParamSet(*params->provider) : arguments.paramSet;
-    params->keyUsage = static_cast<std::uint16_t>(text::keyUsageBits(arguments.keyUsage));
+    const bool keepsUsage = arguments.renew && arguments.keyUsage.empty();
+    const std::string usage = arguments.keyUsage.empty() ? usualKeyUsage : arguments.keyUsage;
+    params->keyUsage = keepsUsage ? std::uint16_t{0} : static_cast<std::uint16_t>(text::keyUsageBits(usage));
     params->enhancedKeyUsage = arguments.enhancedKeyUsage;
     params->certificatePolicies = arguments.policies;
     params->dnsNames = arguments.dnsNames;
@@ -155,37 +153,128 @@ ExitCode request(Session& session, const RequestArguments& arguments) {
     params->identificationKind = identificationOf(arguments.identification);
     params->privateKeyDays = boost::make_optional(arguments.keyDays > 0, arguments.keyDays);
     params->machineInfo = !arguments.withoutMachineInfo;
-    params->subjectSignTool = params->provider->subjectSignTool().value_or("");
     params->exportable = arguments.exportable;
+    return params;
+}
+
+void setProvider(orvik::plugin::crypto::CsrCreatorParams& params, const ProviderPtr& provider) {
+    params.provider = provider;
+    params.subjectSignTool = provider->subjectSignTool().value_or("");
+}
+
+void write(const Session& session, OutputFile& out, const std::string& der) {
+    out.write(session.options.pem ? toPem(der, "CERTIFICATE REQUEST") : der);
+    out.commit();
+}
+
+/// Says what was made; `done` begins the text for the user.
+ExitCode report(const Session& session, const OutputFile& out, const Made& made, const std::string& provider,
+                const std::string& done) {
+    if (out.path() == "-") { // standard output is the request's
+        return ExitCode::done;
+    }
+    const nlohmann::ordered_json document{{"container", made.result->containerName},
+                                          {"path", made.result->containerPath},
+                                          {"provider", provider},
+                                          {"type", made.type},
+                                          {"output", out.path()},
+                                          {"bytes", out.size()}};
+    session.console.result(document, [&](std::ostream& stream) {
+        stream << done << made.result->containerName << " (" << provider << ")\n"
+               << "wrote the certificate request to " << out.path() << '\n';
+    });
+    return ExitCode::done;
+}
+
+std::string outputOf(const RequestArguments& arguments) {
+    return arguments.out.empty() ? arguments.container + ".csr" : arguments.out;
+}
+
+ExitCode requestForNewKey(Session& session, const RequestArguments& arguments) {
+    auto params = paramsOf(arguments);
+    params->subject = subjectWithOids(arguments.subject);
+    // The output is claimed first: a key pair whose request cannot be written is of no use.
+    OutputFile out(outputOf(arguments), session.options.force);
+    setProvider(*params, chooseProvider(arguments.provider));
+    UnfinishedRequest unfinished(out, params->provider, arguments.container);
+    if (unfinished.deletedContainer()) {
+        session.console.note("klunortredi: container " + arguments.container +
+                             " of a run that was killed before its request was written is deleted, and made anew");
+    }
+    params->container = text::wide(arguments.container);
+    params->paramSet = arguments.paramSet.empty() ? usualParamSet(*params->provider) : arguments.paramSet;
 
     const std::string pin = session.pin.askNew("New PIN for container " + arguments.container + ": ");
     unfinished.begin();
-    const auto result = makeRequest(params, arguments.container, pin);
+    const auto result = create(params, pin, "cannot make a key pair in container " + arguments.container);
     const std::string der = orvik::plugin::base64::decode(result->request);
     try {
-        out.write(session.options.pem ? toPem(der, "CERTIFICATE REQUEST") : der);
-        out.commit();
+        write(session, out, der);
     } catch (...) {
         unfinished.abandon(der);
         throw;
     }
+    return report(session, out, {result, static_cast<unsigned>(params->provider->type())},
+                  text::utf8(params->provider->name()), "made a key pair in container ");
+}
 
-    const std::string provider = text::utf8(params->provider->name());
-    const auto print = [&](std::ostream& stream) {
-        stream << "made a key pair in container " << result->containerName << " (" << provider << ")\n"
-               << "wrote the certificate request to " << out.path() << '\n';
-    };
-    if (out.path() == "-") { // standard output is the request's
-        return ExitCode::done;
+void refuseOptionsOfNewKeys(const RequestArguments& arguments) {
+    if (arguments.exportable || !arguments.paramSet.empty()) {
+        throw Failure(ExitCode::usage, "cannot make a request with --renew",
+                      std::string(arguments.exportable ? "--exportable" : "--param-set") + " is for a new key", {});
     }
-    session.console.result({{"container", result->containerName},
-                            {"path", result->containerPath},
-                            {"provider", provider},
-                            {"type", static_cast<unsigned>(params->provider->type())},
-                            {"output", out.path()},
-                            {"bytes", der.size()}},
-                           print);
-    return ExitCode::done;
+}
+
+/// The names of the certificate, or of the options where there is none.
+void nameSubject(orvik::plugin::crypto::CsrCreatorParams& params, const Container& container,
+                 const RequestArguments& arguments) {
+    const auto certificate = certificateFor(container);
+    if (certificate) {
+        keepNames(params, certificate);
+    } else if (arguments.subject.empty()) {
+        throw Failure(ExitCode::no, "cannot renew the certificate of container " + container.name,
+                      "no certificate for its key is installed", "name the subject with --subject");
+    } else if (arguments.keyUsage.empty()) {
+        params.keyUsage = static_cast<std::uint16_t>(text::keyUsageBits(usualKeyUsage));
+    }
+    if (!arguments.subject.empty()) {
+        params.encodedSubject.clear();
+        params.subject = subjectWithOids(arguments.subject);
+    }
+}
+
+ExitCode requestForExistingKey(Session& session, const RequestArguments& arguments) {
+    refuseOptionsOfNewKeys(arguments);
+    auto params = paramsOf(arguments);
+    const auto providers =
+        arguments.provider.empty() ? installedProviders() : std::vector{chooseProvider(arguments.provider)};
+    const Container container = findContainer(providers, arguments.container);
+    params->existingKey = true;
+    params->container = text::wide(container.path);
+    setProvider(*params, container.provider);
+    nameSubject(*params, container, arguments);
+    OutputFile out(outputOf(arguments), session.options.force);
+
+    const std::string pin = session.pin.ask("PIN for container " + container.name + ": ");
+    const auto result = create(params, pin, "cannot make a request for the key in container " + container.name);
+    write(session, out, orvik::plugin::base64::decode(result->request));
+    return report(session, out, {result, static_cast<unsigned>(params->provider->type())},
+                  text::utf8(params->provider->name()), "made a request for the key in container ");
+}
+
+} // namespace
+
+ExitCode request(Session& session, const RequestArguments& given) {
+    if (given.list) {
+        return listKeys(session);
+    }
+    const RequestArguments arguments = withTemplate(given);
+    if (arguments.container.empty()) {
+        throw Failure(ExitCode::usage, "cannot make a request", "--container is required",
+                      "name the new container for the key; 'klunortredi request --help' shows the rest");
+    }
+    checkOids(arguments);
+    return arguments.renew ? requestForExistingKey(session, arguments) : requestForNewKey(session, arguments);
 }
 
 } // namespace klunortredi::cli

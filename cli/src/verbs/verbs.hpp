@@ -5,6 +5,7 @@
 #include "chain_options.hpp"
 #include "exit_code.hpp"
 #include "file_names.hpp"
+#include "options.hpp"
 
 #include <optional>
 #include <string>
@@ -14,7 +15,6 @@ namespace klunortredi::cli {
 
 class Console;
 class PinDialog;
-struct Options;
 
 /// What every verb works with.
 struct Session {
@@ -39,7 +39,7 @@ struct RequestArguments {
     std::string subject;
     std::string provider;
     std::string paramSet;
-    std::string keyUsage = "digitalSignature,nonRepudiation";
+    std::string keyUsage; ///< comma-separated; empty: the usual ones, or with `renew` those of the certificate
     std::vector<std::string> enhancedKeyUsage;
     std::vector<std::string> policies;
     std::vector<std::string> dnsNames;
@@ -49,6 +49,8 @@ struct RequestArguments {
     unsigned keyDays = 0;       ///< validity of the private key from now; 0: not stated
     bool exportable = false;
     bool withoutMachineInfo = false; ///< the request does not name the machine, its user and its system
+    std::string templateFile;        ///< says what the command line does not; empty: none
+    bool renew = false;              ///< the key is there, and its certificate names the subject
     bool list = false;               ///< show which keys can be made, and make none
     std::string out;
 };
@@ -67,6 +69,7 @@ struct CertsArguments {
     std::string which;
     std::string out = "-"; ///< of `export`
     std::string name;      ///< of `set-name`
+    PinOptions password;   ///< of `add`: opens a PKCS#12 file
     std::string expiring;  ///< of `list`: only those that end within so many days ("30d"); empty: all
 };
 /// Throws Failure (exit 2) when a provider is named, which `certs VERB` does not take.

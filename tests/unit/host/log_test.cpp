@@ -11,8 +11,11 @@ namespace {
 
 namespace log = orvik::plugin::log;
 using log::Severity;
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::Pair;
 using testing::SizeIs;
 
@@ -30,6 +33,22 @@ public:
 private:
     std::vector<std::pair<Severity, std::string>> all_;
 };
+
+TEST(Log, GoesNowhereUntilTheApplicationAsks) {
+    const auto printed = [] {
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        for (const auto write : {log::trace, log::debug, log::info, log::warning, log::error}) {
+            write("record");
+        }
+        return testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
+    };
+    EXPECT_EQ(printed(), "");
+    { const Records taken; }
+    EXPECT_EQ(printed(), "") << "the sink is taken away";
+    log::setLevel(Severity::warning);
+    EXPECT_THAT(printed(), AllOf(HasSubstr("warning"), HasSubstr("error"), Not(HasSubstr("info"))));
+}
 
 TEST(Log, HandsEverySeverityToTheSink) {
     const Records records;

@@ -1,7 +1,8 @@
 #pragma once
 
 /// Log records of the framework: Boost.Log's trivial logger behind a function, so that a caller pays for a string and
-/// not for the logger's headers.
+/// not for the logger's headers. Records go nowhere until the application asks for them: with setSink(), or with
+/// setLevel(), after which Boost.Log's core has them with its sinks (standard output when it has none).
 
 #include "orvik/plugin/export.hpp"
 
@@ -13,7 +14,7 @@ namespace orvik::plugin::log {
 
 enum class Severity { trace, debug, info, warning, error };
 
-/// Writes one record at `severity` through the trivial logger. Thread-safe. Never throws.
+/// Writes one record at `severity` through the trivial logger, when it was asked for. Thread-safe. Never throws.
 ORVIK_EXPORT void write(Severity severity, std::string_view text) noexcept;
 
 inline void trace(std::string_view text) noexcept {
@@ -32,14 +33,13 @@ inline void error(std::string_view text) noexcept {
     write(Severity::error, text);
 }
 
-/// Drops every record below `least`, the application's own trivial records too. For an application that leaves its
-/// logging to the framework; Boost.Log's core keeps the setting.
+/// Asks for records, and drops every one below `least`, the application's own trivial records too. For an application
+/// that leaves its logging to the framework; Boost.Log's core keeps the setting.
 ORVIK_EXPORT void setLevel(Severity least);
 
 /// Takes a record; called by one thread at a time.
 using Sink = std::function<void(Severity severity, std::string_view text)>;
-/// Sends the records to `sink` in place of standard output, where Boost.Log puts them when it has no sink; an empty
-/// `sink` takes the last one away.
+/// Sends the records to `sink`; an empty `sink` takes the last one away.
 ORVIK_EXPORT void setSink(Sink sink);
 
 /// `text` between double quotes, with backslash before quotes and backslashes (std::quoted's form).

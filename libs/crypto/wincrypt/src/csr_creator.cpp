@@ -107,17 +107,18 @@ void setAgreementAlgorithm(const CsrCreatorParams& params, const std::string& al
     }
 }
 
+/// A new key in the context's container, or only its PIN where the key is there.
 void generateKey(const CsrCreatorParams& params, unsigned long hProv, HCRYPTKEY& key, const std::string& pin) {
     constexpr const char* function = "generateKey";
     if (crypto::tools::isCNG(params.provider->name())) {
         return;
     }
     if (!pin.empty() && CryptSetProvParam(hProv, capi::PP_KEYEXCHANGE_PIN, reinterpret_cast<const BYTE*>(pin.c_str()),
-                                          capi::PIN_SET_NEW) == 0) {
+                                          params.existingKey ? 0 : capi::PIN_SET_NEW) == 0) {
         refuse(SystemException(), function);
     }
     const DWORD flags = params.exportable ? capi::CRYPT_EXPORTABLE : 0;
-    if (CryptGenKey(hProv, capi::AT_KEYEXCHANGE, flags, key.put()) == 0) {
+    if (!params.existingKey && CryptGenKey(hProv, capi::AT_KEYEXCHANGE, flags, key.put()) == 0) {
         refuse(SystemException(), function);
     }
 }
@@ -130,6 +131,19 @@ ParamSetInfo paramSet(const CsrCreatorParams& params) {
         refuse(CryptoException::Code::parameterSetUnsupported, "create");
     }
     return *set;
+}
+
+/// What goes with a key that is there: a parameter set of the provider with the key's algorithm.
+ParamSetInfo paramSetOf(const CERT_PUBLIC_KEY_INFO& key, const CsrCreatorParams& params) {
+    const auto record = providerRecord(params.provider->name());
+    const auto algorithms = crypto::tools::algorithms(*params.provider);
+    for (const auto& oid : record ? record->paramSets : std::vector<std::string>{}) {
+        auto set = crypto::tools::algorithmParamSet(oid, algorithms);
+        if (set && set->algorithm == key.Algorithm.pszObjId) {
+            return *std::move(set);
+        }
+    }
+    refuse(CryptoException::Code::algorithmUnsupported, "create");
 }
 
 /// Identifier of the key, with the hash that goes with it: the provider that makes such keys offers it for certain.
@@ -152,12 +166,12 @@ CRYPT_ALGORITHM_IDENTIFIER signatureAlgorithm(ParamSetInfo& set) {
 }
 
 std::string sign(const CsrCreatorParams& params, unsigned long hProv, std::string subject) {
-    auto set = paramSet(params);
     auto exported = tools::exportPublicKeyInfo(hProv);
     if (exported.empty()) {
         raise(SystemException(), {file, "create"});
     }
     auto& key = *reinterpret_cast<CERT_PUBLIC_KEY_INFO*>(exported.data());
+    auto set = params.existingKey ? paramSetOf(key, params) : paramSet(params);
     auto encoded =
         csr::encodeAttributes(params, csr::encodeExtensions(params, keyIdentifier(*params.provider, key, set)));
     std::vector<CRYPT_ATTR_BLOB> values;
@@ -192,7 +206,9 @@ bool deleted(const CsrCreatorParams& params, const std::wstring& name) {
 /// The key pair and the signed request for it.
 boost::shared_ptr<crypto::ICsrCreator::Result> fill(const CsrCreatorParams& params, const std::string& algorithm,
                                                     const std::string& pin, std::string subject, unsigned long hProv) {
-    setAgreementAlgorithm(params, algorithm, hProv);
+    if (!params.existingKey) {
+        setAgreementAlgorithm(params, algorithm, hProv);
+    }
     HCRYPTKEY key;
     generateKey(params, hProv, key, pin);
     auto result = boost::make_shared<crypto::ICsrCreator::Result>();
@@ -207,11 +223,12 @@ boost::shared_ptr<crypto::ICsrCreator::Result> fill(const CsrCreatorParams& para
 /// use leaves it: `left` is its name then.
 boost::shared_ptr<crypto::ICsrCreator::Result> make(const CsrCreatorParams& params, const std::string& pin,
                                                     std::string subject, std::wstring& left) {
-    const auto algorithm = getAgreementAlgorithm(*params.provider, params.paramSet);
+    const auto algorithm =
+        params.existingKey ? std::string() : getAgreementAlgorithm(*params.provider, params.paramSet);
     unsigned error = 0;
     std::wstring made;
-    const HCRYPTPROV context(params.container, params.provider->name(), params.provider->type(), capi::CRYPT_NEWKEYSET,
-                             &error, made);
+    const HCRYPTPROV context(params.container, params.provider->name(), params.provider->type(),
+                             params.existingKey ? 0 : capi::CRYPT_NEWKEYSET, &error, made);
     if (acquisitionCancelled(error)) {
         raise(ApplicationException(ApplicationException::Code::cancelled), {file, "create"});
     }
@@ -221,7 +238,7 @@ boost::shared_ptr<crypto::ICsrCreator::Result> make(const CsrCreatorParams& para
     try {
         return fill(params, algorithm, pin, std::move(subject), context.get());
     } catch (...) {
-        if (context && !made.empty() && !deleted(params, made)) {
+        if (context && !params.existingKey && !made.empty() && !deleted(params, made)) {
             left = made;
         }
         throw;
@@ -238,7 +255,7 @@ CsrCreator::create(const boost::shared_ptr<crypto::CsrCreatorParams>& params, co
     if (!params || !params->provider) {
         internal::refuse(internal::CryptoException::Code::noProvider, "create");
     }
-    auto subject = csr::encodeSubject(params->subject);
+    auto subject = params->encodedSubject.empty() ? csr::encodeSubject(params->subject) : params->encodedSubject;
     log::info("wincrypt: certificate request: provider: " + quotedName(params->provider->name()) +
               ", container: " + quotedName(params->container));
     std::wstring left;

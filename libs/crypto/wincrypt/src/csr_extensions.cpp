@@ -102,28 +102,32 @@ std::string privateKeyUsagePeriod(unsigned days) {
 
 std::vector<Encoded> encodeExtensions(const crypto::CsrCreatorParams& params, std::string keyIdentifier) {
     std::vector<Encoded> extensions;
-    if (params.keyUsage != 0) {
-        extensions.push_back({keyUsageOid, keyUsage(params.keyUsage)});
-    }
-    if (!params.certificatePolicies.empty()) {
-        extensions.push_back({certificatePoliciesOid, certificatePolicies(params.certificatePolicies)});
-    }
-    if (!params.enhancedKeyUsage.empty()) {
-        extensions.push_back({enhancedKeyUsageOid, enhancedKeyUsage(params.enhancedKeyUsage)});
-    }
-    if (!params.userPrincipalName.empty() || !params.dnsNames.empty() || !params.emailNames.empty()) {
-        extensions.push_back({subjectAltNameOid, subjectAltName(params)});
-    }
-    extensions.push_back({capi::szOID_SUBJECT_KEY_IDENTIFIER, tools::encodeSubjectNameIdentifier(blob(keyIdentifier))});
-    if (!params.subjectSignTool.empty()) {
-        extensions.push_back({subjectSignToolOid, tools::encodeString(boost::string_view(params.subjectSignTool))});
-    }
-    if (params.identificationKind) {
-        extensions.push_back({identificationKindOid, tools::encodeInteger(*params.identificationKind)});
-    }
-    if (params.privateKeyDays) {
-        extensions.push_back({privateKeyUsagePeriodOid, privateKeyUsagePeriod(*params.privateKeyDays)});
-    }
+    const auto add = [&](const char* oid, bool asked, const auto& encode) {
+        if (asked) {
+            extensions.push_back({oid, encode()});
+            return;
+        }
+        for (const auto& [keptOid, der] : params.keptExtensions) {
+            if (keptOid == oid) {
+                extensions.push_back({oid, der});
+            }
+        }
+    };
+    const bool named = !params.userPrincipalName.empty() || !params.dnsNames.empty() || !params.emailNames.empty();
+    add(keyUsageOid, params.keyUsage != 0, [&] { return keyUsage(params.keyUsage); });
+    add(certificatePoliciesOid, !params.certificatePolicies.empty(),
+        [&] { return certificatePolicies(params.certificatePolicies); });
+    add(enhancedKeyUsageOid, !params.enhancedKeyUsage.empty(),
+        [&] { return enhancedKeyUsage(params.enhancedKeyUsage); });
+    add(subjectAltNameOid, named, [&] { return subjectAltName(params); });
+    add(capi::szOID_SUBJECT_KEY_IDENTIFIER, true,
+        [&] { return tools::encodeSubjectNameIdentifier(blob(keyIdentifier)); });
+    add(subjectSignToolOid, !params.subjectSignTool.empty(),
+        [&] { return tools::encodeString(boost::string_view(params.subjectSignTool)); });
+    add(identificationKindOid, params.identificationKind.has_value(),
+        [&] { return tools::encodeInteger(*params.identificationKind); });
+    add(privateKeyUsagePeriodOid, params.privateKeyDays.has_value(),
+        [&] { return privateKeyUsagePeriod(*params.privateKeyDays); });
     return extensions;
 }
 
