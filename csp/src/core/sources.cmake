@@ -4,6 +4,7 @@ target_sources(klunortredi_csp_core PRIVATE
     src/core/hex.cpp
     src/core/home.cpp
     src/core/output.cpp
+    src/core/secret.cpp
     src/core/trusted.cpp
     src/core/warning.cpp
 )
