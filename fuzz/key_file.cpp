@@ -6,6 +6,7 @@
 #include "openssl_setup.hpp"
 #include "pfx_file.hpp"
 #include "require.hpp"
+#include "work_factor.hpp"
 
 #include "core/error.hpp"
 
@@ -17,8 +18,9 @@ namespace {
 namespace admin = klunortredi::admin;
 
 void import(const admin::PfxFile& file, admin::Password password) {
+    admin::WorkBudget budget("cannot take the file");
     try {
-        auto contents = file.open(password);
+        auto contents = file.open(password, budget);
         if (!contents) {
             return;
         }

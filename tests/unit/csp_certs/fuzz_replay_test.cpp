@@ -5,6 +5,7 @@
 #include "chains/ocsp.hpp"
 #include "fuzz_targets.hpp"
 #include "ocsp_maker.hpp"
+#include "stores/store_file.hpp"
 
 namespace {
 
@@ -30,6 +31,37 @@ TEST_F(FuzzReplay, HoldsForDamagedCertificates) {
     const auto question = chain_draft::encode(chain_draft::Draft(), ring_);
     replayDamaged(fuzzCertificate, question.target, 1);
     replayDamaged(fuzzCertificate, question.issuers.front(), 1);
+}
+
+TEST_F(FuzzReplay, HoldsForDamagedStructuresOfEveryType) {
+    const csp::Bytes der = pki::root("Иванов; \"Иван\"").der;
+    for (std::uint8_t type = 0; type < 25; ++type) {
+        csp::Bytes typed{type};
+        typed.insert(typed.end(), der.begin(), der.end());
+        replayDamaged(fuzzObjects, typed, type < 2 ? 1 : 97);
+    }
+}
+
+TEST_F(FuzzReplay, HoldsForDamagedNamesAndTexts) {
+    const csp::ossl::X509Ptr certificate = pki::decode(pki::root("Иванов; \"Иван\" \\").der);
+    const X509_NAME* const name = X509_get_subject_name(certificate.get());
+    csp::Bytes der(static_cast<std::size_t>(i2d_X509_NAME(name, nullptr)));
+    unsigned char* at = der.data();
+    i2d_X509_NAME(name, &at);
+    replayDamaged(fuzzNames, der, 1);
+    for (const std::string_view text : {"", "\"", "\"\"", "a\"b; c=d", " x ", "Рога и \"копыта\"", "\xFF", "ab\0cd"}) {
+        replayDamaged(fuzzNames, {text.begin(), text.end()}, 1);
+    }
+}
+
+TEST_F(FuzzReplay, HoldsForDamagedStoreFiles) {
+    const csp::Certificate certificate(csp::Bytes(pki::root("Store").der));
+    const std::string file = csp::formatStoreFile(certificate, {});
+    replayDamaged(fuzzStoreFile, {file.begin(), file.end()}, 3);
+    const std::string linked = "friendly-name: my \\5c key\nkey-container: c\nkey-provider: P\nkey-provider-type: 80\n"
+                               "key-flags: 0\nkey-spec: 1\nproperty-20: 0a1b2c\n" +
+                               file;
+    replayDamaged(fuzzStoreFile, {linked.begin(), linked.end()}, 3);
 }
 
 TEST_F(FuzzReplay, HoldsForGeneratedSetsOfCertificates) {

@@ -13,3 +13,9 @@ extern "C" int fuzzCrl(const std::uint8_t* data, std::size_t size);
 extern "C" int fuzzOcsp(const std::uint8_t* data, std::size_t size);
 /// One octet that says of what kind it is, and an answer of an HTTP server.
 extern "C" int fuzzHttpAnswer(const std::uint8_t* data, std::size_t size);
+/// One octet that chooses the structure type, and its DER.
+extern "C" int fuzzObjects(const std::uint8_t* data, std::size_t size);
+/// DER of a name, or the text of a value.
+extern "C" int fuzzNames(const std::uint8_t* data, std::size_t size);
+/// A file of a certificate store.
+extern "C" int fuzzStoreFile(const std::uint8_t* data, std::size_t size);
