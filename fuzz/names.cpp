@@ -36,6 +36,9 @@ std::wstring written(Bytes& der, DWORD style) {
 }
 
 void writeEveryStyle(Bytes der) {
+    if (written(der, capi::CERT_SIMPLE_NAME_STR).empty()) {
+        return; // not a name: no style changes that, and refusals cost most of the time
+    }
     for (const DWORD format : {capi::CERT_SIMPLE_NAME_STR, capi::CERT_OID_NAME_STR, capi::CERT_X500_NAME_STR}) {
         for (const DWORD flag : further) {
             written(der, format | flag);
