@@ -229,6 +229,58 @@ TEST_F(CsrTest, RefusedPinAndParameterSetAreTold) {
     EXPECT_THAT(containers(), ElementsAre(L"box"));
 }
 
+TEST_F(CsrTest, KeyThatIsThereIsTakenAsItIs) {
+    params_->existingKey = true;
+    params_->container = L"box";
+    params_->encodedSubject = std::string("\x30\x00", 2);
+    std::string subject = "none seen";
+    service().on.CryptSignAndEncodeCertificate =
+        [&](unsigned long context, DWORD keySpec, DWORD encoding, const char* type, const void* value,
+            CRYPT_ALGORITHM_IDENTIFIER* algorithm, const void* aux, BYTE* buffer, DWORD* size) {
+            const auto& name = static_cast<const CERT_REQUEST_INFO*>(value)->Subject;
+            subject.assign(reinterpret_cast<const char*>(name.pbData), name.cbData);
+            EXPECT_STREQ(algorithm->pszObjId, "1.2.643.7.1.1.3.2") << "goes with the key";
+            return Defaults::CryptSignAndEncodeCertificate(context, keySpec, encoding, type, value, algorithm, aux,
+                                                           buffer, size);
+        };
+    EXPECT_EQ(create()->containerName, "box");
+    EXPECT_EQ(subject, params_->encodedSubject);
+    EXPECT_THAT(set_, ElementsAre("32/0/1234")) << "the PIN unlocks; no parameter set is chosen";
+    EXPECT_EQ(service().count("CryptGenKey"), 0U);
+    EXPECT_THAT(contextCalls(), ElementsAre("acquire box 0", "release"));
+}
+
+TEST_F(CsrTest, FailedRequestForAKeyThatIsThereDeletesNothing) {
+    params_->existingKey = true;
+    params_->container = L"box";
+    service().failFunction("CryptSignAndEncodeCertificate", 5);
+    EXPECT_EQ(thrownBy<SystemException>([&] { create(); }), at("create", 5));
+    EXPECT_THAT(contextCalls(), ElementsAre("acquire box 0", "release"));
+    EXPECT_THAT(containers(), ElementsAre(L"box"));
+}
+
+TEST_F(CsrTest, KeptExtensionsStandWhereNothingElseIsAskedFor) {
+    params_->dnsNames = {"new.example"};
+    params_->keptExtensions = {{"2.5.29.15", "kept usage"}, {"2.5.29.17", "kept names"}, {"2.5.29.35", "not kept"}};
+    std::vector<std::string> extensions;
+    service().on.CryptEncodeObject = [&](DWORD encoding, const char* type, const void* value, BYTE* buffer,
+                                         DWORD* size) {
+        if (buffer == nullptr && structureName(type) == "5") {
+            const auto& list = *static_cast<const CERT_EXTENSIONS*>(value);
+            for (DWORD i = 0; i < list.cExtension; ++i) {
+                const auto& der = list.rgExtension[i].Value;
+                extensions.push_back(std::string(list.rgExtension[i].pszObjId) + ' ' +
+                                     std::string(reinterpret_cast<const char*>(der.pbData), der.cbData));
+            }
+        }
+        return encode(encoding, type, value, buffer, size);
+    };
+    create();
+    EXPECT_THAT(extensions, ElementsAre("2.5.29.15 kept usage", testing::StartsWith("2.5.29.17 "),
+                                        testing::StartsWith("2.5.29.14 ")));
+    EXPECT_THAT(extensions, Not(Contains("2.5.29.17 kept names")));
+}
+
 TEST_F(CsrTest, MissingParametersAreRefused) {
     params_->provider.reset();
     EXPECT_EQ(thrownBy<CryptoException>([&] { create(); }), at("create", 30004));
