@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <iterator>
 #include <set>
 
@@ -53,11 +54,19 @@ std::vector<CertificatePtr> knownCertificates() {
     return all;
 }
 
+/// Whether it names a file: also one that cannot be looked at, so that the reason is reported.
+bool namesFile(const std::string& to) {
+    struct stat status {};
+    if (::stat(to.c_str(), &status) == 0) {
+        return !S_ISDIR(status.st_mode);
+    }
+    return errno != ENOENT && errno != ENOTDIR && errno != ENAMETOOLONG;
+}
+
 } // namespace
 
 CertificatePtr findRecipient(const std::string& to) {
-    struct stat status {};
-    if (to == "-" || (::stat(to.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))) {
+    if (to == "-" || namesFile(to)) {
         return readCertificate(to);
     }
     return findCertificate(knownCertificates(), to, "the stores my, addressbook and ca");

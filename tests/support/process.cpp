@@ -1,6 +1,8 @@
 #include "support/process.hpp"
 
+#include "support/fail_at_call.hpp"
 #include "support/kill_at_change.hpp"
+#include "support/watched_child.hpp"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -51,7 +53,7 @@ struct Pipe {
     if (!options.folder.empty() && ::chdir(options.folder.c_str()) != 0) {
         ::_exit(126);
     }
-    if (options.killAtChange > 0) {
+    if (options.killAtChange > 0 || options.fault.call > 0) {
         allowWatching();
     }
     std::vector<std::string> words = command;
@@ -133,6 +135,8 @@ Outcome run(const std::vector<std::string>& command, const RunOptions& options) 
     rusage usage{};
     if (options.killAtChange > 0) {
         status = killAtChange(child, options.killAtChange);
+    } else if (options.fault.call > 0) {
+        status = failAtCall(child, options.fault, result.failedCall);
     } else {
         ::wait4(child, &status, 0, &usage);
     }

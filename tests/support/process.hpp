@@ -2,6 +2,8 @@
 
 /// Programs under test, run as a person or a script would run them.
 
+#include "support/fail_at_call.hpp"
+
 #include <csignal>
 #include <map>
 #include <string>
@@ -15,6 +17,7 @@ struct Outcome {
     std::string out; ///< standard output
     std::string err; ///< standard error
     long peakKiB = 0;
+    std::string failedCall; ///< what RunOptions::fault let fail first, such as "fsync /folder/file"; empty: nothing
 };
 
 struct RunOptions {
@@ -22,6 +25,7 @@ struct RunOptions {
     std::string input;                              ///< standard input; empty: /dev/null
     std::string folder;                             ///< working folder; empty: this one's
     int killAtChange = 0;                           ///< SIGKILL before its n-th change on disk; 0: let it run
+    Fault fault;                                    ///< a system call on a file that fails
     long fileSizeLimit = 0;                         ///< octets a written file may have (RLIMIT_FSIZE); 0: no limit
     long cpuLimit = 0;                              ///< seconds of computing before SIGXCPU (RLIMIT_CPU); 0: no limit
     bool withoutTerminal = true;                    ///< in a session of its own, so that /dev/tty cannot be opened
