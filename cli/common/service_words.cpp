@@ -1,6 +1,7 @@
 #include "service_words.hpp"
 
 #include "capi/constants.hpp"
+#include "capi/skipped_entries.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -23,6 +24,9 @@ constexpr Meaning serviceMeanings[] = {
     {capi::ERROR_DISK_FULL, ExitCode::input, "the disk is full", "free some space and try again"},
     {capi::ERROR_WRITE_FAULT, ExitCode::input, "the service cannot read or write its data",
      "the disk fails, or the process has too many files open"},
+    {capi::ERROR_READ_FAULT, ExitCode::input, "the service cannot read its data", ""},
+    {capi::ERROR_TOO_MANY_OPEN_FILES, ExitCode::input, "too many files are open",
+     "raise the limit (ulimit -n), or work on fewer files at a time"},
     {capi::ERROR_ACCESS_DENIED, ExitCode::service, "access to the service's data is denied", ""},
     {capi::ERROR_NOT_ENOUGH_MEMORY, ExitCode::service, "not enough memory", ""},
     {capi::ERROR_BUSY, ExitCode::service, "the service's data is in use by another process", "try again"},
@@ -74,6 +78,23 @@ const Meaning* serviceMeaning(std::uint32_t code) {
 
 bool isOfTheMachine(std::uint32_t code) {
     return code == capi::NTE_PROV_TYPE_NOT_DEF || code == capi::ERROR_NOT_ENOUGH_MEMORY || code == capi::NTE_NO_MEMORY;
+}
+
+std::string skippingReason(std::uint32_t code) {
+    switch (code) {
+    case capi::ERROR_INVALID_DATA:
+        return "it is not a certificate or CRL, or not the one of its name";
+    case capi::ERROR_FILE_NOT_FOUND:
+        return "it is a link to a file that does not exist";
+    case capi::ERROR_ACCESS_DENIED:
+        return "access is denied";
+    case capi::ERROR_READ_FAULT:
+        return "reading it failed";
+    default: {
+        const std::string reason = serviceReason(code);
+        return reason.empty() ? "it cannot be read (" + std::to_string(code) + ")" : reason;
+    }
+    }
 }
 
 std::string serviceReason(std::uint32_t code) {

@@ -13,6 +13,8 @@
 #include "orvik/plugin/crypto/i_public_key.hpp"
 #include "orvik/plugin/hex.hpp"
 #include "printable.hpp"
+#include "service_words.hpp"
+#include "skipped_entries.hpp"
 #include "text.hpp"
 
 #include <boost/smart_ptr/make_shared.hpp>
@@ -69,7 +71,11 @@ void checkHasNoCertificates(const std::string& store) {
         wincrypt::CertFreeCertificateContext(first);
         return;
     }
-    checkEmptyList("cannot list the certificates of store " + store, wincrypt::GetLastErrorEx());
+    const std::uint32_t error = wincrypt::GetLastErrorEx();
+    collectSkipped();
+    if (firstUnread(skippedEntries()) == nullptr) { // else the list is known to lack some
+        checkEmptyList("cannot list the certificates of store " + store, error);
+    }
 }
 
 } // namespace
@@ -104,6 +110,7 @@ std::vector<CertificatePtr> storeCertificates(const std::string& store) {
     if (found.empty()) {
         checkHasNoCertificates(store);
     }
+    collectSkipped();
     std::vector<CertificatePtr> certificates(found.begin(), found.end());
     std::sort(certificates.begin(), certificates.end(), [](const CertificatePtr& a, const CertificatePtr& b) {
         return std::pair(subjectOf(*a), thumbprintOf(*a)) < std::pair(subjectOf(*b), thumbprintOf(*b));
@@ -117,6 +124,11 @@ std::vector<CertificatePtr> matchingCertificates(const std::vector<CertificatePt
     std::vector<CertificatePtr> found;
     std::copy_if(among.begin(), among.end(), std::back_inserter(found),
                  [&](const CertificatePtr& certificate) { return matches(*certificate, wanted); });
+    const auto skipped = skippedEntries();
+    if (const SkippedEntry* const unread = found.empty() ? firstUnread(skipped) : nullptr) {
+        throw Failure(ExitCode::input, "cannot tell whether there is a certificate '" + which + "'",
+                      printable(unread->file) + " is skipped: " + skippingReason(unread->code), {}, unread->code);
+    }
     if (wanted.empty() || found.empty()) {
         throw Failure(ExitCode::no, "no certificate '" + which + "'", "none in " + where + " matches",
                       "see 'klunortredi certs list'");

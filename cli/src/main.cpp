@@ -8,6 +8,7 @@
 #include "pin.hpp"
 #include "printable.hpp"
 #include "service_notices.hpp"
+#include "skipped_entries.hpp"
 #include "standard_descriptors.hpp"
 #include "verify_report.hpp"
 
@@ -61,11 +62,14 @@ ExitCode run(const Command& command) {
     try {
         try {
             useService(command.options.service);
-            return command.run(session);
+            const ExitCode code = command.run(session);
+            noteSkipped(console);
+            return code;
         } catch (...) {
             throw currentFailure(command.verb + " failed");
         }
     } catch (const Failure& failure) {
+        noteSkipped(console);
         // Whoever asked for a verdict gets one, even when there is nothing to judge with.
         console.failure(failure, command.verb == "verify" ? verdictOf(failure) : nlohmann::ordered_json::object());
         return failure.exit();

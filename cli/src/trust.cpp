@@ -9,6 +9,7 @@
 #include "printable.hpp"
 #include "revocation_info.hpp"
 #include "signer_usage.hpp"
+#include "skipped_entries.hpp"
 #include "text.hpp"
 #include "trust_words.hpp"
 #include "weak.hpp"
@@ -102,9 +103,13 @@ Chain build(PCCERT_CONTEXT certificate, const ChainQuery& query) {
     if (wincrypt::CertGetCertificateChain(
             anchors ? anchors->store() : nullptr, certificate, query.time ? &time : nullptr, additional->store(),
             reinterpret_cast<CERT_CHAIN_PARA*>(&para), chainFlags(query, online.count() > 0), nullptr, &chain) == 0) {
-        throw orvik::plugin::crypto::exception::SystemException();
+        const orvik::plugin::crypto::exception::SystemException failure;
+        collectSkipped();
+        throw failure;
     }
-    return Chain(chain);
+    Chain built(chain);
+    collectSkipped();
+    return built;
 }
 
 TrustElement readElement(const CERT_CHAIN_ELEMENT& from) {

@@ -152,6 +152,18 @@ TEST_F(Crls, ThatSomebodyElseDamagedAreNamed) {
     const Json list = json({"list"});
     EXPECT_EQ(list["crls"].size(), 1U);
     EXPECT_EQ(list["unreadable"], Json::array({"junk.crl"}));
+    EXPECT_THAT(list["skipped"][0]["reason"].get<std::string>(), HasSubstr("not a certificate or CRL"));
+    EXPECT_THAT(crl({"list"}).out, HasSubstr("stores/ca/junk.crl"));
+}
+
+TEST_F(Crls, ThatCannotBeReadMakeTheListIncomplete) {
+    ASSERT_EQ(crl({"add", "root.crl"}).exit, 0);
+    std::filesystem::create_symlink("loop.crl", place.home() / "stores/ca/loop.crl");
+    const Outcome list = crl({"list"});
+    EXPECT_EQ(list.exit, 3);
+    EXPECT_THAT(list.out, AllOf(HasSubstr("CN=root"), HasSubstr("loop.crl: reading it failed")));
+    EXPECT_EQ(crl({"delete", "nobody"}).exit, 3) << "the unread one may be meant";
+    EXPECT_EQ(crl({"delete", "CN=root"}).exit, 0);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "failure.hpp"
 #include "input.hpp"
 #include "printable.hpp"
+#include "skipped.hpp"
 #include "stores/crl_files.hpp"
 #include "stores/system_store.hpp"
 #include "verbs/verbs.hpp"
@@ -81,10 +82,14 @@ csp::Bytes signerOf(csp::ByteView contents) {
 
 /// The one list that `which` means.
 CrlSummary find(const std::filesystem::path& folder, const CrlArguments& arguments) {
-    std::vector<CrlSummary> found = csp::listCrls(folder);
+    csp::CrlList list = csp::listCrls(folder);
+    std::vector<CrlSummary>& found = list.crls;
     std::erase_if(found, [which = lower(arguments.which)](const CrlSummary& crl) {
         return !crl.file.starts_with(which) && lower(crl.issuer).find(which) == std::string::npos;
     });
+    if (found.empty()) {
+        refuseUnread(list.unusable, "cannot tell whether there is a CRL '" + arguments.which + "'");
+    }
     if (arguments.which.empty() || found.empty()) {
         throw Failure(ExitCode::no, "no CRL '" + arguments.which + "'", "none in store " + arguments.store + " matches",
                       "see 'klunortredi-csp crl list'");
@@ -94,18 +99,6 @@ CrlSummary find(const std::filesystem::path& folder, const CrlArguments& argumen
                       std::to_string(found.size()) + " match", "name its file, as 'klunortredi-csp crl list' shows it");
     }
     return found.front();
-}
-
-/// Names of the folder's CRL files that cannot be read as a CRL.
-std::vector<std::string> unreadable(const std::filesystem::path& folder, const std::vector<CrlSummary>& readable) {
-    std::vector<std::string> names;
-    for (const auto& path : csp::crlFiles(folder)) {
-        const std::string name = path.filename().string();
-        if (std::ranges::find(readable, name, &CrlSummary::file) == readable.end()) {
-            names.push_back(name);
-        }
-    }
-    return names;
 }
 
 } // namespace
@@ -144,24 +137,25 @@ ExitCode addCrl(Session& session, const CrlArguments& arguments) {
 }
 
 ExitCode listCrls(Session& session, const CrlArguments& arguments) {
-    const std::filesystem::path folder = folderOf(arguments.store);
-    const std::vector<CrlSummary> crls = csp::listCrls(folder);
-    const std::vector<std::string> damaged = unreadable(folder, crls);
+    const auto [crls, unusable] = csp::listCrls(folderOf(arguments.store));
     Json rows = Json::array();
-    std::ranges::transform(crls, std::back_inserter(rows), toJson);
-    session.console.result({{"store", arguments.store}, {"crls", rows}, {"unreadable", damaged}},
-                           [&](std::ostream& out) {
-                               for (const CrlSummary& crl : crls) {
-                                   print(out, crl);
-                               }
-                               for (const std::string& name : damaged) {
-                                   out << "not a CRL, or not readable: " << cli::printable(name) << '\n';
-                               }
-                               if (crls.empty() && damaged.empty()) {
-                                   out << "no CRLs in store " << arguments.store << '\n';
-                               }
-                           });
-    return ExitCode::done;
+    std::ranges::transform(crls, std::back_inserter(rows), [](const CrlSummary& crl) { return toJson(crl); });
+    Json names = Json::array();
+    std::ranges::transform(unusable, std::back_inserter(names), [](const csp::UnusableEntry& entry) {
+        return std::filesystem::path(entry.file).filename().string();
+    });
+    session.console.result(
+        {{"store", arguments.store}, {"crls", rows}, {"unreadable", names}, {"skipped", toJson(unusable)}},
+        [&, &crls = crls, &unusable = unusable](std::ostream& out) {
+            for (const CrlSummary& crl : crls) {
+                print(out, crl);
+            }
+            print(out, unusable);
+            if (crls.empty() && unusable.empty()) {
+                out << "no CRLs in store " << arguments.store << '\n';
+            }
+        });
+    return exitOf(unusable);
 }
 
 ExitCode deleteCrl(Session& session, const CrlArguments& arguments) {

@@ -10,6 +10,7 @@
 #include "output_file.hpp"
 #include "pem.hpp"
 #include "printable.hpp"
+#include "skipped_entries.hpp"
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 #include <nlohmann/json.hpp>
@@ -69,16 +70,17 @@ ExitCode listCertificates(Session& session, const CertsArguments& arguments) {
     for (const auto& certificate : found) {
         list.push_back(toJson(*certificate));
     }
-    session.console.result({{"certificates", list}}, [&](std::ostream& out) {
+    const auto skipped = skippedEntries();
+    session.console.result({{"certificates", list}, {"skipped", toJson(skipped)}}, [&](std::ostream& out) {
         for (const auto& certificate : found) {
             print(out, *certificate);
         }
-        if (found.empty()) {
+        if (found.empty() && skipped.empty()) {
             out << "no certificates in " << placeOf(arguments)
                 << (arguments.expiring.empty() ? "" : " that end so soon") << '\n';
         }
     });
-    return ExitCode::done;
+    return firstUnread(skipped) == nullptr ? ExitCode::done : ExitCode::input;
 }
 
 ExitCode showCertificate(Session& session, const CertsArguments& arguments) {
@@ -91,7 +93,11 @@ ExitCode showCertificate(Session& session, const CertsArguments& arguments) {
 ExitCode deleteCertificate(Session& session, const CertsArguments& arguments) {
     refuseProvider(arguments, "delete");
     const auto certificate = findCertificate(storeCertificates(arguments.store), arguments.which, placeOf(arguments));
-    RegistryCertificateStore(arguments.store, ICertificateStore::system).deleteCertificate(*certificate);
+    if (!RegistryCertificateStore(arguments.store, ICertificateStore::system).deleteCertificate(*certificate)) {
+        throw Failure(ExitCode::input, "cannot delete " + titleOf(*certificate),
+                      "it cannot be found in store " + arguments.store + " any more", {},
+                      orvik::plugin::wincrypt::GetLastErrorEx());
+    }
     session.console.result({{"deleted", toJson(*certificate)}, {"store", arguments.store}}, [&](std::ostream& out) {
         out << "deleted " << titleOf(*certificate) << " from store " << arguments.store << '\n';
     });

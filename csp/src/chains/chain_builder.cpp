@@ -96,6 +96,11 @@ public:
         if (chains.front().errors != 0 && engineMissed_) {
             throw *withoutEngine_;
         }
+        // "Not trusted" would say that the issuer is not there.
+        constexpr DWORD missing = capi::CERT_TRUST_IS_PARTIAL_CHAIN | capi::CERT_TRUST_IS_UNTRUSTED_ROOT;
+        if ((chains.front().errors & missing) != 0 && sources_.unread() != 0) {
+            fail(sources_.unread());
+        }
         BuiltChain best = std::move(chains.front());
         if (request_.lowerQuality) {
             best.lower.assign(std::make_move_iterator(chains.begin() + 1), std::make_move_iterator(chains.end()));

@@ -3,11 +3,11 @@
 #include "chains/weak_algorithm.hpp"
 #include "core/warning.hpp"
 #include "stores/system_store.hpp"
+#include "x509/blob.hpp"
 #include "x509/crl.hpp"
 #include "x509/x509_der.hpp"
 
 #include <algorithm>
-#include <set>
 
 namespace klunortredi::csp {
 
@@ -32,32 +32,49 @@ bool before(ByteView left, ByteView right) {
 } // namespace
 
 ChainSources::ChainSources(const std::shared_ptr<OpenStore>& additional, const std::shared_ptr<OpenStore>& anchors) {
-    collect(anchors ? anchors : systemStore("root"), true);
+    sources_.push_back({anchors ? anchors : systemStore("root"), true});
     for (const char* name : {"ca", "my", "trust"}) {
-        collect(systemStore(name), false);
+        sources_.push_back({systemStore(name), false});
     }
     if (additional) {
-        collect(additional, false); // last: what a message brings never crowds out what the user keeps
+        sources_.push_back({additional, false}); // last: what a message brings never crowds out what the user keeps
     }
 }
 
 void ChainSources::add(const std::shared_ptr<OpenStore>& store) {
-    collect(store, false);
+    sources_.push_back({store, false});
+    for (const unsigned long hash : collected_) {
+        collectFrom(sources_.back(), hash);
+    }
     if (crlsRead_) {
         readCrlsOf(*store);
     }
 }
 
-void ChainSources::collect(const std::shared_ptr<OpenStore>& store, bool anchor) {
-    for (auto& certificate : store->store().certificates()) {
-        const unsigned long hash = certificate->decoded().subjectHash();
-        candidates_.emplace(hash, Candidate{std::move(certificate), store, anchor});
+void ChainSources::collect(unsigned long hash) {
+    if (collected_.insert(hash).second) {
+        for (const Source& source : sources_) {
+            collectFrom(source, hash);
+        }
     }
-    stores_.push_back(store);
+}
+
+void ChainSources::collectFrom(const Source& source, unsigned long hash) {
+    const Criterion subject{
+        [hash](const Certificate& held) { return subjectNumber(blobView(held.info().Subject)) == subjectNumber(hash); },
+        {{}, {{SearchBy::Subject, subjectNumber(hash)}}}};
+    Match found = source.store->store().next(0, subject);
+    while (found.certificate) {
+        const std::uint64_t last = found.certificate->ordinal();
+        candidates_.emplace(hash, Candidate{std::move(found.certificate), source.store, source.anchors});
+        found = source.store->store().next(last, subject);
+    }
+    unread_ = unread_ == 0 ? found.unread : unread_;
 }
 
 std::vector<const Candidate*> ChainSources::named(const X509_NAME* name, std::size_t limit) {
     std::vector<Candidate*> same;
+    collect(hashOf(name));
     const auto [first, last] = candidates_.equal_range(hashOf(name));
     for (auto at = first; at != last; ++at) {
         same.push_back(&at->second);
@@ -87,7 +104,8 @@ std::vector<const Candidate*> ChainSources::named(const X509_NAME* name, std::si
     return found;
 }
 
-const Candidate* ChainSources::anchor(const Certificate& certificate) const {
+const Candidate* ChainSources::anchor(const Certificate& certificate) {
+    collect(certificate.decoded().subjectHash());
     const auto [first, last] = candidates_.equal_range(certificate.decoded().subjectHash());
     const auto found = std::find_if(first, last, [&](const auto& item) {
         return item.second.anchor && std::ranges::equal(item.second.certificate->encoded(), certificate.encoded());
@@ -100,8 +118,8 @@ void ChainSources::readCrls() {
         return;
     }
     crlsRead_ = true;
-    for (const auto& store : stores_) {
-        readCrlsOf(*store);
+    for (const Source& source : sources_) {
+        readCrlsOf(*source.store);
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <unordered_map>
 #include <vector>
 
@@ -34,8 +35,8 @@ struct IssuerCrls {
     bool complete = true; ///< false: there are more than may be looked at
 };
 
-/// Reads the system stores once; decodes only what a chain asks for. Of equal copies the first found counts: anchors
-/// before others.
+/// Reads and decodes only the certificates that a chain asks for, each name once. Of equal copies the first found
+/// counts: anchors before others.
 class ChainSources {
 public:
     /// `additional` may be null; null `anchors` are those of store "root".
@@ -46,18 +47,28 @@ public:
     /// The candidate whose subject is `name`, decoded, each encoding once, in no particular order. At most `limit`.
     std::vector<const Candidate*> named(const X509_NAME* name, std::size_t limit);
     /// The anchor with the encoding of `certificate`; null when there is none.
-    [[nodiscard]] const Candidate* anchor(const Certificate& certificate) const;
+    [[nodiscard]] const Candidate* anchor(const Certificate& certificate);
+    /// Why a certificate of the stores that may have been asked for could not be read (a CryptoAPI code); 0: all could.
+    [[nodiscard]] DWORD unread() const noexcept { return unread_; }
     /// CRLs whose issuer is `name`, those of the system stores before those of the additional store. The stores' CRLs
     /// are read at the first call; a CRL that does not decode is left out with a warning.
     IssuerCrls crlsOf(const X509_NAME* name);
 
 private:
-    void collect(const std::shared_ptr<OpenStore>& store, bool anchor);
+    struct Source {
+        std::shared_ptr<OpenStore> store;
+        bool anchors;
+    };
+
+    void collect(unsigned long hash);
+    void collectFrom(const Source& source, unsigned long hash);
     void readCrls();
     void readCrlsOf(OpenStore& store);
 
-    std::vector<std::shared_ptr<OpenStore>> stores_;
-    std::unordered_multimap<unsigned long, Candidate> candidates_;        ///< by the hash of the subject
+    std::vector<Source> sources_;
+    std::set<unsigned long> collected_;                            ///< hashes of subjects in `candidates_`
+    std::unordered_multimap<unsigned long, Candidate> candidates_; ///< by the hash of the subject
+    DWORD unread_ = 0;
     std::unordered_map<unsigned long, std::vector<RevocationList>> crls_; ///< by the hash of the issuer
     bool crlsRead_ = false;
 };

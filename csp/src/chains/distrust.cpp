@@ -1,5 +1,6 @@
 #include "chains/distrust.hpp"
 
+#include "core/skipped.hpp"
 #include "core/warning.hpp"
 #include "crypto/algorithms.hpp"
 #include "stores/system_store.hpp"
@@ -97,9 +98,10 @@ Distrust::Distrust() {
         }
         entries_.push_back({std::move(certificate), std::move(x509)});
     }
-    for (const std::string& name : store->unreadable()) {
-        warn("an entry of store \"disallowed\" cannot be read, so no chain can be judged: " + name);
-        fail(capi::ERROR_INVALID_DATA);
+    for (const UnusableEntry& entry : store->unusable()) {
+        noteSkipped(entry.file, entry.code);
+        warn("an entry of store \"disallowed\" cannot be read, so no chain can be judged: " + entry.file);
+        fail(entry.code);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "core/files.hpp"
 
+#include "core/folder.hpp"
 #include "core/warning.hpp"
 
 #include <fcntl.h>
@@ -79,7 +80,8 @@ private:
 };
 
 Descriptor openForReading(const fs::path& path) {
-    return Descriptor(retried([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
+    // Without O_NONBLOCK a FIFO of that name would hold the caller for ever; files do not heed it.
+    return Descriptor(retried([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
 }
 
 /// Whether `path` still names what was opened; a file renamed or removed meanwhile is no longer the one to lock.
@@ -211,11 +213,11 @@ std::optional<Bytes> read(const fs::path& file, std::size_t limit) {
         if (errno == ENOENT) {
             return std::nullopt;
         }
-        failErrno();
+        fail(readErrorCode(errno));
     }
     struct stat status {};
     if (fstat(fd.get(), &status) != 0) {
-        failErrno();
+        fail(readErrorCode(errno));
     }
     if (!S_ISREG(status.st_mode) || static_cast<std::size_t>(status.st_size) > limit) {
         fail(capi::ERROR_INVALID_DATA);
@@ -226,7 +228,7 @@ std::optional<Bytes> read(const fs::path& file, std::size_t limit) {
         const ssize_t count =
             retried([&] { return ::read(fd.get(), contents.data() + filled, contents.size() - filled); });
         if (count < 0) {
-            failErrno();
+            fail(readErrorCode(errno));
         }
         if (count == 0) {
             break;
@@ -267,18 +269,18 @@ bool removeDurably(const fs::path& file) {
 
 std::vector<fs::path> entries(const fs::path& directory) {
     std::vector<fs::path> found;
-    std::error_code error;
-    for (fs::directory_iterator at(directory, error); !error && at != fs::directory_iterator(); at.increment(error)) {
-        found.push_back(at->path());
-    }
-    if (error && error != std::errc::no_such_file_or_directory) {
-        fail(errorCode(error.value()));
+    for (const std::string& name : names(directory)) {
+        found.push_back(directory / name);
     }
     return found;
 }
 
+bool isTemporary(const std::string& name) {
+    return name.starts_with(temporaryMark);
+}
+
 void removeStaleTemporaries(const fs::path& directory) {
-    removeFiles(directory, [](const fs::path& file) { return file.filename().string().starts_with(temporaryMark); });
+    removeFiles(directory, [](const fs::path& file) { return isTemporary(file.filename().string()); });
 }
 
 void removeFiles(const fs::path& directory, const std::function<bool(const fs::path&)>& unwanted) {

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <string>
 
 namespace klunortredi::csp::files {
 
@@ -58,7 +59,8 @@ private:
 /// Creates the directory and its missing parents, the new ones with mode 0700 and on disk.
 void makeDirectories(const std::filesystem::path& directory);
 
-/// The contents; nothing when there is no such file. A file above `limit` octets is refused with ERROR_INVALID_DATA.
+/// The contents; nullopt when there is no such file. What is above `limit` octets or not a file (a FIFO, a device) is
+/// refused with ERROR_INVALID_DATA, a failed read with the code of folder.hpp's `readErrorCode`.
 inline constexpr std::size_t readLimit = 16U << 20U; // far above any key, certificate or list kept here
 std::optional<Bytes> read(const std::filesystem::path& file, std::size_t limit = readLimit);
 
@@ -75,6 +77,9 @@ bool removeDurably(const std::filesystem::path& file);
 
 /// Paths of the directory's entries; none when it is not there. Throws ApiError when it cannot be read.
 std::vector<std::filesystem::path> entries(const std::filesystem::path& directory);
+
+/// Whether a name is of a file that is being written, or was left by a killed writer.
+bool isTemporary(const std::string& name);
 
 /// Removes what killed writers left in `directory`. Call with the lock held that the writers hold.
 void removeStaleTemporaries(const std::filesystem::path& directory);

@@ -31,13 +31,14 @@ private:
     ContextTarget target_;
 };
 
-PCCERT_CONTEXT nextContext(void* store, const TakenContext& previous, const Criterion& meets) {
+PCCERT_CONTEXT nextContext(void* store, const TakenContext& previous, const Criterion& wanted) {
     auto open = openStore(store);
-    auto found = findNext(open->store(), previous.target().certificate.get(), meets);
-    if (!found) {
-        fail(capi::CRYPT_E_NOT_FOUND);
+    const auto& last = previous.target().certificate;
+    Match found = open->store().next(last ? last->ordinal() : 0, wanted);
+    if (!found.certificate) {
+        fail(found.unread == 0 ? capi::CRYPT_E_NOT_FOUND : found.unread);
     }
-    return addContext(std::move(found), std::move(open));
+    return addContext(std::move(found.certificate), std::move(open));
 }
 
 AddRule addRule(DWORD disposition) {

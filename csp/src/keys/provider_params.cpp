@@ -1,7 +1,9 @@
 #include "keys/provider_params.hpp"
 
+#include "capi/skipped_entries.hpp"
 #include "core/error.hpp"
 #include "core/output.hpp"
+#include "core/skipped.hpp"
 #include "keys/algorithm_list.hpp"
 
 #include <algorithm>
@@ -79,6 +81,13 @@ void uniqueContainerName(const Request& r) {
     text(r, parameterText(qualifiedName(id), id.providerType));
 }
 
+void skippedEntries(const Request& r) {
+    text(r, skippedText());
+    if (r.buffer != nullptr) {
+        forgetSkipped();
+    }
+}
+
 struct Readable {
     DWORD param;
     void (*give)(const Request&);
@@ -94,6 +103,7 @@ constexpr std::array readables{
     Readable{capi::PP_UNIQUE_CONTAINER, uniqueContainerName},
     Readable{capi::PP_PROVTYPE, [](const Request& r) { number(r, r.context.provider().type); }},
     Readable{capi::PP_KEYSPEC, [](const Request& r) { number(r, capi::AT_KEYEXCHANGE | capi::AT_SIGNATURE); }},
+    Readable{capi::PP_SKIPPED_ENTRIES, skippedEntries},
     Readable{capi::PP_PIN_TRIES_REMAINING, [](const Request& r) { number(r, r.context.pinTriesRemaining()); }},
 };
 

@@ -3,7 +3,7 @@
 #include "asn1/der.hpp"
 #include "core/files.hpp"
 #include "core/hex.hpp"
-#include "core/warning.hpp"
+#include "core/skipped.hpp"
 #include "x509/crl.hpp"
 #include "x509/x509_der.hpp"
 
@@ -127,13 +127,16 @@ std::optional<Bytes> readCrlFile(const fs::path& file) {
         const auto contents = files::read(file, largestCrl);
         auto octets = contents ? crlDer(*contents) : std::nullopt;
         if (contents && (!octets || !crlHead(*octets))) {
-            warn("not a CRL, left out: " + file.string());
+            noteSkipped(file, capi::ERROR_INVALID_DATA);
             return std::nullopt;
         }
         return octets;
     } catch (const ApiError& error) {
-        warn("CRL cannot be read or is too large, left out (" + std::to_string(error.code()) + "): " + file.string());
-        return std::nullopt;
+        noteSkipped(file, error.code());
+        if (error.code() == capi::ERROR_INVALID_DATA || error.code() == capi::ERROR_ACCESS_DENIED) {
+            return std::nullopt;
+        }
+        throw;
     }
 }
 
@@ -163,18 +166,18 @@ CrlSummary addCrl(const fs::path& directory, ByteView contents, ByteView signerK
     return summary;
 }
 
-std::vector<CrlSummary> listCrls(const fs::path& directory) {
-    std::vector<CrlSummary> list;
+CrlList listCrls(const fs::path& directory) {
+    CrlList list;
     for (const fs::path& file : crlFiles(directory)) {
-        const auto octets = readCrlFile(file);
-        if (!octets) {
-            continue;
-        }
         try {
-            list.push_back(summarizeCrl(*octets));
-            list.back().file = file.filename().string();
-        } catch (const ApiError&) {
-            warn("not a CRL, left out: " + file.string());
+            const auto octets = files::read(file, largestCrl);
+            if (octets) { // else it went meanwhile
+                list.crls.push_back(summarizeCrl(*octets));
+                list.crls.back().file = file.filename().string();
+            }
+        } catch (const ApiError& error) {
+            const bool malformed = error.code() == capi::CRYPT_E_ASN1_CORRUPT;
+            list.unusable.push_back({file.string(), malformed ? capi::ERROR_INVALID_DATA : error.code()});
         }
     }
     return list;

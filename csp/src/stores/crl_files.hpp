@@ -6,6 +6,7 @@
 /// that it takes the place of no other.
 
 #include "core/bytes.hpp"
+#include "stores/store.hpp"
 
 #include <cstdint>
 #include <ctime>
@@ -25,8 +26,9 @@ inline constexpr std::string_view crlFileSuffix = ".crl";
 /// cannot be read.
 std::vector<std::filesystem::path> crlFiles(const std::filesystem::path& directory);
 
-/// DER of the CRL in a file, not decoded. Nullopt, with a warning that names the file, when it cannot be read, is too
-/// large or is not a CRL.
+/// DER of the CRL in a file, not decoded. Nullopt when it is gone; also when it may not be read, is too large or is not
+/// a CRL: then it is named as skipped (core/skipped.hpp). ApiError when the disk fails or descriptors run out: without
+/// the list, a revoked certificate would pass.
 std::optional<Bytes> readCrlFile(const std::filesystem::path& file);
 
 /// What a CRL says of itself.
@@ -51,8 +53,13 @@ CrlSummary summarizeCrl(ByteView contents);
 /// of `summarizeCrl`; CRYPT_E_EXISTS when the one in its place is as new or newer.
 CrlSummary addCrl(const std::filesystem::path& directory, ByteView contents, ByteView signerKey);
 
-/// Summaries of the folder's readable CRLs, by file name.
-std::vector<CrlSummary> listCrls(const std::filesystem::path& directory);
+struct CrlList {
+    std::vector<CrlSummary> crls;        ///< by file name
+    std::vector<UnusableEntry> unusable; ///< CRL files that are not among them
+};
+
+/// The folder's CRLs. ApiError when the folder cannot be listed.
+CrlList listCrls(const std::filesystem::path& directory);
 
 /// Deletes a file that `listCrls` names. ApiError(CRYPT_E_NOT_FOUND) when there is no CRL file of that name.
 void deleteCrl(const std::filesystem::path& directory, const std::string& file);

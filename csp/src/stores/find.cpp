@@ -1,6 +1,7 @@
 #include "stores/find.hpp"
 
 #include "asn1/der.hpp"
+#include "core/hex.hpp"
 #include "stores/context.hpp"
 #include "x509/blob.hpp"
 #include "x509/compare_keys.hpp"
@@ -23,23 +24,54 @@ const T& parameterAs(const void* parameter) {
     return *static_cast<const T*>(parameter);
 }
 
-Criterion blobCriterion(const void* parameter, ByteView (*part)(const Certificate&)) {
-    const ByteView wanted = blobView(parameterAs<CRYPTOAPI_BLOB>(parameter));
-    return [wanted, part](const Certificate& candidate) { return std::ranges::equal(part(candidate), wanted); };
+using Part = ByteView (*)(const Certificate&);
+
+Criterion blobCriterion(ByteView wanted, Part part, SearchPlace place = {}) {
+    return {[wanted, part](const Certificate& candidate) { return std::ranges::equal(part(candidate), wanted); },
+            std::move(place)};
 }
 
-/// The very same certificate: anybody can make another with its issuer and serial number.
+ByteView blobAs(const void* parameter) {
+    return blobView(parameterAs<CRYPTOAPI_BLOB>(parameter));
+}
+
+ByteView subjectOf(const Certificate& held) {
+    return blobView(held.info().Subject);
+}
+
+Criterion thumbprintCriterion(ByteView wanted) {
+    return blobCriterion(wanted, [](const Certificate& held) { return ByteView{held.thumbprint()}; }, {toHex(wanted)});
+}
+
+/// The very certificate: another of the same issuer and serial number is not it.
 Criterion existingCriterion(const void* parameter) {
     const ContextTarget wanted = contextTarget(static_cast<PCCERT_CONTEXT>(parameter));
-    return [wanted](const Certificate& candidate) {
-        return std::ranges::equal(candidate.encoded(), wanted.certificate->encoded());
-    };
+    return {[wanted](const Certificate& candidate) {
+                return std::ranges::equal(candidate.encoded(), wanted.certificate->encoded());
+            },
+            {toHex(wanted.certificate->thumbprint())}};
 }
 
 Criterion textCriterion(const void* parameter) {
-    return [wanted = foldCase(&parameterAs<wchar_t>(parameter))](const Certificate& candidate) {
+    return {[wanted = foldCase(&parameterAs<wchar_t>(parameter))](const Certificate& candidate) {
         return foldCase(subjectText(candidate)).find(wanted) != std::wstring::npos;
-    };
+    }};
+}
+
+Criterion publicKeyCriterion(const CERT_PUBLIC_KEY_INFO& wanted) {
+    return {[&wanted](const Certificate& held) { return samePublicKey(held.info().SubjectPublicKeyInfo, wanted); },
+            {{}, {{SearchBy::PublicKey, publicKeyNumber(wanted)}}}};
+}
+
+Criterion keyIdentifierCriterion(ByteView wanted) {
+    return {[wanted](const Certificate& candidate) {
+                try {
+                    return std::ranges::equal(candidate.keyIdentifier(), wanted);
+                } catch (const ApiError&) {
+                    return false; // a malformed extension names no key
+                }
+            },
+            {{}, {{SearchBy::KeyIdentifier, keyIdentifierNumber(wanted)}}}};
 }
 
 } // namespace
@@ -47,17 +79,16 @@ Criterion textCriterion(const void* parameter) {
 Criterion criterion(DWORD findType, const void* parameter) {
     switch (findType) {
     case capi::CERT_FIND_ANY:
-        return [](const Certificate&) { return true; };
+        return {[](const Certificate&) { return true; }};
     case capi::CERT_FIND_SHA1_HASH:
-        return blobCriterion(parameter, [](const Certificate& held) { return ByteView{held.thumbprint()}; });
+        return thumbprintCriterion(blobAs(parameter));
     case capi::CERT_FIND_SUBJECT_NAME:
-        return blobCriterion(parameter, [](const Certificate& held) { return blobView(held.info().Subject); });
+        return blobCriterion(blobAs(parameter), subjectOf,
+                             {{}, {{SearchBy::Subject, subjectNumber(blobAs(parameter))}}});
     case capi::CERT_FIND_ISSUER_NAME:
-        return blobCriterion(parameter, [](const Certificate& held) { return blobView(held.info().Issuer); });
+        return blobCriterion(blobAs(parameter), [](const Certificate& held) { return blobView(held.info().Issuer); });
     case capi::CERT_FIND_PUBLIC_KEY:
-        return [&wanted = parameterAs<CERT_PUBLIC_KEY_INFO>(parameter)](const Certificate& held) {
-            return samePublicKey(held.info().SubjectPublicKeyInfo, wanted);
-        };
+        return publicKeyCriterion(parameterAs<CERT_PUBLIC_KEY_INFO>(parameter));
     case capi::CERT_FIND_SUBJECT_STR:
         return textCriterion(parameter);
     case capi::CERT_FIND_SUBJECT_CERT:
@@ -72,24 +103,10 @@ Criterion criterion(DWORD findType, const void* parameter) {
 Criterion subjectCriterion(const CERT_INFO& id) {
     const ByteView keyIdentifier = keyIdentifierOf(id);
     if (!keyIdentifier.empty()) {
-        return [keyIdentifier](const Certificate& candidate) {
-            try {
-                return std::ranges::equal(candidate.keyIdentifier(), keyIdentifier);
-            } catch (const ApiError&) {
-                return false; // a malformed extension names no key
-            }
-        };
+        return keyIdentifierCriterion(keyIdentifier);
     }
-    return [&id](const Certificate& candidate) { return sameIssuerAndSerial(candidate.info(), id); };
-}
-
-std::shared_ptr<Certificate> findNext(Store& store, const Certificate* previous, const Criterion& meets) {
-    for (auto& candidate : store.certificates()) {
-        if ((previous == nullptr || candidate->ordinal() > previous->ordinal()) && meets(*candidate)) {
-            return candidate;
-        }
-    }
-    return nullptr;
+    return {[&id](const Certificate& candidate) { return sameIssuerAndSerial(candidate.info(), id); },
+            {{}, {{SearchBy::IssuerAndSerial, issuerAndSerialNumber(id)}}}};
 }
 
 ByteView keyIdentifierOf(const CERT_INFO& id) {

@@ -19,6 +19,13 @@ std::vector<std::shared_ptr<Certificate>> MemoryStore::certificates() {
     return certificates_;
 }
 
+Match MemoryStore::next(std::uint64_t after, const Criterion& wanted) {
+    const std::lock_guard lock(mutex_);
+    auto candidate = std::ranges::upper_bound(certificates_, after, {}, &Certificate::ordinal);
+    candidate = std::find_if(candidate, certificates_.end(), [&](const auto& held) { return wanted.meets(*held); });
+    return {candidate == certificates_.end() ? nullptr : *candidate};
+}
+
 std::vector<StoredCrl> MemoryStore::crls() {
     std::vector<StoredCrl> list;
     for (const Bytes& der : crls_) {

@@ -15,6 +15,7 @@ public:
     MemoryStore(const std::vector<Bytes>& certificates, std::vector<Bytes> crls);
 
     std::vector<std::shared_ptr<Certificate>> certificates() override;
+    Match next(std::uint64_t after, const Criterion& wanted) override;
     std::vector<StoredCrl> crls() override;
     std::shared_ptr<Certificate> add(const Certificate& certificate, AddRule rule) override;
     void remove(const Certificate& certificate) override;

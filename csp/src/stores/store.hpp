@@ -3,6 +3,7 @@
 /// Certificate stores: what an HCERTSTORE stands for.
 
 #include "core/handle_table.hpp"
+#include "stores/search_keys.hpp"
 #include "x509/certificate.hpp"
 
 #include <functional>
@@ -25,6 +26,26 @@ struct StoredCrl {
     std::string name; ///< for messages: the file's path, or where else it stands
 };
 
+/// What a search wants: a certificate for which `meets` is true, which is to be found at `place`.
+struct Criterion {
+    std::function<bool(const Certificate&)> meets;
+    SearchPlace place{};
+};
+
+/// Result of a search.
+struct Match {
+    std::shared_ptr<Certificate> certificate; ///< null: none was found
+    /// When none was found: why an entry that may be meant cannot be read (a CryptoAPI code); 0 when there is no such
+    /// entry, so that the answer is certain.
+    DWORD unread = 0;
+};
+
+/// An entry of a store that is not one of its certificates or CRLs.
+struct UnusableEntry {
+    std::string file;
+    DWORD code = 0; ///< ERROR_INVALID_DATA for wrong contents, else why it cannot be read
+};
+
 /// A set of certificates. Thread-safe.
 class Store {
 public:
@@ -33,12 +54,16 @@ public:
     Store& operator=(const Store&) = delete;
     virtual ~Store() = default;
 
-    /// What is there now, by growing ordinal.
+    /// What is there now, by growing ordinal. ApiError when the store cannot be read; entries that cannot are left out.
     virtual std::vector<std::shared_ptr<Certificate>> certificates() = 0;
+    /// The first certificate after the ordinal `after` (0: from the start) that meets the criterion. A search from the
+    /// start sees what is there now, one that goes on what was there at its start. ApiError when the store cannot be
+    /// read.
+    virtual Match next(std::uint64_t after, const Criterion& wanted) = 0;
     /// What is there now. A file that cannot be read, is too large or is not a CRL is left out with a warning.
     virtual std::vector<StoredCrl> crls() = 0;
-    /// Names of what stands in the store and cannot be read as one of its certificates.
-    virtual std::vector<std::string> unreadable() { return {}; }
+    /// What stands in the store and cannot be read as one of its certificates.
+    virtual std::vector<UnusableEntry> unusable() { return {}; }
     /// Adds a copy of `certificate`, properties included; gives the store's own element.
     virtual std::shared_ptr<Certificate> add(const Certificate& certificate, AddRule rule) = 0;
     /// ApiError(CRYPT_E_NOT_FOUND) when the certificate is not there any more.

@@ -1,17 +1,19 @@
 #include "stores/system_store.hpp"
 
 #include "core/files.hpp"
+#include "core/folder.hpp"
 #include "core/hex.hpp"
 #include "core/home.hpp"
 #include "core/immortal.hpp"
+#include "core/skipped.hpp"
 #include "crypto/key_pair.hpp"
 #include "stores/crl_files.hpp"
 #include "stores/store_file.hpp"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <set>
+#include <map>
 
 namespace klunortredi::csp {
 
@@ -47,16 +49,26 @@ std::string_view text(const Bytes& bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()}; // NOLINT
 }
 
-/// Names of the files in a folder that end in `suffix`, in order. A folder that is not there has none.
-std::set<std::string> filesIn(const fs::path& directory, std::string_view suffix) {
-    std::set<std::string> names;
-    for (const fs::path& entry : files::entries(directory)) {
-        std::string name = entry.filename().string();
-        if (name.ends_with(suffix) && !name.starts_with('.')) {
-            names.insert(std::move(name));
-        }
-    }
-    return names;
+/// How long a list of names is used without a look at the folder itself: changes that leave its stamp as it was, made
+/// while this process changed it too, are seen after that time at the latest.
+constexpr std::chrono::seconds listLife{2};
+/// Files without search numbers that every process reads in each search by number: together some milliseconds. Of a
+/// larger store, an index of its size is not written again for a few certificates.
+constexpr std::size_t mostUnindexed = 64;
+constexpr std::size_t unindexedPart = 256; ///< one of so many more
+
+bool isThumbprint(std::string_view name) {
+    constexpr std::size_t digits = 40;
+    return name.size() == digits && name.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+std::string stemOf(const std::string& name) {
+    return name.substr(0, name.size() - certificateSuffix.size());
+}
+
+bool isLink(const fs::path& path) {
+    std::error_code ignored;
+    return fs::is_symlink(fs::symlink_status(path, ignored));
 }
 
 } // namespace
@@ -94,13 +106,60 @@ std::vector<std::shared_ptr<Certificate>> SystemStore::certificates() {
     const std::lock_guard lock(mutex_);
     refresh();
     std::vector<std::shared_ptr<Certificate>> list;
-    for (const auto& [thumbprint, held] : held_) {
-        if (held.certificate) {
-            list.push_back(held.certificate);
+    for (StoreEntry* entry = list_.after(0); entry != nullptr; entry = list_.after(entry->ordinal)) {
+        if (auto certificate = load(*entry)) {
+            list.push_back(std::move(certificate));
         }
     }
-    std::ranges::sort(list, {}, &Certificate::ordinal);
+    keepIndex();
     return list;
+}
+
+Match SystemStore::next(std::uint64_t after, const Criterion& wanted) {
+    const std::lock_guard lock(mutex_);
+    const std::string& thumbprint = wanted.place.thumbprint;
+    if (!thumbprint.empty()) { // its name says where it is: the folder's list is not needed
+        const bool known = list_.find(thumbprint) != nullptr;
+        Match found = isThumbprint(thumbprint) ? nextOf({&list_.at(thumbprint)}, after, wanted) : Match{};
+        if (!known && !found.certificate) {
+            list_.erase(thumbprint);
+        }
+        return found;
+    }
+    if (after == 0 || !listed_) {
+        refresh();
+    }
+    Match found = wanted.place.number ? nextOf(list_.candidates(*wanted.place.number), after, wanted)
+                                      : nextAnywhere(after, wanted);
+    if (!found.certificate || wanted.place.number) {
+        keepIndex();
+    }
+    return found;
+}
+
+Match SystemStore::nextOf(const std::vector<StoreEntry*>& candidates, std::uint64_t after, const Criterion& wanted) {
+    Match found;
+    for (StoreEntry* const entry : candidates) {
+        const auto certificate = load(*entry);
+        if (certificate && entry->ordinal > after && wanted.meets(*certificate)) {
+            return {certificate};
+        }
+        found.unread = entry->unread() ? entry->trouble : found.unread;
+    }
+    return found;
+}
+
+Match SystemStore::nextAnywhere(std::uint64_t after, const Criterion& wanted) {
+    for (StoreEntry* entry = list_.after(after); entry != nullptr; entry = list_.after(entry->ordinal)) {
+        if (auto certificate = load(*entry); certificate && wanted.meets(*certificate)) {
+            return {std::move(certificate)};
+        }
+    }
+    Match nothing;
+    for (StoreEntry* entry = list_.after(0); entry != nullptr; entry = list_.after(entry->ordinal)) {
+        nothing.unread = entry->unread() ? entry->trouble : nothing.unread;
+    }
+    return nothing;
 }
 
 std::vector<StoredCrl> SystemStore::crls() {
@@ -113,35 +172,32 @@ std::vector<StoredCrl> SystemStore::crls() {
     return list;
 }
 
-std::vector<std::string> SystemStore::unreadable() {
+std::vector<UnusableEntry> SystemStore::unusable() {
     const std::lock_guard lock(mutex_);
     refresh();
-    std::vector<std::string> names;
-    if (!exists() && fs::is_symlink(fs::symlink_status(directory_))) {
-        names.push_back(directory_.string());
+    std::vector<UnusableEntry> found;
+    if (!stamp_ && isLink(directory_)) {
+        found.push_back({directory_.string(), capi::ERROR_INVALID_DATA});
     }
-    for (const fs::path& entry : files::entries(directory_)) {
-        const std::string name = entry.filename().string();
-        if (name.starts_with('.') || name.ends_with(crlFileSuffix)) {
-            continue;
+    for (StoreEntry* entry = list_.after(0); entry != nullptr; entry = list_.after(entry->ordinal)) {
+        load(*entry);
+        if (entry->trouble != 0) {
+            found.push_back({fileOf(entry->thumbprint).string(), entry->trouble});
         }
-        const auto held = name.ends_with(certificateSuffix)
-                              ? held_.find(name.substr(0, name.size() - certificateSuffix.size()))
-                              : held_.end();
+    }
+    for (const std::string& name : others_) {
         std::error_code gone;
-        if ((held == held_.end() || !held->second.certificate) && fs::exists(fs::symlink_status(entry, gone))) {
-            names.push_back(entry.string());
+        if (!name.ends_with(crlFileSuffix) && fs::exists(fs::symlink_status(directory_ / name, gone))) {
+            found.push_back({(directory_ / name).string(), capi::ERROR_INVALID_DATA});
         }
     }
-    return names;
+    return found;
 }
 
 std::shared_ptr<Certificate> SystemStore::add(const Certificate& certificate, AddRule rule) {
     const std::lock_guard lock(mutex_);
     files::makeDirectories(directory_);
-    const files::Lock folderLock(directory_);
-    files::removeStaleTemporaries(directory_);
-    refresh();
+    const files::Lock folderLock = lockFolder();
     const auto existing = sameIn(certificate);
     if (!existing || rule == AddRule::Always) {
         return addNew(certificate, certificate.properties());
@@ -158,16 +214,20 @@ std::shared_ptr<Certificate> SystemStore::add(const Certificate& certificate, Ad
     return replace(*existing, certificate);
 }
 
-/// The certificate itself, else one of the same issuer and serial number, else null.
-std::shared_ptr<Certificate> SystemStore::sameIn(const Certificate& certificate) const {
-    const auto itself = held_.find(toHex(certificate.thumbprint()));
-    if (itself != held_.end() && itself->second.certificate) {
-        return itself->second.certificate;
+/// The certificate itself, else one of the same issuer and serial number, else null. ApiError when a file that may be
+/// meant cannot be read.
+std::shared_ptr<Certificate> SystemStore::sameIn(const Certificate& certificate) {
+    StoreEntry* const itself = list_.find(toHex(certificate.thumbprint()));
+    if (auto held = itself == nullptr ? nullptr : load(*itself)) {
+        return held;
     }
-    const auto same = std::ranges::find_if(held_, [&](const auto& item) {
-        return item.second.certificate && sameIssuerAndSerial(item.second.certificate->info(), certificate.info());
-    });
-    return same == held_.end() ? nullptr : same->second.certificate;
+    const Criterion same{[&](const Certificate& held) { return sameIssuerAndSerial(held.info(), certificate.info()); }};
+    Match found =
+        nextOf(list_.candidates({SearchBy::IssuerAndSerial, issuerAndSerialNumber(certificate.info())}), 0, same);
+    if (found.unread != 0) { // only where nothing was found
+        fail(found.unread);
+    }
+    return found.certificate;
 }
 
 std::shared_ptr<Certificate> SystemStore::replace(const Certificate& existing, const Certificate& certificate) {
@@ -184,23 +244,24 @@ std::shared_ptr<Certificate> SystemStore::replace(const Certificate& existing, c
         fail(capi::CRYPT_E_EXISTS);
     }
     const std::string replaced = toHex(existing.thumbprint());
-    const fs::path file = fileOf(existing);
     // The new file stands before the old one goes: a crash between leaves both, never none.
     auto added = addNew(certificate, properties);
-    static_cast<void>(files::removeDurably(file));
-    held_.erase(replaced);
+    static_cast<void>(files::removeDurably(fileOf(replaced)));
+    list_.erase(replaced);
+    settle();
     return added;
 }
 
 void SystemStore::remove(const Certificate& certificate) {
     const std::lock_guard lock(mutex_);
-    if (!exists()) {
+    if (!files::stampOf(directory_)) {
         fail(capi::CRYPT_E_NOT_FOUND);
     }
-    const files::Lock folderLock(directory_);
-    files::removeStaleTemporaries(directory_);
-    const bool removed = files::removeDurably(fileOf(certificate));
-    held_.erase(toHex(certificate.thumbprint()));
+    const files::Lock folderLock = lockFolder();
+    const std::string thumbprint = toHex(certificate.thumbprint());
+    const bool removed = files::removeDurably(fileOf(thumbprint));
+    list_.erase(thumbprint);
+    settle();
     if (!removed) {
         fail(capi::CRYPT_E_NOT_FOUND);
     }
@@ -208,82 +269,195 @@ void SystemStore::remove(const Certificate& certificate) {
 
 void SystemStore::change(Certificate& certificate, const std::function<void(Properties&)>& change) {
     const std::lock_guard lock(mutex_);
-    if (!exists()) {
+    if (!files::stampOf(directory_)) {
         return certificate.changeProperties(change);
     }
-    const files::Lock folderLock(directory_);
-    files::removeStaleTemporaries(directory_);
-    refresh();
-    const auto held = held_.find(toHex(certificate.thumbprint()));
-    if (held == held_.end() || !held->second.certificate) {
+    const files::Lock folderLock = lockFolder();
+    StoreEntry* const entry = list_.find(toHex(certificate.thumbprint()));
+    const auto held = entry == nullptr ? nullptr : load(*entry);
+    if (entry != nullptr && entry->unread()) {
+        fail(entry->trouble); // what it holds would be lost
+    }
+    if (!held) {
         return certificate.changeProperties(change);
     }
-    Properties changed = held->second.certificate->properties();
+    Properties changed = held->properties();
     change(changed);
-    write(held->second.certificate, changed);
-    if (held->second.certificate.get() != &certificate) {
+    write(held, changed);
+    if (held.get() != &certificate) {
         certificate.setProperties(std::move(changed)); // a context from before the file was deleted and added again
     }
 }
 
-fs::path SystemStore::fileOf(const Certificate& certificate) const {
-    return directory_ / (toHex(certificate.thumbprint()) + std::string(certificateSuffix));
+fs::path SystemStore::fileOf(const std::string& thumbprint) const {
+    return directory_ / (thumbprint + std::string(certificateSuffix));
 }
 
-SystemStore::Stamp SystemStore::stampOf(const fs::path& file) {
-    struct stat status {};
-    if (stat(file.c_str(), &status) != 0) {
-        return {};
-    }
-    return {status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+bool SystemStore::listIsFresh(const std::optional<files::Stamp>& stamp) const {
+    return listed_ && !unsettled_ && stamp == stamp_ && std::chrono::steady_clock::now() - listedAt_ < listLife;
 }
 
 void SystemStore::refresh() {
-    const std::set<std::string> names = filesIn(directory_, certificateSuffix);
-    std::erase_if(held_,
-                  [&](const auto& item) { return !names.contains(item.first + std::string(certificateSuffix)); });
+    const auto stamp = files::stampOf(directory_);
+    if (listIsFresh(stamp)) {
+        return;
+    }
+    listed_ = false;
+    unsettled_ = stamp && files::mayChangeUnseen(*stamp);
+    takeNames(files::names(directory_));
+    stamp_ = stamp;
+    listedAt_ = std::chrono::steady_clock::now();
+    listed_ = true;
+}
+
+void SystemStore::takeNames(const std::vector<std::string>& names) {
+    std::vector<std::string> thumbprints;
+    std::size_t unknown = 0;
+    bool hasIndex = false;
+    others_.clear();
+    temporaries_.clear();
     for (const std::string& name : names) {
-        const Stamp stamp = stampOf(directory_ / name);
-        const std::string thumbprint = name.substr(0, name.size() - certificateSuffix.size());
-        Held& held = held_[thumbprint];
-        if (held.stamp != stamp) {
-            load(thumbprint, stamp, held);
+        if (name.starts_with('.')) {
+            hasIndex = hasIndex || name == indexFileName;
+            if (files::isTemporary(name)) {
+                temporaries_.push_back(name);
+            }
+        } else if (name.ends_with(certificateSuffix) && isThumbprint(stemOf(name))) {
+            thumbprints.push_back(stemOf(name));
+            unknown += list_.knows(thumbprints.back()) ? 0U : 1U;
+        } else {
+            others_.push_back(name);
         }
+    }
+    list_.setNames(thumbprints, hasIndex && unknown > mostUnindexed ? readStoreIndex(directory_) : StoreIndex{});
+}
+
+/// The lock that every change of the folder holds, with the folder's state as it is then.
+files::Lock SystemStore::lockFolder() {
+    files::Lock lock(directory_);
+    refresh();
+    for (const std::string& name : temporaries_) {
+        std::error_code ignored; // it is in nobody's way
+        fs::remove(directory_ / name, ignored);
+    }
+    temporaries_.clear();
+    return lock;
+}
+
+/// After a change under the lock: the list is up to date as it is.
+void SystemStore::settle() {
+    const auto before = stamp_;
+    stamp_ = before ? files::advanceStamp(directory_, *before) : files::stampOf(directory_);
+    unsettled_ = !stamp_ || stamp_ == before;
+}
+
+/// The certificate of an entry, as its file is now; null when the file is gone or not usable.
+std::shared_ptr<Certificate> SystemStore::load(StoreEntry& entry) {
+    const fs::path file = fileOf(entry.thumbprint);
+    try {
+        const auto stamp = files::stampOf(file);
+        const bool same = stamp && stamp == entry.stamp && !entry.unread();
+        entry.stamp = stamp;
+        if (!same) {
+            entry.trouble = 0;
+            if (stamp) {
+                read(entry);
+            } else if (isLink(file)) { // to nowhere
+                entry.trouble = capi::ERROR_FILE_NOT_FOUND;
+            }
+        }
+    } catch (const ApiError& error) {
+        entry.trouble = error.code();
+    }
+    if (entry.trouble != 0) {
+        noteSkipped(file, entry.trouble);
+    }
+    auto certificate = entry.present();
+    if (certificate && !entry.keys) {
+        list_.setKeys(entry, searchKeysOf(*certificate));
+    }
+    return certificate;
+}
+
+/// Reads the file of an entry. ApiError when it cannot be read, or (ERROR_INVALID_DATA) is not what its name says.
+void SystemStore::read(StoreEntry& entry) {
+    const auto contents = files::read(fileOf(entry.thumbprint));
+    if (!contents) {
+        entry.stamp.reset();
+        return;
+    }
+    auto file = parseStoreFile(text(*contents));
+    if (!file) {
+        fail(capi::ERROR_INVALID_DATA);
+    }
+    std::shared_ptr<Certificate> read;
+    try {
+        read = std::make_shared<Certificate>(file->der, file->properties, entry.ordinal);
+    } catch (const ApiError&) {
+        fail(capi::ERROR_INVALID_DATA);
+    }
+    if (toHex(read->thumbprint()) != entry.thumbprint) {
+        fail(capi::ERROR_INVALID_DATA);
+    }
+    list_.setKeys(entry, searchKeysOf(*read));
+    if (entry.certificate) {
+        entry.certificate->setProperties(std::move(file->properties));
+    } else {
+        entry.certificate = std::move(read);
     }
 }
 
-void SystemStore::load(const std::string& thumbprint, const Stamp& stamp, Held& held) const {
-    held.stamp = stamp;
-    std::optional<StoreFile> file;
-    std::shared_ptr<Certificate> read;
-    try {
-        const auto contents = files::read(directory_ / (thumbprint + std::string(certificateSuffix)));
-        file = contents ? parseStoreFile(text(*contents)) : std::nullopt;
-        read = file ? std::make_shared<Certificate>(file->der, file->properties) : nullptr;
-    } catch (const ApiError&) {
-        read = nullptr; // unreadable or no certificate: passed over, the others still serve
+/// Writes the index when too many certificates are not in it and nobody else changes the folder just now.
+void SystemStore::keepIndex() {
+    if (indexRefused_ || list_.unindexed() <= mostUnindexed + list_.size() / unindexedPart) {
+        return;
     }
-    if (!read || toHex(read->thumbprint()) != thumbprint) {
-        held.certificate = nullptr;
-    } else if (held.certificate) {
-        held.certificate->setProperties(std::move(file->properties));
-    } else {
-        held.certificate = std::move(read);
+    try {
+        const auto lock = files::Lock::tryTake(directory_);
+        if (lock) {
+            writeIndex();
+        }
+    } catch (const ApiError&) {
+        indexRefused_ = true;
+    }
+}
+
+/// To be called with the folder's lock held. Only the folder's owner writes here: a file of another user would stay.
+void SystemStore::writeIndex() {
+    struct stat status {};
+    if (indexRefused_ || ::stat(directory_.c_str(), &status) != 0 || status.st_uid != ::geteuid()) {
+        indexRefused_ = true;
+        return;
+    }
+    try {
+        files::writeAtomically(directory_ / indexFileName, formatStoreIndex(list_.index()));
+        list_.setIndexed();
+    } catch (const ApiError&) { // a full disk, a read-only folder: the certificates' own files serve
+        indexRefused_ = true;
     }
 }
 
 void SystemStore::write(const std::shared_ptr<Certificate>& certificate, const Properties& properties) {
-    const fs::path file = fileOf(*certificate);
+    const std::string thumbprint = toHex(certificate->thumbprint());
+    const fs::path file = fileOf(thumbprint);
     files::writeAtomically(file, octets(formatStoreFile(*certificate, properties)));
     certificate->setProperties(properties);
-    held_[toHex(certificate->thumbprint())] = {stampOf(file), certificate};
+    StoreEntry& entry = list_.at(thumbprint);
+    entry.certificate = certificate;
+    entry.trouble = 0;
+    entry.stamp = files::stampOf(file);
+    list_.setKeys(entry, searchKeysOf(*certificate));
+    if (list_.unindexed() > mostUnindexed + list_.size() / unindexedPart) {
+        writeIndex();
+    }
+    settle();
 }
 
 std::shared_ptr<Certificate> SystemStore::addNew(const Certificate& certificate, const Properties& properties) {
-    const auto held = held_.find(toHex(certificate.thumbprint()));
-    const auto element = held != held_.end() && held->second.certificate
-                             ? held->second.certificate
-                             : std::make_shared<Certificate>(certificate.encoded());
+    const StoreEntry& entry = list_.at(toHex(certificate.thumbprint()));
+    const auto held = entry.present();
+    const auto element =
+        held ? held : std::make_shared<Certificate>(certificate.encoded(), Properties{}, entry.ordinal);
     write(element, properties);
     return element;
 }

@@ -1,5 +1,6 @@
 #include "text/messages.hpp"
 
+#include "capi/skipped_entries.hpp"
 #include "core/error.hpp"
 #include "text/unicode.hpp"
 
@@ -16,12 +17,14 @@ constexpr std::array texts{
     ErrorText{ERROR_SUCCESS, "Операция успешно завершена."},
     ErrorText{ERROR_FILE_NOT_FOUND, "Не найдено: такого файла или такого вида данных нет."},
     ErrorText{ERROR_PATH_NOT_FOUND, "Путь не найден: часть его не является каталогом."},
+    ErrorText{ERROR_TOO_MANY_OPEN_FILES, "Открыто слишком много файлов."},
     ErrorText{ERROR_ACCESS_DENIED, "Отказано в доступе. Проверьте права на файл или каталог."},
     ErrorText{ERROR_INVALID_HANDLE, "Неверный дескриптор: объект не существует или уже закрыт."},
     ErrorText{ERROR_NOT_ENOUGH_MEMORY, "Недостаточно памяти для выполнения операции."},
     ErrorText{ERROR_INVALID_DATA, "Недопустимые данные."},
     ErrorText{ERROR_NO_MORE_FILES, "Больше нет файлов."},
     ErrorText{ERROR_WRITE_FAULT, "Не удалось записать данные на диск."},
+    ErrorText{ERROR_READ_FAULT, "Не удалось прочитать данные с диска."},
     ErrorText{ERROR_SHARING_VIOLATION, "Файл занят другим процессом. Повторите попытку позже."},
     ErrorText{ERROR_NOT_SUPPORTED, "Такая операция не поддерживается."},
     ErrorText{ERROR_INVALID_PARAMETER, "Параметр задан неверно."},

@@ -13,19 +13,19 @@ namespace klunortredi::csp {
 
 namespace {
 
-std::uint64_t nextOrdinal() {
-    static std::atomic<std::uint64_t> last{0};
-    return ++last;
-}
-
 Bytes sha1(ByteView data) {
     return Digest::of(*findDigest(capi::CALG_SHA1), data);
 }
 
 } // namespace
 
+std::uint64_t Certificate::takeOrdinal() {
+    static std::atomic<std::uint64_t> last{0};
+    return ++last;
+}
+
 Certificate::Certificate(ByteView der, Properties properties, std::uint64_t ordinal)
-    : info_(der), thumbprint_(sha1(der)), ordinal_(ordinal == 0 ? nextOrdinal() : ordinal),
+    : info_(der), thumbprint_(sha1(der)), ordinal_(ordinal == 0 ? takeOrdinal() : ordinal),
       properties_(std::move(properties)) {}
 
 Bytes Certificate::keyIdentifier() const {

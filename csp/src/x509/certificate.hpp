@@ -24,6 +24,8 @@ struct KeyHandle {
 /// Thread-safe: the encoding never changes, the properties are guarded.
 class Certificate {
 public:
+    /// The next number of an order that grows through the life of the process.
+    static std::uint64_t takeOrdinal();
     /// Decodes `der` as CertInfo does. `ordinal` 0 takes the next number.
     explicit Certificate(ByteView der, Properties properties = {}, std::uint64_t ordinal = 0);
     Certificate(const Certificate&) = delete;

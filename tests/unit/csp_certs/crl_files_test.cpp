@@ -20,7 +20,7 @@ DWORD codeOf(Call&& call) {
 
 class CrlFiles : public ChainTest {
 protected:
-    [[nodiscard]] std::size_t count() const { return csp::listCrls(folder("ca")).size(); }
+    [[nodiscard]] std::size_t count() const { return csp::listCrls(folder("ca")).crls.size(); }
     /// Adds as the command does: with the key whose signature was verified, if a certificate of the stores has it.
     csp::CrlSummary store(const csp::Bytes& der) const {
         return csp::addCrl(folder("ca"), der, csp::crlSignerKey(der).value_or(csp::Bytes{}));
