@@ -1,6 +1,7 @@
 #include "pin.hpp"
 
 #include "capi/constants.hpp"
+#include "capi/skipped_entries.hpp"
 #include "crypto/wincrypt/wincrypt_handler.hpp"
 #include "current_failure.hpp"
 #include "orvik/plugin/converter.hpp"
@@ -19,10 +20,12 @@ namespace {
 /// Whether a login failed with a code that says nothing about the PIN. Services have many for a wrong one, so it is
 /// these that are named.
 bool saysNothingOfThePin(std::uint32_t code) {
-    constexpr std::uint32_t codes[] = {
-        capi::ERROR_FILE_NOT_FOUND, capi::ERROR_PATH_NOT_FOUND, capi::ERROR_ACCESS_DENIED,
-        capi::ERROR_WRITE_FAULT,    capi::ERROR_DISK_FULL,      capi::ERROR_BUSY,
-        capi::NTE_KEYSET_ENTRY_BAD, capi::NTE_BAD_KEYSET,       capi::NTE_BAD_LEN};
+    constexpr std::uint32_t codes[] = {capi::ERROR_FILE_NOT_FOUND, capi::ERROR_PATH_NOT_FOUND,
+                                       capi::ERROR_ACCESS_DENIED,  capi::ERROR_WRITE_FAULT,
+                                       capi::ERROR_DISK_FULL,      capi::ERROR_BUSY,
+                                       capi::ERROR_READ_FAULT,     capi::ERROR_TOO_MANY_OPEN_FILES,
+                                       capi::NTE_KEYSET_ENTRY_BAD, capi::NTE_BAD_KEYSET,
+                                       capi::NTE_BAD_LEN};
     return isOfTheMachine(code) || std::find(std::begin(codes), std::end(codes), code) != std::end(codes);
 }
 

@@ -1,5 +1,6 @@
 #include "core/files.hpp"
 
+#include "capi/skipped_entries.hpp"
 #include "core/folder.hpp"
 #include "core/warning.hpp"
 
@@ -155,6 +156,8 @@ bool isAccessError(DWORD code) noexcept {
     case capi::ERROR_FILE_NOT_FOUND:
     case capi::ERROR_PATH_NOT_FOUND:
     case capi::ERROR_WRITE_FAULT:
+    case capi::ERROR_READ_FAULT:
+    case capi::ERROR_TOO_MANY_OPEN_FILES:
     case capi::ERROR_BUSY:
         return true;
     default:
