@@ -135,7 +135,8 @@ Result decode(ByteView octets, const Way& way) {
     if (result.readError == 0) {
         if (way.detached) {
             result.readError = feed(message, octets.first(octets.size() / 2), way.cuts);
-        } else if (!way.streamed) {
+        } else if (!way.streamed && number(message, capi::CMSG_TYPE_PARAM) != capi::CMSG_ENVELOPED) {
+            // The content of an encrypted message waits for its key; the target of those compares it.
             result.content = param(message, capi::CMSG_CONTENT_PARAM);
         }
         result.certificates = klunortredi::csp::certificateCarrier(message)->certificates();

@@ -61,21 +61,24 @@ bool matches(const ICertificate& certificate, const std::string& which) {
     return byNumber || text::lower(subjectOf(certificate)).find(which) != std::string::npos;
 }
 
-void checkHasNoCertificates(const std::string& store) {
+/// An empty list of certificates is also what the library returns when the service could not list them. Returns whether
+/// the service has some; throws Failure when it cannot list them.
+bool serviceHasCertificates(const std::string& store) {
     namespace wincrypt = orvik::plugin::wincrypt;
     const orvik::plugin::scoped_handle<void*> opened(
         [&](void*& held) { held = wincrypt::CertOpenSystemStore(0, store.c_str()); },
         [](void*& held) { wincrypt::CertCloseStore(held, 0); });
     const auto* first = opened ? wincrypt::CertEnumCertificatesInStore(opened.get(), nullptr) : nullptr;
-    if (first != nullptr) { // it came meanwhile; the next call shows it
+    if (first != nullptr) {
         wincrypt::CertFreeCertificateContext(first);
-        return;
+        return true;
     }
     const std::uint32_t error = wincrypt::GetLastErrorEx();
     collectSkipped();
     if (firstUnread(skippedEntries()) == nullptr) { // else the list is known to lack some
         checkEmptyList("cannot list the certificates of store " + store, error);
     }
+    return false;
 }
 
 } // namespace
@@ -106,9 +109,9 @@ CertificatePtr certificateFromDer(const std::string& der) {
 
 std::vector<CertificatePtr> storeCertificates(const std::string& store) {
     const orvik::plugin::wincrypt::RegistryCertificateStore registry(store, ICertificateStore::system);
-    const auto found = registry.certificates();
-    if (found.empty()) {
-        checkHasNoCertificates(store);
+    auto found = registry.certificates();
+    if (found.empty() && serviceHasCertificates(store)) { // they came meanwhile, or reading failed once
+        found = registry.certificates();
     }
     collectSkipped();
     std::vector<CertificatePtr> certificates(found.begin(), found.end());

@@ -21,18 +21,21 @@ namespace {
 using orvik::plugin::crypto::IProvider;
 using orvik::plugin::wincrypt::Provider;
 
-/// An empty list of containers is also what the library gives when the service could not list them: the service itself
-/// tells which.
-void checkHasNoContainers(const IProvider& provider) {
+/// An empty list of containers is also what the library returns when the service could not list them. Returns whether
+/// the service has some; throws Failure when it cannot list them.
+bool serviceHasContainers(const IProvider& provider) {
     unsigned error = 0;
     const orvik::plugin::wincrypt::HCRYPTPROV context(provider, &error);
     DWORD length = 0;
-    if (context.get() != 0 &&
-        orvik::plugin::wincrypt::CryptGetProvParam(context.get(), capi::PP_ENUMCONTAINERS, nullptr, &length,
-                                                   capi::CRYPT_FIRST | capi::CRYPT_FQCN) == 0) {
+    if (context.get() != 0) {
+        if (orvik::plugin::wincrypt::CryptGetProvParam(context.get(), capi::PP_ENUMCONTAINERS, nullptr, &length,
+                                                       capi::CRYPT_FIRST | capi::CRYPT_FQCN) != 0) {
+            return true;
+        }
         error = orvik::plugin::wincrypt::GetLastErrorEx();
     }
     checkEmptyList("cannot list the containers of " + text::utf8(provider.name()), error);
+    return false;
 }
 
 } // namespace
@@ -85,9 +88,9 @@ ProviderPtr chooseProvider(const std::string& name) {
 std::vector<Container> containersOf(const std::vector<ProviderPtr>& providers) {
     std::vector<Container> result;
     for (const auto& provider : providers) {
-        const auto paths = provider->containers();
-        if (paths.empty()) {
-            checkHasNoContainers(*provider);
+        auto paths = provider->containers();
+        if (paths.empty() && serviceHasContainers(*provider)) { // they came meanwhile, or reading failed once
+            paths = provider->containers();
         }
         for (const std::wstring& path : paths) {
             const std::string full = text::utf8(path);

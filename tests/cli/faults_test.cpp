@@ -256,13 +256,13 @@ struct Walk {
     }
 };
 
-/// All with KLUNORTREDI_FAULTS=all in the environment; otherwise the quick verbs, and two failures of each.
+/// All with KLUNORTREDI_FAULTS=all in the environment; otherwise the quick verbs, with the first failure.
 std::vector<Walk> walks() {
     const char* const asked = std::getenv("KLUNORTREDI_FAULTS");
     const bool all = asked != nullptr && std::string(asked) == "all";
     std::vector<Walk> rows;
     for (const Verb& verb : everyVerb()) {
-        for (const Failure& failure : std::span(everyFailure).first(all ? everyFailure.size() : 2)) {
+        for (const Failure& failure : std::span(everyFailure).first(all ? everyFailure.size() : 1)) {
             if (all || !verb.derivesKey) {
                 rows.push_back({&verb, &failure});
             }

@@ -25,7 +25,7 @@ struct RunOptions {
     std::string input;                              ///< standard input; empty: /dev/null
     std::string folder;                             ///< working folder; empty: this one's
     int killAtChange = 0;                           ///< SIGKILL before its n-th change on disk; 0: let it run
-    Fault fault;                                    ///< a system call on a file that fails
+    Fault fault{};                                  ///< a system call on a file that fails
     long fileSizeLimit = 0;                         ///< octets a written file may have (RLIMIT_FSIZE); 0: no limit
     long cpuLimit = 0;                              ///< seconds of computing before SIGXCPU (RLIMIT_CPU); 0: no limit
     bool withoutTerminal = true;                    ///< in a session of its own, so that /dev/tty cannot be opened
