@@ -19,8 +19,8 @@ namespace klunortredi::csp::files {
 /// ERROR_ACCESS_DENIED, ENOENT ERROR_FILE_NOT_FOUND, ENOTDIR ERROR_PATH_NOT_FOUND, anything else ERROR_WRITE_FAULT.
 DWORD errorCode(int errnoValue) noexcept;
 
-/// Whether a code of `errorCode`, `readErrorCode` or of a lock says that the disk, the rights or the limits of the process were in the
-/// way: it says nothing about what a file holds.
+/// Whether a code of `errorCode`, `readErrorCode` or of a lock says that the disk, the rights or the limits of the
+/// process were in the way: it says nothing about what a file holds.
 bool isAccessError(DWORD code) noexcept;
 
 /// Owner of a file descriptor.
