@@ -1,5 +1,6 @@
 #include "certificates.hpp"
 
+#include "capi/constants.hpp"
 #include "crypto/wincrypt/certificate.hpp"
 #include "crypto/wincrypt/certificate_store.hpp"
 #include "crypto/wincrypt/scoped_handle.hpp"
@@ -21,6 +22,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <tuple>
 
 namespace klunortredi::cli {
 
@@ -61,13 +63,56 @@ bool matches(const ICertificate& certificate, const std::string& which) {
     return byNumber || text::lower(subjectOf(certificate)).find(which) != std::string::npos;
 }
 
+orvik::plugin::scoped_handle<void*> openStore(const std::string& store) {
+    namespace wincrypt = orvik::plugin::wincrypt;
+    return orvik::plugin::scoped_handle<void*>(
+        [&](void*& held) { held = wincrypt::CertOpenSystemStore(0, store.c_str()); },
+        [](void*& held) { wincrypt::CertCloseStore(held, 0); });
+}
+
+/// The certificate of a store with that whole thumbprint, found without reading the others; null when `which` is not a
+/// whole thumbprint or none has it.
+CertificatePtr withThumbprint(const std::string& store, const std::string& which) {
+    namespace wincrypt = orvik::plugin::wincrypt;
+    constexpr std::size_t digitsOfSha1 = 40;
+    const std::string digits = digitsOf(text::lower(which));
+    if (digits.size() != digitsOfSha1) {
+        return {};
+    }
+    std::string octets = orvik::plugin::hex::decode(digits);
+    const CRYPTOAPI_BLOB thumbprint{static_cast<DWORD>(octets.size()), reinterpret_cast<BYTE*>(octets.data())};
+    const auto opened = openStore(store);
+    const CERT_CONTEXT* const found =
+        opened ? wincrypt::CertFindCertificateInStore(opened.get(), capi::X509_AND_PKCS_7, 0, capi::CERT_FIND_SHA1_HASH,
+                                                      &thumbprint, nullptr)
+               : nullptr;
+    return found == nullptr ? CertificatePtr()
+                            : boost::make_shared<wincrypt::Certificate>(const_cast<CERT_CONTEXT*>(found));
+}
+
+/// By subject, then by thumbprint. Each is decoded once, not in each comparison.
+std::vector<CertificatePtr> inOrder(const std::vector<CertificatePtr>& certificates) {
+    struct Row {
+        std::string subject;
+        std::string thumbprint;
+        CertificatePtr certificate;
+    };
+    std::vector<Row> rows;
+    rows.reserve(certificates.size());
+    for (const CertificatePtr& certificate : certificates) {
+        rows.push_back({subjectOf(*certificate), thumbprintOf(*certificate), certificate});
+    }
+    std::ranges::sort(rows, {}, [](const Row& row) { return std::tie(row.subject, row.thumbprint); });
+    std::vector<CertificatePtr> ordered(rows.size());
+    std::ranges::transform(rows, ordered.begin(), &Row::certificate);
+    return ordered;
+}
+
 /// An empty list of certificates is also what the library returns when the service could not list them. Returns whether
 /// the service has some; throws Failure when it cannot list them.
 bool serviceHasCertificates(const std::string& store) {
     namespace wincrypt = orvik::plugin::wincrypt;
-    const orvik::plugin::scoped_handle<void*> opened(
-        [&](void*& held) { held = wincrypt::CertOpenSystemStore(0, store.c_str()); },
-        [](void*& held) { wincrypt::CertCloseStore(held, 0); });
+    const auto opened = openStore(store);
     const auto* first = opened ? wincrypt::CertEnumCertificatesInStore(opened.get(), nullptr) : nullptr;
     if (first != nullptr) {
         wincrypt::CertFreeCertificateContext(first);
@@ -114,11 +159,18 @@ std::vector<CertificatePtr> storeCertificates(const std::string& store) {
         found = registry.certificates();
     }
     collectSkipped();
-    std::vector<CertificatePtr> certificates(found.begin(), found.end());
-    std::sort(certificates.begin(), certificates.end(), [](const CertificatePtr& a, const CertificatePtr& b) {
-        return std::pair(subjectOf(*a), thumbprintOf(*a)) < std::pair(subjectOf(*b), thumbprintOf(*b));
-    });
-    return certificates;
+    return inOrder({found.begin(), found.end()});
+}
+
+std::vector<CertificatePtr> matchingInStore(const std::string& store, const std::string& which) {
+    if (auto one = withThumbprint(store, which)) {
+        return {std::move(one)};
+    }
+    return matchingCertificates(storeCertificates(store), which, "store " + store);
+}
+
+CertificatePtr findInStore(const std::string& store, const std::string& which) {
+    return onlyCertificate(matchingInStore(store, which), which);
 }
 
 std::vector<CertificatePtr> matchingCertificates(const std::vector<CertificatePtr>& among, const std::string& which,

@@ -33,6 +33,11 @@ std::vector<CertificatePtr> matchingCertificates(const std::vector<CertificatePt
                                                  const std::string& where);
 CertificatePtr onlyCertificate(const std::vector<CertificatePtr>& found, const std::string& which);
 
+/// The same among the certificates of a system store. A whole thumbprint means its certificate alone, and is found
+/// without reading the others.
+CertificatePtr findInStore(const std::string& store, const std::string& which);
+std::vector<CertificatePtr> matchingInStore(const std::string& store, const std::string& which);
+
 std::string subjectOf(const orvik::plugin::crypto::ICertificate& certificate);
 /// The subject for a person to read: whoever made the certificate chose its characters.
 std::string titleOf(const orvik::plugin::crypto::ICertificate& certificate);

@@ -51,7 +51,7 @@ void checkValidity(const Session& session, const orvik::plugin::crypto::ICertifi
 
 /// Of several certificates of one subject, as after a renewal, the only one that is valid now and has a key.
 CertificatePtr signerCertificate(const Session& session, const std::string& which) {
-    const auto found = matchingCertificates(storeCertificates("my"), which, "store my");
+    const auto found = matchingInStore("my", which);
     const bool oneSubject = std::ranges::all_of(
         found, [&](const CertificatePtr& one) { return one->subject() == found.front()->subject(); });
     if (found.size() == 1 || !oneSubject) {

@@ -78,6 +78,19 @@ TEST(Certificates, OfAHostileNameWriteNoLinesOfTheirOwn) {
     EXPECT_THAT(verified.out, HasSubstr("signer       " + shown + "\n"));
 }
 
+TEST(Certificates, AWholeThumbprintIsNotTheSerialNumberOfAnother) {
+    const Workplace place;
+    ASSERT_EQ(place.cli({"certs", "add", "ca.pem"}).exit, 0);
+    const std::string thumbprint = place.json({"certs", "list"})["certificates"][0]["thumbprint"];
+    place.openssl().must({"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "other.key", "-out", "other.pem",
+                          "-subj", "/CN=Other", "-set_serial", "0x" + thumbprint});
+    ASSERT_EQ(place.cli({"certs", "add", "other.pem"}).exit, 0);
+    EXPECT_THAT(place.cli({"certs", "show", thumbprint}).out, StartsWith("CN=Test CA\n"));
+    EXPECT_EQ(place.cli({"certs", "show", thumbprint.substr(0, 39)}).out.substr(0, 10), "CN=Test CA");
+    EXPECT_EQ(place.cli({"certs", "delete", thumbprint}).out, "deleted CN=Test CA from store my\n");
+    EXPECT_THAT(place.cli({"certs", "show", thumbprint}).out, StartsWith("CN=Other\n")) << "now it is a serial number";
+}
+
 TEST(Certificates, GoInAndOutOfStores) {
     const Workplace place;
     EXPECT_EQ(place.cli({"certs", "add", "ca.pem", "--store", "root"}).out,

@@ -32,6 +32,11 @@ std::vector<CertificatePtr> chosen(const CertsArguments& arguments) {
                                       : chooseProvider(arguments.provider)->certificates();
 }
 
+CertificatePtr wanted(const CertsArguments& arguments) {
+    return arguments.provider.empty() ? findInStore(arguments.store, arguments.which)
+                                      : findCertificate(chosen(arguments), arguments.which, placeOf(arguments));
+}
+
 /// The days of "30d". Throws Failure (exit 2) for anything else.
 long daysOf(const std::string& text) {
     constexpr std::size_t mostDigits = 5; // some hundred years
@@ -84,7 +89,7 @@ ExitCode listCertificates(Session& session, const CertsArguments& arguments) {
 }
 
 ExitCode showCertificate(Session& session, const CertsArguments& arguments) {
-    const auto certificate = findCertificate(chosen(arguments), arguments.which, placeOf(arguments));
+    const auto certificate = wanted(arguments);
     session.console.result({{"certificates", Json::array({toJson(*certificate)})}},
                            [&](std::ostream& out) { print(out, *certificate); });
     return ExitCode::done;
@@ -92,7 +97,7 @@ ExitCode showCertificate(Session& session, const CertsArguments& arguments) {
 
 ExitCode deleteCertificate(Session& session, const CertsArguments& arguments) {
     refuseProvider(arguments, "delete");
-    const auto certificate = findCertificate(storeCertificates(arguments.store), arguments.which, placeOf(arguments));
+    const auto certificate = findInStore(arguments.store, arguments.which);
     if (!RegistryCertificateStore(arguments.store, ICertificateStore::system).deleteCertificate(*certificate)) {
         throw Failure(ExitCode::input, "cannot delete " + titleOf(*certificate),
                       "it cannot be found in store " + arguments.store + " any more", {},
@@ -106,7 +111,7 @@ ExitCode deleteCertificate(Session& session, const CertsArguments& arguments) {
 
 ExitCode nameCertificate(Session& session, const CertsArguments& arguments) {
     refuseProvider(arguments, "set-name");
-    const auto certificate = findCertificate(storeCertificates(arguments.store), arguments.which, placeOf(arguments));
+    const auto certificate = findInStore(arguments.store, arguments.which);
     if (!certificate->setFriendlyName(arguments.name)) {
         throw Failure(ExitCode::service, "cannot name " + titleOf(*certificate), "the service did not take the name",
                       {}, orvik::plugin::wincrypt::GetLastErrorEx());
@@ -118,7 +123,7 @@ ExitCode nameCertificate(Session& session, const CertsArguments& arguments) {
 }
 
 ExitCode exportCertificate(Session& session, const CertsArguments& arguments) {
-    const auto certificate = findCertificate(chosen(arguments), arguments.which, placeOf(arguments));
+    const auto certificate = wanted(arguments);
     OutputFile out(arguments.out, session.options.force);
     const std::string der = certificate->raw();
     out.write(session.options.pem ? toPem(der, "CERTIFICATE") : der);

@@ -56,8 +56,7 @@ ExitCode chain(Session& session, const ChainArguments& arguments) {
                       "give a time, as --at 2026-11-20T12:00:00Z");
     }
     const bool isFile = arguments.which == "-" || ::access(arguments.which.c_str(), F_OK) == 0;
-    const auto certificate = isFile ? readCertificate(arguments.which)
-                                    : findCertificate(storeCertificates("my"), arguments.which, "store my");
+    const auto certificate = isFile ? readCertificate(arguments.which) : findInStore("my", arguments.which);
     const Trust trust = judgeChain(*certificate, chainQuery(arguments.options));
     session.console.result(toJson(trust), [&](std::ostream& out) {
         out << titleOf(*certificate) << ": " << (trust.trusted ? "trusted" : "not trusted") << '\n';

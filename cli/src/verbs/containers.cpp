@@ -1,6 +1,7 @@
 #include "verbs/verbs.hpp"
 
 #include "capi/constants.hpp"
+#include "capi/skipped_entries.hpp"
 #include "certificates.hpp"
 #include "confirmation.hpp"
 #include "console.hpp"
@@ -12,6 +13,8 @@
 #include "text.hpp"
 
 #include <nlohmann/json.hpp>
+
+#include <algorithm>
 
 namespace klunortredi::cli {
 
@@ -29,16 +32,32 @@ std::vector<ProviderPtr> chosen(const std::string& provider) {
 struct Contents {
     std::vector<std::string> keys;
     std::string certificate; ///< thumbprint, empty when none
-    std::string trouble;     ///< why they cannot be told, empty when they can
+    std::string trouble;     ///< why they cannot be listed, empty when they can
+    bool unread = false;     ///< reading failed: another time there may be more
 };
 
-/// Empty, with the reason, when it is not a certificate: one bad container does not hide the others.
-std::string thumbprintOfCertificate(const std::string& der, std::string& trouble) {
+bool isReadFailure(std::uint32_t code) {
+    return code == capi::ERROR_READ_FAULT || code == capi::ERROR_ACCESS_DENIED ||
+           code == capi::ERROR_TOO_MANY_OPEN_FILES;
+}
+
+/// Adds the certificate beside a key. One bad certificate does not hide the key, nor other containers.
+void addCertificate(Contents& contents, const HCRYPTKEY& key) {
+    const std::string der = orvik::plugin::wincrypt::CryptGetKeyParamEx(key.get(), capi::KP_CERTIFICATE);
+    if (der.empty()) {
+        const std::uint32_t error = orvik::plugin::wincrypt::GetLastErrorEx();
+        if (isReadFailure(error)) { // services differ in how they say that there is none
+            contents.trouble = "the certificate beside the key cannot be read: " + refusalReason(error);
+            contents.unread = true;
+        }
+        return;
+    }
     try {
-        return thumbprintOf(*certificateFromDer(der));
+        if (contents.certificate.empty()) {
+            contents.certificate = thumbprintOf(*certificateFromDer(der));
+        }
     } catch (const std::exception&) {
-        trouble = "the certificate beside the key cannot be read";
-        return {};
+        contents.trouble = "the certificate beside the key cannot be read";
     }
 }
 
@@ -49,34 +68,35 @@ Contents contentsOf(const Container& container) {
                              capi::CRYPT_SILENT, &error);
     if (context.get() == 0) {
         contents.trouble = refusalReason(error);
+        contents.unread = isReadFailure(error);
         return contents;
     }
     constexpr std::pair<DWORD, const char*> specs[] = {{capi::AT_KEYEXCHANGE, "exchange"},
                                                        {capi::AT_SIGNATURE, "signature"}};
+    std::string refused; // why a key is not listed
     for (const auto& [spec, name] : specs) {
         HCRYPTKEY key;
         if (orvik::plugin::wincrypt::CryptGetUserKey(context.get(), spec, key.put()) == 0) {
             const auto refusal = orvik::plugin::wincrypt::GetLastErrorEx();
             if (refusal != capi::NTE_NO_KEY) {
-                contents.trouble = refusalReason(refusal);
+                refused = refusalReason(refusal);
             }
+            contents.unread = contents.unread || isReadFailure(refusal);
             continue;
         }
         contents.keys.emplace_back(name);
-        const std::string der = orvik::plugin::wincrypt::CryptGetKeyParamEx(key.get(), capi::KP_CERTIFICATE);
-        if (!der.empty() && contents.certificate.empty()) {
-            contents.certificate = thumbprintOfCertificate(der, contents.trouble);
-        }
+        addCertificate(contents, key);
     }
-    if (!contents.keys.empty()) {
-        contents.trouble.clear(); // services differ in how they say that the other key is not there
+    if (contents.keys.empty()) { // services differ in how they say that the other key is not there
+        contents.trouble = refused;
     }
     return contents;
 }
 
 std::string describe(const Contents& contents) {
     if (!contents.trouble.empty()) {
-        return "unusable: " + contents.trouble;
+        return contents.keys.empty() ? "unusable: " + contents.trouble
+                                     : text::joined(contents.keys) + " key, " + contents.trouble;
     }
     return (contents.keys.empty() ? "no key" : text::joined(contents.keys) + " key") + ", " +
            (contents.certificate.empty() ? "no certificate" : "certificate " + contents.certificate.substr(0, 8));
@@ -109,7 +129,7 @@ ExitCode listContainers(Session& session, const ContainersArguments& arguments) 
             out << "no containers\n";
         }
     });
-    return ExitCode::done;
+    return std::ranges::any_of(contents, &Contents::unread) ? ExitCode::input : ExitCode::done;
 }
 
 ExitCode deleteContainer(Session& session, const ContainersArguments& arguments) {
