@@ -21,16 +21,11 @@
 
 namespace {
 
-using bench::Signer;
+using bench::signer;
 using orvik::plugin::crypto::SignatureFactory;
 
 constexpr std::size_t contentSize = 1024;
 constexpr const char* streebog256 = "1.2.643.7.1.1.2.2";
-
-const Signer& signer() {
-    static const Signer instance;
-    return instance;
-}
 
 std::vector<unsigned char> content() {
     return std::vector<unsigned char>(contentSize, 0x5A);

@@ -93,4 +93,9 @@ Signer::~Signer() {
     std::filesystem::remove_all(home_, ignored);
 }
 
+const Signer& signer() {
+    static const Signer instance;
+    return instance;
+}
+
 } // namespace bench

@@ -32,4 +32,7 @@ private:
     std::shared_ptr<EVP_PKEY> rawKey_;
 };
 
+/// The process's signer, made when it is asked for first.
+const Signer& signer();
+
 } // namespace bench
