@@ -312,6 +312,46 @@ TEST_P(FaultWalk, ReportsOnlyWhatIsOnDisk) {
     EXPECT_GT(failed, failure->error == ENOSPC && verb->done == nullptr ? -1 : 0) << "reading needs no room";
 }
 
+/// Those that change something on disk and derive no key.
+std::vector<const Verb*> quickChanges() {
+    std::vector<const Verb*> rows;
+    for (const Verb& verb : everyVerb()) {
+        if (verb.done != nullptr && !verb.derivesKey) {
+            rows.push_back(&verb);
+        }
+    }
+    return rows;
+}
+
+class KilledVerb : public testing::TestWithParam<const Verb*> {};
+
+TEST_P(KilledVerb, LeavesTheOldOrTheNewStateAndCanBeRepeated) {
+    const Verb& verb = *GetParam();
+    FaultPlace place;
+    place.makeSigner("one");
+    ASSERT_NO_FATAL_FAILURE(verb.prepare(place));
+    place.keep();
+    const int killed = test_support::killAtEachChange(
+        [&](const RunOptions& options, int) {
+            place.restore();
+            return place.run(verb.words, options);
+        },
+        [&](int n) {
+            SCOPED_TRACE("killed before change " + std::to_string(n));
+            EXPECT_TRUE(verb.nothingLost(place)) << "something is lost";
+            if (!verb.done(place)) {
+                const Outcome again = place.run(verb.words);
+                EXPECT_EQ(again.exit, 0) << again.err;
+                EXPECT_TRUE(verb.done(place));
+                EXPECT_TRUE(verb.nothingLost(place));
+            }
+        });
+    EXPECT_GT(killed, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Verbs, KilledVerb, testing::ValuesIn(quickChanges()),
+                         [](const auto& row) { return row.param->name; });
+
 INSTANTIATE_TEST_SUITE_P(Verbs, FaultWalk, testing::ValuesIn(walks()),
                          [](const auto& row) { return row.param.verb->name + row.param.failure->name; });
 
