@@ -289,7 +289,8 @@ std::string paddedList(const csp::Bytes& der, std::size_t size) {
     const csp::ossl::Bio out(BIO_new(BIO_s_mem()));
     PEM_write_bio(out.get(), PEM_STRING_X509_CRL, "", der.data(), static_cast<long>(der.size()));
     char* data = nullptr;
-    const std::string armour(data, static_cast<std::size_t>(BIO_get_mem_data(out.get(), &data)));
+    const auto length = static_cast<std::size_t>(BIO_get_mem_data(out.get(), &data));
+    const std::string armour(data, length);
     return std::string(size - armour.size() - 1, ' ') + "\n" + armour;
 }
 
