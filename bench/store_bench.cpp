@@ -46,7 +46,7 @@ std::string certificate(EVP_PKEY* key, int number) {
 /// The filled store's certificate in its middle.
 PCCERT_CONTEXT fill() {
     bench::signer(); // chooses the service and a data folder of this process
-    const ossl::Pkey key(EVP_EC_gen("P-256"));
+    const ossl::Pkey key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
     void* const store = wincrypt::CertOpenSystemStore(0, storeName);
     PCCERT_CONTEXT middle = nullptr;
     for (int i = 0; i < certificates; ++i) {
