@@ -47,7 +47,7 @@ struct Pipe {
         const rlimit limit{static_cast<rlim_t>(options.cpuLimit), static_cast<rlim_t>(options.cpuLimit)};
         ::setrlimit(RLIMIT_CPU, &limit);
     }
-    if (options.fault.call > 0) {
+    if (options.fault.call > 0 || options.killAtChange > 0) {
         ::setenv("LSAN_OPTIONS", "detect_leaks=0",
                  1); // a watched program cannot be watched by the leak checker as well
     }
