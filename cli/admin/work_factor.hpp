@@ -26,7 +26,7 @@ private:
     std::uint64_t left_ = most;
 
     /// Makers write 2000 to 1,000,000 iterations, for the MAC, the certificates and each key, and an empty password may
-    /// be tried first. This is ten seconds or so; a file that asks for more is no key file.
+    /// be tried first. This is ten seconds or so; a file that asks for more is not an ordinary key file.
     static constexpr std::uint64_t most = 20'000'000;
 };
 

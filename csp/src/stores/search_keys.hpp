@@ -29,7 +29,7 @@ std::uint64_t issuerAndSerialNumber(const CERT_INFO& info);
 std::uint64_t publicKeyNumber(const CERT_PUBLIC_KEY_INFO& key);
 std::uint64_t keyIdentifierNumber(ByteView identifier);
 
-/// Where to look for what a search wants: everywhere, at one thumbprint, or at one number.
+/// Where a search has to look: everywhere, at one thumbprint, or at one number.
 struct SearchPlace {
     std::string thumbprint{}; ///< lower-case hexadecimal; empty: not by thumbprint
     struct Number {

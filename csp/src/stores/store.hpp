@@ -26,7 +26,7 @@ struct StoredCrl {
     std::string name; ///< for messages: the file's path, or where else it stands
 };
 
-/// What a search wants: a certificate for which `meets` is true, which is to be found at `place`.
+/// A search: for certificates for which `meets` is true, which can only be at `place`.
 struct Criterion {
     std::function<bool(const Certificate&)> meets;
     SearchPlace place{};
