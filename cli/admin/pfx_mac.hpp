@@ -20,7 +20,7 @@ using Password = std::optional<std::string_view>;
 /// are tried. Throws cli::Failure (exit 3) for a hash that is not known and for more work than `budget` has left.
 bool macMatches(PKCS12* file, Password password, WorkBudget& budget);
 
-/// The work that one check of a password takes.
+/// The work of checking a password once.
 std::uint64_t workOfMac(const PKCS12* file);
 
 } // namespace klunortredi::admin

@@ -9,8 +9,8 @@
 
 namespace klunortredi::admin {
 
-/// The work that one import may do to derive keys from passwords. A unit is an iteration of PBKDF2 or of PKCS#12's own
-/// derivation, or what takes about as long.
+/// Limit on the work of an import for deriving keys from passwords. A unit is an iteration of PBKDF2 or of PKCS#12's
+/// own derivation, or what takes about as long.
 class WorkBudget {
 public:
     /// Refusals are cli::Failure (exit 3) with that message.

@@ -149,7 +149,7 @@ public:
     /// key pair; to be called once. When it throws, nothing has the name and the draft has no key pair again.
     Container commit();
     /// Removes what `commit` put in place. Throws ApiError, NTE_BAD_KEYSET when it is gone, also where another
-    /// container has its name by now: that one stays.
+    /// container has its name by now: the new one is kept.
     void undo();
 
 private:

@@ -134,7 +134,7 @@ void Container::forget(const Attempt& attempt) {
 
 void Container::judge(const Attempt& attempt, bool right) {
     if (attempt.count == Attempt::Count::InProcess) {
-        // The answer to an attempt that was under way when another one failed is not given either.
+        // An attempt that was under way when another failed gets no answer either.
         if (right ? guessedWithoutCount.load() : guessedWithoutCount.exchange(true)) {
             fail(capi::SCARD_W_CHV_BLOCKED);
         }

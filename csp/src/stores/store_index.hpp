@@ -19,7 +19,7 @@ inline constexpr const char* indexFileName = ".index";
 
 using StoreIndex = std::unordered_map<std::string, SearchKeys>; ///< by thumbprint, lower-case hexadecimal
 
-/// Empty when there is no index, or none that can be used.
+/// Empty when the index is missing or cannot be used.
 StoreIndex readStoreIndex(const std::filesystem::path& folder);
 
 /// Octets of the file for an index.
